@@ -1,0 +1,22 @@
+# What every target of the project has in common.
+
+add_library(tvr_options INTERFACE)
+target_compile_options(tvr_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+target_include_directories(tvr_options INTERFACE ${CMAKE_SOURCE_DIR}/src ${CMAKE_SOURCE_DIR})
+
+# tvr_library(NAME folder SOURCES files... [DEPS targets...]): one static library for one folder.
+function(tvr_library)
+    cmake_parse_arguments(arg "" "NAME" "SOURCES;DEPS" ${ARGN})
+    add_library(tvr_${arg_NAME} STATIC ${arg_SOURCES})
+    target_link_libraries(tvr_${arg_NAME} PUBLIC ${arg_DEPS} PRIVATE tvr_options)
+    target_include_directories(tvr_${arg_NAME} PUBLIC ${CMAKE_SOURCE_DIR}/src)
+endfunction()
+
+# tvr_test(NAME name SOURCES files... [DEPS targets...]): one GoogleTest program, each of its tests known
+# to CTest by its own name.
+function(tvr_test)
+    cmake_parse_arguments(arg "" "NAME" "SOURCES;DEPS" ${ARGN})
+    add_executable(${arg_NAME}_test ${arg_SOURCES})
+    target_link_libraries(${arg_NAME}_test PRIVATE ${arg_DEPS} tvr_options GTest::gtest GTest::gtest_main)
+    gtest_discover_tests(${arg_NAME}_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+endfunction()

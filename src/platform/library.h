@@ -1,0 +1,32 @@
+// Shared libraries, loaded at run time by the names that they have on the reference platform.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tvr::platform {
+
+// A loaded library; unloaded by the destructor.
+class library {
+public:
+    library() noexcept = default;
+    ~library();
+    library(const library&) = delete;
+    library& operator=(const library&) = delete;
+
+    // Loads by name ("zlib1.dll", "tvr_ipc.dll") or path. False sets last_error().
+    bool load(std::string_view name);
+    void unload() noexcept;
+    [[nodiscard]] bool is_loaded() const noexcept { return m_handle != nullptr; }
+    // The address of an exported function, or null.
+    [[nodiscard]] void* symbol(std::string_view name) const noexcept;
+    // The export with this number, for the libraries that have numbered exports; or null.
+    [[nodiscard]] void* symbol(unsigned number) const noexcept;
+    [[nodiscard]] std::string path() const; // where it was found
+
+private:
+    void* m_handle = nullptr;
+    std::string m_name;
+};
+
+} // namespace tvr::platform

@@ -1,0 +1,49 @@
+// The presence of a server: one owner per user and name, whom others can find, ask to close, and order
+// to end at once.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+namespace tvr::platform {
+
+// The number of a private message name, the same in every process of the user; 0 on failure.
+std::uint32_t register_private_message(std::string_view name) noexcept;
+
+// The owner's side. Created, run and destroyed on one thread.
+class presence {
+public:
+    presence() noexcept;
+    ~presence(); // gives the presence up
+    presence(const presence&) = delete;
+    presence& operator=(const presence&) = delete;
+
+    // Takes the presence, hidden. False if it can't be made. A process that races with another for the
+    // name may lose here or in find_presence().
+    bool create(std::string_view class_name, std::string_view title);
+    // The message that ends the process at once with exit code -1 while run() pumps; 0 for none.
+    void set_private_message(std::uint32_t number) noexcept;
+    void set_visible(bool visible) noexcept;
+    // Serves requests until somebody asks to close; the presence is given up before it returns.
+    void run();
+
+private:
+    struct state;
+    std::unique_ptr<state> m_state;
+};
+
+struct presence_info {
+    bool found = false;
+    bool visible = false;
+    std::uint32_t process_id = 0;
+};
+
+presence_info find_presence(std::string_view class_name, std::string_view title);
+// Asks the owner to close, and waits without limit until it has given the presence up. At once if there
+// is no owner.
+void close_presence(std::string_view class_name, std::string_view title);
+// Delivers a private message to every presence of the user, without waiting.
+void broadcast_private_message(std::uint32_t number);
+
+} // namespace tvr::platform

@@ -1,0 +1,49 @@
+// This process, other processes, and what the user sees of them.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tvr::platform {
+
+std::uint32_t current_process_id() noexcept;
+// The path of the executable, or of the shared library that this code is linked into.
+std::string module_path();
+// Starts a program with no arguments, detached from this one. False sets last_error().
+bool start_process(std::string_view path);
+// Starts a program with an argument text in the same way.
+bool start_process(std::string_view path, std::string_view arguments);
+// Ends a process at once. False sets last_error(): 5 if it isn't ours, 87 if there is none.
+bool terminate_process(std::uint32_t process_id, std::int32_t exit_code);
+// True while a process of this number exists.
+bool process_exists(std::uint32_t process_id);
+// Ends this process at once: no destructors, no exit routines.
+[[noreturn]] void exit_process(std::int32_t exit_code) noexcept;
+
+// The folder of run-time objects, private to the user, with a trailing backslash.
+std::string runtime_folder();
+// The folder of application data of all users, without a trailing backslash; empty on failure.
+std::string common_appdata_folder();
+// Replaces each %name% by the environment's value, "appdata" (in any case) by the user's folder of
+// application data; an unknown name stays as it is.
+std::string expand_environment(std::string_view text);
+// The value of an environment variable, or nothing.
+std::optional<std::string> environment_variable(std::string_view name);
+
+// A line for the debugger channel (standard error where there is no debugger).
+void debug_output(std::string_view text) noexcept;
+// Shows a text to the user and waits for him where there is a desktop; never fails.
+void message_box(std::string_view text, std::string_view title) noexcept;
+
+struct version_info {
+    std::string product_name;
+    std::string product_version;
+};
+// The version resource of the executable, or nothing if it has none.
+std::optional<version_info> module_version();
+// A text of the executable's string table; empty if there is none of that number.
+std::string resource_string(std::uint32_t number);
+
+} // namespace tvr::platform
