@@ -1,0 +1,27 @@
+// Small helpers around files.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace tvr {
+
+class file_stream;
+
+inline constexpr std::uint32_t no_file_size = 0xFFFFFFFF;
+
+// The size in bytes (low 32 bits), or no_file_size for an empty path or a file that can't be opened.
+std::uint32_t file_size(std::string_view path);
+
+// One length byte, then that many bytes. False if the length byte can't be read (the text stays as it
+// was) or the bytes are cut short.
+bool read_short_string(file_stream& file, std::string& text);
+// Writes the low byte of the length and all bytes of the text.
+bool write_short_string(file_stream& file, std::string_view text);
+
+// Makes `target` a hard link of `source`, or a copy where that isn't possible. An existing target is
+// replaced unless `fail_if_exists` is set. The answer is that of the last step.
+bool link_or_copy(std::string_view source, std::string_view target, bool fail_if_exists);
+
+} // namespace tvr

@@ -1,0 +1,88 @@
+// The container of tokens: a hash table of offsets over a packed data area that is also the file format.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace tvr {
+
+class file_stream;
+
+// Belongs to one thread; even lookups change it. Keys are 1 to 255 bytes. Pointers to values are
+// unaligned (use load_u32 and store_u32) and die at the next insertion, compaction, load or clear.
+class hashmap_impl {
+public:
+    hashmap_impl();
+    virtual ~hashmap_impl();
+    hashmap_impl(const hashmap_impl&) = delete;
+    hashmap_impl& operator=(const hashmap_impl&) = delete;
+
+    [[nodiscard]] virtual std::uint32_t value_size() const noexcept = 0; // bytes
+    [[nodiscard]] virtual bool counts_sane() const noexcept;
+    // True if compact() is to take out an entry with this value.
+    [[nodiscard]] virtual bool is_dropped(const std::uint8_t* value) const noexcept = 0;
+
+    bool clear(); // false, with a log line, if no addresses could be reserved
+    // The value of a key, or null if it is absent or empty.
+    std::uint8_t* _get_value(std::string_view key);
+    // Inserts the key if it is absent, and stores the value (null: leaves it as it is, or undefined).
+    bool _assign(std::string_view key, const void* value);
+
+    // The block of count, data size and entries, at the stream's position.
+    bool flush(file_stream& file);
+    bool flush_ordered(file_stream& file); // entries in ascending order_hash; equal ones in storage order
+    bool init_from_file(file_stream& file);
+    // Moves behind a block without reading it, by an even number of bytes.
+    static bool skip(file_stream& file);
+
+    // Iteration in storage order.
+    void rewind() noexcept { m_cursor = 0; }
+    bool next(std::string_view& key, std::uint8_t*& value);
+
+    void compact(); // takes out the entries that is_dropped() names; keeps the order
+
+    [[nodiscard]] bool is_valid() const noexcept { return m_hashmem && m_datamem; }
+    [[nodiscard]] std::uint32_t count() const noexcept { return m_count; }
+    [[nodiscard]] std::uint32_t datasize() const noexcept { return m_datasize; } // bytes
+    [[nodiscard]] std::uint32_t tablesize() const noexcept { return m_tablesize; } // slots
+
+private:
+    std::uint32_t __insert_datat(std::string_view key, const void* value);
+    void __resize();
+    bool grow_range(void*& base, std::size_t& reserved, std::uint8_t** committed, std::size_t bytes);
+    bool commit_table();
+    [[nodiscard]] bool entry_has_key(std::uint32_t slot, std::string_view key) noexcept;
+
+    std::uint32_t m_prime_index = 0;
+    std::uint32_t m_count = 0;
+    std::uint32_t m_datasize = 0;
+    std::uint32_t* m_slots = nullptr; // 0: empty, otherwise offset + 1
+    std::uint32_t m_tablesize = 0;
+    void* m_hashmem = nullptr;
+    std::size_t m_hashreserved = 0;
+    std::uint8_t* m_data = nullptr;
+    std::size_t m_datacommitted = 0;
+    void* m_datamem = nullptr;
+    std::size_t m_datareserved = 0;
+    std::size_t m_cursor = 0;
+    std::uint8_t* m_lastvalue = nullptr;
+};
+
+// Tokens with unsigned 32-bit counts. A count of 0 is dropped at compaction.
+class dword_map : public hashmap_impl {
+public:
+    [[nodiscard]] std::uint32_t value_size() const noexcept override { return 4; }
+    [[nodiscard]] bool is_dropped(const std::uint8_t* value) const noexcept override;
+    // The count's place, inserted with 0 if the token is new.
+    std::uint8_t* get_or_add(std::string_view key);
+};
+
+// Tokens with 32-bit floats. A value of 0.0 is dropped at compaction; a NaN stays.
+class float_map : public hashmap_impl {
+public:
+    [[nodiscard]] std::uint32_t value_size() const noexcept override { return 4; }
+    [[nodiscard]] bool is_dropped(const std::uint8_t* value) const noexcept override;
+};
+
+} // namespace tvr

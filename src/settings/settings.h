@@ -1,0 +1,116 @@
+// The process-wide settings object: every tunable value, declared once in a schema that drives defaults,
+// loading and saving.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tvr {
+
+enum class field_type : std::uint32_t { string = 0, path = 1, integer = 2, flag = 3, number = 4, real = 5 };
+
+// A path as configured (raw, with %name% references) and as the code uses it.
+struct path_setting {
+    std::string expanded;
+    std::string raw;
+};
+
+// One declared setting.
+struct field_descriptor {
+    void* member;    // std::string, std::uint8_t, std::uint32_t or double, by type
+    std::string* raw; // of a path; otherwise null
+    const char* key; // static text
+    field_type type;
+    std::uint32_t group; // 0 basic (settings.cfg), 1 advanced (advanced.ini)
+};
+
+enum class schema_mode { basic_defaults = 0, advanced_defaults = 1, declare = 2 };
+
+// Bits of `which` and of the answer of load() and save().
+constexpr std::uint32_t store_binary = 1;
+constexpr std::uint32_t store_text = 2;
+
+class base_settings {
+public:
+    virtual ~base_settings() = default;
+    base_settings() = default;
+    base_settings(const base_settings&) = delete;
+    base_settings& operator=(const base_settings&) = delete;
+
+    virtual void schema(schema_mode mode); // the base declares the working directory only
+    void declare_base() { base_settings::schema(schema_mode::declare); }
+    void declare(std::uint32_t group, field_type type, void* member, const char* key, std::string* raw = nullptr);
+    void expand_all();
+
+    // Loads and saves; a null name fails its bit. The answer holds the bits that failed.
+    std::uint32_t load(const std::string* binary_file, const std::string* text_file, std::uint32_t which);
+    std::uint32_t save(const std::string* binary_file, const std::string* text_file, std::uint32_t which);
+    bool read_text(std::string_view file, std::uint32_t group = 0);
+    bool write_text(std::string_view file, std::uint32_t group);
+
+    [[nodiscard]] std::span<const field_descriptor> fields() const noexcept { return m_fields; }
+    // The value of a field in its text form, and its assignment from text (false for no such key).
+    [[nodiscard]] static std::string value_text(const field_descriptor& field);
+    static void assign_text(const field_descriptor& field, std::string_view value);
+
+    path_setting working_directory;
+
+protected:
+    std::vector<field_descriptor> m_fields;
+};
+
+// All settings, in schema order.
+class settings : public base_settings {
+public:
+    void schema(schema_mode mode) override;
+
+    // group 0
+    path_setting filter_log;
+    path_setting list_of_ignoring_kludges;
+    std::string spam_transliteration_table;
+    std::string local_user_alphabet;
+    std::uint8_t show_splash_screen = 0;
+    std::uint8_t log_current_process = 0;
+    std::uint8_t log_global_state = 0;
+    std::uint8_t log_grades = 0;
+    std::uint8_t filter_is_logged = 0;
+    std::uint8_t use_white_list_of_kludges = 0;
+    std::uint8_t use_partically_translitting = 0;
+    std::uint8_t use_enhanced_grade = 0;
+    std::uint32_t sighificant_tokens = 0;
+    // group 1
+    std::uint8_t export_selective_download = 0;
+    std::uint32_t selective_download_spam_threshold = 0;
+    std::uint32_t limit_size_to_hash = 0;
+    std::uint32_t limit_size_to_hash_header = 0;
+    std::uint8_t simple_digits_spam_marks = 0;
+    std::uint8_t no_spaces_spam_marks = 0;
+    std::uint32_t number_of_exclamations = 0;
+    std::uint32_t training_delay = 0; // seconds
+    std::uint8_t learn_from_zero = 0;
+    std::uint8_t use_autotrain = 0;
+    std::uint8_t use_average_instead_of_bayesian = 0;
+    std::uint8_t use_degeneration = 0;
+    std::uint8_t use_translit_tables_from_registry = 0;
+    double recalculating_strategy = 0;
+    double regarding_threshold = 0;
+    std::uint32_t idle_time_to_shut_down_server = 0;
+    std::uint32_t behaviour_when_no_train_info = 0;
+    std::uint32_t optimal_base_size_per_half = 0;
+    std::uint32_t optimal_one_dict_size = 0;
+    std::uint32_t min_optimal_one_dict_size = 0;
+    double max_single_path_level = 0;
+};
+
+// The one settings object. Filled during start-up, then read by all threads without a lock. Null before
+// make_current_settings(). Code that needs settings takes them from here.
+settings* current_settings() noexcept;
+// Builds the object on the first call; answers it.
+settings& make_current_settings();
+
+} // namespace tvr
