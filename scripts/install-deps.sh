@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that the project builds and tests with. Does nothing where they are all there.
+#   scripts/install-deps.sh           what the build and the tests need
+#   scripts/install-deps.sh --demo    also npm, with which the demo fetches its corpus
+#   scripts/install-deps.sh --dev     also the tools of scripts/check.sh and bench/
+set -euo pipefail
+
+packages=(g++ cmake ninja-build pkg-config zlib1g-dev libgmime-3.0-dev libcli11-dev nlohmann-json3-dev
+          libgtest-dev libbenchmark-dev)
+for option in "$@"; do
+    case "$option" in
+    --demo) command -v npm >/dev/null || packages+=(npm) ;;
+    --dev) packages+=(clang clang-format clang-tidy bogofilter time) ;;
+    *) echo "install-deps.sh: unknown option $option" >&2; exit 2 ;;
+    esac
+done
+
+missing=()
+for package in "${packages[@]}"; do
+    dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
+done
+# Tools that are there without being a Debian package will do.
+for index in "${!missing[@]}"; do
+    case "${missing[$index]}" in
+    g++|cmake|clang|clang-format|clang-tidy|bogofilter) ! command -v "${missing[$index]}" >/dev/null || unset "missing[$index]" ;;
+    ninja-build) ! command -v ninja >/dev/null || unset "missing[$index]" ;;
+    esac
+done
+[ "${#missing[@]}" -eq 0 ] && exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+    as_root=(sudo)
+fi
+echo "Installing: ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,10 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds a preset (release unless one is named) and runs its tests.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+preset=${1:-release}
+
+scripts/install-deps.sh
+cmake --preset "$preset" >/dev/null
+cmake --build --preset "$preset"
+ctest --preset "$preset" --parallel "$(nproc)"

@@ -1,0 +1,107 @@
+// The entry routine: the command line decides whether the process is the server or a small tool.
+
+#include <array>
+#include <string>
+#include <string_view>
+
+#include "common/logger.h"
+#include "common/text.h"
+#include "platform/entry.h"
+#include "platform/file.h"
+#include "platform/presence.h"
+#include "platform/process.h"
+#include "server/app_module.h"
+#include "server/registration.h"
+#include "server/work_server.h"
+#include "signal/event_channel.h"
+#include "signal/identity.h"
+
+namespace tvr {
+
+namespace {
+
+void raise_event(channel_event number) {
+    event_channel channel;
+    channel.start_server(true);
+    channel.raise(number);
+}
+
+struct command_key {
+    std::string_view text;
+    void (*job)();
+};
+
+// In the order in which they are tested. A null job is one that this version doesn't have yet.
+constexpr std::array<command_key, 13> keys = {{
+    {"/register", check_registry},
+    {"-register", check_registry},
+    {"/Install", check_registry},
+    {"/RegServer", check_registry},
+    {"/Uninstall", [] { do_uninstall(uninstall_server | uninstall_settings); }},
+    {"/clean", [] { do_uninstall(uninstall_settings); }},
+    {"/purge", [] { raise_event(ev_reset); }},
+    {"/force", [] { raise_event(ev_train); }},
+    {"/mergelog", nullptr},
+    {"/getscores", nullptr},
+    {"/UnRegServer", [] { do_uninstall(uninstall_server); }},
+    {"/stop", [] { do_uninstall(0); }},
+    {"/test", nullptr},
+}};
+
+const command_key* find_key(std::string_view command_line) {
+    for (const command_key& key : keys)
+        if (starts_with_ignoring_case(command_line, key.text))
+            return &key;
+    return nullptr;
+}
+
+// Ends the process in the order in which the objects of its lifetime go: the statistic is saved, then the
+// log is closed. deliberate: the objects themselves stay, since the other threads are neither told nor
+// joined and end with the process.
+[[noreturn]] void end_process() {
+    close_statistic();
+    logger::shut_down();
+    platform::exit_process(0);
+}
+
+void run_server(app_module& module) {
+    TVR_LOG(default_log, "[i] called with no keys or with unknown keys. Assuming normal start...");
+    if (platform::find_presence(server_class, server_title).found) {
+        TVR_LOG(default_log, "[-] Another instance found. Aborting...");
+        return;
+    }
+    logger::instance().rotate(transact_log);
+    logger::instance().rotate(profiler_log);
+    if (!module.create_presence())
+        return;
+    platform::set_current_directory(platform::runtime_folder());
+    makeversion();
+    check_registry();
+    static work_server server;
+    if (server.init()) {
+        platform::thread work_thread;
+        work_thread.start([] { return server.work(); });
+        module.run();
+        server.stop();
+        server.stop_again();
+    }
+    end_process();
+}
+
+} // namespace
+
+int engine_main(std::string_view command_line) {
+    static app_module module;
+    module.read_paths();
+    logger::instance().rotate(default_log);
+    if (const command_key* key = find_key(command_line)) {
+        TVR_LOG(default_log, "[i] called with key %s", std::string(command_line).c_str());
+        if (key->job)
+            key->job();
+    } else {
+        run_server(module);
+    }
+    return 0;
+}
+
+} // namespace tvr

@@ -1,0 +1,13 @@
+#include "transact/file_time.h"
+
+#include "common/file_stream.h"
+
+namespace tvr {
+
+void write_file_time(std::string_view path, std::uint64_t time) {
+    file_stream mark;
+    if (mark.create_to_write(path))
+        mark.write(&time, sizeof time);
+}
+
+} // namespace tvr
