@@ -1,59 +1,101 @@
 // The map from message ID to a 32-bit value, on a list file (.lst) and its disposable index (.idx).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
 #include "common/fileheader.h"
+#include "common/filemap.h"
 #include "platform/sync.h"
 
 namespace tvr {
 
 class file_stream;
 class msidtree;
+struct key11;
 
 // Any thread, one operation at a time; delete_if() and the rebuilding want the map to themselves.
+//
+// The index is held open for the life of the map. The list is opened by the first operation that needs it
+// and stays open and mapped, with room behind its last record, until release_list() or the destructor cuts
+// it to its bytes in use. Should the process die before that, the zeros at the end read as dead records,
+// and the stale index makes the next opening rebuild and cut.
 class msidmap {
 public:
     // Opens "<folder><name>.lst" and ".idx"; missing ones are made. `folder` with a trailing backslash, or
-    // empty for the current folder.
+    // empty for the current folder. An index that doesn't fit its list is made anew.
     msidmap(std::string_view folder, std::string_view name);
-    // A temporary map of the content of an open file, from its position to its end.
+    // A temporary map of the content of an open file, from its position to its end, in the user's folder of
+    // temporary files.
     explicit msidmap(file_stream& file);
     ~msidmap(); // writes the index header; deletes temporary files
     msidmap(const msidmap&) = delete;
     msidmap& operator=(const msidmap&) = delete;
 
-    bool insert(std::string_view id, std::uint32_t value); // true if the map has the ID afterwards; an old value stands
-    std::uint32_t search(std::string_view id);             // the value, 0 if it isn't there
-    bool remove(std::string_view id);
+    // `id` of at most 255 bytes. True if the map has the ID afterwards; an old value stands. False only if
+    // the files can't be used. A value of 0 can't be told from a missing ID.
+    bool insert(std::string_view id, std::uint32_t value);
+    std::uint32_t search(std::string_view id); // the value, 0 if it isn't there
+    bool remove(std::string_view id);          // false if it isn't there
+    // Takes out every record for which the predicate, called in the order of the list, says yes. False, with
+    // a log line, if the list can't be mapped (an empty one can't be) or has no header. Takes no lock.
     bool delete_if(const std::function<bool(std::string_view id, std::uint32_t value)>& predicate);
-    void merge(std::string_view list_path); // inserts all live records of another .lst
-    // Overwrites the value of every live record of a .lst file.
+    // Inserts all live records of another .lst; nothing for an empty path. The list of another map of this
+    // process is let go of first.
+    void merge(std::string_view list_path);
+    // Overwrites the value of every live record of a .lst file; its index stays right.
     static void relabel(std::string_view list_path, std::uint32_t value);
     // Writes a compacted copy of the .lst file. The map has no index afterwards: discard it or clear it.
     void write_out(file_stream& file);
-    void clear(); // deletes both files and makes a new empty map
+    void clear(); // deletes both files and makes a new empty map; the .lst comes with the first insert
 
     // Lets go of the list file between operations, so that it can be renamed; it is opened again by the
     // next operation.
     void release_list();
 
+    // Records added, as counted at the last rebuild plus those added since; dead ones are not taken off.
     [[nodiscard]] std::uint32_t records() const noexcept { return m_records; }
     [[nodiscard]] std::uint32_t garbage() const noexcept { return m_garbage; } // bytes
     [[nodiscard]] std::uint64_t filesize() const noexcept { return m_filesize; } // bytes in use in the .lst
     [[nodiscard]] const std::string& list_path() const noexcept { return m_list_path; }
 
 private:
-    struct list_view;
+    // Records that stand together and have one key.
+    struct chain {
+        std::size_t offset = 0; // 0: none
+        std::size_t bytes = 0;
+        std::size_t records = 0;
+        std::optional<std::size_t> match; // offset of the record with the very ID that was asked for
+    };
 
     void open();
-    void upgrade();
+    bool upgrade();
     bool __rebuild_index(bool with_index);
     void check_garbage();
+    void remake_damaged_index();
+    void drop_files();
+    void copy_in(file_stream& file);
+
+    bool map_list();
+    bool has_header();
+    void grow_list(std::uint64_t needed);
+    void write_header();
+    // The bytes in use; nothing while the list isn't mapped.
+    [[nodiscard]] std::span<std::uint8_t> in_use() const noexcept;
+
+    std::size_t chain_offset(const key11& key);
+    chain measure_chain(std::size_t offset, std::string_view id, const key11& key) const;
+    void kill_record(std::size_t offset, std::size_t size, std::size_t chain_end);
+
+    void enter();          // into the list of this process's maps
+    void leave() noexcept; // and out of it
+    static void let_go_of(std::string_view list_path);
 
     platform::critical_section m_lock;
     std::uint32_t m_records = 0;
@@ -64,6 +106,8 @@ private:
     std::string m_index_path;
     std::unique_ptr<msidtree> m_tree;
     bool m_temporary = false;
+    std::string m_reserved_path; // the empty file that holds a temporary map's name
+    std::optional<write_map> m_list;
 };
 
 } // namespace tvr

@@ -74,6 +74,7 @@ public:
 
 private:
     friend class mapping;
+    friend bool copy_file(std::string_view from, std::string_view to, bool fail_if_exists);
     struct state;
     std::unique_ptr<state> m_state;
 };

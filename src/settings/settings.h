@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -22,9 +21,9 @@ struct path_setting {
 
 // One declared setting.
 struct field_descriptor {
-    void* member;    // std::string, std::uint8_t, std::uint32_t or double, by type
+    void* member;     // std::string, std::uint8_t, std::uint32_t or double, by type
     std::string* raw; // of a path; otherwise null
-    const char* key; // static text
+    const char* key;  // static text
     field_type type;
     std::uint32_t group; // 0 basic (settings.cfg), 1 advanced (advanced.ini)
 };
@@ -42,19 +41,33 @@ public:
     base_settings(const base_settings&) = delete;
     base_settings& operator=(const base_settings&) = delete;
 
-    virtual void schema(schema_mode mode); // the base declares the working directory only
+    // Declares all fields, or assigns the defaults of one group and then expands all paths. The base knows
+    // the working directory only. Declaring again adds every descriptor again; look-ups take the first.
+    virtual void schema(schema_mode mode);
     void declare_base() { base_settings::schema(schema_mode::declare); }
-    void declare(std::uint32_t group, field_type type, void* member, const char* key, std::string* raw = nullptr);
+    // Appends one descriptor. `member` and `raw` must live as long as the object, `key` for ever.
+    void declare(std::uint32_t group, field_type type, void* member, const char* key,
+                 std::string* raw = nullptr);
+    // Makes the expanded form of every declared path from its raw form.
     void expand_all();
 
-    // Loads and saves; a null name fails its bit. The answer holds the bits that failed.
+    // Loads and saves. `which` holds store_binary (group 0) and store_text (group 1); the answer holds the
+    // bits that failed, as each does with a null or empty name. Loading the text form first brings the
+    // defaults of group 1 back, even if reading then fails. Values that a store doesn't hold stay as they
+    // are.
     std::uint32_t load(const std::string* binary_file, const std::string* text_file, std::uint32_t which);
     std::uint32_t save(const std::string* binary_file, const std::string* text_file, std::uint32_t which);
+    // The text form, lines key="value". Reading takes the lines that name a field of `group`, in any case,
+    // and passes over all others; false if the file can't be opened. Writing replaces the file.
     bool read_text(std::string_view file, std::uint32_t group = 0);
     bool write_text(std::string_view file, std::uint32_t group);
+    // Bytes of all fields in one block: a count, and for each field its key, type and value.
+    [[nodiscard]] std::size_t flat_size() const noexcept;
 
+    // In the order of declaration; a field that was declared twice stands here twice.
     [[nodiscard]] std::span<const field_descriptor> fields() const noexcept { return m_fields; }
-    // The value of a field in its text form, and its assignment from text (false for no such key).
+    // The value of a field in its text form, and its assignment from that. Text that is no number counts as
+    // 0.
     [[nodiscard]] static std::string value_text(const field_descriptor& field);
     static void assign_text(const field_descriptor& field, std::string_view value);
 

@@ -29,30 +29,38 @@ struct statistic_record {
     std::uint32_t flagged_good_count = 0;
 };
 
-// Any thread. The main table stands in stat.bin, the pending table, that of the training under way, in
-// ~stat.bin.
+// Any thread; every operation takes the object's lock. The main table stands in stat.bin, the pending table,
+// that of the training under way, in ~stat.bin beside it. Both files are opened without sharing; a file that
+// can't be opened is passed over silently. Entries 60 days old or older are left out of the files.
 class statistic {
 public:
     using table = std::map<std::uint32_t, statistic_record>; // by hours since 1601
 
     statistic();
-    ~statistic(); // a last backup
+    ~statistic(); // as close()
     statistic(const statistic&) = delete;
     statistic& operator=(const statistic&) = delete;
 
-    void read(std::string_view path); // of stat.bin
+    // Fills both tables from the files at `path` (of stat.bin) and beside it. What is missing or damaged
+    // counts as empty, an entry cut short is dropped.
+    void read(std::string_view path);
+    // Counts one message in the pending table and writes ~stat.bin. A manually trained message isn't counted.
     void add_message(const counted_message& message, bool is_correction, bool is_spam);
-    void save_transaction();
-    void clear_transaction();
-    void commit_transaction();
+    void save_transaction();   // writes ~stat.bin, or deletes it if nothing is pending
+    void clear_transaction();  // forgets what is pending; touches no file
+    void commit_transaction(); // moves what is pending into the main table and writes the files
+    // The sum over both tables of the entries less than `hours` old.
     void get_period(std::int32_t hours, statistic_record& out);
     [[nodiscard]] bool has_file_name();
+    // Writes the files for the last time and lets go of them and of the global pointer. A thread that still
+    // holds the pointer does no harm.
+    void close() noexcept;
 
     // The object that the process built first, or null.
     static statistic* current() noexcept;
 
 private:
-    void backup(); // with the lock held
+    void backup() noexcept; // with the lock held
 
     platform::critical_section m_lock;
     std::string m_main_name;

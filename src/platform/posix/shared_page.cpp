@@ -1,6 +1,7 @@
 #include "platform/posix/shared_page.h"
 
 #include "platform/error.h"
+#include "platform/posix/errors.h"
 #include "platform/posix/paths.h"
 
 #include <cerrno>
@@ -12,35 +13,6 @@
 namespace tvr::platform::posix {
 
 namespace {
-
-bool failed(std::uint32_t number) {
-    set_last_error(number);
-    return false;
-}
-
-bool failed_with_errno() {
-    switch (errno) {
-    case ENOENT:
-        return failed(error::file_not_found);
-    case EACCES:
-    case EPERM:
-    case ELOOP:
-    case EISDIR:
-        return failed(error::access_denied);
-    case EMFILE:
-    case ENFILE:
-        return failed(error::too_many_open_files);
-    case ENOSPC:
-    case EDQUOT:
-        return failed(error::disk_full);
-    case ENOMEM:
-        return failed(error::not_enough_memory);
-    case ENAMETOOLONG:
-        return failed(error::name_too_long);
-    default:
-        return failed(error::general_failure);
-    }
-}
 
 struct flock lock_on(short type, off_t first, off_t count) {
     struct flock lock {};
@@ -60,10 +32,9 @@ short type_of(shared_page::lock_kind kind) {
 std::string runtime_file(std::string_view name) {
     std::string path = native_runtime_folder();
     if (path.empty())
-        return path;
-    if (path.back() != '/')
-        path += '/';
-    path += name;
+        set_last_error(error::path_not_found);
+    else
+        path.append("/").append(name);
     return path;
 }
 
@@ -71,13 +42,13 @@ bool shared_page::open(const std::string& path, bool create) {
     close();
     // O_NONBLOCK: a pipe of that name must not block.
     const int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | (create ? O_CREAT : 0);
-    m_file = ::open(path.c_str(), flags, 0600);
-    if (m_file < 0)
-        return failed_with_errno();
+    m_file = descriptor(::open(path.c_str(), flags, 0600));
+    if (!m_file.is_open())
+        return fail_errno();
     struct stat info {};
-    if (fstat(m_file, &info) != 0 || !S_ISREG(info.st_mode)) {
+    if (fstat(m_file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
         close();
-        return failed(error::access_denied);
+        return fail(error::access_denied);
     }
     m_device = info.st_dev;
     m_inode = info.st_ino;
@@ -87,25 +58,29 @@ bool shared_page::open(const std::string& path, bool create) {
 bool shared_page::reserve(std::size_t size) {
     // A hole of a full file system would kill the process at the first write through the mapping.
     const auto length = static_cast<off_t>(size);
-    if (fallocate(m_file, 0, 0, length) == 0)
+    int answer = 0;
+    do
+        answer = fallocate(m_file.get(), 0, 0, length);
+    while (answer != 0 && errno == EINTR);
+    if (answer == 0)
         return true;
     if (errno != EOPNOTSUPP && errno != ENOSYS)
-        return failed_with_errno();
+        return fail_errno();
     struct stat info {};
-    if (fstat(m_file, &info) != 0)
-        return failed_with_errno();
-    return info.st_size >= length || ftruncate(m_file, length) == 0 || failed_with_errno();
+    if (fstat(m_file.get(), &info) != 0)
+        return fail_errno();
+    return info.st_size >= length || ftruncate(m_file.get(), length) == 0 || fail_errno();
 }
 
 bool shared_page::map(std::size_t size) {
     struct stat info {};
-    if (fstat(m_file, &info) != 0)
-        return failed_with_errno();
+    if (fstat(m_file.get(), &info) != 0)
+        return fail_errno();
     if (info.st_size < static_cast<off_t>(size))
-        return failed(error::file_invalid);
-    void* const data = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, m_file, 0);
+        return fail(error::file_invalid);
+    void* const data = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, m_file.get(), 0);
     if (data == MAP_FAILED)
-        return failed_with_errno();
+        return fail_errno();
     m_data = data;
     m_size = size;
     return true;
@@ -115,26 +90,24 @@ void shared_page::close() noexcept {
     // The mapping keeps the kernel's file, and with it the locks, as long as the descriptor does.
     if (m_data != nullptr)
         munmap(m_data, m_size);
-    if (m_file >= 0)
-        ::close(m_file);
     m_data = nullptr;
-    m_file = -1;
+    m_file.close();
 }
 
 bool shared_page::try_lock(lock_kind kind, off_t first, off_t count) const noexcept {
     struct flock lock = lock_on(type_of(kind), first, count);
-    return fcntl(m_file, F_OFD_SETLK, &lock) == 0;
+    return fcntl(m_file.get(), F_OFD_SETLK, &lock) == 0;
 }
 
 void shared_page::unlock(off_t first, off_t count) const noexcept {
     struct flock lock = lock_on(F_UNLCK, first, count);
-    fcntl(m_file, F_OFD_SETLK, &lock);
+    fcntl(m_file.get(), F_OFD_SETLK, &lock);
 }
 
 bool shared_page::locked_by_other(lock_kind kind, off_t byte) const noexcept {
     struct flock lock = lock_on(type_of(kind), byte, 1);
     // Where the kernel can't tell, the byte counts as taken: nothing of another's is reset.
-    return fcntl(m_file, F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
+    return fcntl(m_file.get(), F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
 }
 
 } // namespace tvr::platform::posix

@@ -9,9 +9,12 @@
 #include <string_view>
 #include <sys/types.h>
 
+#include "platform/posix/descriptor.h"
+
 namespace tvr::platform::posix {
 
-// The path of a file in the run-time folder; empty if there is no such folder.
+// The path of a file in the run-time folder; empty, with last_error() set, if there is no
+// such folder.
 std::string runtime_file(std::string_view name);
 
 class shared_page {
@@ -45,7 +48,7 @@ public:
     }
 
 private:
-    int m_file = -1;
+    descriptor m_file;
     void* m_data = nullptr;
     std::size_t m_size = 0;
     dev_t m_device = 0;

@@ -1,6 +1,7 @@
 #include "platform/sync.h"
 
 #include "platform/error.h"
+#include "platform/posix/errors.h"
 #include "platform/posix/futex.h"
 #include "platform/posix/shared_page.h"
 
@@ -152,11 +153,6 @@ constinit std::atomic<std::uint32_t> unnamed_generation{0};
 // Orders a raise in front of its wait between threads of one process that map the table twice.
 constinit std::atomic<std::uint32_t> named_order{0};
 
-bool failed(std::uint32_t number) {
-    set_last_error(number);
-    return false;
-}
-
 } // namespace
 
 // --- events ---
@@ -178,14 +174,14 @@ struct event::state {
             return false;
         const allocation_lock allocation(page);
         if (!allocation.taken())
-            return failed(error::lock_violation);
+            return posix::fail(error::lock_violation);
         if (!page.reserve(sizeof(event_table)) || !page.map(sizeof(event_table)))
             return false;
         if (!prepare_table(page, table()))
-            return failed(error::file_invalid);
+            return posix::fail(error::file_invalid);
         const auto slot = find_or_claim(page, table(), name);
         if (!slot || !page.try_lock(shared_page::lock_kind::shared, slot_byte(*slot)))
-            return failed(error::no_system_resources);
+            return posix::fail(error::no_system_resources);
         named = true;
         bit = std::uint64_t{1} << *slot;
         return true;
@@ -208,7 +204,7 @@ bool event::create(bool manual_reset) {
 bool event::create_named(std::string_view name) {
     close();
     if (name.empty() || name.size() > max_name)
-        return failed(name.empty() ? error::invalid_name : error::name_too_long);
+        return posix::fail(name.empty() ? error::invalid_name : error::name_too_long);
     auto fresh = std::make_shared<state>();
     if (!fresh->open_slot(name))
         return false;
@@ -307,24 +303,28 @@ bool fit_together(held_states states) {
     });
 }
 
+std::uint32_t failed_wait(std::uint32_t number) {
+    set_last_error(number);
+    return wait_failed;
+}
+
 } // namespace
 
 std::uint32_t wait_any(std::span<event* const> events, std::uint32_t milliseconds) {
     // The states stay alive here whatever happens to the events.
     std::array<std::shared_ptr<event::state>, 64> copies;
-    bool usable = !events.empty() && events.size() <= copies.size();
-    if (usable) {
+    if (events.empty() || events.size() > copies.size())
+        return failed_wait(error::invalid_parameter);
+    {
         const std::lock_guard hold(event_guard);
         std::transform(events.begin(), events.end(), copies.begin(),
                        [](const event* e) { return e->m_state; });
     }
-    const held_states states(copies.data(), usable ? events.size() : 0);
-    usable = usable && std::find(states.begin(), states.end(), nullptr) == states.end();
-    if (!usable || !fit_together(states)) {
-        set_last_error(usable || events.empty() || events.size() > copies.size() ? error::invalid_parameter
-                                                                                 : error::invalid_handle);
-        return wait_failed;
-    }
+    const held_states states(copies.data(), events.size());
+    if (std::find(states.begin(), states.end(), nullptr) != states.end())
+        return failed_wait(error::invalid_handle);
+    if (!fit_together(states))
+        return failed_wait(error::invalid_parameter);
 
     const bool named = states[0]->named;
     std::atomic<std::uint32_t>& generation = named ? states[0]->table().generation : unnamed_generation;

@@ -1,0 +1,20 @@
+// Text of any charset in UTF-8.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tvr {
+
+// `bytes` in UTF-8: the bytes themselves where they are that already, otherwise their translation in
+// `room`. `charset` is a name as in a mail, perhaps empty or unknown: such text counts as UTF-8 if it is
+// that, and as windows-1252 if not. Bytes that mean nothing in the charset become U+FFFD.
+std::string_view to_utf8(std::string_view bytes, std::string_view charset, std::string& room);
+
+[[nodiscard]] bool is_ascii(std::string_view bytes) noexcept;
+[[nodiscard]] bool is_utf8(std::string_view bytes) noexcept;
+
+// The code point at `at`, which moves behind it; U+FFFD, and one byte on, where there is none.
+[[nodiscard]] char32_t next_code_point(std::string_view text, std::size_t& at) noexcept;
+
+} // namespace tvr

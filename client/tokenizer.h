@@ -1,0 +1,64 @@
+// Turns one raw message into the tokens by which it is learned and graded.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "client/token_table.h"
+
+namespace tvr {
+
+// What a message is called and when it was written.
+struct mail_facts {
+    std::string msid; // the message ID of a cache record
+    std::uint32_t time =
+        0; // minutes since 1601 by the Date header, or the newest Received; 0 if neither is sane
+};
+
+struct tokenizer_limits {
+    std::size_t word = 19;                   // bytes of a text that is kept as it is; longer ones are hashed
+    std::size_t header_word = 96;            // the same for header words
+    std::size_t mail = std::size_t{4} << 20; // bytes of a message that are looked at
+    std::size_t part_text = std::size_t{512} << 10; // bytes of one part's text
+    std::size_t all_text = std::size_t{1} << 20;    // bytes of all parts' text
+    unsigned depth = 24;                            // of nested parts
+    unsigned parts = 200;
+    unsigned headers = 200;
+    std::uint32_t tokens = 6000; // different ones
+};
+
+// The kinds of its tokens, in front of the text:
+//   "B "  words of the body
+//   "H "  words of a header, with its name: "H subject:free"
+//   "F "  addresses and hosts: "F from:a@b.example", "F link:b.example"
+//   "M "  marks of the structure: "M type:text/html", "M no date"
+//   "U "  words of links behind the host
+// One object belongs to one thread, and is made to be used for many messages.
+class tokenizer {
+public:
+    explicit tokenizer(const tokenizer_limits& limits = {});
+    ~tokenizer();
+    tokenizer(const tokenizer&) = delete;
+    tokenizer& operator=(const tokenizer&) = delete;
+
+    // Takes any bytes, and never fails: what is no mail gives few tokens. An mbox line ("From ...") in
+    // front is passed over.
+    void tokenize(std::string_view raw);
+
+    // Of the last message.
+    [[nodiscard]] const token_table& tokens() const noexcept;
+    [[nodiscard]] const mail_facts& facts() const noexcept;
+
+private:
+    class implementation;
+    std::unique_ptr<implementation> m_it;
+};
+
+// True if the bytes begin like a mail: a header line, perhaps behind an mbox line. Empty, binary and other
+// text doesn't.
+[[nodiscard]] bool looks_like_mail(std::string_view raw) noexcept;
+
+} // namespace tvr

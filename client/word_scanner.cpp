@@ -1,0 +1,206 @@
+#include "client/word_scanner.h"
+
+#include <algorithm>
+#include <cstdint>
+
+#include "client/charset.h"
+#include "common/text.h"
+
+namespace tvr {
+
+namespace {
+
+enum kind : std::uint8_t { separates, wordy, joins, high };
+
+constexpr std::array<kind, 256> make_kinds() {
+    std::array<kind, 256> kinds{};
+    for (unsigned i = 0; i < 256; ++i) {
+        if ((i >= '0' && i <= '9') || (i >= 'a' && i <= 'z') || (i >= 'A' && i <= 'Z') || i == '$')
+            kinds[i] = wordy;
+        else if (i == '\'' || i == '-' || i == '_' || i == '.' || i == ',')
+            kinds[i] = joins;
+        else if (i >= 0x80)
+            kinds[i] = high;
+    }
+    return kinds;
+}
+constexpr std::array<kind, 256> kinds = make_kinds();
+
+constexpr kind kind_of(char c) {
+    return kinds[static_cast<unsigned char>(c)];
+}
+constexpr bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+bool is_invisible(char32_t code) {
+    return code == 0xAD || (code >= 0x200B && code <= 0x200F) || (code >= 0x202A && code <= 0x202E) ||
+           (code >= 0x2060 && code <= 0x2064) || code == 0xFEFF || (code >= 0x300 && code <= 0x36F) ||
+           (code >= 0xFE00 && code <= 0xFE0F);
+}
+
+bool is_separator(char32_t code) {
+    return (code >= 0x80 && code < 0xC0 && code != 0xAA && code != 0xB5 && code != 0xBA) || code == 0xD7 ||
+           code == 0xF7 || (code >= 0x2000 && code < 0x2070) || (code >= 0x20A0 && code < 0x2C00) ||
+           (code >= 0x3000 && code < 0x3005) || (code >= 0x3008 && code < 0x3031) ||
+           (code >= 0xE000 && code < 0xF900) || code >= 0xFFF0;
+}
+
+// Characters of scripts that are written without blanks.
+bool is_wide(char32_t code) {
+    return (code >= 0x3040 && code < 0xA000) || (code >= 0xF900 && code < 0xFB00) ||
+           (code >= 0x20000 && code < 0x32000) || (code >= 0x0E00 && code < 0x0E80);
+}
+
+// Full-width forms of ASCII become the plain ones.
+char32_t fold(char32_t code) {
+    return code >= 0xFF01 && code <= 0xFF5E ? code - 0xFEE0 : code;
+}
+
+} // namespace
+
+std::size_t link_end(std::string_view text, std::size_t at) noexcept {
+    std::size_t end = at;
+    while (end < text.size() && static_cast<unsigned char>(text[end]) > ' ' && text[end] != '"' &&
+           text[end] != '<' && text[end] != '>' && end - at < 2048)
+        ++end;
+    while (end > at && (text[end - 1] == '.' || text[end - 1] == ',' || text[end - 1] == ')'))
+        --end;
+    return end;
+}
+
+void word_scanner::put(char c) noexcept {
+    if (m_length < m_word.size())
+        m_word[m_length] = c;
+    ++m_length;
+}
+
+void word_scanner::put_code(char32_t code) noexcept {
+    if (code < 0x80) {
+        put(static_cast<char>(code));
+        return;
+    }
+    const unsigned more = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+    constexpr std::array<unsigned, 4> lead = {0, 0xC0, 0xE0, 0xF0};
+    put(static_cast<char>(lead[more] | static_cast<unsigned>(code >> (6 * more))));
+    for (unsigned i = more; i-- > 0;)
+        put(static_cast<char>(0x80U | (static_cast<unsigned>(code >> (6 * i)) & 0x3FU)));
+}
+
+void word_scanner::end_word(word_sink& sink) {
+    m_last_wide = 0;
+    if (m_length == 0)
+        return;
+    if (m_length <= longest)
+        sink.word({m_word.data(), m_length});
+    else
+        sink.long_run(m_word[0], m_length);
+    m_length = 0;
+}
+
+void word_scanner::wide_character(char32_t code, word_sink& sink) {
+    const char32_t last = m_last_wide;
+    if (last == 0)
+        end_word(sink);
+    if (last != 0) {
+        put_code(last);
+        put_code(code);
+        end_word(sink);
+    }
+    m_last_wide = code;
+}
+
+bool word_scanner::high_character(std::string_view text, std::size_t& at, word_sink& sink) {
+    const char32_t code = next_code_point(text, at);
+    if (is_invisible(code))
+        return true;
+    if (is_separator(code))
+        return false;
+    if (is_wide(code)) {
+        wide_character(code, sink);
+        return true;
+    }
+    const char32_t folded = fold(code);
+    if (folded < 0x80 && kind_of(static_cast<char>(folded)) != wordy)
+        return false;
+    if (m_last_wide != 0)
+        end_word(sink);
+    put_code(folded);
+    return true;
+}
+
+void word_scanner::scan(std::string_view text, word_sink& sink) {
+    m_length = 0;
+    m_last_wide = 0;
+    std::size_t start = 0; // of the word at hand in the text
+    for (std::size_t at = 0; at < text.size();) {
+        const char c = text[at];
+        const kind what = kind_of(c);
+        if (what == wordy) {
+            if (m_last_wide != 0)
+                end_word(sink);
+            if (m_length == 0)
+                start = at;
+            put(c);
+            ++at;
+            continue;
+        }
+        if (what == high) {
+            if (m_length == 0)
+                start = at;
+            if (high_character(text, at, sink))
+                continue;
+            end_word(sink);
+            continue;
+        }
+        if (m_length == 0) {
+            m_last_wide = 0;
+            ++at;
+            continue;
+        }
+        const char next = at + 1 < text.size() ? text[at + 1] : ' ';
+        if (what == joins) {
+            const kind behind = kind_of(next);
+            const bool number_sign = c == '.' || c == ',';
+            const bool within =
+                number_sign ? is_digit(text[at - 1]) && is_digit(next) : behind == wordy || behind == high;
+            if (within) {
+                put(c);
+                ++at;
+                continue;
+            }
+            if (c == '.' && m_length == 3 && equals_ignoring_case({m_word.data(), 3}, "www") &&
+                behind == wordy) {
+                m_length = 0;
+                at = link_end(text, start);
+                sink.link(text.substr(start, at - start));
+                at = std::max(at, start + 4);
+                continue;
+            }
+        } else if (c == '!') {
+            put('!');
+        } else if (c == '@' && kind_of(next) == wordy) {
+            std::size_t end = at + 1;
+            while (end < text.size() && end - at < 256 &&
+                   (kind_of(text[end]) == wordy || text[end] == '-' || text[end] == '.'))
+                ++end;
+            sink.mail_address(text.substr(start, end - start));
+            m_length = 0;
+            at = end;
+            continue;
+        } else if (c == ':' && next == '/' && text.substr(at).starts_with("://") && m_length <= 5) {
+            const std::string_view scheme(m_word.data(), m_length);
+            if (equals_ignoring_case(scheme, "http") || equals_ignoring_case(scheme, "https") ||
+                equals_ignoring_case(scheme, "ftp")) {
+                m_length = 0;
+                at = std::max(link_end(text, start), at + 3);
+                sink.link(text.substr(start, at - start));
+                continue;
+            }
+        }
+        end_word(sink);
+        ++at;
+    }
+    end_word(sink);
+}
+
+} // namespace tvr

@@ -1,0 +1,47 @@
+#include "common/files.h"
+
+#include <array>
+
+#include "common/file_stream.h"
+#include "platform/error.h"
+#include "platform/file.h"
+
+namespace tvr {
+
+std::uint32_t file_size(std::string_view path) {
+    platform::file probe;
+    if (path.empty() || !probe.open(path, platform::access::none, platform::share::read,
+                                    platform::creation::open_existing))
+        return no_file_size;
+    const auto size = probe.size();
+    return size ? static_cast<std::uint32_t>(*size) : no_file_size;
+}
+
+bool read_short_string(file_stream& file, std::string& text) {
+    std::uint8_t length = 0;
+    if (!file.read_exact(&length, 1))
+        return false;
+    std::array<char, 256> bytes;
+    std::size_t got = 0;
+    const bool whole = file.read(bytes.data(), length, got) && got == length;
+    text.assign(bytes.data(), got);
+    return whole;
+}
+
+bool write_short_string(file_stream& file, std::string_view text) {
+    const auto length = static_cast<std::uint8_t>(text.size());
+    return file.write(&length, 1) && file.write(text.data(), text.size());
+}
+
+bool link_or_copy(std::string_view source, std::string_view target, bool fail_if_exists) {
+    if (platform::create_hard_link(target, source))
+        return true;
+    if (platform::last_error() == platform::error::already_exists && !fail_if_exists) {
+        platform::delete_file(target);
+        if (platform::create_hard_link(target, source))
+            return true;
+    }
+    return platform::copy_file(source, target, fail_if_exists);
+}
+
+} // namespace tvr

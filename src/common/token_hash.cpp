@@ -1,0 +1,48 @@
+#include "common/token_hash.h"
+
+#include <bit>
+
+#include "common/bytes.h"
+
+namespace tvr {
+
+namespace {
+
+std::uint32_t extended(char byte) noexcept {
+    return static_cast<std::uint32_t>(static_cast<signed char>(byte));
+}
+
+} // namespace
+
+std::uint32_t order_hash(std::string_view text) noexcept {
+    std::uint32_t h = 0;
+    if (text.empty())
+        return h;
+    for (const char byte : text.substr(0, text.size() - 1)) {
+        h = h * 16 + extended(byte);
+        const std::uint32_t g = h & 0xF0000000;
+        h ^= g >> 24;
+        h &= ~g;
+    }
+    return h;
+}
+
+std::uint32_t probe_hash(std::string_view key) noexcept {
+    std::uint32_t h = 0x521365FF;
+    const char* at = key.data();
+    std::size_t left = key.size();
+    for (; left > 4; --left, ++at)
+        h = std::rotl(h, 5) ^ load_u32(at);
+    for (; left > 0; --left, ++at)
+        h = std::rotl(h, 5) ^ extended(*at);
+    return h;
+}
+
+std::uint32_t step_hash(std::string_view key) noexcept {
+    std::uint32_t h = 0xAC645289;
+    for (const char byte : key)
+        h = std::rotl(h, 9) ^ extended(byte);
+    return h;
+}
+
+} // namespace tvr

@@ -1,0 +1,111 @@
+#include "platform/error.h"
+#include "platform/change_hook.h"
+
+#include <atomic>
+#include <cerrno>
+#include <sys/stat.h>
+
+#include "platform/posix/errors.h"
+#include "platform/posix/paths.h"
+
+namespace tvr::platform {
+
+namespace {
+
+thread_local std::uint32_t last = error::none;
+std::atomic<change_hook> hook = nullptr;
+
+} // namespace
+
+std::uint32_t last_error() noexcept {
+    return last;
+}
+
+void set_last_error(std::uint32_t number) noexcept {
+    last = number;
+}
+
+void set_change_hook(change_hook wanted) noexcept {
+    hook.store(wanted, std::memory_order_release);
+}
+
+namespace posix {
+
+std::uint32_t number_of(int errno_value) noexcept {
+    switch (errno_value) {
+    case 0:
+        return error::none;
+    case ENOENT:
+        return error::file_not_found;
+    case ENOTDIR:
+        return error::path_not_found;
+    case EMFILE:
+    case ENFILE:
+        return error::too_many_open_files;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case EISDIR:
+    case ELOOP:
+    case ENXIO:
+    case ETXTBSY:
+        return error::access_denied;
+    case EBADF:
+        return error::invalid_handle;
+    case ENOMEM:
+        return error::not_enough_memory;
+    case EIO:
+        return error::general_failure;
+    case EBUSY:
+        return error::sharing_violation;
+    case EAGAIN:
+        return error::lock_violation;
+    case ENOSYS:
+    case EOPNOTSUPP:
+        return error::not_supported;
+    case EEXIST:
+        return error::already_exists;
+    case EINVAL:
+    case ESRCH:
+        return error::invalid_parameter;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+        return error::disk_full;
+    case ENOTEMPTY:
+        return error::directory_not_empty;
+    case ENAMETOOLONG:
+        return error::name_too_long;
+    case ENOLCK:
+        return error::no_system_resources;
+    default:
+        return error::general_failure;
+    }
+}
+
+bool fail(std::uint32_t number) noexcept {
+    last = number;
+    return false;
+}
+
+bool fail_errno() noexcept {
+    return fail(number_of(errno));
+}
+
+bool fail_path(const std::string& native) noexcept {
+    if (errno != ENOENT)
+        return fail_errno();
+    struct stat info {};
+    const bool has_folder = !native.empty() && stat(parent_folder(native).c_str(), &info) == 0;
+    return fail(has_folder ? error::file_not_found : error::path_not_found);
+}
+
+bool may_change(change what, std::string_view path) noexcept {
+    const change_hook ask = hook.load(std::memory_order_acquire);
+    const std::uint32_t refused = ask != nullptr ? ask(what, path) : error::none;
+    return refused == error::none || fail(refused);
+}
+
+} // namespace posix
+
+} // namespace tvr::platform

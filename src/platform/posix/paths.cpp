@@ -1,0 +1,213 @@
+#include "platform/posix/paths.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <optional>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace tvr::platform::posix {
+
+namespace {
+
+constexpr mode_t private_folder = 0700;
+constexpr mode_t permission_bits = 0777;
+constexpr mode_t others_may_write = 0022;
+constexpr std::string_view drive_prefix = "/drive_";
+
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool is_letter(char c) {
+    return lower(c) >= 'a' && lower(c) <= 'z';
+}
+
+void drop_trailing_slashes(std::string& path) {
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+}
+
+// The value of a variable that names an absolute folder; other values don't count.
+std::optional<std::string> folder_variable(const char* name) {
+    const char* value = std::getenv(name);
+    if (value == nullptr || *value != '/')
+        return std::nullopt;
+    std::string path = value;
+    drop_trailing_slashes(path);
+    return path;
+}
+
+std::string working_folder() {
+    char buffer[PATH_MAX];
+    return getcwd(buffer, sizeof buffer) != nullptr ? buffer : ".";
+}
+
+std::optional<std::string> moved_root() {
+    const char* value = std::getenv("TESSIVAR_ROOT");
+    if (value == nullptr || *value == '\0')
+        return std::nullopt;
+    std::string path = *value == '/' ? value : working_folder() + "/" + value;
+    drop_trailing_slashes(path);
+    return path;
+}
+
+std::string home_folder() {
+    if (auto home = folder_variable("HOME"))
+        return *home;
+    std::vector<char> buffer(16384);
+    passwd entry{};
+    passwd* found = nullptr;
+    if (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr &&
+        found->pw_dir != nullptr && *found->pw_dir == '/')
+        return found->pw_dir;
+    return {};
+}
+
+std::string below_home(std::string_view name) {
+    std::string path = home_folder();
+    return path.empty() ? path : path.append(name);
+}
+
+std::string data_root() {
+    auto root = moved_root();
+    return root ? *root : below_home("/.local/share/tessivar");
+}
+
+bool is_ours(const std::string& path, mode_t forbidden) {
+    struct stat info {};
+    return lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == geteuid() &&
+           (info.st_mode & forbidden) == 0;
+}
+
+std::string made(std::string path) {
+    return !path.empty() && make_folders(path) ? path : std::string();
+}
+
+std::string made_private(std::string path) {
+    path = made(std::move(path));
+    return !path.empty() && is_ours(path, others_may_write) ? path : std::string();
+}
+
+// One translation after the other asks for the same drive: it is made once.
+void need_drive(const std::string& folder) {
+    thread_local std::string last;
+    if (last != folder && make_folders(folder))
+        last = folder;
+}
+
+std::string drive_folder(char letter) {
+    std::string folder = data_root();
+    folder += drive_prefix;
+    folder += lower(letter);
+    return folder;
+}
+
+bool has_drive(std::string_view path) {
+    return path.size() >= 2 && path[1] == ':' && is_letter(path[0]);
+}
+
+} // namespace
+
+std::string native_path(std::string_view path) {
+    if (path.empty() || path.find('\0') != std::string_view::npos)
+        return {};
+    std::string native;
+    if (has_drive(path)) {
+        native = drive_folder(path[0]);
+        need_drive(native);
+        path.remove_prefix(2);
+        if (!path.empty() && path[0] != '\\' && path[0] != '/')
+            native += '/';
+    }
+    const std::size_t start = native.size();
+    native += path;
+    for (std::size_t at = start; at < native.size(); ++at)
+        if (native[at] == '\\')
+            native[at] = '/';
+    return native;
+}
+
+std::string engine_path(std::string_view native) {
+    std::string path;
+    const std::string drives = data_root().append(drive_prefix);
+    const std::size_t letter = drives.size();
+    if (native.starts_with(drives) && native.size() > letter && is_letter(native[letter]) &&
+        (native.size() == letter + 1 || native[letter + 1] == '/')) {
+        path = {native[letter], ':'};
+        native.remove_prefix(letter + 1);
+    }
+    path += native;
+    for (char& c : path)
+        if (c == '/')
+            c = '\\';
+    return path;
+}
+
+std::string parent_folder(std::string_view native) {
+    while (native.size() > 1 && native.back() == '/')
+        native.remove_suffix(1);
+    const std::size_t slash = native.rfind('/');
+    if (slash == std::string_view::npos)
+        return ".";
+    return std::string(native.substr(0, slash == 0 ? 1 : slash));
+}
+
+bool make_folders(const std::string& native) {
+    struct stat info {};
+    if (stat(native.c_str(), &info) == 0)
+        return S_ISDIR(info.st_mode);
+    for (std::size_t cut = native.find('/', 1); cut != std::string::npos; cut = native.find('/', cut + 1))
+        mkdir(native.substr(0, cut).c_str(), private_folder);
+    return mkdir(native.c_str(), private_folder) == 0 ||
+           (errno == EEXIST && stat(native.c_str(), &info) == 0 && S_ISDIR(info.st_mode));
+}
+
+std::string native_runtime_folder() {
+    if (const auto root = moved_root())
+        return made_private(*root + "/run");
+    const auto system = folder_variable("XDG_RUNTIME_DIR");
+    if (system && is_ours(*system, permission_bits & ~private_folder))
+        return made_private(*system + "/tessivar");
+    return made_private(below_home("/.cache/tessivar/run"));
+}
+
+std::string native_temp_folder() {
+    const auto root = moved_root();
+    return made_private(root ? *root + "/tmp" : below_home("/.cache/tessivar/tmp"));
+}
+
+std::string native_appdata_folder() {
+    if (const auto root = moved_root())
+        return made(*root + "/appdata");
+    const auto data = folder_variable("XDG_DATA_HOME");
+    return made(data ? *data : below_home("/.local/share"));
+}
+
+std::string native_common_folder() {
+    if (const auto root = moved_root())
+        return made(*root + "/common");
+    return made(geteuid() == 0 ? "/var/lib/tessivar" : below_home("/.local/share/tessivar/common"));
+}
+
+std::string native_user_store() {
+    const auto root = moved_root();
+    return root ? *root + "/user" : below_home("/.config/tessivar/user");
+}
+
+std::string native_machine_store() {
+    if (const auto root = moved_root())
+        return *root + "/machine";
+    return geteuid() == 0 ? "/etc/tessivar/machine" : below_home("/.config/tessivar/machine");
+}
+
+std::string native_machine_store_behind() {
+    if (moved_root())
+        return {};
+    return geteuid() == 0 ? below_home("/.config/tessivar/machine") : "/etc/tessivar/machine";
+}
+
+} // namespace tvr::platform::posix

@@ -1,0 +1,31 @@
+// Where things lie on this backend, and the translation of path texts.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tvr::platform::posix {
+
+// "\a\b" gives "/a/b", "c:\x" gives "<root>/drive_c/x" (the drive's folder is made on demand). Empty for a
+// text that can be no path: an empty one, or one with a zero byte.
+std::string native_path(std::string_view path);
+// The reverse of native_path.
+std::string engine_path(std::string_view native);
+// The folder that holds the last component: "." for a plain name.
+std::string parent_folder(std::string_view native);
+
+// The folders of everything, as native paths without a trailing slash. TESSIVAR_ROOT moves them all below
+// itself. Each is made on demand with mode 0700; empty if it can't be made or isn't safe to use.
+std::string native_runtime_folder(); // owned by this user, closed to all others
+std::string native_temp_folder();    // likewise
+std::string native_appdata_folder();
+std::string native_common_folder();
+// Not made: the store makes them when it is written.
+std::string native_user_store();
+std::string native_machine_store();        // the one to be written
+std::string native_machine_store_behind(); // read where the other has no answer; may be empty
+
+// Makes a folder and its missing parents with mode 0700. True if it is there afterwards.
+bool make_folders(const std::string& native);
+
+} // namespace tvr::platform::posix

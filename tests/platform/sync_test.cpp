@@ -1,0 +1,584 @@
+#include "platform/sync.h"
+
+#include <array>
+#include <atomic>
+#include <barrier>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/mapping.h"
+#include "tests/support/child_process.h"
+#include "tests/support/test_root.h"
+
+namespace tvr {
+
+namespace {
+
+using platform::event;
+using platform::infinite;
+using platform::wait_any;
+using platform::wait_failed;
+using platform::wait_timeout;
+
+// Only reached by a fault: a lost wake-up fails the test instead of hanging it.
+constexpr std::uint32_t patience = 5'000;
+
+// --- one process ---
+
+enum class kind { unnamed, named };
+
+class auto_reset_events : public testing::TestWithParam<kind> {
+protected:
+    void SetUp() override {
+        for (std::size_t i = 0; i < events.size(); ++i) {
+            ASSERT_TRUE(GetParam() == kind::named ? events[i].create_named("event " + std::to_string(i))
+                                                  : events[i].create(false));
+            all[i] = &events[i];
+        }
+    }
+
+    test_root root;
+    std::array<event, 4> events;
+    std::array<event*, 4> all{};
+};
+
+TEST_P(auto_reset_events, come_lowest_first_and_once) {
+    struct {
+        std::vector<std::uint32_t> raised;
+        std::vector<std::uint32_t> taken;
+    } const table[] = {
+        {{}, {}},         {{3}, {3}},          {{1, 0}, {0, 1}}, {{3, 1, 2, 0}, {0, 1, 2, 3}},
+        {{2, 2, 2}, {2}}, {{0, 3, 0}, {0, 3}},
+    };
+    for (const auto& row : table) {
+        for (const std::uint32_t number : row.raised)
+            events[number].set();
+        for (const std::uint32_t number : row.taken)
+            EXPECT_EQ(wait_any(all, infinite), number);
+        EXPECT_EQ(wait_any(all, 0), wait_timeout);
+    }
+}
+
+TEST_P(auto_reset_events, leave_the_others_alone) {
+    events[0].set();
+    events[1].set();
+    events[2].set();
+    events[0].reset();
+    EXPECT_TRUE(events[2].wait(0));
+    EXPECT_FALSE(events[2].wait(0));
+    EXPECT_EQ(wait_any(all, infinite), 1U);
+    EXPECT_EQ(wait_any(all, 1), wait_timeout);
+}
+
+TEST_P(auto_reset_events, wake_one_sleeper_for_one_raise) {
+    std::array<platform::thread, 2> sleepers;
+    std::atomic<int> woken = 0;
+    for (auto& sleeper : sleepers)
+        ASSERT_TRUE(sleeper.start([&] {
+            const std::array<event*, 2> both = {&events[2], &events[3]};
+            if (wait_any(both, patience) == 1)
+                ++woken;
+            events[0].set();
+            return 0U;
+        }));
+    events[3].set();
+    EXPECT_TRUE(events[0].wait(patience));
+    EXPECT_EQ(woken, 1);
+    EXPECT_FALSE(events[3].wait(0));
+    events[3].set();
+    for (auto& sleeper : sleepers)
+        sleeper.join();
+    EXPECT_EQ(woken, 2);
+}
+
+// A raise may fall between the sleeper's last look and its sleep.
+TEST_P(auto_reset_events, wake_a_thread_that_is_about_to_sleep) {
+    constexpr int rounds = 20'000;
+    std::atomic<bool> lost = false;
+    platform::thread sleeper;
+    ASSERT_TRUE(sleeper.start([&] {
+        for (int i = 0; i < rounds && !lost; ++i) {
+            lost = !events[0].wait(patience);
+            events[1].set();
+        }
+        return 0U;
+    }));
+    std::minstd_rand random(1);
+    for (int i = 0; i < rounds && !lost; ++i) {
+        for (auto pause = random() % 300; pause > 0; --pause)
+            std::atomic_signal_fence(std::memory_order_seq_cst);
+        events[0].set();
+        while (!events[1].wait(0))
+            continue;
+    }
+    sleeper.join();
+    EXPECT_FALSE(lost);
+}
+
+TEST_P(auto_reset_events, may_be_closed_under_a_waiting_thread) {
+    platform::thread sleeper;
+    std::atomic<std::uint32_t> answer = 0;
+    ASSERT_TRUE(sleeper.start([&] {
+        const std::array<event*, 3> own = {&events[0], &events[1], &events[2]};
+        events[3].set();
+        do
+            answer = wait_any(own, patience);
+        while (answer == 0);
+        return 0U;
+    }));
+    ASSERT_TRUE(events[3].wait(patience));
+    events[0].set();
+    events[2].close();
+    events[1].set();
+    sleeper.join();
+    // The sleeper may have come back for the second wait after the close.
+    EXPECT_TRUE(answer == 1 || answer == wait_failed) << answer;
+}
+
+INSTANTIATE_TEST_SUITE_P(both, auto_reset_events, testing::Values(kind::unnamed, kind::named),
+                         [](const auto& row) { return row.param == kind::named ? "named" : "unnamed"; });
+
+TEST(event_test, manual_reset_stays_until_reset) {
+    event manual;
+    event automatic;
+    ASSERT_TRUE(manual.create(true));
+    ASSERT_TRUE(automatic.create(false));
+    const std::array<event*, 2> both = {&manual, &automatic};
+    automatic.set();
+    manual.set();
+    EXPECT_EQ(wait_any(both, 0), 0U);
+    EXPECT_EQ(wait_any(both, 0), 0U);
+    manual.reset();
+    EXPECT_EQ(wait_any(both, 0), 1U);
+    EXPECT_EQ(wait_any(both, 0), wait_timeout);
+}
+
+TEST(event_test, refuses_what_it_cannot_wait_for) {
+    const test_root root;
+    event closed;
+    event unnamed;
+    event named;
+    ASSERT_TRUE(unnamed.create(true));
+    ASSERT_TRUE(named.create_named("name"));
+    unnamed.set();
+    struct {
+        std::vector<event*> events;
+        std::uint32_t error;
+    } const table[] = {
+        {{}, platform::error::invalid_parameter},
+        {{&unnamed, &named}, platform::error::invalid_parameter},
+        {{&named, &unnamed}, platform::error::invalid_parameter},
+        {{&unnamed, &closed}, platform::error::invalid_handle},
+        {std::vector<event*>(65, &unnamed), platform::error::invalid_parameter},
+    };
+    for (const auto& row : table) {
+        EXPECT_EQ(wait_any(row.events, 0), wait_failed);
+        EXPECT_EQ(platform::last_error(), row.error);
+    }
+    closed.set();
+    closed.reset();
+    EXPECT_FALSE(closed.wait(0));
+}
+
+TEST(thread_test, runs_until_its_body_returns) {
+    event go;
+    ASSERT_TRUE(go.create(false));
+    platform::thread worker;
+    EXPECT_FALSE(worker.started() || worker.running());
+    worker.join();
+    for (int turn = 0; turn < 2; ++turn) {
+        std::uint32_t id = 0;
+        ASSERT_TRUE(worker.start([&] {
+            id = platform::current_thread_id();
+            go.wait(patience);
+            return 0U;
+        }));
+        EXPECT_TRUE(worker.running());
+        go.set();
+        worker.join();
+        EXPECT_TRUE(worker.started() && !worker.running());
+        EXPECT_NE(id, platform::current_thread_id());
+    }
+}
+
+// --- named events ---
+
+TEST(named_event_test, are_reset_when_the_last_holder_is_gone) {
+    const test_root root;
+    event first;
+    event second;
+    ASSERT_TRUE(first.create_named("shared"));
+    first.set();
+    ASSERT_TRUE(second.create_named("shared"));
+    first.close();
+    EXPECT_TRUE(second.wait(0));
+    second.set();
+    second.close();
+    ASSERT_TRUE(first.create_named("shared"));
+    EXPECT_FALSE(first.wait(0));
+}
+
+TEST(named_event_test, are_apart_in_different_roots) {
+    event inner;
+    event outer;
+    const test_root root;
+    ASSERT_TRUE(outer.create_named("shared"));
+    {
+        const test_root other;
+        ASSERT_TRUE(inner.create_named("shared"));
+    }
+    outer.set();
+    EXPECT_FALSE(inner.wait(0));
+    EXPECT_TRUE(outer.wait(0));
+}
+
+TEST(named_event_test, names_and_numbers_have_limits) {
+    const test_root root;
+    event probe;
+    const std::string longest(100, 'n');
+    EXPECT_FALSE(probe.create_named(""));
+    EXPECT_FALSE(probe.create_named(longest + "n"));
+    EXPECT_FALSE(probe.is_open());
+    EXPECT_TRUE(probe.create_named(longest));
+
+    std::deque<event> many;
+    for (int i = 0; i < 63; ++i)
+        ASSERT_TRUE(many.emplace_back().create_named(std::to_string(i)));
+    event extra;
+    EXPECT_FALSE(extra.create_named("one too many"));
+    EXPECT_TRUE(extra.create_named("62"));
+    many.pop_front();
+    EXPECT_TRUE(probe.create_named("in the freed place"));
+}
+
+TEST(named_event_test, opened_at_once_by_several_are_one) {
+    const test_root root;
+    std::barrier<> together(2);
+    std::atomic<int> faults = 0;
+    const auto open_and_compare = [&](bool first) {
+        for (int i = 0; i < 300; ++i) {
+            event own;
+            event shared;
+            together.arrive_and_wait();
+            const bool opened =
+                own.create_named(first ? "first" : "second") && shared.create_named(std::to_string(i));
+            together.arrive_and_wait();
+            if (first)
+                shared.set();
+            together.arrive_and_wait();
+            if (!opened || own.wait(0) || (!first && !shared.wait(0)))
+                ++faults;
+        }
+    };
+    platform::thread other;
+    ASSERT_TRUE(other.start([&] {
+        open_and_compare(false);
+        return 0U;
+    }));
+    open_and_compare(true);
+    other.join();
+    EXPECT_EQ(faults, 0);
+}
+
+std::vector<std::filesystem::path> files_below(const test_root& root) {
+    std::vector<std::filesystem::path> found;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root.path()))
+        if (entry.is_regular_file())
+            found.push_back(entry.path());
+    return found;
+}
+
+void put(const std::filesystem::path& path, std::size_t from, std::size_t size, char byte) {
+    std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+    file.seekp(static_cast<std::streamoff>(from));
+    file << std::string(size, byte);
+}
+
+TEST(named_event_test, survive_a_damaged_file) {
+    const test_root root;
+    event probe;
+    ASSERT_TRUE(probe.create_named("name"));
+    probe.close();
+    for (const std::uintmax_t size : {0, 1, 15, 4095, 100'000})
+        for (const std::size_t from : {0U, 4U, 16U})
+            for (const char byte : {'\0', '\1', '\xff'}) {
+                for (const auto& file : files_below(root)) {
+                    put(file, from, 20'000, byte);
+                    std::filesystem::resize_file(file, size);
+                }
+                event twin;
+                ASSERT_TRUE(probe.create_named("name")) << size << ' ' << from;
+                EXPECT_FALSE(probe.wait(0));
+                ASSERT_TRUE(twin.create_named("name"));
+                probe.set();
+                EXPECT_TRUE(twin.wait(patience));
+                probe.close();
+            }
+}
+
+TEST(named_event_test, damage_under_a_holder_ends_with_it) {
+    const test_root root;
+    event holder;
+    event probe;
+    ASSERT_TRUE(holder.create_named("name"));
+    const auto files = files_below(root);
+    for (const auto& file : files)
+        put(file, 0, 4, '\xff');
+    EXPECT_EQ(probe.create_named("name"), files.empty());
+    holder.set();
+    EXPECT_TRUE(holder.wait(patience));
+    holder.close();
+    EXPECT_TRUE(probe.create_named("name"));
+}
+
+TEST(named_event_test, do_not_follow_a_link) {
+    const test_root root;
+    event probe;
+    ASSERT_TRUE(probe.create_named("name"));
+    probe.close();
+    const auto target = root.path() / "target";
+    for (const auto& file : files_below(root)) {
+        std::filesystem::rename(file, target);
+        std::filesystem::create_symlink(target, file);
+        EXPECT_FALSE(probe.create_named("name"));
+    }
+}
+
+// --- named events between processes ---
+
+// Opens the event of its name, and acknowledges.
+bool open_event(event& target, std::string_view name) {
+    event ready;
+    if (!target.create_named(name) || !ready.create_named("ready"))
+        return false;
+    ready.set();
+    return true;
+}
+
+const child_role taker("taker", [](std::string_view name) {
+    event taken;
+    return open_event(taken, name) && taken.wait(patience) ? 7 : 1;
+});
+
+const child_role raiser("raiser", [](std::string_view name) {
+    event raised;
+    if (!open_event(raised, name))
+        return 1;
+    raised.set();
+    event done;
+    return done.create_named("never") && done.wait(infinite) ? 1 : 2;
+});
+
+TEST(named_event_test, wake_another_process) {
+    const test_root root;
+    event ready;
+    event shared;
+    ASSERT_TRUE(ready.create_named("ready"));
+    ASSERT_TRUE(shared.create_named("shared"));
+    child_process child("taker", "shared");
+    EXPECT_TRUE(ready.wait(patience));
+    shared.set();
+    EXPECT_EQ(child.join(), 7);
+    EXPECT_FALSE(shared.wait(0));
+}
+
+TEST(named_event_test, a_killed_holder_holds_nothing) {
+    const test_root root;
+    event ready;
+    event shared;
+    ASSERT_TRUE(ready.create_named("ready"));
+    ASSERT_TRUE(shared.create_named("shared"));
+    child_process child("raiser", "shared");
+    EXPECT_TRUE(shared.wait(patience));
+    shared.set();
+    shared.close();
+    ASSERT_TRUE(shared.create_named("shared"));
+    EXPECT_TRUE(shared.wait(0)) << "the child has kept it";
+    shared.set();
+    shared.close();
+    EXPECT_EQ(child.kill(), child_process::killed);
+    ASSERT_TRUE(shared.create_named("shared"));
+    EXPECT_FALSE(shared.wait(0)) << "nobody has kept it";
+}
+
+// --- the race ---
+
+constexpr std::size_t event_count = 8; // the lower half is held throughout, the upper half comes and goes
+constexpr std::size_t held_count = 4;
+constexpr int racer_count = 8;
+constexpr std::uint32_t raises_wanted = 100'000;
+constexpr std::uint32_t phases = 50;
+constexpr int kills_in_a_phase = 4;
+
+using counter = std::atomic<std::uint32_t>;
+
+// What the participants have done, in a file that they share. A raise is counted before it happens and a
+// take after it, so that a death between the two can only hide a take.
+class tally {
+public:
+    struct counts {
+        std::array<counter, event_count> raises;
+        std::array<counter, event_count> takes;
+        counter all_raises;
+        // Of the token, which the racers pass around: who takes it is alone until he raises it again.
+        counter inside, entries, collisions;
+    };
+
+    bool open() {
+        const char* const root = std::getenv("TESSIVAR_ROOT");
+        std::string path = root != nullptr ? root : "";
+        for (char& c : path)
+            if (c == '/')
+                c = '\\';
+        return m_file.open(path + "\\tally", platform::access::read_write, platform::share::read_write,
+                           platform::creation::open_always) &&
+               m_mapping.create(m_file, true, sizeof(counts)) && m_mapping.map_view();
+    }
+    counts* operator->() const { return reinterpret_cast<counts*>(m_mapping.data()); }
+
+    void raise(event& target, std::size_t number) const {
+        ++(*this)->raises[number];
+        target.set();
+        ++(*this)->all_raises;
+    }
+
+    void pass(event& token) const {
+        if (!token.wait(0))
+            return;
+        ++(*this)->entries;
+        if (++(*this)->inside != 1)
+            ++(*this)->collisions;
+        platform::sleep_for(0);
+        --(*this)->inside;
+        token.set();
+    }
+
+private:
+    platform::file m_file;
+    platform::mapping m_mapping;
+};
+
+std::string race_name(std::size_t number) {
+    return "race " + std::to_string(number);
+}
+
+const child_role racer("racer", [](std::string_view seed) {
+    tally done;
+    std::array<event, held_count> held;
+    std::array<event*, held_count> all{};
+    event token;
+    bool ready = done.open() && token.create_named("token");
+    for (std::size_t i = 0; i < held_count; ++i) {
+        ready = ready && held[i].create_named(race_name(i));
+        all[i] = &held[i];
+    }
+    std::minstd_rand random(static_cast<unsigned>(std::stoul(std::string(seed))));
+    while (ready) {
+        done.pass(token);
+        const std::size_t number = random() % event_count;
+        if (number >= held_count) {
+            event passing;
+            ready = passing.create_named(race_name(number));
+            done.raise(passing, number);
+            if (random() % 2 != 0 && passing.wait(0))
+                ++done->takes[number];
+            continue;
+        }
+        for (auto turns = random() % 16; turns > 0; --turns)
+            done.raise(held[(number + turns) % held_count], (number + turns) % held_count);
+        const std::size_t from = random() % held_count;
+        const std::uint32_t taken = wait_any(std::span(all).subspan(from, 1 + random() % (held_count - from)),
+                                             static_cast<std::uint32_t>(random() % 3));
+        if (taken < held_count)
+            ++done->takes[from + taken];
+    }
+    std::cerr << "a racer can't open: " << platform::last_error() << std::endl;
+    return 1;
+});
+
+// Answers each "ping" with a "pong" while every racer is dead.
+const child_role answerer("answerer", [](std::string_view) {
+    event ping;
+    event pong;
+    if (!pong.create_named("pong") || !ping.create_named("ping"))
+        return 1;
+    for (;;) {
+        if (!ping.wait(patience))
+            return 2;
+        pong.set();
+    }
+});
+
+TEST(named_event_test, a_race_with_deaths_loses_nothing_and_takes_nothing_twice) {
+    const test_root root;
+    tally done;
+    ASSERT_TRUE(done.open());
+    std::array<event, held_count> held;
+    std::array<event*, held_count> all{};
+    for (std::size_t i = 0; i < held_count; ++i) {
+        ASSERT_TRUE(held[i].create_named(race_name(i)));
+        all[i] = &held[i];
+    }
+    event token;
+    event ping;
+    event pong;
+    ASSERT_TRUE(token.create_named("token"));
+    ASSERT_TRUE(ping.create_named("ping"));
+    ASSERT_TRUE(pong.create_named("pong"));
+    child_process living("answerer");
+
+    std::minstd_rand random(1);
+    const auto start = [&] { return child_process("racer", std::to_string(random())); };
+    for (std::uint32_t phase = 1; phase <= phases; ++phase) {
+        // The one who had it may have been killed.
+        token.reset();
+        done->inside = 0;
+        token.set();
+        std::vector<child_process> racers;
+        for (int i = 0; i < racer_count; ++i)
+            racers.push_back(start());
+        const std::uint32_t from = done->all_raises;
+        const std::uint32_t goal = phase * (raises_wanted / phases);
+        for (int kill = 1; kill <= kills_in_a_phase; ++kill) {
+            const std::uint32_t mark = from + (goal - std::min(from, goal)) / kills_in_a_phase * kill;
+            while (done->all_raises < mark)
+                platform::sleep_for(0);
+            child_process& victim = racers[random() % racers.size()];
+            EXPECT_EQ(victim.kill(), child_process::killed);
+            victim = start();
+        }
+        while (done->all_raises < goal)
+            platform::sleep_for(0);
+        for (auto& one : racers)
+            EXPECT_EQ(one.kill(), child_process::killed);
+
+        for (int round = 0; round < 20; ++round) {
+            ping.set();
+            ASSERT_TRUE(pong.wait(patience)) << "lost after phase " << phase;
+        }
+    }
+    for (std::uint32_t taken = 0; (taken = wait_any(all, 0)) != wait_timeout;) {
+        ASSERT_LT(taken, held_count);
+        ++done->takes[taken];
+    }
+    for (std::size_t i = 0; i < event_count; ++i) {
+        EXPECT_LE(done->takes[i], done->raises[i]) << i;
+        EXPECT_GT(done->takes[i], 0U) << i;
+    }
+    EXPECT_EQ(done->collisions, 0U);
+    EXPECT_GT(done->entries, phases);
+    EXPECT_GE(done->all_raises, raises_wanted);
+}
+
+} // namespace
+
+} // namespace tvr
