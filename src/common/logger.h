@@ -59,7 +59,7 @@ public:
     std::string folder();
 
 private:
-    const std::string& resolve(const char* name); // with the mutex held
+    std::string resolve(const char* name); // with the mutex held
     void resolve_folder();
 
     std::uint32_t m_flags = 0;

@@ -1,0 +1,202 @@
+#include "platform/process.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/posix/descriptor.h"
+#include "platform/posix/errors.h"
+#include "platform/posix/paths.h"
+
+extern char** environ;
+
+namespace tvr::platform {
+
+using namespace posix;
+
+namespace {
+
+// The executable that a name of the reference platform means: the suffix falls away if there is no such
+// file.
+std::string executable_of(std::string_view path) {
+    std::string native = native_path(path);
+    struct stat facts{};
+    constexpr std::string_view suffix = ".exe";
+    if (stat(native.c_str(), &facts) != 0 && native.ends_with(suffix))
+        native.resize(native.size() - suffix.size());
+    return native;
+}
+
+std::vector<std::string> split_words(std::string_view text) {
+    std::vector<std::string> words;
+    while (!text.empty()) {
+        const std::size_t blank = text.find(' ');
+        if (blank != 0)
+            words.emplace_back(text.substr(0, blank));
+        text.remove_prefix(blank == std::string_view::npos ? text.size() : blank + 1);
+    }
+    return words;
+}
+
+// In the child of the child: everything that follows is safe after fork.
+[[noreturn]] void become(const char* program, char* const* arguments, int report) {
+    setsid();
+    const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    for (int number = 0; number < 3; ++number)
+        dup2(null, number);
+    execve(program, arguments, environ);
+    const int code = errno;
+    if (write(report, &code, sizeof code) < 0)
+        _exit(126);
+    _exit(127);
+}
+
+bool same_letters(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+} // namespace
+
+std::uint32_t current_process_id() noexcept {
+    return static_cast<std::uint32_t>(getpid());
+}
+
+std::string module_path() {
+    Dl_info facts{};
+    if (dladdr(reinterpret_cast<void*>(&module_path), &facts) != 0 && facts.dli_fname &&
+        std::strstr(facts.dli_fname, ".so"))
+        return engine_path(facts.dli_fname);
+    std::string path(4096, '\0');
+    const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
+    path.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+    return engine_path(path);
+}
+
+bool start_process(std::string_view path) {
+    return start_process(path, {});
+}
+
+bool start_process(std::string_view path, std::string_view arguments) {
+    const std::string program = executable_of(path);
+    std::vector<std::string> words = split_words(arguments);
+    words.insert(words.begin(), program);
+    std::vector<char*> pointers;
+    for (std::string& word : words)
+        pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return fail_errno();
+    descriptor reading(ends[0]);
+    descriptor writing(ends[1]);
+    const pid_t child = fork();
+    if (child < 0)
+        return fail_errno();
+    if (child == 0) {
+        if (fork() == 0)
+            become(program.c_str(), pointers.data(), writing.get());
+        _exit(0);
+    }
+    writing.close();
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    int code = 0;
+    if (read(reading.get(), &code, sizeof code) == static_cast<ssize_t>(sizeof code)) {
+        errno = code;
+        return fail_path(program);
+    }
+    return true;
+}
+
+bool terminate_process(std::uint32_t process_id, std::int32_t) {
+    const auto pid = static_cast<pid_t>(process_id);
+    if (pid <= 0)
+        return fail(error::invalid_parameter);
+    if (kill(pid, SIGKILL) == 0)
+        return true;
+    return fail(errno == ESRCH ? error::invalid_parameter : error::access_denied);
+}
+
+bool process_exists(std::uint32_t process_id) {
+    const auto pid = static_cast<pid_t>(process_id);
+    return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
+}
+
+void exit_process(std::int32_t exit_code) noexcept {
+    _exit(exit_code & 255);
+}
+
+std::string runtime_folder() {
+    const std::string folder = native_runtime_folder();
+    return folder.empty() ? std::string() : engine_path(folder) + "\\";
+}
+
+std::string common_appdata_folder() {
+    const std::string folder = native_common_folder();
+    return folder.empty() ? std::string() : engine_path(folder);
+}
+
+std::optional<std::string> environment_variable(std::string_view name) {
+    const char* value = std::getenv(std::string(name).c_str());
+    return value ? std::optional<std::string>(value) : std::nullopt;
+}
+
+std::string expand_environment(std::string_view text) {
+    std::string out;
+    while (!text.empty()) {
+        const std::size_t start = text.find('%');
+        out += text.substr(0, start);
+        if (start == std::string_view::npos)
+            break;
+        const std::size_t end = text.find('%', start + 1);
+        if (end == std::string_view::npos) {
+            out += text.substr(start);
+            break;
+        }
+        const std::string_view name = text.substr(start + 1, end - start - 1);
+        if (same_letters(name, "appdata")) {
+            out += engine_path(native_appdata_folder());
+        } else if (const auto value = environment_variable(name); value && !name.empty()) {
+            out += engine_path(*value);
+        } else {
+            // An unknown name stays, and its second sign may begin another one.
+            out += text.substr(start, end - start);
+            text.remove_prefix(end);
+            continue;
+        }
+        text.remove_prefix(end + 1);
+    }
+    return out;
+}
+
+void debug_output(std::string_view text) noexcept {
+    std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+void message_box(std::string_view text, std::string_view title) noexcept {
+    std::fprintf(stderr, "%.*s: %.*s\n", static_cast<int>(title.size()), title.data(),
+                 static_cast<int>(text.size()), text.data());
+}
+
+std::optional<version_info> module_version() {
+    return std::nullopt;
+}
+
+std::string resource_string(std::uint32_t) {
+    return {};
+}
+
+} // namespace tvr::platform
