@@ -52,6 +52,11 @@ private:
     void __resize();
     bool grow_range(void*& base, std::size_t& reserved, std::uint8_t** committed, std::size_t bytes);
     bool commit_table();
+    bool make_room(std::size_t size); // in the data area
+    bool insert_at(std::uint32_t slot, std::string_view key, const void* value);
+    void store_last(const void* value) noexcept;
+    void trust_only_whole_entries() noexcept;
+    void log_invalid(const char* where) const;
     [[nodiscard]] bool entry_has_key(std::uint32_t slot, std::string_view key) noexcept;
 
     std::uint32_t m_prime_index = 0;

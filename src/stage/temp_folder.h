@@ -39,7 +39,7 @@ public:
 private:
     void clean_path(const std::string& folder);
     void pack_folder(file_stream& archive, const std::string& folder, std::string_view name);
-    void unpack_folder(file_stream& archive, const std::string& folder);
+    void unpack_folder(file_stream& archive, const std::string& folder, unsigned levels);
 
     std::uint32_t m_stage = 0;
     std::string m_current;
@@ -65,6 +65,8 @@ public:
 
 private:
     platform::critical_section m_lock;
+    [[nodiscard]] bool reports_ready(const char* operation) const;
+
     bool m_initialized = false;
     std::string m_base;
     std::unique_ptr<temp_folder> m_folder;

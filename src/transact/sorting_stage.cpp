@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "common/file_stream.h"
 #include "common/logger.h"
 #include "common/path.h"
 #include "dict/message_record.h"

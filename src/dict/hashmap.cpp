@@ -1,0 +1,412 @@
+#include "dict/hashmap.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+
+#include "common/bytes.h"
+#include "common/file_stream.h"
+#include "common/logger.h"
+#include "common/token_hash.h"
+#include "platform/error.h"
+#include "platform/memory.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr std::array<std::uint32_t, 42> primes = {
+    1021,       1481,       2153,       3121,       4547,      6599,      9587,      13901,     20147,
+    29201,      42323,      61339,      88903,      128857,    186757,    270667,    392279,    568523,
+    823961,     1194157,    1730671,    2508223,    3635113,   5268281,   7635191,   11065511,  16036981,
+    23242027,   33684127,   48817577,   70750157,   102536471, 148603591, 215367533, 312126883, 452357831,
+    655591091,  950132039,  1377003007, 1995656543, 2892255881, 4191675247};
+
+constexpr double maximal_load = 0.69;
+constexpr std::uint32_t fallback_step = 101;
+constexpr std::size_t commit_step = 16384; // bytes; a multiple of the page size wherever this runs
+constexpr std::size_t entry_overhead = 5;  // length byte and value
+constexpr std::uint64_t tolerated_shortage = std::uint64_t{1} << 20; // bytes that a file may lack
+
+std::size_t round_up(std::size_t size, std::size_t unit) {
+    return (size + unit - 1) / unit * unit;
+}
+
+std::uint32_t step_of(std::string_view key, std::uint32_t tablesize) {
+    const std::uint32_t step = step_hash(key) % tablesize;
+    return step == 0 ? fallback_step : step;
+}
+
+std::uint32_t advance(std::uint32_t slot, std::uint32_t step, std::uint32_t tablesize) {
+    return static_cast<std::uint32_t>((std::uint64_t{slot} + step) % tablesize);
+}
+
+void log_file_error(const char* operation) {
+    const std::uint32_t code = platform::last_error();
+    TVR_LOG(default_log, "[-] %s failed (0x%s)", operation, pointer_text(code).c_str());
+}
+
+} // namespace
+
+hashmap_impl::hashmap_impl() {
+    clear();
+}
+
+hashmap_impl::~hashmap_impl() {
+    platform::release_range(m_hashmem, m_hashreserved);
+    platform::release_range(m_datamem, m_datareserved);
+}
+
+bool hashmap_impl::counts_sane() const noexcept {
+    if (m_count == 0 || m_datasize == 0)
+        return m_count == m_datasize;
+    return m_datasize >= 6 * std::uint64_t{m_count};
+}
+
+void hashmap_impl::log_invalid(const char* where) const {
+    TVR_LOG(default_log, "[-] ERROR: hashmap is invalid at %s m_hashmem/m_datamem 0x%s/0x%s", where,
+            pointer_text(reinterpret_cast<std::uintptr_t>(m_hashmem)).c_str(),
+            pointer_text(reinterpret_cast<std::uintptr_t>(m_datamem)).c_str());
+}
+
+bool hashmap_impl::clear() {
+    m_prime_index = m_tablesize = m_count = m_datasize = 0;
+    m_datacommitted = m_cursor = 0;
+    const std::size_t granule = platform::allocation_granularity();
+    for (const auto& [base, reserved] : {std::pair{&m_hashmem, &m_hashreserved}, {&m_datamem, &m_datareserved}}) {
+        if (*base)
+            platform::release_range(*base, *reserved);
+        *reserved = granule;
+        *base = platform::reserve_range(granule);
+    }
+    m_slots = nullptr;
+    m_data = nullptr;
+    m_lastvalue = nullptr;
+    if (is_valid())
+        return true;
+    log_invalid("end of clear.");
+    return false;
+}
+
+bool hashmap_impl::grow_range(void*& base, std::size_t& reserved, std::uint8_t** committed, std::size_t bytes) {
+    std::size_t size = bytes != 0 ? bytes : reserved;
+    if (size == 0)
+        size = platform::allocation_granularity();
+    size = round_up(size + commit_step, platform::page_size());
+    void* fresh = platform::reserve_range(size);
+    if (!fresh)
+        return false;
+    if (committed && *committed) {
+        if (!platform::commit_range(fresh, bytes)) {
+            platform::release_range(fresh, size);
+            return false;
+        }
+        std::memcpy(fresh, *committed, bytes);
+        *committed = static_cast<std::uint8_t*>(fresh);
+    }
+    platform::release_range(base, reserved);
+    base = fresh;
+    reserved = size;
+    return true;
+}
+
+bool hashmap_impl::commit_table() {
+    const std::size_t bytes = round_up(4 * std::size_t{m_tablesize}, platform::page_size());
+    if (bytes > m_hashreserved && !grow_range(m_hashmem, m_hashreserved, nullptr, bytes))
+        return false;
+    m_slots = static_cast<std::uint32_t*>(platform::commit_range(m_hashmem, bytes));
+    return m_slots != nullptr;
+}
+
+bool hashmap_impl::make_room(std::size_t size) {
+    while (m_datasize + size > m_datacommitted) {
+        if (!m_data) {
+            m_data = static_cast<std::uint8_t*>(platform::commit_range(m_datamem, m_datareserved));
+            if (!m_data)
+                return false;
+        }
+        if (m_datacommitted + commit_step > m_datareserved &&
+            !grow_range(m_datamem, m_datareserved, &m_data, m_datacommitted))
+            return false;
+        std::uint8_t* wanted = m_data + m_datacommitted;
+        if (platform::commit_range(wanted, commit_step) != wanted)
+            return false;
+        m_datacommitted += commit_step;
+    }
+    return true;
+}
+
+// Answers the entry's offset + 1; 0 if there was no room.
+std::uint32_t hashmap_impl::__insert_datat(std::string_view key, const void* value) {
+    if (!is_valid()) {
+        log_invalid("__insert_datat!");
+        return 0;
+    }
+    const std::size_t size = key.size() + 1 + value_size();
+    if (m_datasize + std::uint64_t{size} > 0xFFFFFFFE || !make_room(size))
+        return 0;
+    std::uint8_t* entry = m_data + m_datasize;
+    *entry = static_cast<std::uint8_t>(key.size());
+    std::memcpy(entry + 1, key.data(), key.size());
+    if (value)
+        std::memcpy(entry + 1 + key.size(), value, value_size());
+    const std::uint32_t place = m_datasize + 1;
+    m_datasize += static_cast<std::uint32_t>(size);
+    return place;
+}
+
+bool hashmap_impl::entry_has_key(std::uint32_t slot, std::string_view key) noexcept {
+    std::uint8_t* entry = m_data + slot - 1;
+    if (*entry != key.size() || std::memcmp(entry + 1, key.data(), key.size()) != 0)
+        return false;
+    m_lastvalue = entry + 1 + key.size();
+    return true;
+}
+
+bool hashmap_impl::insert_at(std::uint32_t slot, std::string_view key, const void* value) {
+    const std::uint32_t place = __insert_datat(key, value);
+    m_slots[slot] = place;
+    if (place != 0)
+        ++m_count;
+    return place != 0;
+}
+
+void hashmap_impl::store_last(const void* value) noexcept {
+    if (value && value_size() != 0)
+        std::memcpy(m_lastvalue, value, value_size());
+}
+
+bool hashmap_impl::_assign(std::string_view key, const void* value) {
+    if (!is_valid()) {
+        log_invalid("_assign!");
+        return false;
+    }
+    if (!m_slots) {
+        m_tablesize = primes[m_prime_index];
+        if (!commit_table())
+            return false;
+        m_count = 0;
+    }
+    std::uint32_t slot = probe_hash(key) % m_tablesize;
+    // deliberate: the load isn't looked at here; the table grows only on an insertion that had to probe.
+    if (m_slots[slot] == 0)
+        return insert_at(slot, key, value);
+    if (entry_has_key(m_slots[slot], key)) {
+        store_last(value);
+        return true;
+    }
+    const std::uint32_t step = step_of(key, m_tablesize);
+    for (slot = advance(slot, step, m_tablesize); m_slots[slot] != 0; slot = advance(slot, step, m_tablesize)) {
+        if (entry_has_key(m_slots[slot], key)) {
+            store_last(value);
+            return true;
+        }
+    }
+    const bool inserted = insert_at(slot, key, value);
+    if (static_cast<double>(static_cast<float>(m_count) / static_cast<float>(m_tablesize)) > maximal_load)
+        __resize();
+    return inserted;
+}
+
+std::uint8_t* hashmap_impl::_get_value(std::string_view key) {
+    if (!is_valid()) {
+        log_invalid("_get_value!");
+        return nullptr;
+    }
+    if (key.empty() || !m_slots)
+        return nullptr;
+    std::uint32_t slot = probe_hash(key) % m_tablesize;
+    if (m_slots[slot] == 0)
+        return nullptr;
+    if (entry_has_key(m_slots[slot], key))
+        return m_lastvalue;
+    const std::uint32_t step = step_of(key, m_tablesize);
+    for (slot = advance(slot, step, m_tablesize); m_slots[slot] != 0; slot = advance(slot, step, m_tablesize))
+        if (entry_has_key(m_slots[slot], key))
+            return m_lastvalue;
+    return nullptr;
+}
+
+// Makes the table anew for the entries of the data area. It may become smaller.
+void hashmap_impl::__resize() {
+    if (!is_valid())
+        log_invalid("__resize!");
+    if (m_hashmem)
+        platform::decommit_range(m_hashmem, m_hashreserved);
+    m_slots = nullptr;
+    m_prime_index = 0;
+    while (m_prime_index + 1 < primes.size() &&
+           static_cast<double>(m_count) / static_cast<double>(primes[m_prime_index]) > maximal_load)
+        ++m_prime_index;
+    m_tablesize = primes[m_prime_index];
+    if (!m_hashmem || !commit_table())
+        return;
+    std::size_t offset = 0;
+    for (std::uint32_t i = 0; i < m_count; ++i) {
+        const std::string_view key(reinterpret_cast<const char*>(m_data + offset + 1), m_data[offset]);
+        std::uint32_t slot = probe_hash(key) % m_tablesize;
+        if (m_slots[slot] != 0) {
+            const std::uint32_t step = step_of(key, m_tablesize);
+            do
+                slot = advance(slot, step, m_tablesize);
+            while (m_slots[slot] != 0);
+        }
+        m_slots[slot] = static_cast<std::uint32_t>(offset) + 1;
+        offset += key.size() + 1 + value_size();
+    }
+}
+
+bool hashmap_impl::flush(file_stream& file) {
+    if (!file.write_u32(m_count) || !file.write_u32(m_datasize)) {
+        log_file_error("WriteFile");
+        return false;
+    }
+    return m_datasize == 0 || file.write(m_data, m_datasize);
+}
+
+bool hashmap_impl::flush_ordered(file_stream& file) {
+    if (!file.write_u32(m_count) || !file.write_u32(m_datasize)) {
+        log_file_error("flush_ordered - WriteFile");
+        return false;
+    }
+    if (m_datasize == 0)
+        return true;
+    platform::decommit_range(m_hashmem, m_hashreserved);
+    m_slots = nullptr;
+    struct ordered_entry {
+        std::uint32_t hash;
+        std::uint32_t offset;
+    };
+    {
+        const auto parray = std::make_unique_for_overwrite<ordered_entry[]>(m_count);
+        std::uint32_t offset = 0;
+        for (std::uint32_t i = 0; i < m_count; ++i) {
+            const std::string_view key(reinterpret_cast<const char*>(m_data + offset + 1), m_data[offset]);
+            parray[i] = {order_hash(key), offset};
+            offset += static_cast<std::uint32_t>(key.size() + 1 + value_size());
+        }
+        // Equal hashes keep the storage order.
+        std::sort(parray.get(), parray.get() + m_count, [](const ordered_entry& a, const ordered_entry& b) {
+            return a.hash != b.hash ? a.hash < b.hash : a.offset < b.offset;
+        });
+        for (std::uint32_t i = 0; i < m_count; ++i) {
+            const std::uint8_t* entry = m_data + parray[i].offset;
+            file.write(entry, std::size_t{*entry} + 1 + value_size());
+        }
+    }
+    __resize();
+    return true;
+}
+
+// Counts the entries that lie wholly in the data area; a head that lies is corrected.
+void hashmap_impl::trust_only_whole_entries() noexcept {
+    std::size_t offset = 0;
+    std::uint32_t whole = 0;
+    while (whole < m_count && offset < m_datasize) {
+        const std::size_t end = offset + m_data[offset] + 1 + value_size();
+        if (end > m_datasize)
+            break;
+        offset = end;
+        ++whole;
+    }
+    m_count = whole;
+    m_datasize = static_cast<std::uint32_t>(offset);
+}
+
+bool hashmap_impl::init_from_file(file_stream& file) {
+    clear();
+    if (!is_valid() || !counts_sane())
+        return false;
+    if (!file.read_u32(m_count) || !file.read_u32(m_datasize)) {
+        clear();
+        log_file_error("ReadFile");
+        return false;
+    }
+    const std::uint64_t size = file.size().value_or(0);
+    const std::uint64_t left = size - std::min(size, file.position());
+    if (m_datasize > left + tolerated_shortage || m_count > m_datasize / entry_overhead) {
+        clear();
+        return false;
+    }
+    const std::size_t wanted = round_up(m_datasize, commit_step);
+    if (wanted == 0)
+        return true;
+    if (wanted > m_datareserved && !grow_range(m_datamem, m_datareserved, nullptr, wanted)) {
+        clear();
+        return false;
+    }
+    m_datacommitted = wanted;
+    m_data = static_cast<std::uint8_t*>(platform::commit_range(m_datamem, wanted));
+    if (!m_data) {
+        const std::uint32_t code = platform::last_error();
+        TVR_LOG(default_log, "[-] VirtualAlloc failed! (0x%08X)", code);
+        clear();
+        return false;
+    }
+    std::size_t got = 0;
+    if (!file.read(m_data, m_datasize, got)) {
+        clear();
+        log_file_error("ReadFile");
+        return false;
+    }
+    trust_only_whole_entries();
+    __resize();
+    return true;
+}
+
+// deliberate: an odd data size stops one byte short, as the sides of the format have agreed.
+bool hashmap_impl::skip(file_stream& file) {
+    std::uint32_t head[2];
+    if (!file.read_exact(head, sizeof head)) {
+        log_file_error("ReadFile");
+        return false;
+    }
+    return file.seek(head[1] & ~1U, platform::origin::current).has_value();
+}
+
+bool hashmap_impl::next(std::string_view& key, std::uint8_t*& value) {
+    if (m_cursor >= m_datasize)
+        return false;
+    std::uint8_t* entry = m_data + m_cursor;
+    key = {reinterpret_cast<const char*>(entry + 1), *entry};
+    value = entry + 1 + key.size();
+    m_cursor += key.size() + 1 + value_size();
+    return true;
+}
+
+void hashmap_impl::compact() {
+    std::size_t kept = 0;
+    std::uint32_t count = 0;
+    for (std::size_t offset = 0; offset < m_datasize;) {
+        const std::size_t size = std::size_t{m_data[offset]} + 1 + value_size();
+        if (!is_dropped(m_data + offset + size - value_size())) {
+            if (kept != offset)
+                std::memmove(m_data + kept, m_data + offset, size);
+            kept += size;
+            ++count;
+        }
+        offset += size;
+    }
+    m_count = count;
+    m_datasize = static_cast<std::uint32_t>(kept);
+    m_cursor = 0;
+    __resize();
+}
+
+bool dword_map::is_dropped(const std::uint8_t* value) const noexcept {
+    return load_u32(value) == 0;
+}
+
+std::uint8_t* dword_map::get_or_add(std::string_view key) {
+    if (std::uint8_t* value = _get_value(key))
+        return value;
+    constexpr std::uint32_t zero = 0;
+    return _assign(key, &zero) ? _get_value(key) : nullptr;
+}
+
+bool float_map::is_dropped(const std::uint8_t* value) const noexcept {
+    return load_le<float>(value) == 0.0F;
+}
+
+} // namespace tvr

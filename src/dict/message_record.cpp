@@ -1,0 +1,96 @@
+#include "dict/message_record.h"
+
+#include "common/file_stream.h"
+#include "common/files.h"
+#include "common/text.h"
+#include "common/token_hash.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr std::uint32_t head_values = 6;
+constexpr std::size_t longest_msid = 255;
+constexpr std::size_t longest_name = 243; // characters of the client's first string in a message ID
+
+// Reads the head at `position` and writes it back with the flags that `change` gives.
+template <class Change>
+bool change_flags(file_stream& file, std::uint64_t position, Change change) {
+    message_head record;
+    if (!file.seek(static_cast<std::int64_t>(position), platform::origin::begin) ||
+        !record.header.read(file, head_values))
+        return false;
+    const std::uint32_t flags = change(record.flags);
+    if (flags == record.flags)
+        return true;
+    record.flags = flags;
+    return file.seek(static_cast<std::int64_t>(position), platform::origin::begin) && record.header.write(file) &&
+           file.flush();
+}
+
+} // namespace
+
+message_head::message_head() : header(signature) {
+    header.add(length, 0).add(flags, 0).add(size, 0).add(time, 0).add(messages, 0).add(tokens, 0);
+}
+
+bool message_head::read_head(file_stream& file, std::uint32_t hint) {
+    position = file.position();
+    if (!header.read(file, hint))
+        return false;
+    read_short_string(file, msid);
+    return true;
+}
+
+bool message_head::read(file_stream& file) {
+    if (!read_head(file))
+        return false;
+    // A length that doesn't lead behind the message ID would make a reader stand still.
+    const std::uint64_t end = position + length;
+    if (end < file.position())
+        return false;
+    return file.seek(static_cast<std::int64_t>(end), platform::origin::begin).has_value();
+}
+
+bool message_record::read_whole(file_stream& file) {
+    return read_head(file) && token_table.init_from_file(file);
+}
+
+bool message_record::write(file_stream& file) {
+    position = file.position();
+    if (msid.size() > longest_msid || !header.write(file) || !write_short_string(file, msid) ||
+        !token_table.flush(file))
+        return false;
+    const std::uint64_t end = file.position();
+    length = static_cast<std::uint32_t>(end - position);
+    return file.seek(static_cast<std::int64_t>(position), platform::origin::begin) && header.write(file) &&
+           file.seek(static_cast<std::int64_t>(end), platform::origin::begin);
+}
+
+bool mark_deleted(file_stream& file, std::uint64_t position) {
+    return change_flags(file, position, [](std::uint32_t flags) { return flags | message_flag::deleted; });
+}
+
+bool remark(file_stream& file, std::uint64_t position, bool spam, bool toggle) {
+    return change_flags(file, position, [=](std::uint32_t flags) {
+        if (!spam && !(flags & message_flag::spam))
+            return flags;
+        if (spam)
+            flags |= message_flag::spam;
+        if (toggle) {
+            if (flags & message_flag::marked)
+                flags &= ~message_flag::marked;
+            else if (!(flags & message_flag::manual))
+                flags |= message_flag::marked;
+        }
+        return flags;
+    });
+}
+
+std::string make_msid(std::string_view a, std::string_view b, std::string_view d, std::string_view e) {
+    std::string text = "<" + std::string(a.substr(0, longest_name)) + ">_";
+    const std::string hashed = text + std::string(e) + std::string(b) + std::string(d);
+    return text + to_hex(order_hash(hashed), 8);
+}
+
+} // namespace tvr
