@@ -147,7 +147,8 @@ void transaction::shutdown() {
         return;
     m_stopping = true;
     E_interrupt.set();
-    E_stopped.wait(platform::infinite);
+    // The thread resets E_stopped as soon as it has set it, and ends: its end says the same.
+    m_thread.join();
     E_interrupt.reset();
 }
 

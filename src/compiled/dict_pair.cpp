@@ -1,0 +1,121 @@
+#include "compiled/dict_pair.h"
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "common/logger.h"
+#include "common/minutes.h"
+#include "common/path.h"
+#include "compiled/atom_reader.h"
+#include "compiled/grading.h"
+#include "dict/optimiser.h"
+#include "settings/settings.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr std::uint32_t no_hash = 0xFFFFFFFF;
+constexpr std::uint32_t undefined_time = 0xFFFFFFFF;
+
+// One generation: the merge of all atoms that take part.
+class generation {
+public:
+    explicit generation(const std::string& path) : m_path(path) {
+        m_run.k = current_settings()->regarding_threshold;
+        m_run.header.spam_oldest = m_run.header.nonspam_oldest = undefined_time;
+    }
+
+    void open_atoms(const dict_folder& folder, bool is_spam) {
+        for (const std::string& name : folder.files()) {
+            auto atom = std::make_unique<atom_reader>();
+            atom->open(join_path(folder.path(), name), is_spam, m_run.header);
+            if (atom->has_token())
+                m_atoms.push_back(std::move(atom));
+        }
+    }
+
+    void merge() {
+        m_list.start();
+        while (!m_atoms.empty()) {
+            take_smallest_hash();
+            if (!m_output.is_open() && m_tokens.has_significant(m_run))
+                create_output();
+            m_tokens.flush_accum(m_output, m_run, &m_list);
+        }
+        m_list.finish();
+        finish_output();
+    }
+
+    void log_status() const {
+        const base_header& head = m_run.header;
+        TVR_LOG(transact_log, "[i] base status (spam/nospam) msgs: %d/%d; tokens: %d/%d",
+                static_cast<int>(head.spam_messages), static_cast<int>(head.nonspam_messages),
+                static_cast<int>(head.spam_tokens), static_cast<int>(head.nonspam_tokens));
+        TVR_LOG(transact_log, "[i] Spam part aging(GMT): from [%s] - [%s]",
+                minutes_to_text(head.spam_oldest).c_str(), minutes_to_text(head.spam_newest).c_str());
+        TVR_LOG(transact_log, "[i] Non-spam part aging(GMT): from [%s] - [%s]",
+                minutes_to_text(head.nonspam_oldest).c_str(), minutes_to_text(head.nonspam_newest).c_str());
+    }
+
+private:
+    // Moves every token of the smallest hash to the accumulator, atom by atom.
+    void take_smallest_hash() {
+        std::uint32_t smallest = no_hash;
+        for (const auto& atom : m_atoms)
+            smallest = std::min(smallest, atom->hash());
+        bool exhausted = false;
+        for (const auto& atom : m_atoms) {
+            while (atom->has_token() && atom->hash() == smallest) {
+                m_tokens.accumulate_token(atom->text(), atom->occurrences(), atom->is_spam());
+                exhausted = !atom->next() || exhausted;
+            }
+        }
+        if (exhausted)
+            std::erase_if(m_atoms, [](const auto& atom) { return !atom->has_token(); });
+    }
+
+    void create_output() {
+        if (!m_output.create_to_write(m_path))
+            return;
+        m_run.header.header.write(m_output);
+        m_output.write_u32(0);
+        m_output.write_u32(0);
+    }
+
+    void finish_output() {
+        if (!m_output.is_open())
+            create_output();
+        m_output.seek(static_cast<std::int64_t>(m_run.header.header.size()), platform::origin::begin);
+        m_output.write_u32(m_run.records);
+        m_output.write_u32(m_run.bytes);
+        m_output.close();
+    }
+
+    std::string m_path;
+    grading_run m_run;
+    selective_list m_list;
+    token_accumulator m_tokens;
+    std::vector<std::unique_ptr<atom_reader>> m_atoms;
+    file_stream m_output;
+};
+
+} // namespace
+
+dict_pair::dict_pair(std::string_view folder)
+    : m_spam_folder(folder, "spamdict"), m_nspam_folder(folder, "nspamdict"), m_basepath(folder) {}
+
+bool dict_pair::generate_base(const std::string& path) {
+    generation run(path);
+    m_spam_folder.reload_atoms(true);
+    m_nspam_folder.reload_atoms(true);
+    balance_halves(m_nspam_folder, m_spam_folder);
+    run.open_atoms(m_spam_folder, true);
+    run.open_atoms(m_nspam_folder, false);
+    run.merge();
+    run.log_status();
+    return true;
+}
+
+} // namespace tvr
