@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tvr_ipc_export.h"
+#include "client/tvr_ipc_export.h"
 
 namespace tvr {
 

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "client/token_table.h"
+#include "client/tvr_ipc_export.h"
 
 namespace tvr {
 
@@ -37,7 +38,7 @@ struct tokenizer_limits {
 //   "M "  marks of the structure: "M type:text/html", "M no date"
 //   "U "  words of links behind the host
 // One object belongs to one thread, and is made to be used for many messages.
-class tokenizer {
+class TVR_IPC_EXPORT tokenizer {
 public:
     explicit tokenizer(const tokenizer_limits& limits = {});
     ~tokenizer();
@@ -59,6 +60,6 @@ private:
 
 // True if the bytes begin like a mail: a header line, perhaps behind an mbox line. Empty, binary and other
 // text doesn't.
-[[nodiscard]] bool looks_like_mail(std::string_view raw) noexcept;
+[[nodiscard]] TVR_IPC_EXPORT bool looks_like_mail(std::string_view raw) noexcept;
 
 } // namespace tvr

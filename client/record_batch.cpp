@@ -1,0 +1,62 @@
+#include "client/record_batch.h"
+
+#include <algorithm>
+
+#include "client/tokenizer.h"
+#include "common/bytes.h"
+#include "common/minutes.h"
+#include "dict/message_record.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr std::size_t longest_msid = 255;
+constexpr std::size_t head_size = 32;               // bytes of a record in front of its message ID
+constexpr std::size_t limit = std::size_t{1} << 30; // bytes of a batch
+
+} // namespace
+
+training_message describe(const mail_facts& facts, std::size_t size, bool spam, bool manual) {
+    return {.msid = facts.msid,
+            .spam = spam,
+            .manual = manual,
+            .size = static_cast<std::uint32_t>(std::min<std::size_t>(size, 0xFFFFFFFF)),
+            .time = facts.time != 0 ? facts.time : now_minutes()};
+}
+
+bool record_batch::add(const training_message& message, const token_table& tokens) {
+    const auto entries = tokens.entries();
+    const std::size_t length = head_size + 1 + message.msid.size() + 8 + entries.size();
+    if (message.msid.size() > longest_msid || length > limit || m_bytes.size() > limit - length)
+        return false;
+    const std::size_t start = m_bytes.size();
+    m_bytes.resize(start + length);
+    std::uint8_t* at = m_bytes.data() + start;
+    const auto put = [&at](std::uint32_t value) {
+        store_u32(at, value);
+        at += 4;
+    };
+    put(message_head::signature);
+    put(6);
+    put(static_cast<std::uint32_t>(length));
+    put((message.spam ? message_flag::spam : 0U) | (message.manual ? message_flag::manual : 0U));
+    put(message.size);
+    put(message.time);
+    put(1); // message
+    put(tokens.size());
+    *at++ = static_cast<std::uint8_t>(message.msid.size());
+    at = std::copy(message.msid.begin(), message.msid.end(), at);
+    put(tokens.size());
+    put(static_cast<std::uint32_t>(entries.size()));
+    std::copy(entries.begin(), entries.end(), at);
+    ++m_count;
+    return true;
+}
+
+void record_batch::clear() noexcept {
+    m_bytes.clear();
+    m_count = 0;
+}
+
+} // namespace tvr

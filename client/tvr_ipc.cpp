@@ -1,0 +1,104 @@
+#include "client/tvr_ipc.h"
+
+#include "client/cache_writer.h"
+#include "common/path.h"
+#include "platform/error.h"
+#include "platform/presence.h"
+#include "platform/process.h"
+#include "settings/common_settings.h"
+#include "signal/event_channel.h"
+#include "signal/identity.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr std::string_view cache_folder = "base\\transact\\";
+
+std::string reason(std::uint32_t code) {
+    switch (code) {
+    case platform::error::access_denied:
+        return "access denied";
+    case platform::error::sharing_violation:
+        return "in use by another program";
+    case platform::error::disk_full:
+        return "the disk is full";
+    default:
+        return "error " + std::to_string(code);
+    }
+}
+
+} // namespace
+
+struct training_client::state {
+    state() : working(find_working_directory()), cache(working + std::string(cache_folder) + "autotrain.bys") {
+        channel.set_file(working.empty() ? std::string() : working + std::string(cache_folder) + "ipc.bin");
+    }
+
+    std::string find_working_directory() {
+        const std::string raw = common_settings::getsettingsfolder();
+        std::string folder = platform::expand_environment(raw);
+        add_backslash(folder);
+        const std::string wanted = folder + std::string(cache_folder);
+        if (!raw.empty() && (make_folders(wanted) || file_exists(wanted)))
+            return folder;
+        status = {ipc_error::no_folder, raw.empty() ? "the user's folder can't be found or made"
+                                                    : wanted + ": " + reason(platform::last_error())};
+        return {};
+    }
+
+    ipc_status status;
+    std::string working;
+    cache_writer cache;
+    event_channel channel;
+};
+
+training_client::training_client() : m_state(std::make_unique<state>()) {}
+training_client::~training_client() = default;
+
+const ipc_status& training_client::status() const noexcept {
+    return m_state->status;
+}
+const std::string& training_client::working_directory() const noexcept {
+    return m_state->working;
+}
+std::uint64_t training_client::appended_until() const noexcept {
+    return m_state->cache.end();
+}
+
+ipc_status training_client::append(const record_batch& batch) {
+    if (!m_state->status)
+        return m_state->status;
+    const std::string path = m_state->working + std::string(cache_folder);
+    switch (m_state->cache.append(batch)) {
+    case append_result::done:
+        return {};
+    case append_result::locked:
+        return {ipc_error::locked, path + "lock.bin: in use by another program"};
+    case append_result::cache_full:
+        return {ipc_error::cache_full, path + "autotrain.bys: full until the engine has taken the messages"};
+    default:
+        return {ipc_error::io, path + "autotrain.bys: " + reason(platform::last_error())};
+    }
+}
+
+ipc_status training_client::train(const record_batch& batch) {
+    const ipc_status appended = append(batch);
+    return appended ? raise(engine_event::add) : appended;
+}
+
+ipc_status training_client::raise(engine_event event, bool start) {
+    if (!m_state->status)
+        return m_state->status;
+    const start_result found = m_state->channel.start_server(start);
+    m_state->channel.raise(static_cast<std::uint32_t>(event));
+    if (start && found == start_result::no_server)
+        return {ipc_error::no_engine, "the engine doesn't run, and could not be started"};
+    return {};
+}
+
+bool training_client::engine_runs() const {
+    return platform::find_presence(server_class, server_title).found;
+}
+
+} // namespace tvr

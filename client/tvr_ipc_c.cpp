@@ -1,0 +1,108 @@
+#include "client/tvr_ipc_c.h"
+
+#include <exception>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "client/tvr_ipc.h"
+
+struct tvr_client {
+    tvr::training_client client;
+};
+
+namespace {
+
+thread_local std::string last_text;
+
+int answer(tvr::ipc_status status) {
+    last_text = std::move(status.text);
+    return static_cast<int>(status.error);
+}
+
+int bad_message(const char* text) {
+    return answer({tvr::ipc_error::bad_message, text});
+}
+
+// Runs an operation; no exception leaves the library.
+template <class Operation>
+int guarded(Operation operation) noexcept {
+    try {
+        return operation();
+    } catch (const std::exception& failure) {
+        last_text = failure.what();
+        return tvr_io;
+    }
+}
+
+int append(tvr_client& client, const tvr::training_message& message, const tvr::token_table& tokens) {
+    tvr::record_batch batch;
+    if (!batch.add(message, tokens))
+        return bad_message("the message ID is longer than 255 bytes");
+    return answer(client.client.append(batch));
+}
+
+} // namespace
+
+extern "C" {
+
+tvr_client* tvr_open(void) {
+    try {
+        return std::make_unique<tvr_client>().release();
+    } catch (const std::exception& failure) {
+        last_text = failure.what();
+        return nullptr;
+    }
+}
+
+void tvr_close(tvr_client* client) {
+    const std::unique_ptr<tvr_client> owner(client);
+}
+
+int tvr_append(tvr_client* client, const tvr_message* message) {
+    return guarded([&] {
+        tvr::token_table tokens;
+        for (std::size_t i = 0; i < message->token_count; ++i) {
+            const tvr_token& token = message->tokens[i];
+            if (token.size == 0 || token.size > tvr::token_table::longest)
+                return bad_message("a token is empty or longer than 255 bytes");
+            tokens.add({token.text, token.size}, token.count);
+        }
+        return append(*client,
+                      {.msid = {message->msid, message->msid_size},
+                       .spam = (message->marks & tvr_mark_spam) != 0,
+                       .manual = (message->marks & tvr_mark_manual) != 0,
+                       .size = message->size,
+                       .time = message->time},
+                      tokens);
+    });
+}
+
+int tvr_append_mail(tvr_client* client, const char* raw, size_t size, uint32_t marks) {
+    return guarded([&] {
+        const std::string_view mail(raw, size);
+        if (!tvr::looks_like_mail(mail))
+            return bad_message("this is no mail: it doesn't begin with a header");
+        thread_local tvr::tokenizer tokenizer;
+        tokenizer.tokenize(mail);
+        return append(*client,
+                      tvr::describe(tokenizer.facts(), size, (marks & tvr_mark_spam) != 0,
+                                    (marks & tvr_mark_manual) != 0),
+                      tokenizer.tokens());
+    });
+}
+
+int tvr_raise(tvr_client* client, tvr_event event, int start) {
+    return guarded(
+        [&] { return answer(client->client.raise(static_cast<tvr::engine_event>(event), start != 0)); });
+}
+
+int tvr_engine_runs(const tvr_client* client) {
+    return client->client.engine_runs() ? 1 : 0;
+}
+
+const char* tvr_error_text(void) {
+    return last_text.c_str();
+}
+
+} // extern "C"
