@@ -87,7 +87,8 @@ bool cache_writer::find_end(platform::file& cache) {
 // without the signature of the first one, where readers stop; that signature; and the count.
 append_result cache_writer::append_locked(const record_batch& batch) {
     platform::file cache;
-    if (!cache.open(m_path, platform::access::read_write, platform::share::read, platform::creation::open_always) ||
+    if (!cache.open(m_path, platform::access::read_write, platform::share::read,
+                    platform::creation::open_always) ||
         !find_end(cache))
         return append_result::io_failed;
     const auto records = batch.bytes();

@@ -15,9 +15,9 @@ namespace tvr {
 
 enum class append_result {
     done = 0,
-    locked = 1,      // another process held the lock all the time
-    cache_full = 2,  // the cache would grow beyond 2 GiB: the engine has to take it first
-    io_failed = 3,   // the reason is in platform::last_error()
+    locked = 1,     // another process held the lock all the time
+    cache_full = 2, // the cache would grow beyond 2 GiB: the engine has to take it first
+    io_failed = 3,  // the reason is in platform::last_error()
 };
 
 // Any thread.

@@ -31,7 +31,8 @@ std::string reason(std::uint32_t code) {
 } // namespace
 
 struct training_client::state {
-    state() : working(find_working_directory()), cache(working + std::string(cache_folder) + "autotrain.bys") {
+    state()
+        : working(find_working_directory()), cache(working + std::string(cache_folder) + "autotrain.bys") {
         channel.set_file(working.empty() ? std::string() : working + std::string(cache_folder) + "ipc.bin");
     }
 

@@ -42,9 +42,9 @@ typedef struct tvr_token {
 typedef struct tvr_message {
     const char* msid; /* 0 to 255 bytes */
     size_t msid_size;
-    uint32_t marks;   /* enum tvr_mark */
-    uint32_t size;    /* bytes of the message */
-    uint32_t time;    /* minutes since 1601, UTC */
+    uint32_t marks; /* enum tvr_mark */
+    uint32_t size;  /* bytes of the message */
+    uint32_t time;  /* minutes since 1601, UTC */
     const tvr_token* tokens;
     size_t token_count;
 } tvr_message;

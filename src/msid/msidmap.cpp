@@ -112,22 +112,24 @@ void msidmap::open() {
         m_tree = std::make_unique<msidtree>(m_index_path);
 }
 
-// Brings a list from before the garbage counter to the present header. True if the list has a header.
+// Brings a list with another number of header values to the present one. True if it has been so all along;
+// otherwise the offsets in the index are wrong.
 bool msidmap::upgrade() {
     if (!map_list() || !has_header())
         return false;
     const std::uint32_t values = m_header.filecount();
-    if (values >= m_header.count())
+    if (values == m_header.count())
         return true;
     const std::size_t old_head = 8 + 4 * std::size_t{values};
     const std::uint64_t old_size = m_filesize;
-    grow_list(old_size + m_header.size() - old_head);
+    const std::uint64_t new_size = old_size + m_header.size() - old_head;
+    grow_list(new_size);
     if (!m_list || !m_list->is_valid())
         return false;
     std::memmove(m_list->at(m_header.size()), m_list->at(old_head), static_cast<std::size_t>(old_size - old_head));
-    m_filesize = old_size + m_header.size() - old_head;
+    m_filesize = new_size;
     write_header();
-    return true;
+    return false;
 }
 
 // Maps the list if it isn't mapped. The bytes in use are then those of the file.
@@ -343,6 +345,10 @@ bool msidmap::__rebuild_index(bool with_index) {
     }
     if (!has_header()) {
         TVR_LOG(default_log, "[-] msidmap::__rebuild_index has wrong lst file");
+        // Counts as empty as a whole, so that the next record stands behind a header.
+        m_records = m_garbage = 0;
+        m_filesize = 0;
+        release_list();
         return false;
     }
     m_records = 0;

@@ -48,6 +48,11 @@ protected:
     void mark_damaged() noexcept { m_damaged = true; }
     void start_anew(); // an empty tree in a file that is open
 
+private:
+    // Bytes; the file is never made smaller than it was found. Stands in front of the map, which fills it in.
+    std::uint64_t m_opened_size = 0;
+
+protected:
     write_map m_map;
     fileheader m_header;
     std::uint32_t m_filesize = 0; // bytes in use: the offset of the next new page
@@ -59,7 +64,6 @@ private:
     [[nodiscard]] bool values_fit(std::uint64_t size_on_disk) const noexcept;
     void write_header();
 
-    std::uint64_t m_opened_size = 0; // bytes; the file is never made smaller than it was found
     bool m_damaged = false;
 };
 

@@ -107,6 +107,14 @@ std::string temp_folder_path();
 std::string current_directory(); // without a trailing backslash
 bool set_current_directory(std::string_view path);
 
+// For onlookers: reads up to `size` bytes at `offset` (bytes), and takes no part in sharing, so that nobody
+// who works on the file is hindered. The number read; nothing if the file can't be opened or read.
+std::optional<std::size_t> peek_file(std::string_view path, std::uint64_t offset, void* buffer,
+                                     std::size_t size);
+// The path as the users of this system write it, and the reverse.
+std::string display_path(std::string_view path);
+std::string from_display_path(std::string_view path);
+
 struct directory_entry {
     std::string name;
     std::uint32_t attributes = 0;

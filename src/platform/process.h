@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,6 +20,8 @@ bool start_process(std::string_view path, std::string_view arguments);
 bool terminate_process(std::uint32_t process_id, std::int32_t exit_code);
 // True while a process of this number exists.
 bool process_exists(std::uint32_t process_id);
+// The most memory that a process has had in use since its start (bytes); nothing if that can't be told.
+std::optional<std::uint64_t> peak_memory(std::uint32_t process_id);
 // Ends this process at once: no destructors, no exit routines.
 [[noreturn]] void exit_process(std::int32_t exit_code) noexcept;
 
@@ -31,6 +34,9 @@ std::string common_appdata_folder();
 std::string expand_environment(std::string_view text);
 // The value of an environment variable, or nothing.
 std::optional<std::string> environment_variable(std::string_view name);
+
+// True if the stream is a terminal.
+bool is_terminal(std::FILE* stream) noexcept;
 
 // A line for the debugger channel (standard error where there is no debugger).
 void debug_output(std::string_view text) noexcept;

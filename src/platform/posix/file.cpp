@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include "platform/error.h"
+#include "platform/posix/descriptor.h"
 #include "platform/posix/errors.h"
 #include "platform/posix/file_state.h"
 #include "platform/posix/paths.h"
@@ -366,6 +367,38 @@ bool file::set_last_write_time(std::uint64_t time) {
         return false;
     const timespec times[2] = {{0, UTIME_OMIT}, posix::from_file_time(time)};
     return futimens(m_state->handle.get(), times) == 0 || posix::fail_errno();
+}
+
+std::optional<std::size_t> peek_file(std::string_view path, std::uint64_t offset, void* buffer,
+                                     std::size_t size) {
+    const posix::descriptor file(::open(posix::native_path(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    if (!file.is_open()) {
+        posix::fail_errno();
+        return std::nullopt;
+    }
+    std::size_t got = 0;
+    while (got < size) {
+        const ssize_t part = pread(file.get(), static_cast<char*>(buffer) + got, size - got,
+                                   static_cast<off_t>(offset + got));
+        if (part < 0 && errno == EINTR)
+            continue;
+        if (part < 0) {
+            posix::fail_errno();
+            return std::nullopt;
+        }
+        if (part == 0)
+            break;
+        got += static_cast<std::size_t>(part);
+    }
+    return got;
+}
+
+std::string display_path(std::string_view path) {
+    return posix::native_path(path);
+}
+
+std::string from_display_path(std::string_view path) {
+    return posix::engine_path(path);
 }
 
 } // namespace tvr::platform

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <fstream>
 #include <spawn.h>
 #include <string>
 #include <sys/stat.h>
@@ -133,6 +134,19 @@ bool terminate_process(std::uint32_t process_id, std::int32_t) {
 bool process_exists(std::uint32_t process_id) {
     const auto pid = static_cast<pid_t>(process_id);
     return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
+}
+
+bool is_terminal(std::FILE* stream) noexcept {
+    return isatty(fileno(stream)) != 0;
+}
+
+std::optional<std::uint64_t> peak_memory(std::uint32_t process_id) {
+    std::ifstream facts("/proc/" + std::to_string(process_id) + "/status");
+    constexpr std::string_view name = "VmHWM:";
+    for (std::string line; std::getline(facts, line);)
+        if (line.starts_with(name))
+            return std::strtoull(line.c_str() + name.size(), nullptr, 10) * 1024;
+    return std::nullopt;
 }
 
 void exit_process(std::int32_t exit_code) noexcept {

@@ -1,0 +1,354 @@
+// List files against bytes written by hand, and the map against a reference map.
+#include <gtest/gtest.h>
+#include <map>
+#include <random>
+#include <vector>
+
+#include "common/file_stream.h"
+#include "msid/msidmap.h"
+#include "support/file_bytes.h"
+#include "support/test_root.h"
+
+namespace {
+
+using namespace std::literals;
+using tvr::counted;
+using tvr::le;
+using tvr::msidmap;
+
+constexpr std::uint32_t signature = 0x4449536E;
+
+std::string head(std::uint32_t records, std::uint32_t garbage) {
+    return "nSID" + le(2, records, garbage);
+}
+
+std::string dead(std::size_t length) {
+    return static_cast<char>(length) + std::string(length + 4, '\0');
+}
+
+// Three IDs of one key: the two tens of each fold to the same.
+const std::string a = "01234567890000000000";
+const std::string b = "00000000000123456789";
+const std::string c = "01234000000000056789";
+
+class MessageMap : public testing::Test {
+protected:
+    std::string folder() const { return root.engine_path() + "\\"; }
+    std::string list() const { return tvr::read_file(list_file); }
+    std::string index_count() const { return tvr::read_file(root.path() / "m.idx").substr(16, 4); }
+    void start_with(std::string_view bytes) {
+        std::filesystem::remove(root.path() / "m.idx");
+        tvr::write_file(list_file, bytes);
+    }
+
+    tvr::test_root root;
+    const std::filesystem::path list_file = root.path() / "m.lst";
+};
+
+TEST_F(MessageMap, WritesChainsAndGarbageByHand) {
+    {
+        msidmap map(folder(), "m");
+        EXPECT_EQ(list(), "");
+        EXPECT_TRUE(map.insert(a, 0x11));
+        EXPECT_TRUE(map.insert("x", 0x22));
+        EXPECT_TRUE(map.insert("x", 0x99)) << "there already; the old value stands";
+        EXPECT_TRUE(map.insert(b, 0x33)); // behind x: the chain of a moves to the end
+        EXPECT_TRUE(map.insert(c, 0x44)); // the chain is at the end and grows in place
+    }
+    EXPECT_EQ(list(), head(4, 25) + dead(20) + counted("x", 0x22) + counted(a, 0x11) + counted(b, 0x33) +
+                          counted(c, 0x44));
+    EXPECT_EQ(index_count(), le(4));
+    {
+        msidmap map(folder(), "m");
+        EXPECT_EQ(map.search(a), 0x11U);
+        EXPECT_EQ(map.search(b), 0x33U);
+        EXPECT_EQ(map.search(c), 0x44U);
+        EXPECT_EQ(map.search("00000012340000056789"), 0U) << "of the same key";
+        EXPECT_TRUE(map.remove(b));
+        EXPECT_FALSE(map.remove(b));
+        EXPECT_EQ(map.search(b), 0U);
+    }
+    EXPECT_EQ(list(), head(4, 50) + dead(20) + counted("x", 0x22) + counted(a, 0x11) + counted(c, 0x44) + dead(20));
+    EXPECT_EQ(index_count(), le(4)) << "a record of a longer chain leaves the index alone";
+    {
+        msidmap map(folder(), "m");
+        EXPECT_TRUE(map.remove("x"));
+        EXPECT_EQ(map.search("x"), 0U);
+    }
+    EXPECT_EQ(list(), head(4, 56) + dead(20) + dead(1) + counted(a, 0x11) + counted(c, 0x44) + dead(20));
+    EXPECT_EQ(index_count(), le(5));
+    {
+        msidmap map(folder(), "m"); // the counts differ: made anew, and compact
+        EXPECT_EQ(map.search(a), 0x11U);
+        EXPECT_EQ(map.search(c), 0x44U);
+    }
+    EXPECT_EQ(list(), head(2, 0) + counted(a, 0x11) + counted(c, 0x44));
+    {
+        msidmap map(folder(), "m");
+        map.clear();
+        EXPECT_FALSE(std::filesystem::exists(list_file));
+        EXPECT_EQ(map.search(a), 0U);
+        EXPECT_TRUE(map.insert("z", 1));
+    }
+    EXPECT_EQ(list(), head(1, 0) + counted("z", 1));
+}
+
+TEST_F(MessageMap, DeleteIfKeepsTheRestOfEachChain) {
+    start_with(head(5, 0) + counted("x", 1) + counted(a, 2) + counted(b, 3) + counted(c, 4) + counted("y", 5));
+    std::vector<std::uint32_t> seen;
+    {
+        msidmap map(folder(), "m");
+        EXPECT_TRUE(map.delete_if([&](std::string_view, std::uint32_t value) {
+            seen.push_back(value);
+            return value == 1 || value == 2 || value == 3;
+        }));
+        const std::pair<std::string, std::uint32_t> left[] = {{"x", 0}, {a, 0}, {b, 0}, {c, 4}, {"y", 5}};
+        for (const auto& [id, value] : left)
+            EXPECT_EQ(map.search(id), value) << id;
+        EXPECT_TRUE(map.insert("x", 6)) << "an emptied chain takes its ID again";
+        EXPECT_EQ(map.search("x"), 6U);
+    }
+    EXPECT_EQ(seen, (std::vector<std::uint32_t>{1, 2, 3, 4, 5}));
+    EXPECT_EQ(list(), head(6, 56) + dead(1) + counted(c, 4) + dead(20) + dead(20) + counted("y", 5) + counted("x", 6));
+
+    std::filesystem::remove(root.path() / "e.lst");
+    msidmap empty(folder(), "e");
+    EXPECT_FALSE(empty.delete_if([](std::string_view, std::uint32_t) { return true; }));
+}
+
+TEST_F(MessageMap, CompactsAtFivePercentAndAKilobyte) {
+    const struct {
+        std::size_t filler, last_length; // bytes of live records; three dead ones of 256 bytes and this
+        bool compacts;
+    } cases[] = {
+        {0, 250, false},     // 1023 bytes of garbage are too few, even in 1039
+        {0, 251, true},      //
+        {19440, 251, true},  // 1024 of 20480 are 5 percent
+        {19441, 251, false}, // and of 20481 they are 4
+    };
+    for (const auto& each : cases) {
+        std::vector<std::string> doomed;
+        for (int i = 0; i < 4; ++i)
+            doomed.emplace_back(i < 3 ? 251 : each.last_length, static_cast<char>('a' + i));
+        std::string bytes;
+        for (const std::string& id : doomed)
+            bytes += counted(id, 7);
+        std::string filler;
+        for (std::size_t left = each.filler; left != 0;) {
+            const std::size_t size = left > 400 ? 200 : left > 200 ? left / 2 : left;
+            filler += counted(std::to_string(left) + std::string(size - 5 - std::to_string(left).size(), '.'), 1);
+            left -= size;
+        }
+        start_with(head(99, 0) + bytes + filler);
+        {
+            msidmap map(folder(), "m");
+            for (const std::string& id : doomed)
+                EXPECT_TRUE(map.remove(id));
+            EXPECT_EQ(map.garbage(), each.compacts ? 0U : 768 + each.last_length + 5);
+        }
+        if (each.compacts) {
+            EXPECT_EQ(list().substr(16), filler);
+        } else {
+            EXPECT_EQ(list().size(), 16 + bytes.size() + filler.size());
+        }
+    }
+}
+
+TEST_F(MessageMap, IsMadeAnewWhateverHappenedToTheIndex) {
+    const auto fill = [&](msidmap& map) {
+        for (std::uint32_t i = 1; i <= 5000; ++i)
+            ASSERT_TRUE(map.insert("id" + std::to_string(i), i));
+    };
+    const auto index = root.path() / "m.idx";
+    {
+        msidmap map(folder(), "m");
+        fill(map);
+        // What a killed process leaves: a list with room at its end, an index with an old header.
+        std::filesystem::copy_file(list_file, root.path() / "k.lst");
+        std::filesystem::copy_file(index, root.path() / "k.idx");
+    }
+    const std::string sound = list();
+    EXPECT_GT(std::filesystem::file_size(root.path() / "k.lst"), sound.size());
+    const std::string whole_index = tvr::read_file(index);
+    const std::string damage[] = {"", "x", whole_index.substr(0, 512), whole_index.substr(0, whole_index.size() - 512)};
+    for (std::size_t i = 0; i < std::size(damage) + 2; ++i) {
+        const std::string name = i == std::size(damage) + 1 ? "k" : "m";
+        if (i < std::size(damage))
+            tvr::write_file(index, damage[i]);
+        else
+            std::filesystem::remove(index);
+        {
+            msidmap map(folder(), name);
+            for (std::uint32_t k = 1; k <= 5000; ++k)
+                ASSERT_EQ(map.search("id" + std::to_string(k)), k) << i;
+        }
+        EXPECT_EQ(tvr::read_file(root.path() / (name + ".lst")), sound);
+        EXPECT_EQ(std::filesystem::file_size(root.path() / (name + ".idx")), whole_index.size());
+    }
+}
+
+// A list from before the garbage counter, and one from after some further value.
+TEST_F(MessageMap, TakesOtherHeaders) {
+    const std::string records = counted("one", 1) + counted("two", 2);
+    for (const std::string& start : {le(signature, 0), le(signature, 1, 2), le(signature, 3, 2, 0, 77)}) {
+        for (const bool with_index : {false, true}) {
+            start_with(head(2, 0) + records);
+            { msidmap makes_the_index(folder(), "m"); }
+            if (!with_index)
+                std::filesystem::remove(root.path() / "m.idx");
+            tvr::write_file(list_file, start + records);
+            {
+                msidmap map(folder(), "m");
+                EXPECT_EQ(map.search("one"), 1U) << start.size();
+                EXPECT_EQ(map.search("two"), 2U) << start.size();
+                EXPECT_TRUE(map.insert("three", 3));
+            }
+            EXPECT_EQ(list(), head(3, 0) + records + counted("three", 3));
+        }
+    }
+}
+
+TEST_F(MessageMap, SurvivesDamagedLists) {
+    const std::string one = counted("one", 1);
+    const struct {
+        const char* what;
+        std::string bytes;
+        std::uint32_t one;
+    } cases[] = {
+        {"a few bytes", "nSID\1", 0},
+        {"short foreign header", "foreign!"s, 0},
+        {"foreign", "foreign header and more of it" + one, 0},
+        {"header cut", head(1, 0).substr(0, 12), 0},
+        {"31 values", le(signature, 31) + std::string(200, '\0') + one, 0},
+        {"4 billion values", le(signature, 0xFFFFFFFF) + one, 0},
+        {"header only", head(1, 0), 0},
+        {"counts lie", head(0xFFFFFFFF, 0xFFFFFFFF) + one, 1},
+        {"length over the end", head(2, 0) + one + "\xFF" + "abc", 1},
+        {"value cut", head(2, 0) + one + "\3two\2\0\0"s, 1},
+        {"dead records", head(2, 0) + std::string(600, '\0') + counted("z\0z"s, 5) + one + counted("", 9), 1},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.what);
+        start_with(each.bytes);
+        for (int opening = 0; opening < 2; ++opening) {
+            msidmap map(folder(), "m");
+            EXPECT_EQ(map.search("one"), each.one);
+            EXPECT_EQ(map.search("new"), opening == 0 ? 0U : 7U);
+            EXPECT_TRUE(map.insert("new", 7));
+            EXPECT_EQ(map.search("new"), 7U);
+        }
+        EXPECT_LE(list().size(), each.bytes.size() + 64);
+    }
+}
+
+TEST_F(MessageMap, MergesAndRelabelsLiveRecordsOnly) {
+    const std::string other = root.engine_path("other.lst");
+    const std::string body = counted("one", 9) + dead(4) + counted("z\0z"s, 5) + counted(b, 6) + "\7cut";
+    tvr::write_file(root.path() / "other.lst", le(signature, 3, 4, 0, 0) + body);
+    start_with(head(2, 0) + counted("one", 1) + counted(a, 2));
+    {
+        msidmap map(folder(), "m");
+        map.merge("");
+        map.merge(root.engine_path("missing.lst"));
+        map.merge(other);
+    }
+    EXPECT_EQ(list(), head(3, 0) + counted("one", 1) + counted(a, 2) + counted(b, 6));
+
+    msidmap::relabel(other, 0x01020304);
+    EXPECT_EQ(tvr::read_file(root.path() / "other.lst"), le(signature, 3, 4, 0, 0) + counted("one", 0x01020304) +
+                                                             dead(4) + counted("z\0z"s, 5) +
+                                                             counted(b, 0x01020304) + "\7cut");
+    msidmap::relabel(root.engine_path("missing.lst"), 1);
+    EXPECT_FALSE(std::filesystem::exists(root.path() / "missing.lst"));
+    for (const std::string& bytes : {""s, "nSID"s, le(signature, 0x40000000) + counted("one", 1)}) {
+        tvr::write_file(root.path() / "other.lst", bytes);
+        msidmap::relabel(other, 1);
+        msidmap(folder(), "m").merge(other);
+        EXPECT_EQ(tvr::read_file(root.path() / "other.lst"), bytes);
+    }
+}
+
+TEST_F(MessageMap, GoesThroughAStream) {
+    start_with(head(9, 9) + dead(3) + counted("one", 1) + dead(300 % 256) + counted("two", 2));
+    const std::string path = root.engine_path("third");
+    tvr::file_stream out;
+    ASSERT_TRUE(out.create_to_write(path));
+    {
+        tvr::file_stream in;
+        ASSERT_TRUE(in.open_to_read(root.engine_path("m.lst")));
+        msidmap temporary(in);
+        EXPECT_EQ(temporary.search("two"), 2U);
+        EXPECT_NE(temporary.list_path(), root.engine_path("m.lst"));
+        EXPECT_TRUE(temporary.remove("one"));
+        EXPECT_TRUE(temporary.insert("three", 3));
+        temporary.write_out(out);
+    }
+    out.close();
+    EXPECT_EQ(tvr::read_file(root.path() / "third"), head(2, 0) + counted("two", 2) + counted("three", 3));
+    std::size_t left = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root.path()))
+        left += entry.path().filename().string().starts_with("msid");
+    EXPECT_EQ(left, 0U) << "a temporary file stayed";
+}
+
+TEST_F(MessageMap, AgreesWithAReferenceMap) {
+    std::mt19937 random(11);
+    std::map<std::string, std::uint32_t, std::less<>> expected;
+    const auto make_id = [&] {
+        // Some 600 keys with several IDs each, and some long ones, so that the list is compacted now and then.
+        const std::string x = std::to_string(1000000000 + random() % 300);
+        const std::string y = std::to_string(1000000000 + random() % 3);
+        std::string id = random() % 2 == 0 ? x + y : y + x;
+        return random() % 8 == 0 ? id + std::string(200, '+') : id;
+    };
+    auto map = std::make_unique<msidmap>(folder(), "m");
+    for (int i = 0; i < 30000; ++i) {
+        const std::string id = make_id();
+        const auto found = expected.find(id);
+        switch (random() % 5) {
+        case 0:
+        case 1:
+            ASSERT_TRUE(map->insert(id, static_cast<std::uint32_t>(i + 1)));
+            expected.emplace(id, static_cast<std::uint32_t>(i + 1));
+            break;
+        case 2:
+        case 3:
+            ASSERT_EQ(map->remove(id), found != expected.end());
+            expected.erase(id);
+            break;
+        default:
+            ASSERT_EQ(map->search(id), found == expected.end() ? 0 : found->second);
+        }
+        if (i % 3000 == 1999)
+            map->release_list();
+        if (i % 5000 == 2999) {
+            ASSERT_TRUE(map->delete_if([](std::string_view, std::uint32_t value) { return value % 3 == 0; }));
+            std::erase_if(expected, [](const auto& entry) { return entry.second % 3 == 0; });
+        }
+        if (i % 5000 == 4999) {
+            map.reset();
+            map = std::make_unique<msidmap>(folder(), "m");
+            for (const auto& [known, value] : expected)
+                ASSERT_EQ(map->search(known), value);
+            std::size_t live = 0;
+            map->delete_if([&](std::string_view, std::uint32_t) { return ++live == 0; });
+            ASSERT_EQ(live, expected.size());
+        }
+    }
+}
+
+// 11038 IDs, 1000 of them twice.
+TEST_F(MessageMap, TellsDuplicatesFromNewOnes) {
+    msidmap map(folder(), "m");
+    const auto id = [](std::uint32_t i) { return "<" + std::to_string(i * 7919 % 10038 + 7) + "@host>"; };
+    for (std::uint32_t i = 0; i < 11038; ++i)
+        ASSERT_TRUE(map.insert(id(i % 10038), i + 1));
+    EXPECT_EQ(map.records(), 10038U);
+    for (std::uint32_t i = 0; i < 10038; ++i) {
+        ASSERT_NE(map.search(id(i)), 0U);
+        ASSERT_TRUE(map.remove(id(i)));
+        ASSERT_EQ(map.search(id(i)), 0U);
+    }
+}
+
+} // namespace

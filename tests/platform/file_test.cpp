@@ -1,0 +1,554 @@
+#include "platform/file.h"
+
+#include <array>
+#include <functional>
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/change_hook.h"
+#include "platform/error.h"
+#include "platform/library.h"
+#include "platform/mapping.h"
+#include "platform/sync.h"
+#include "tests/support/child_process.h"
+#include "tests/support/file_bytes.h"
+#include "tests/support/test_root.h"
+
+namespace tvr {
+
+namespace {
+
+using namespace platform;
+using namespace std::literals;
+
+// --- share modes ---
+
+struct open_mode {
+    access rights;
+    share sharing;
+};
+
+constexpr open_mode mode(std::size_t number) {
+    return {static_cast<access>(number / 4 + 1), static_cast<share>(number % 4)};
+}
+
+// What a second open may be while a first one is there: '+' it succeeds, '-' it fails with 32. The rows are
+// the first, the columns the second; both count "read", "write", "both" times the sharing of nothing,
+// "read", "write", "both".
+constexpr std::array<std::string_view, 12> sharing_table = {
+    "------------", // read: nothing
+    "-+-+--------", //       read
+    "-----+-+----", //       write
+    "-+-+-+-+-+-+", //       both
+    "------------", // write
+    "--++--------", //
+    "------++----", //
+    "--++--++--++", //
+    "------------", // both
+    "---+--------", //
+    "-------+----", //
+    "---+---+---+", //
+};
+
+std::string shared_path() {
+    return temp_folder_path() + "shared";
+}
+
+constexpr std::uint32_t patience = 10'000; // only reached by a fault
+
+// Opens the shared file in the mode of that number, and keeps it.
+const child_role holder("file holder", [](std::string_view number) {
+    const open_mode own = mode(std::stoul(std::string(number)));
+    file held;
+    event ready;
+    event never;
+    if (!held.open(shared_path(), own.rights, own.sharing, creation::open_existing) ||
+        !ready.create_named("ready") || !never.create_named("never"))
+        return 1;
+    ready.set();
+    never.wait(infinite);
+    return 2;
+});
+
+std::string second_opens() {
+    std::string outcome;
+    for (std::size_t number = 0; number < sharing_table.size(); ++number) {
+        file second;
+        set_last_error(0);
+        if (second.open(shared_path(), mode(number).rights, mode(number).sharing, creation::open_existing))
+            outcome += '+';
+        else
+            outcome += last_error() == error::sharing_violation ? '-' : '?';
+    }
+    return outcome;
+}
+
+void expect_name_is_held() {
+    EXPECT_FALSE(delete_file(shared_path()));
+    EXPECT_EQ(last_error(), error::sharing_violation);
+    EXPECT_FALSE(move_file(shared_path(), shared_path() + "2"));
+    EXPECT_EQ(last_error(), error::sharing_violation);
+}
+
+class share_modes : public testing::TestWithParam<std::size_t> {
+protected:
+    void SetUp() override { write_file(root.path() / "tmp" / "shared", "text"); }
+
+    test_root root;
+    std::string path = shared_path(); // makes the folder
+};
+
+TEST_P(share_modes, hold_in_one_process) {
+    file first;
+    ASSERT_TRUE(first.open(path, mode(GetParam()).rights, mode(GetParam()).sharing, creation::open_existing));
+    EXPECT_EQ(second_opens(), sharing_table[GetParam()]);
+    expect_name_is_held();
+    file looker;
+    EXPECT_TRUE(looker.open(path, access::none, share::none, creation::open_existing));
+    EXPECT_EQ(looker.size(), 4U);
+    first.close();
+    EXPECT_EQ(second_opens(), "++++++++++++");
+    EXPECT_TRUE(move_file(path, path + "2") && delete_file(path + "2"));
+}
+
+TEST_P(share_modes, hold_between_processes_until_death) {
+    event ready;
+    ASSERT_TRUE(ready.create_named("ready"));
+    child_process first("file holder", std::to_string(GetParam()));
+    ASSERT_TRUE(ready.wait(patience));
+    EXPECT_EQ(second_opens(), sharing_table[GetParam()]);
+    expect_name_is_held();
+    EXPECT_EQ(first.kill(), child_process::killed);
+    EXPECT_EQ(second_opens(), "++++++++++++");
+    EXPECT_TRUE(move_file(path, path + "2") && delete_file(path + "2"));
+}
+
+INSTANTIATE_TEST_SUITE_P(all, share_modes, testing::Range<std::size_t>(0, sharing_table.size()));
+
+TEST(file_test, a_refused_open_changes_nothing) {
+    const test_root root;
+    write_file(root.path() / "held", "text");
+    file first;
+    file second;
+    ASSERT_TRUE(first.open(root.engine_path("held"), access::read, share::read, creation::open_existing));
+    for (const creation how : {creation::create_always, creation::truncate_existing, creation::open_always}) {
+        EXPECT_FALSE(second.open(root.engine_path("held"), access::write, share::read_write, how));
+        EXPECT_EQ(last_error(), error::sharing_violation);
+    }
+    EXPECT_FALSE(copy_file(root.engine_path("held"), root.engine_path("held"), false));
+    EXPECT_EQ(read_file(root.path() / "held"), "text");
+}
+
+// --- answers ---
+
+class files : public testing::Test {
+protected:
+    files() {
+        std::filesystem::create_directories(root.path() / "folder" / "full");
+        write_file(root.path() / "file", "0123456789");
+        write_file(root.path() / "empty", "");
+        write_file(root.path() / "locked", "read-only");
+        write_file(root.path() / "folder" / "full" / "inner", "x");
+        EXPECT_TRUE(set_attributes(at("locked"), attribute::read_only));
+    }
+    [[nodiscard]] std::string at(const std::string& name) const { return root.engine_path(name); }
+    bool open(file& target, const std::string& name, access rights, creation how) const {
+        return target.open(at(name), rights, share::none, how);
+    }
+
+    // Everything below the root, with what can be told about it.
+    [[nodiscard]] std::map<std::string, std::string> tree() const {
+        std::map<std::string, std::string> all;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(root.path())) {
+            auto& facts = all[entry.path().string()];
+            facts = std::to_string(static_cast<unsigned>(entry.status().permissions()));
+            if (entry.is_regular_file())
+                facts += read_file(entry.path()) +
+                         std::to_string(entry.last_write_time().time_since_epoch().count());
+        }
+        return all;
+    }
+
+    test_root root;
+};
+
+TEST_F(files, failures_have_their_numbers_and_change_nothing) {
+    file f;
+    file reading;
+    file writing;
+    file empty;
+    mapping map;
+    directory_search search;
+    directory_entry entry;
+    library lib;
+    std::size_t got = 0;
+    char byte = 0;
+    ASSERT_TRUE(open(reading, "file", access::read, creation::open_existing));
+    ASSERT_TRUE(open(writing, "folder\\full\\inner", access::write, creation::open_existing));
+    ASSERT_TRUE(open(empty, "empty", access::read_write, creation::open_existing));
+    struct {
+        std::uint32_t number;
+        const char* what;
+        std::function<bool()> act;
+    } const table[] = {
+        {2, "open missing", [&] { return open(f, "no", access::read, creation::open_existing); }},
+        {2, "cut missing", [&] { return open(f, "no", access::write, creation::truncate_existing); }},
+        {3, "open below missing", [&] { return open(f, "no\\a", access::read, creation::open_existing); }},
+        {3, "make below missing", [&] { return open(f, "no\\a", access::write, creation::create_always); }},
+        {3, "open below a file", [&] { return open(f, "file\\a", access::read, creation::open_existing); }},
+        {3, "no path", [&] { return f.open("", access::read, share::read, creation::open_always); }},
+        {80, "make present", [&] { return open(f, "empty", access::write, creation::create_new); }},
+        {5, "open folder", [&] { return open(f, "folder", access::read, creation::open_existing); }},
+        {5, "write read-only", [&] { return open(f, "locked", access::write, creation::open_existing); }},
+        {5, "cut read-only", [&] { return open(f, "locked", access::read, creation::create_always); }},
+        {87, "cut unwritten", [&] { return open(f, "file", access::read, creation::truncate_existing); }},
+        {2, "delete missing", [&] { return delete_file(at("no")); }},
+        {3, "delete below missing", [&] { return delete_file(at("no\\a")); }},
+        {5, "delete folder", [&] { return delete_file(at("folder")); }},
+        {5, "delete read-only", [&] { return delete_file(at("locked")); }},
+        {2, "move missing", [&] { return move_file(at("no"), at("new")); }},
+        {183, "move onto", [&] { return move_file(at("locked"), at("file")); }},
+        {183, "move folder onto", [&] { return move_file(at("folder\\full"), at("folder")); }},
+        {3, "move below missing", [&] { return move_file(at("locked"), at("no\\a")); }},
+        {2, "copy missing", [&] { return copy_file(at("no"), at("new"), false); }},
+        {80, "copy onto", [&] { return copy_file(at("locked"), at("empty"), true); }},
+        {3, "copy below missing", [&] { return copy_file(at("locked"), at("no\\a"), true); }},
+        {2, "link missing", [&] { return create_hard_link(at("new"), at("no")); }},
+        {183, "link onto", [&] { return create_hard_link(at("locked"), at("file")); }},
+        {5, "link folder", [&] { return create_hard_link(at("new"), at("folder")); }},
+        {3, "link below missing", [&] { return create_hard_link(at("no\\a"), at("file")); }},
+        {183, "make folder", [&] { return create_directory(at("folder")); }},
+        {3, "make folder below", [&] { return create_directory(at("no\\a")); }},
+        {145, "remove full", [&] { return remove_directory(at("folder\\full")); }},
+        {2, "remove missing", [&] { return remove_directory(at("no")); }},
+        {267, "remove file", [&] { return remove_directory(at("locked")); }},
+        {2, "attributes", [&] { return get_attributes(at("no")).has_value(); }},
+        {3, "attributes below", [&] { return get_attributes(at("no\\a")).has_value(); }},
+        {2, "set attributes", [&] { return set_attributes(at("no"), attribute::read_only); }},
+        {267, "temporary file", [&] { return make_temp_file(at("no"), "tvr").has_value(); }},
+        {3, "go to missing", [&] { return set_current_directory(at("no\\a")); }},
+        {2, "search nothing", [&] { return search.first(at("folder\\*.bye"), entry); }},
+        {3, "search missing", [&] { return search.first(at("no\\*"), entry); }},
+        {6, "read closed", [&] { return f.read(&byte, 1, got); }},
+        {6, "write closed", [&] { return f.write("x", 1); }},
+        {6, "seek closed", [&] { return f.seek(0, origin::begin).has_value(); }},
+        {6, "size closed", [&] { return f.size().has_value(); }},
+        {5, "read unreadable", [&] { return writing.read(&byte, 1, got); }},
+        {5, "write unwritable", [&] { return reading.write("x", 1); }},
+        {5, "cut unwritable", [&] { return reading.set_end(); }},
+        {5, "date unwritable", [&] { return reading.set_last_write_time(1); }},
+        {87, "seek before 0", [&] { return reading.seek(-11, origin::end).has_value(); }},
+        {1006, "map empty", [&] { return map.create(empty, true, 0); }},
+        {1006, "view empty", [&] { return map.create(empty, false, 0); }},
+        {8, "map behind the end", [&] { return map.create(reading, false, 11); }},
+        {5, "map unwritable", [&] { return map.create(reading, true, 10); }},
+        {5, "map unreadable", [&] { return map.create(writing, true, 1); }},
+        {6, "map closed", [&] { return map.create(f, false, 0); }},
+        {6, "view unmapped", [&] { return map.map_view(); }},
+        {126, "library", [&] { return lib.load("tvr_no_such.dll"); }},
+    };
+    const auto before = tree();
+    for (const auto& row : table) {
+        set_last_error(4711);
+        EXPECT_FALSE(row.act()) << row.what;
+        EXPECT_EQ(last_error(), row.number) << row.what;
+    }
+    EXPECT_EQ(tree(), before);
+}
+
+TEST_F(files, creation_modes) {
+    struct {
+        creation how;
+        bool makes;
+        std::string kept;
+    } const table[] = {
+        {creation::create_new, true, ""},         {creation::create_always, true, ""},
+        {creation::open_existing, false, "012"},  {creation::open_always, true, "012"},
+        {creation::truncate_existing, false, ""},
+    };
+    for (const auto& row : table) {
+        file f;
+        EXPECT_EQ(open(f, "new", access::write, row.how), row.makes);
+        f.close();
+        EXPECT_EQ(get_attributes(at("new")).has_value(), row.makes);
+        write_file(root.path() / "new", "012");
+        EXPECT_EQ(open(f, "new", access::read_write, row.how), row.how != creation::create_new);
+        if (f.is_open()) {
+            EXPECT_EQ(f.size(), row.kept.size());
+        }
+        f.close();
+        EXPECT_TRUE(delete_file(at("new")));
+    }
+}
+
+TEST_F(files, have_a_position_and_an_end) {
+    file f;
+    std::array<char, 32> buffer{};
+    std::size_t got = 0;
+    const auto read = [&](std::size_t size) {
+        EXPECT_TRUE(f.read(buffer.data(), size, got));
+        return std::string(buffer.data(), got);
+    };
+    ASSERT_TRUE(open(f, "file", access::read_write, creation::open_existing));
+    EXPECT_EQ(read(4), "0123");
+    EXPECT_TRUE(f.write("ab", 2));
+    EXPECT_EQ(f.seek(-1, origin::current), 5U);
+    EXPECT_EQ(read(99), "b6789");
+    EXPECT_EQ(read(1), "");
+    EXPECT_EQ(f.seek(3, origin::end), 13U);
+    EXPECT_EQ(f.size(), 10U);
+    EXPECT_EQ(read(1), "");
+    EXPECT_TRUE(f.write("z", 1));
+    EXPECT_EQ(f.seek(-5, origin::end), 9U);
+    EXPECT_EQ(read(99), "9\0\0\0z"s);
+    EXPECT_EQ(f.seek(2, origin::begin), 2U);
+    EXPECT_TRUE(f.set_end());
+    EXPECT_EQ(f.seek(2, origin::current), 4U);
+    EXPECT_TRUE(f.set_end() && f.flush());
+    EXPECT_EQ(read_file(root.path() / "file"), "01\0\0"s);
+}
+
+TEST_F(files, times_count_in_100_ns) {
+    file f;
+    ASSERT_TRUE(open(f, "file", access::read_write, creation::open_existing));
+    // 2001-09-09 01:46:40 UTC is the second 1000000000 since 1970 and so 12644473600 since 1601.
+    constexpr std::uint64_t moments[] = {126'444'736'000'000'000, 126'444'736'000'000'001,
+                                         126'444'736'009'999'999};
+    for (const std::uint64_t moment : moments) {
+        EXPECT_TRUE(f.set_last_write_time(moment));
+        EXPECT_EQ(f.last_write_time(), moment);
+    }
+    using namespace std::chrono;
+    const auto seconds = file_clock::to_sys(std::filesystem::last_write_time(root.path() / "file"));
+    EXPECT_EQ(floor<std::chrono::seconds>(seconds).time_since_epoch().count(), 1'000'000'000);
+    f.close();
+    EXPECT_TRUE(set_attributes(at("file"), attribute::read_only));
+    EXPECT_TRUE(copy_file(at("file"), at("copy"), true));
+    ASSERT_TRUE(open(f, "copy", access::read, creation::open_existing));
+    EXPECT_EQ(f.last_write_time(), moments[2]);
+    EXPECT_EQ(get_attributes(at("copy")), attribute::archive | attribute::read_only);
+}
+
+TEST_F(files, read_only_files_are_kept) {
+    EXPECT_EQ(get_attributes(at("locked")), attribute::archive | attribute::read_only);
+    EXPECT_EQ(get_attributes(at("folder\\")), attribute::directory);
+    EXPECT_FALSE(copy_file(at("file"), at("locked"), false));
+    EXPECT_EQ(read_file(root.path() / "locked"), "read-only");
+    EXPECT_TRUE(move_file(at("locked"), at("moved")));
+    EXPECT_TRUE(set_attributes(at("moved"), attribute::normal));
+    EXPECT_TRUE(delete_file(at("moved")));
+    file f;
+    ASSERT_TRUE(f.open(at("born"), access::write, share::none, creation::create_new, attribute::read_only));
+    EXPECT_TRUE(f.write("x", 1));
+    f.close();
+    EXPECT_FALSE(open(f, "born", access::write, creation::open_existing));
+}
+
+TEST_F(files, a_link_is_the_file_and_a_copy_another) {
+    ASSERT_TRUE(create_hard_link(at("folder\\link"), at("file")));
+    ASSERT_TRUE(copy_file(at("file"), at("copy"), true));
+    file f;
+    ASSERT_TRUE(open(f, "file", access::write, creation::open_existing));
+    EXPECT_TRUE(f.write("ABC", 3));
+    f.close();
+    EXPECT_EQ(read_file(root.path() / "folder" / "link"), "ABC3456789");
+    EXPECT_EQ(read_file(root.path() / "copy"), "0123456789");
+    EXPECT_TRUE(delete_file(at("file")));
+    EXPECT_EQ(read_file(root.path() / "folder" / "link"), "ABC3456789");
+    EXPECT_TRUE(copy_file(at("folder\\link"), at("copy"), false));
+    EXPECT_EQ(read_file(root.path() / "copy"), "ABC3456789");
+}
+
+TEST_F(files, a_long_copy_is_whole) {
+    std::string bytes(9'000'001, 'x');
+    for (std::size_t i = 0; i < bytes.size(); i += 4093)
+        bytes[i] = static_cast<char>(i);
+    write_file(root.path() / "long", bytes);
+    EXPECT_TRUE(copy_file(at("long"), at("copy"), true));
+    EXPECT_TRUE(read_file(root.path() / "copy") == bytes);
+}
+
+TEST_F(files, move_with_their_folder) {
+    EXPECT_TRUE(move_file(at("folder\\full"), at("else\\")));
+    EXPECT_EQ(read_file(root.path() / "else" / "inner"), "x");
+    EXPECT_TRUE(remove_directory(at("folder\\")));
+    EXPECT_FALSE(get_attributes(at("folder")));
+    EXPECT_TRUE(create_directory(at("folder\\")));
+}
+
+TEST_F(files, path_forms) {
+    const std::string before = current_directory();
+    ASSERT_TRUE(set_current_directory(at("folder\\")));
+    EXPECT_EQ(current_directory(), at("folder"));
+    for (const char* name : {"full\\inner", ".\\full\\inner", "..\\folder\\full\\inner", "full/inner"})
+        EXPECT_TRUE(get_attributes(name)) << name;
+    EXPECT_FALSE(get_attributes("inner"));
+    EXPECT_FALSE(get_attributes("full\\inner\0"s));
+    EXPECT_TRUE(set_current_directory(before));
+}
+
+TEST_F(files, temporary_names) {
+    std::map<std::string, int> seen;
+    for (int i = 0; i < 50; ++i) {
+        const auto made = make_temp_file(at(i % 2 == 0 ? "folder" : "folder\\"), "prefix");
+        ASSERT_TRUE(made);
+        EXPECT_EQ(made->substr(0, at("folder").size() + 4), at("folder\\pre"));
+        EXPECT_EQ(made->find_first_not_of("0123456789abcdefABCDEF", at("folder").size() + 4),
+                  made->size() - 4);
+        EXPECT_TRUE(made->ends_with(".tmp"));
+        EXPECT_TRUE(get_attributes(*made));
+        EXPECT_EQ(++seen[*made], 1);
+    }
+    EXPECT_EQ(get_attributes(temp_folder_path()), attribute::directory);
+}
+
+// --- searches ---
+
+TEST(directory_search_test, patterns_find_sorted_names) {
+    const test_root root;
+    for (const char* name :
+         {"b0.bye", "B1.BYE", "a.b.c", "data.bys", "plain", "x1", "x2", "x10", "spam0001.bye"})
+        write_file(root.path() / name, "");
+    std::filesystem::create_directory(root.path() / "sub.bye");
+    using names = std::vector<std::string>;
+    struct {
+        const char* pattern;
+        names found;
+    } const table[] = {
+        {"*",
+         {"B1.BYE", "a.b.c", "b0.bye", "data.bys", "plain", "spam0001.bye", "sub.bye", "x1", "x10", "x2"}},
+        {"*.*",
+         {"B1.BYE", "a.b.c", "b0.bye", "data.bys", "plain", "spam0001.bye", "sub.bye", "x1", "x10", "x2"}},
+        {"*.bye", {"B1.BYE", "b0.bye", "spam0001.bye", "sub.bye"}},
+        {"B*", {"B1.BYE", "b0.bye"}},
+        {"b?.Bye", {"B1.BYE", "b0.bye"}},
+        {"*a*.b*", {"a.b.c", "data.bys", "spam0001.bye"}},
+        {"spam????.bye", {"spam0001.bye"}},
+        {"x?", {"x1", "x2"}},
+        {"x??", {"x1", "x10", "x2"}},
+        {"DATA.bys", {"data.bys"}},
+        {"plain.*", {"plain"}},
+        {"x", {}},
+        {"*.by", {}},
+        {"?.bye", {}},
+    };
+    for (const auto& row : table) {
+        directory_search search;
+        directory_entry entry;
+        names found;
+        bool more = search.first(root.engine_path(row.pattern), entry);
+        EXPECT_EQ(last_error() == error::file_not_found && !more, row.found.empty()) << row.pattern;
+        for (; more; more = search.next(entry)) {
+            if (entry.name == "." || entry.name == "..") {
+                EXPECT_TRUE(found.empty()) << row.pattern;
+                continue;
+            }
+            EXPECT_EQ(entry.attributes,
+                      entry.name.starts_with("sub") ? attribute::directory : attribute::archive);
+            found.push_back(entry.name);
+        }
+        EXPECT_EQ(found, row.found) << row.pattern;
+        EXPECT_EQ(last_error(), row.found.empty() ? error::file_not_found : error::no_more_files);
+    }
+}
+
+// --- the change hook ---
+
+std::vector<std::pair<change, std::string>> asked;
+std::size_t refused = 0; // the number of the question that is answered by an error
+
+std::uint32_t ask(change what, std::string_view path) {
+    asked.emplace_back(what, path);
+    return asked.size() == refused ? 4711U : 0U;
+}
+
+TEST_F(files, every_change_can_be_refused) {
+    using enum change;
+    file f;
+    mapping map;
+    const auto reopen = [&] { return open(f, "file", access::read_write, creation::open_existing); };
+    const auto make = [&] { return open(f, "new", access::read, creation::open_always); };
+    const auto cut = [&] { return open(f, "file", access::write, creation::create_always); };
+    const auto grow = [&] { return reopen() && f.seek(99, origin::end) && f.set_end(); };
+    struct {
+        const char* path;
+        std::vector<change> changes;
+        std::function<bool()> act;
+    } const table[] = {
+        {"new", {create_file}, make},
+        {"file", {truncate_file}, cut},
+        {"file", {truncate_file}, grow},
+        {"file", {truncate_file}, [&] { return reopen() && map.create(f, true, 99); }},
+        {"file", {write_file}, [&] { return reopen() && f.write("abc", 3); }},
+        {"file", {set_time}, [&] { return reopen() && f.set_last_write_time(1); }},
+        {"file", {delete_file}, [&] { return platform::delete_file(at("file")); }},
+        {"new", {rename_file}, [&] { return move_file(at("file"), at("new")); }},
+        {"new", {create_file, write_file, set_time}, [&] { return copy_file(at("file"), at("new"), true); }},
+        {"new", {link_file}, [&] { return create_hard_link(at("new"), at("file")); }},
+        {"new", {create_folder}, [&] { return create_directory(at("new")); }},
+        {"void", {remove_folder}, [&] { return remove_directory(at("void")); }},
+        {"file",
+         {set_attributes},
+         [&] { return platform::set_attributes(at("file"), attribute::read_only); }},
+    };
+    for (const auto& row : table) {
+        std::filesystem::remove(root.path() / "new");
+        std::filesystem::create_directory(root.path() / "void");
+        tvr::write_file(root.path() / "file", "0123456789");
+        const auto before = tree();
+        const auto number = &row - table;
+        set_change_hook(ask);
+        for (refused = 1; refused <= row.changes.size(); ++refused) {
+            asked.clear();
+            EXPECT_FALSE(row.act()) << number;
+            EXPECT_EQ(last_error(), 4711U) << number;
+            f.close();
+            EXPECT_EQ(tree(), before) << number;
+        }
+        refused = 0;
+        asked.clear();
+        EXPECT_TRUE(row.act()) << number;
+        ASSERT_EQ(asked.size(), row.changes.size()) << number;
+        for (std::size_t i = 0; i < asked.size(); ++i)
+            EXPECT_EQ(asked[i], std::pair(row.changes[i], at(row.path))) << number;
+        EXPECT_NE(tree(), before) << number;
+        set_change_hook(nullptr);
+        f.close();
+        map.close();
+    }
+}
+
+// --- mappings ---
+
+TEST_F(files, a_mapping_grows_the_file_and_shows_it) {
+    file f;
+    ASSERT_TRUE(f.open(at("file"), access::read_write, share::read, creation::open_existing));
+    mapping writable;
+    ASSERT_TRUE(writable.create(f, true, 70'000) && writable.map_view());
+    EXPECT_EQ(f.size(), 70'000U);
+    EXPECT_EQ(writable.size(), 70'000U);
+    EXPECT_EQ(std::string_view(reinterpret_cast<char*>(writable.data()), 11), "0123456789\0"sv);
+    EXPECT_EQ(writable.data()[69'999], 0);
+    file g;
+    ASSERT_TRUE(g.open(at("file"), access::read, share::read_write, creation::open_existing));
+    mapping reading;
+    ASSERT_TRUE(reading.create(g, false, 0) && reading.map_view());
+    EXPECT_EQ(reading.size(), 70'000U);
+    writable.data()[69'999] = 'z';
+    EXPECT_EQ(reading.data()[69'999], 'z');
+    writable.close();
+    EXPECT_TRUE(!writable.has_mapping() && writable.data() == nullptr);
+    ASSERT_TRUE(writable.create(f, true, 5) && writable.map_view());
+    EXPECT_EQ(f.size(), 70'000U);
+    writable.data()[0] = 'a';
+    char first = 0;
+    std::size_t got = 0;
+    EXPECT_TRUE(g.read(&first, 1, got));
+    EXPECT_EQ(first, 'a');
+}
+
+} // namespace
+
+} // namespace tvr

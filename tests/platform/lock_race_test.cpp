@@ -1,0 +1,141 @@
+// Eight processes race for the lock file while others of them are killed.
+#include "dict/dictbase.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/error.h"
+#include "platform/mapping.h"
+#include "platform/process.h"
+#include "tests/support/child_process.h"
+#include "tests/support/test_root.h"
+
+namespace tvr {
+
+namespace {
+
+using counter = std::atomic<std::uint32_t>;
+
+constexpr std::size_t racers = 8;
+constexpr std::uint32_t acquisitions_wanted = 100'000;
+constexpr std::uint32_t kills_wanted = 60;
+
+// What the holders of the lock have done, in a file that all map. Only a holder changes it, so that two
+// plain steps in place of one atomic step lose something as soon as there are two holders.
+struct tally {
+    counter acquisitions;
+    counter check;  // follows `acquisitions` inside the lock
+    counter holder; // the process inside; left behind by one who is killed
+    counter collisions;
+    counter nested;
+};
+
+class shared_tally {
+public:
+    bool open() {
+        return m_file.open(platform::temp_folder_path() + "tally", platform::access::read_write,
+                           platform::share::read_write, platform::creation::open_always) &&
+               m_mapping.create(m_file, true, sizeof(tally)) && m_mapping.map_view();
+    }
+    tally* operator->() const { return reinterpret_cast<tally*>(m_mapping.data()); }
+
+private:
+    platform::file m_file;
+    platform::mapping m_mapping;
+};
+
+std::string lock_path() {
+    return platform::temp_folder_path() + "lock.bin";
+}
+
+void work_inside(const shared_tally& done, std::uint32_t own) {
+    // A dead holder leaves its number behind. A living one is a second owner.
+    const std::uint32_t other = done->holder.exchange(own);
+    if (other != 0 && platform::process_exists(other))
+        ++done->collisions;
+    const std::uint32_t number = done->acquisitions.load() + 1;
+    done->acquisitions.store(number);
+    platform::sleep_for(0);
+    done->check.store(number);
+    if (done->acquisitions.load() != number || done->holder.load() != own)
+        ++done->collisions;
+    done->holder.store(0);
+}
+
+const child_role racer("lock racer", [](std::string_view seed) {
+    shared_tally done;
+    if (!done.open())
+        return 1;
+    std::minstd_rand random(static_cast<unsigned>(std::stoul(std::string(seed))));
+    const std::uint32_t own = platform::current_process_id();
+    file_lock lock(lock_path());
+    while (done->acquisitions.load() < acquisitions_wanted) {
+        if (!lock.try_acquire()) {
+            platform::sleep_for(0);
+            continue;
+        }
+        const bool nests = random() % 8 == 0 && lock.try_acquire();
+        work_inside(done, own);
+        if (nests) {
+            lock.release();
+            ++done->nested;
+        }
+        lock.release();
+    }
+    return 0;
+});
+
+TEST(file_lock_test, has_one_owner_whoever_dies) {
+    const test_root root;
+    shared_tally done;
+    ASSERT_TRUE(done.open());
+    std::minstd_rand random(1);
+    std::vector<child_process> all;
+    const auto start = [&] { return child_process("lock racer", std::to_string(random())); };
+    while (all.size() < racers)
+        all.push_back(start());
+    for (std::uint32_t kill = 1; kill <= kills_wanted; ++kill) {
+        // Some die at work, where the lock is never free; the last ones have time to come to the end.
+        const std::uint32_t mark = acquisitions_wanted / (kills_wanted + 1) * kill;
+        while (done->acquisitions.load() < mark)
+            platform::sleep_for(1);
+        child_process& victim = all[random() % racers];
+        EXPECT_EQ(victim.kill(), child_process::killed);
+        victim = start();
+    }
+    for (child_process& one : all)
+        EXPECT_EQ(one.join(), 0);
+    EXPECT_GE(done->acquisitions.load(), acquisitions_wanted);
+    EXPECT_EQ(done->collisions.load(), 0U);
+    EXPECT_GT(done->nested.load(), 0U);
+
+    file_lock lock(lock_path());
+    EXPECT_TRUE(lock.try_acquire());
+    lock.release();
+    EXPECT_FALSE(platform::get_attributes(lock_path()));
+}
+
+TEST(file_lock_test, nests_and_excludes) {
+    const test_root root;
+    file_lock first(lock_path());
+    file_lock second(lock_path());
+    EXPECT_FALSE(file_lock().try_acquire());
+    second.release();
+    EXPECT_TRUE(first.try_acquire() && first.try_acquire());
+    EXPECT_FALSE(second.try_acquire());
+    EXPECT_FALSE(platform::delete_file(lock_path()));
+    EXPECT_EQ(platform::last_error(), platform::error::sharing_violation);
+    first.release();
+    EXPECT_FALSE(second.try_acquire());
+    first.release();
+    EXPECT_FALSE(platform::get_attributes(lock_path()));
+    EXPECT_TRUE(second.try_acquire());
+}
+
+} // namespace
+
+} // namespace tvr

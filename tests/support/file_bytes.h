@@ -1,0 +1,45 @@
+// Files as byte strings, and the pieces that their expected bytes are put together from.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <string_view>
+
+namespace tvr {
+
+// Little-endian 32-bit numbers.
+template <class... Numbers>
+std::string le(Numbers... numbers) {
+    std::string bytes;
+    const auto put = [&](std::uint32_t number) {
+        for (int shift = 0; shift < 32; shift += 8)
+            bytes += static_cast<char>(number >> shift & 0xFF);
+    };
+    (put(static_cast<std::uint32_t>(numbers)), ...);
+    return bytes;
+}
+
+// A length byte and the text.
+inline std::string pascal(std::string_view text) {
+    return std::string(1, static_cast<char>(text.size())).append(text);
+}
+
+// A length byte, the text and its number.
+inline std::string counted(std::string_view text, std::uint32_t number) {
+    return pascal(text) + le(number);
+}
+
+inline std::string read_file(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline void write_file(const std::filesystem::path& path, std::string_view bytes) {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+} // namespace tvr

@@ -1,0 +1,87 @@
+// tvrctl start, stop, force, purge: the engine's own keys, and a word about what came of them.
+
+#include <cstdio>
+
+#include "client/tvr_ipc.h"
+#include "platform/clock.h"
+#include "platform/presence.h"
+#include "signal/identity.h"
+#include "tools/command.h"
+#include "tools/engine_view.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr std::uint32_t poll_pause = 10; // milliseconds
+constexpr std::uint32_t start_patience = 10000;
+
+// Waits for the engine that was just started; its process id, or 0.
+std::uint32_t wait_for_engine() {
+    const std::uint32_t start = platform::tick_count();
+    std::uint32_t process = 0;
+    while ((process = engine_view::process_id()) == 0 && platform::tick_count() - start < start_patience)
+        platform::sleep_for(poll_pause);
+    return process;
+}
+
+// Raises an event of an engine that runs, or is started for it, and stays until it is up.
+int raise_and_report(engine_event event, const char* text) {
+    training_client client;
+    const ipc_status status = client.raise(event);
+    if (!status)
+        return fail(status.text);
+    if (wait_for_engine() == 0)
+        return fail("the engine was started, but doesn't come up");
+    std::printf("%s\n", text);
+    return exit_code::done;
+}
+
+int start() {
+    if (const std::uint32_t process = engine_view::process_id()) {
+        std::printf("The engine runs already, as process %u.\n", process);
+        return exit_code::done;
+    }
+    training_client client;
+    // `add` alone makes the engine do nothing but start its delay anew.
+    const ipc_status status = client.raise(engine_event::add);
+    if (!status)
+        return fail(status.text);
+    const std::uint32_t process = wait_for_engine();
+    if (process == 0)
+        return fail("the engine was started, but doesn't come up");
+    std::printf("The engine runs as process %u.\n", process);
+    return exit_code::done;
+}
+
+int stop() {
+    if (engine_view::process_id() == 0) {
+        std::printf("The engine doesn't run.\n");
+        return exit_code::done;
+    }
+    platform::close_presence(server_class, server_title);
+    std::printf("The engine has stopped. A training under way goes on at the next start.\n");
+    return exit_code::done;
+}
+
+} // namespace
+
+void add_engine_commands(CLI::App& program, int& code) {
+    program.add_subcommand("start", "Start the engine")
+        ->footer("Example:\n  tvrctl start")
+        ->callback([&code] { code = start(); });
+    program.add_subcommand("stop", "Stop the engine")->footer("Example:\n  tvrctl stop")->callback([&code] {
+        code = stop();
+    });
+    program.add_subcommand("force", "Train on the waiting messages now")
+        ->footer("Example:\n  tvrctl force")
+        ->callback(
+            [&code] { code = raise_and_report(engine_event::train, "The engine was told to train now."); });
+    program.add_subcommand("purge", "Forget all training")
+        ->footer("The published base stays in use until the next training.\n\nExample:\n  tvrctl purge")
+        ->callback([&code] {
+            code = raise_and_report(engine_event::reset, "The engine was told to forget all training.");
+        });
+}
+
+} // namespace tvr

@@ -1,0 +1,127 @@
+#include "tools/engine_view.h"
+
+#include <algorithm>
+#include <array>
+#include <span>
+#include <utility>
+
+#include "common/bytes.h"
+#include "common/files.h"
+#include "compiled/base_header.h"
+#include "dict/atom.h"
+#include "dict/dictbase.h"
+#include "platform/clock.h"
+#include "platform/file.h"
+#include "platform/presence.h"
+#include "signal/identity.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr std::uint32_t lock_patience = 2000; // milliseconds
+constexpr std::uint32_t lock_pause = 10;
+
+// The start of a file, as far as it goes.
+template <std::size_t size>
+std::span<const std::uint8_t> peek(const std::string& path, std::array<std::uint8_t, size>& room) {
+    return {room.data(), platform::peek_file(path, 0, room.data(), room.size()).value_or(0)};
+}
+
+bool exists(const std::string& path) {
+    return platform::get_attributes(path).has_value();
+}
+
+} // namespace
+
+engine_view::engine_view(std::string working_directory)
+    : m_working(std::move(working_directory)), m_base(m_working + "base\\"),
+      m_transact(m_base + "transact\\") {}
+
+std::uint32_t engine_view::process_id() {
+    const auto found = platform::find_presence(server_class, server_title);
+    return found.found ? found.process_id : 0;
+}
+
+std::optional<std::uint32_t> engine_view::waiting() const {
+    const std::string path = m_transact + "autotrain.bys";
+    if (!exists(path))
+        return 0;
+    file_lock lock(m_transact + "lock.bin");
+    const std::uint32_t start = platform::tick_count();
+    while (!lock.try_acquire()) {
+        if (platform::tick_count() - start > lock_patience)
+            return std::nullopt;
+        platform::sleep_for(lock_pause);
+    }
+    return word_file(path).read(0);
+}
+
+std::uint64_t engine_view::cache_size() const {
+    const std::uint32_t size = file_size(m_transact + "autotrain.bys");
+    return size == no_file_size ? 0 : size;
+}
+
+bool engine_view::snapshot_exists() const {
+    return exists(m_transact + "~autotrain.bys");
+}
+
+const char* engine_view::stage() const {
+    // From the last marker to the first: the newest one counts.
+    constexpr std::array<std::pair<const char*, const char*>, 5> stages = {{
+        {"0006", "generating the base"},
+        {"0004", "publishing the dictionaries"},
+        {"0003", "adding the good messages"},
+        {"0002", "adding the spam"},
+        {"0001", "sorting the messages"},
+    }};
+    for (const auto& [folder, text] : stages)
+        if (exists(m_transact + folder + "\\prepared.txt"))
+            return text;
+    return snapshot_exists() ? "taking the messages" : nullptr;
+}
+
+half_view engine_view::half(const std::string& name) const {
+    half_view sum;
+    platform::directory_search search;
+    platform::directory_entry entry;
+    for (bool more = search.first(m_base + name + "*.bye", entry); more; more = search.next(entry)) {
+        std::array<std::uint8_t, 256> room;
+        atom_head head;
+        std::size_t behind = 0;
+        if (!head.read(peek(m_base + entry.name, room), behind))
+            continue;
+        ++sum.atoms;
+        sum.messages += head.messages;
+        sum.tokens += head.tokens;
+        if (head.oldest == 0)
+            continue;
+        const std::uint32_t newest = std::max(head.oldest, head.newest);
+        sum.oldest = sum.oldest == 0 ? head.oldest : std::min(sum.oldest, head.oldest);
+        sum.newest = std::max(sum.newest, newest);
+    }
+    return sum;
+}
+
+std::optional<base_view> engine_view::base() const {
+    std::array<std::uint8_t, 256> room;
+    const auto start = peek(base_path(), room);
+    base_header head;
+    std::size_t behind = 0;
+    if (!head.header.read(start, behind) || start.size() < behind + 4)
+        return std::nullopt;
+    base_view view;
+    view.bytes = file_size(base_path());
+    view.tokens = load_u32(start.data() + behind);
+    view.spam_messages = head.spam_messages;
+    view.ham_messages = head.nonspam_messages;
+    view.published = stamp();
+    return view;
+}
+
+std::uint64_t engine_view::stamp() const {
+    std::array<std::uint8_t, 8> room{};
+    return peek(m_base + "cashe.mrk", room).size() == room.size() ? load_le<std::uint64_t>(room.data()) : 0;
+}
+
+} // namespace tvr

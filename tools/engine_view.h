@@ -1,0 +1,55 @@
+// What an onlooker can see of the engine: its process, its cache, its dictionaries and its published base.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tvr {
+
+struct half_view {
+    std::uint32_t atoms = 0;
+    std::uint64_t messages = 0;
+    std::uint64_t tokens = 0; // a token in three atoms counts three times
+    std::uint32_t oldest = 0; // minutes since 1601; 0 if there is no message
+    std::uint32_t newest = 0;
+};
+
+struct base_view {
+    std::uint64_t bytes = 0;
+    std::uint32_t tokens = 0;
+    std::uint32_t spam_messages = 0;
+    std::uint32_t ham_messages = 0;
+    std::uint64_t published = 0; // 100 ns units since 1601; 0 if the time mark is missing
+};
+
+// Nothing here changes or holds a file that the engine works on.
+class engine_view {
+public:
+    explicit engine_view(std::string working_directory); // with a trailing backslash
+
+    // The engine's process id, or 0.
+    [[nodiscard]] static std::uint32_t process_id();
+
+    // The messages of the cache; nothing if it is in use all the time (its lock is tried for two seconds).
+    [[nodiscard]] std::optional<std::uint32_t> waiting() const;
+    [[nodiscard]] std::uint64_t cache_size() const; // bytes; 0 if there is none
+    [[nodiscard]] bool snapshot_exists() const;     // messages taken, but not yet in a stage
+    // What a transaction does next, in words, or null if none is under way.
+    [[nodiscard]] const char* stage() const;
+
+    [[nodiscard]] half_view half(const std::string& name) const; // "spamdict" or "nspamdict"
+    [[nodiscard]] std::optional<base_view> base() const;
+    [[nodiscard]] std::uint64_t stamp() const; // of the published base; 0 if there is none
+    [[nodiscard]] std::string base_path() const { return m_base + "cashe.rgd"; }
+
+    [[nodiscard]] const std::string& working_directory() const noexcept { return m_working; }
+
+private:
+    std::string m_working;
+    std::string m_base;
+    std::string m_transact;
+};
+
+} // namespace tvr

@@ -1,0 +1,43 @@
+// tvrctl log: switches the engine's logs.
+
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <string_view>
+
+#include "common/bytes.h"
+#include "platform/registry.h"
+#include "tools/command.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr std::uint32_t to_files = 2; // the bit of EnableKWILLog
+
+bool write_number(platform::registry_key& key, std::string_view name, std::uint32_t number) {
+    std::array<char, 4> bytes{};
+    store_u32(bytes.data(), number);
+    return key.set(name, platform::registry_type::dword, {bytes.data(), bytes.size()});
+}
+
+int switch_log(bool on) {
+    platform::registry_key key;
+    if (!key.create(platform::registry_root::local_machine, "Software") ||
+        !write_number(key, "EnableKWILLog", on ? to_files : 0) || !write_number(key, "KWILLogLevel", 1))
+        return fail("the switch can't be written: no right to change the machine's settings");
+    std::printf("The engine's logs are %s from its next start on.\n", on ? "written" : "off");
+    return exit_code::done;
+}
+
+} // namespace
+
+void add_log(CLI::App& program, int& code) {
+    CLI::App* command = program.add_subcommand("log", "Switch the engine's logs on or off");
+    command->require_subcommand(1);
+    command->add_subcommand("on", "Write logs")->callback([&code] { code = switch_log(true); });
+    command->add_subcommand("off", "Write none")->callback([&code] { code = switch_log(false); });
+    command->footer("Example:\n  tvrctl log on; tvrctl stop; tvrctl start");
+}
+
+} // namespace tvr
