@@ -163,7 +163,7 @@ private:
     void host(std::string_view prefix, std::string_view name);
     void absent_headers();
     void subject_shape(std::string_view subject);
-    void make_facts(std::string_view raw);
+    void make_facts(std::string_view raw, std::string_view mbox_date);
 
     void part(GMimeObject* object, unsigned depth);
     void leaf(GMimePart* object);
@@ -583,7 +583,7 @@ void tokenizer::implementation::part(GMimeObject* object, unsigned depth) {
 
 // --- the whole
 
-void tokenizer::implementation::make_facts(std::string_view raw) {
+void tokenizer::implementation::make_facts(std::string_view raw, std::string_view mbox_date) {
     std::string_view id = trim(m_message_id, " \t\r\n<>");
     std::string made;
     if (id.empty()) {
@@ -598,6 +598,8 @@ void tokenizer::implementation::make_facts(std::string_view raw) {
     m_facts.time = minutes_from_mail_date(m_date);
     if (m_facts.time == 0)
         m_facts.time = minutes_from_mail_date(std::string_view(m_received).substr(m_received.rfind(';') + 1));
+    if (m_facts.time == 0)
+        m_facts.time = minutes_from_mail_date(mbox_date);
 }
 
 void tokenizer::implementation::tokenize(std::string_view raw) {
@@ -609,8 +611,12 @@ void tokenizer::implementation::tokenize(std::string_view raw) {
     m_has_to = false;
     for (std::string* text : {&m_message_id, &m_subject, &m_date, &m_from, &m_received})
         text->clear();
-    if (raw.starts_with("From "))
-        raw.remove_prefix(std::min(raw.size(), raw.find('\n') + 1));
+    std::string_view mbox_date;
+    if (raw.starts_with("From ")) {
+        const std::string_view line = raw.substr(0, raw.find('\n'));
+        mbox_date = line.substr(std::min(line.find(' ', 5), line.size()));
+        raw.remove_prefix(std::min(raw.size(), line.size() + 1));
+    }
     const std::string_view seen = raw.substr(0, m_limits.mail);
 
     // The stream reads from the bytes where they are, and does not own them.
@@ -631,7 +637,7 @@ void tokenizer::implementation::tokenize(std::string_view raw) {
     mark("size ", power_of_two_below(full_size));
     mark("text ", power_of_two_below(m_text_seen));
     mark("links ", power_of_two_below(m_links));
-    make_facts(raw);
+    make_facts(raw, mbox_date);
 }
 
 bool looks_like_mail(std::string_view raw) noexcept {

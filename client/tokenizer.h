@@ -15,8 +15,8 @@ namespace tvr {
 // What a message is called and when it was written.
 struct mail_facts {
     std::string msid; // the message ID of a cache record
-    std::uint32_t time =
-        0; // minutes since 1601 by the Date header, or the newest Received; 0 if neither is sane
+    // Minutes since 1601: of the Date header, or the newest Received, or the mbox line; 0 if none is sane.
+    std::uint32_t time = 0;
 };
 
 struct tokenizer_limits {

@@ -25,7 +25,8 @@ struct list_record {
 };
 
 // Reads the record at `position`, which points into `list`. False if the list holds no whole one there.
-inline bool read_record(std::span<const std::uint8_t> list, std::size_t position, list_record& record) noexcept {
+inline bool read_record(std::span<const std::uint8_t> list, std::size_t position,
+                        list_record& record) noexcept {
     if (position >= list.size() || list.size() - position < list_record::overhead)
         return false;
     const std::uint8_t* at = list.data() + position;
@@ -48,7 +49,9 @@ inline void write_record(std::uint8_t* at, std::string_view id, std::uint32_t va
 }
 
 // Makes a record dead in a way that it can still be walked over.
-inline void blank_record(std::uint8_t* at, std::size_t size) noexcept { std::memset(at + 1, 0, size - 1); }
+inline void blank_record(std::uint8_t* at, std::size_t size) noexcept {
+    std::memset(at + 1, 0, size - 1);
+}
 
 // Calls visit(offset, record) for each live record of a list whose header is skipped by its own count.
 template <class Visitor>

@@ -19,9 +19,9 @@ namespace {
 
 constexpr std::uint32_t list_signature = 0x4449536E; // "nSID"
 constexpr std::uint64_t rebuild_percent = 5;
-constexpr std::uint32_t rebuild_least = 1024;       // bytes of garbage
-constexpr std::uint64_t least_growth = 64 * 1024;   // bytes, while the list is held
-constexpr std::size_t copy_size = 65536;            // bytes
+constexpr std::uint32_t rebuild_least = 1024;     // bytes of garbage
+constexpr std::uint64_t least_growth = 64 * 1024; // bytes, while the list is held
+constexpr std::size_t copy_size = 65536;          // bytes
 
 void log_unmapped(const char* operation) {
     const std::uint32_t code = platform::last_error();
@@ -126,7 +126,8 @@ bool msidmap::upgrade() {
     grow_list(new_size);
     if (!m_list || !m_list->is_valid())
         return false;
-    std::memmove(m_list->at(m_header.size()), m_list->at(old_head), static_cast<std::size_t>(old_size - old_head));
+    std::memmove(m_list->at(m_header.size()), m_list->at(old_head),
+                 static_cast<std::size_t>(old_size - old_head));
     m_filesize = new_size;
     write_header();
     return false;
@@ -379,7 +380,8 @@ void msidmap::merge(std::string_view list_path) {
     let_go_of(list_path);
     const read_map list(list_path);
     if (list.is_valid())
-        for_each_live(list.bytes(), [&](std::size_t, const list_record& record) { insert(record.id, record.value); });
+        for_each_live(list.bytes(),
+                      [&](std::size_t, const list_record& record) { insert(record.id, record.value); });
 }
 
 void msidmap::relabel(std::string_view list_path, std::uint32_t value) {

@@ -61,7 +61,7 @@ public:
 
     // Records added, as counted at the last rebuild plus those added since; dead ones are not taken off.
     [[nodiscard]] std::uint32_t records() const noexcept { return m_records; }
-    [[nodiscard]] std::uint32_t garbage() const noexcept { return m_garbage; } // bytes
+    [[nodiscard]] std::uint32_t garbage() const noexcept { return m_garbage; }   // bytes
     [[nodiscard]] std::uint64_t filesize() const noexcept { return m_filesize; } // bytes in use in the .lst
     [[nodiscard]] const std::string& list_path() const noexcept { return m_list_path; }
 

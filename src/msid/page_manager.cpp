@@ -13,7 +13,8 @@ constexpr std::uint64_t least_growth = 64 * 1024; // bytes
 
 } // namespace
 
-pmanager::pmanager(std::string_view path) : m_map(path, new_filesize, &m_opened_size), m_header(index_signature) {
+pmanager::pmanager(std::string_view path)
+    : m_map(path, new_filesize, &m_opened_size), m_header(index_signature) {
     m_header.add(m_root, first_page).add(m_filesize, new_filesize).add(m_keycount, 0);
     if (!m_map.is_valid())
         return;

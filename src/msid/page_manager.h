@@ -34,7 +34,7 @@ public:
     [[nodiscard]] std::uint32_t count() const noexcept { return m_keycount; }
 
 protected:
-    static constexpr std::uint32_t first_page = page_view::size;  // the root of a new file
+    static constexpr std::uint32_t first_page = page_view::size; // the root of a new file
     static constexpr std::uint32_t new_filesize = 2 * page_view::size;
 
     // The offset of a new, cleared page; 0 if there is none to be had. All pointers into the view die.
@@ -97,7 +97,8 @@ protected:
     // goes on with the child `out`.
     bool try_find(std::uint32_t at, const key11& key, std::uint32_t& out);
     // One step of an insertion. When it answers a child, `left` and `right` become the child's siblings.
-    std::uint32_t insert_in_page(std::uint32_t at, const item& entry, std::uint32_t& left, std::uint32_t& right);
+    std::uint32_t insert_in_page(std::uint32_t at, const item& entry, std::uint32_t& left,
+                                 std::uint32_t& right);
     // The whole insertion into the tree below a page with the given siblings.
     outcome __insert(std::uint32_t at, std::uint32_t left, std::uint32_t right, const item& entry,
                      unsigned depth = 0);
@@ -114,7 +115,8 @@ protected:
     struct place {
         std::uint32_t page, left, right;
     };
-    [[nodiscard]] place route(std::uint32_t a, std::uint32_t b, std::uint32_t c, const key11& key) const noexcept;
+    [[nodiscard]] place route(std::uint32_t a, std::uint32_t b, std::uint32_t c,
+                              const key11& key) const noexcept;
 
     std::uint32_t find(const key11& key);
     void insert(const item& entry);

@@ -11,10 +11,10 @@ TEST(MessageKey, FoldsByHand) {
     } cases[] = {
         {"", "           "},
         {"abc", "\3abc       "},
-        {"0123456789A", "\x0Bq123456789"},                // '0' ^ 'A' is 'q'
+        {"0123456789A", "\x0Bq123456789"}, // '0' ^ 'A' is 'q'
         {"aaaaaaaaaaaaaaaaaaaaB", "\x15"
-                                  "B         "},          // two equal tens cancel each other out
-        {std::string(256, 'x'), "       xxxx"},           // the low byte of 256 is 0; 25 tens and six more
+                                  "B         "}, // two equal tens cancel each other out
+        {std::string(256, 'x'), "       xxxx"},  // the low byte of 256 is 0; 25 tens and six more
         {std::string("\0\xFF", 2), "\2 \xFF        "},
     };
     for (const auto& c : cases) {

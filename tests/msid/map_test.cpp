@@ -68,7 +68,8 @@ TEST_F(MessageMap, WritesChainsAndGarbageByHand) {
         EXPECT_FALSE(map.remove(b));
         EXPECT_EQ(map.search(b), 0U);
     }
-    EXPECT_EQ(list(), head(4, 50) + dead(20) + counted("x", 0x22) + counted(a, 0x11) + counted(c, 0x44) + dead(20));
+    EXPECT_EQ(list(),
+              head(4, 50) + dead(20) + counted("x", 0x22) + counted(a, 0x11) + counted(c, 0x44) + dead(20));
     EXPECT_EQ(index_count(), le(4)) << "a record of a longer chain leaves the index alone";
     {
         msidmap map(folder(), "m");
@@ -94,7 +95,8 @@ TEST_F(MessageMap, WritesChainsAndGarbageByHand) {
 }
 
 TEST_F(MessageMap, DeleteIfKeepsTheRestOfEachChain) {
-    start_with(head(5, 0) + counted("x", 1) + counted(a, 2) + counted(b, 3) + counted(c, 4) + counted("y", 5));
+    start_with(head(5, 0) + counted("x", 1) + counted(a, 2) + counted(b, 3) + counted(c, 4) +
+               counted("y", 5));
     std::vector<std::uint32_t> seen;
     {
         msidmap map(folder(), "m");
@@ -109,7 +111,8 @@ TEST_F(MessageMap, DeleteIfKeepsTheRestOfEachChain) {
         EXPECT_EQ(map.search("x"), 6U);
     }
     EXPECT_EQ(seen, (std::vector<std::uint32_t>{1, 2, 3, 4, 5}));
-    EXPECT_EQ(list(), head(6, 56) + dead(1) + counted(c, 4) + dead(20) + dead(20) + counted("y", 5) + counted("x", 6));
+    EXPECT_EQ(list(), head(6, 56) + dead(1) + counted(c, 4) + dead(20) + dead(20) + counted("y", 5) +
+                          counted("x", 6));
 
     std::filesystem::remove(root.path() / "e.lst");
     msidmap empty(folder(), "e");
@@ -136,7 +139,8 @@ TEST_F(MessageMap, CompactsAtFivePercentAndAKilobyte) {
         std::string filler;
         for (std::size_t left = each.filler; left != 0;) {
             const std::size_t size = left > 400 ? 200 : left > 200 ? left / 2 : left;
-            filler += counted(std::to_string(left) + std::string(size - 5 - std::to_string(left).size(), '.'), 1);
+            filler +=
+                counted(std::to_string(left) + std::string(size - 5 - std::to_string(left).size(), '.'), 1);
             left -= size;
         }
         start_with(head(99, 0) + bytes + filler);
@@ -170,7 +174,8 @@ TEST_F(MessageMap, IsMadeAnewWhateverHappenedToTheIndex) {
     const std::string sound = list();
     EXPECT_GT(std::filesystem::file_size(root.path() / "k.lst"), sound.size());
     const std::string whole_index = tvr::read_file(index);
-    const std::string damage[] = {"", "x", whole_index.substr(0, 512), whole_index.substr(0, whole_index.size() - 512)};
+    const std::string damage[] = {"", "x", whole_index.substr(0, 512),
+                                  whole_index.substr(0, whole_index.size() - 512)};
     for (std::size_t i = 0; i < std::size(damage) + 2; ++i) {
         const std::string name = i == std::size(damage) + 1 ? "k" : "m";
         if (i < std::size(damage))
@@ -255,9 +260,9 @@ TEST_F(MessageMap, MergesAndRelabelsLiveRecordsOnly) {
     EXPECT_EQ(list(), head(3, 0) + counted("one", 1) + counted(a, 2) + counted(b, 6));
 
     msidmap::relabel(other, 0x01020304);
-    EXPECT_EQ(tvr::read_file(root.path() / "other.lst"), le(signature, 3, 4, 0, 0) + counted("one", 0x01020304) +
-                                                             dead(4) + counted("z\0z"s, 5) +
-                                                             counted(b, 0x01020304) + "\7cut");
+    EXPECT_EQ(tvr::read_file(root.path() / "other.lst"),
+              le(signature, 3, 4, 0, 0) + counted("one", 0x01020304) + dead(4) + counted("z\0z"s, 5) +
+                  counted(b, 0x01020304) + "\7cut");
     msidmap::relabel(root.engine_path("missing.lst"), 1);
     EXPECT_FALSE(std::filesystem::exists(root.path() / "missing.lst"));
     for (const std::string& bytes : {""s, "nSID"s, le(signature, 0x40000000) + counted("one", 1)}) {
@@ -295,7 +300,8 @@ TEST_F(MessageMap, AgreesWithAReferenceMap) {
     std::mt19937 random(11);
     std::map<std::string, std::uint32_t, std::less<>> expected;
     const auto make_id = [&] {
-        // Some 600 keys with several IDs each, and some long ones, so that the list is compacted now and then.
+        // Some 600 keys with several IDs each, and some long ones, so that the list is compacted now and
+        // then.
         const std::string x = std::to_string(1000000000 + random() % 300);
         const std::string y = std::to_string(1000000000 + random() % 3);
         std::string id = random() % 2 == 0 ? x + y : y + x;
