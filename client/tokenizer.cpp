@@ -641,12 +641,25 @@ void tokenizer::implementation::tokenize(std::string_view raw) {
 }
 
 bool looks_like_mail(std::string_view raw) noexcept {
+    constexpr std::size_t most_lines = 200;
+    constexpr std::array names = {"from"sv,        "to"sv,           "subject"sv,      "date"sv,
+                                  "received"sv,    "message-id"sv,   "reply-to"sv,     "mime-version"sv,
+                                  "return-path"sv, "content-type"sv, "delivered-to"sv, "sender"sv};
     if (raw.starts_with("From ") || raw.starts_with(">From "))
         raw.remove_prefix(std::min(raw.size(), raw.find('\n') + 1));
-    std::size_t at = 0;
-    while (at < raw.size() && at < 100 && raw[at] > ' ' && raw[at] != ':' && raw[at] != 127)
-        ++at;
-    return at > 0 && at < raw.size() && raw[at] == ':';
+    for (std::size_t line = 0; line < most_lines && !raw.empty(); ++line) {
+        const bool is_continued = line != 0 && (raw[0] == ' ' || raw[0] == '\t');
+        std::size_t at = 0;
+        while (at < raw.size() && at < 100 && raw[at] > ' ' && raw[at] != ':' && raw[at] != 127)
+            ++at;
+        if (!is_continued && (at == 0 || at == raw.size() || raw[at] != ':'))
+            return false;
+        if (std::any_of(names.begin(), names.end(),
+                        [&](std::string_view name) { return equals_ignoring_case(raw.substr(0, at), name); }))
+            return true;
+        raw.remove_prefix(std::min(raw.size(), std::min(raw.find('\n'), raw.size()) + 1));
+    }
+    return false;
 }
 
 } // namespace tvr

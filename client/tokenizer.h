@@ -58,8 +58,8 @@ private:
     std::unique_ptr<implementation> m_it;
 };
 
-// True if the bytes begin like a mail: a header line, perhaps behind an mbox line. Empty, binary and other
-// text doesn't.
+// True if the bytes begin like a mail: header lines, perhaps behind an mbox line, with one among them that
+// every mail program knows. Empty, binary and other text doesn't.
 [[nodiscard]] TVR_IPC_EXPORT bool looks_like_mail(std::string_view raw) noexcept;
 
 } // namespace tvr

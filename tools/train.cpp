@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -61,6 +62,8 @@ public:
         work();
         for (std::thread& worker : workers)
             worker.join();
+        if (taken() != 0)
+            show_progress(m_source.total() + 1);
         m_progress.clear();
     }
 
@@ -81,6 +84,11 @@ private:
         std::fprintf(stderr, "tvrctl: %s: %s; skipped\n", name.c_str(), why.c_str());
     }
 
+    // All is done only when the last message is appended, not when it has been read.
+    void show_progress(std::uint64_t done) {
+        m_progress.show(done, m_source.total() + 1, grouped(m_appended) + " messages");
+    }
+
     // The next messages, and their place in the order.
     bool take_chunk(std::vector<mail_item>& items, std::size_t& filled, std::uint64_t& turn) {
         const std::lock_guard lock(m_source_mutex);
@@ -92,7 +100,7 @@ private:
         }
         turn = m_chunks;
         m_chunks += filled != 0 ? 1 : 0;
-        m_progress.show(m_source.done(), m_source.total(), grouped(m_appended) + " messages");
+        show_progress(m_source.done());
         return filled != 0;
     }
 
