@@ -37,8 +37,10 @@ bool file_lock::try_acquire() {
     }
     m_depth = 0;
     if (!m_file.open(m_path, platform::access::write, platform::share::none, platform::creation::open_always,
-                     platform::attribute::temporary))
+                     platform::attribute::temporary) &&
+        platform::last_error() == platform::error::sharing_violation)
         return false;
+    // deliberate: where no lock file can be made at all, there is nothing to wait for, and the lock counts as held.
     // deliberate: the handle can't read, so that the word stays 0; what protects is the open itself.
     std::array<std::uint8_t, 4> word{};
     std::size_t got = 0;

@@ -17,14 +17,15 @@ namespace tvr {
 namespace {
 
 constexpr std::array<std::uint32_t, 42> primes = {
-    1021,       1481,       2153,       3121,       4547,      6599,      9587,      13901,     20147,
-    29201,      42323,      61339,      88903,      128857,    186757,    270667,    392279,    568523,
-    823961,     1194157,    1730671,    2508223,    3635113,   5268281,   7635191,   11065511,  16036981,
-    23242027,   33684127,   48817577,   70750157,   102536471, 148603591, 215367533, 312126883, 452357831,
-    655591091,  950132039,  1377003007, 1995656543, 2892255881, 4191675247};
+    1021,      1481,      2153,       3121,       4547,       6599,      9587,      13901,     20147,
+    29201,     42323,     61339,      88903,      128857,     186757,    270667,    392279,    568523,
+    823961,    1194157,   1730671,    2508223,    3635113,    5268281,   7635191,   11065511,  16036981,
+    23242027,  33684127,  48817577,   70750157,   102536471,  148603591, 215367533, 312126883, 452357831,
+    655591091, 950132039, 1377003007, 1995656543, 2892255881, 4191675247};
 
 constexpr double maximal_load = 0.69;
 constexpr std::uint32_t fallback_step = 101;
+constexpr unsigned suspicious_probes = 64; // far more than the load asks for
 constexpr std::size_t commit_step = 16384; // bytes; a multiple of the page size wherever this runs
 constexpr std::size_t entry_overhead = 5;  // length byte and value
 constexpr std::uint64_t tolerated_shortage = std::uint64_t{1} << 20; // bytes that a file may lack
@@ -74,7 +75,8 @@ bool hashmap_impl::clear() {
     m_prime_index = m_tablesize = m_count = m_datasize = 0;
     m_datacommitted = m_cursor = 0;
     const std::size_t granule = platform::allocation_granularity();
-    for (const auto& [base, reserved] : {std::pair{&m_hashmem, &m_hashreserved}, {&m_datamem, &m_datareserved}}) {
+    for (const auto& [base, reserved] :
+         {std::pair{&m_hashmem, &m_hashreserved}, {&m_datamem, &m_datareserved}}) {
         if (*base)
             platform::release_range(*base, *reserved);
         *reserved = granule;
@@ -89,7 +91,8 @@ bool hashmap_impl::clear() {
     return false;
 }
 
-bool hashmap_impl::grow_range(void*& base, std::size_t& reserved, std::uint8_t** committed, std::size_t bytes) {
+bool hashmap_impl::grow_range(void*& base, std::size_t& reserved, std::uint8_t** committed,
+                              std::size_t bytes) {
     std::size_t size = bytes != 0 ? bytes : reserved;
     if (size == 0)
         size = platform::allocation_granularity();
@@ -197,7 +200,8 @@ bool hashmap_impl::_assign(std::string_view key, const void* value) {
         return true;
     }
     const std::uint32_t step = step_of(key, m_tablesize);
-    for (slot = advance(slot, step, m_tablesize); m_slots[slot] != 0; slot = advance(slot, step, m_tablesize)) {
+    for (slot = advance(slot, step, m_tablesize); m_slots[slot] != 0;
+         slot = advance(slot, step, m_tablesize)) {
         if (entry_has_key(m_slots[slot], key)) {
             store_last(value);
             return true;
@@ -245,14 +249,23 @@ void hashmap_impl::__resize() {
     std::size_t offset = 0;
     for (std::uint32_t i = 0; i < m_count; ++i) {
         const std::string_view key(reinterpret_cast<const char*>(m_data + offset + 1), m_data[offset]);
-        std::uint32_t slot = probe_hash(key) % m_tablesize;
+        const std::uint32_t first = probe_hash(key) % m_tablesize;
+        std::uint32_t slot = first;
         if (m_slots[slot] != 0) {
             const std::uint32_t step = step_of(key, m_tablesize);
+            unsigned probes = 0;
             do
                 slot = advance(slot, step, m_tablesize);
-            while (m_slots[slot] != 0);
+            while (m_slots[slot] != 0 && ++probes != suspicious_probes);
+            // A damaged block may hold one key over and over: then the walk would take ever longer, and no
+            // lookup comes to the repeated entry anyway.
+            if (m_slots[slot] != 0) {
+                for (slot = first; m_slots[slot] != 0 && !entry_has_key(m_slots[slot], key);)
+                    slot = advance(slot, step, m_tablesize);
+            }
         }
-        m_slots[slot] = static_cast<std::uint32_t>(offset) + 1;
+        if (m_slots[slot] == 0)
+            m_slots[slot] = static_cast<std::uint32_t>(offset) + 1;
         offset += key.size() + 1 + value_size();
     }
 }

@@ -1,0 +1,1 @@
+int atom_placeholder;

@@ -1,0 +1,192 @@
+#include "dict/dictbase.h"
+
+#include <gtest/gtest.h>
+
+#include "common/file_stream.h"
+#include "dict/dict_folder.h"
+#include "platform/process.h"
+#include "support/child_process.h"
+#include "support/file_bytes.h"
+#include "support/test_root.h"
+
+namespace {
+
+using namespace std::literals;
+using tvr::le;
+using tvr::read_file;
+using tvr::write_file;
+
+std::string record(std::uint32_t flags) {
+    return le(0x25062004, 6, 41, flags, 0, 0, 0, 0) + '\0' + le(0, 0);
+}
+
+class DictBase : public testing::Test {
+protected:
+    DictBase() {
+        std::filesystem::create_directory(folder);
+        base.init(root.engine_path("t\\autotrain.bys"));
+    }
+
+    tvr::test_root root;
+    const std::filesystem::path folder = root.path() / "t";
+    const std::filesystem::path cache = folder / "autotrain.bys";
+    const std::filesystem::path tilde = folder / "~autotrain.bys";
+    const std::filesystem::path double_tilde = folder / "~~autotrain.bys";
+    tvr::dictbase base;
+};
+
+TEST_F(DictBase, SnapshotsMoveOrMerge) {
+    const auto only = [&](const std::filesystem::path& path) {
+        std::size_t files = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+            EXPECT_EQ(entry.path(), path);
+            ++files;
+        }
+        return files == 1;
+    };
+    write_file(cache, le(3) + "first");
+    base.try_snapshot_to_tilda();
+    EXPECT_TRUE(only(tilde));
+    EXPECT_EQ(read_file(tilde), le(3) + "first");
+
+    write_file(cache, le(2) + std::string(500000, 'x'));
+    base.try_snapshot_to_tilda();
+    EXPECT_TRUE(only(tilde));
+    EXPECT_EQ(read_file(tilde), le(5) + "first" + std::string(500000, 'x'));
+
+    write_file(tilde, le(7) + "stale");
+    write_file(double_tilde, le(10) + "left over");
+    write_file(cache, le(1) + "next");
+    base.try_snapshot_to_tilda();
+    EXPECT_TRUE(only(tilde));
+    EXPECT_EQ(read_file(tilde), le(11) + "left overnext");
+
+    base.try_snapshot_to_tilda(); // without a cache
+    EXPECT_EQ(read_file(tilde), le(11) + "left overnext");
+    write_file(cache, "abc"); // shorter than its count
+    base.try_snapshot_to_tilda();
+    EXPECT_EQ(read_file(tilde), le(11) + "left overnext");
+    EXPECT_TRUE(only(tilde));
+
+    tvr::dictbase unready;
+    unready.try_snapshot_to_tilda();
+    EXPECT_FALSE(unready.removeall());
+    EXPECT_FALSE(base.removeall());
+    write_file(cache, le(1));
+    EXPECT_TRUE(base.removeall());
+    EXPECT_FALSE(std::filesystem::exists(cache));
+}
+
+TEST_F(DictBase, CountsAndLooksForManualMarks) {
+    EXPECT_EQ(base.message_count(), 0U);
+    EXPECT_FALSE(base.has_manual_marks());
+    const struct {
+        std::string bytes;
+        std::uint32_t count;
+        bool manual;
+    } cases[] = {
+        {"", 0, false},
+        {"\1\2\3", 0, false},
+        {le(0x01020304), 0x01020304, false},
+        {le(1) + record(3) + record(11), 1, false},
+        {le(1) + record(3) + record(4), 1, true},
+        {le(0) + record(15), 0, true},
+        {le(2) + record(0) + "foreign" + record(4), 2, false},
+        {le(2) + record(0).substr(0, 20), 2, false},
+    };
+    for (const auto& each : cases) {
+        write_file(cache, each.bytes);
+        EXPECT_EQ(base.message_count(), each.count);
+        EXPECT_EQ(base.has_manual_marks(), each.manual);
+        EXPECT_EQ(read_file(cache), each.bytes);
+        EXPECT_FALSE(std::filesystem::exists(folder / "lock.bin"));
+    }
+}
+
+// Answers whether another process gets the lock.
+const tvr::child_role taker("taker", [](std::string_view path) {
+    tvr::file_lock lock(path);
+    return lock.try_acquire() ? 0 : 1;
+});
+
+TEST_F(DictBase, TheLockNestsAndKeepsOthersOut) {
+    const std::string path = root.engine_path("t\\lock.bin");
+    const auto file = folder / "lock.bin";
+    write_file(file, le(12345) + "left by a process that died");
+    tvr::file_lock lock;
+    EXPECT_FALSE(lock.try_acquire()) << "without a path";
+    lock.set_path(path);
+    ASSERT_TRUE(lock.try_acquire());
+    ASSERT_TRUE(lock.try_acquire());
+    EXPECT_EQ(read_file(file).substr(0, 4), le(tvr::platform::current_process_id()));
+    EXPECT_EQ(tvr::child_process("taker", path).join(), 1);
+    tvr::file_lock other(path);
+    EXPECT_FALSE(other.try_acquire()) << "nor another object of this process";
+    lock.release();
+    EXPECT_EQ(tvr::child_process("taker", path).join(), 1);
+    lock.release();
+    EXPECT_FALSE(std::filesystem::exists(file));
+    lock.release(); // one too many does nothing
+    EXPECT_EQ(tvr::child_process("taker", path).join(), 0);
+    EXPECT_TRUE(other.try_acquire());
+    other.release();
+
+    // Where no lock file can be made, nobody is kept waiting for it.
+    std::filesystem::remove_all(folder);
+    EXPECT_EQ(base.message_count(), 0U);
+    EXPECT_FALSE(base.has_manual_marks());
+    base.try_snapshot_to_tilda();
+}
+
+class DictFolder : public testing::Test {
+protected:
+    std::string engine(const char* name) const { return root.engine_path(name) + "\\"; }
+
+    tvr::test_root root;
+};
+
+TEST_F(DictFolder, ReservesTheLowestFreeName) {
+    for (const char* name : {"d0000.bye", "d0001.bye", "d0003.bye", "d000A.bye"})
+        write_file(root.path() / "a" / name, "");
+    tvr::dict_folder folder(engine("a"), "d");
+    const std::string expected[] = {"d0002.bye", "d0004.bye", "d000B.bye", "d10000.bye"};
+    const std::uint32_t from[] = {0, 0, 10, 0x10000};
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(folder.new_file(from[i]), engine("a") + expected[i]);
+        EXPECT_EQ(read_file(root.path() / "a" / expected[i]), le(0x19780702, 5, 0, 0, 0, 0, 0));
+    }
+}
+
+TEST_F(DictFolder, CopiesMovesAndReplaces) {
+    write_file(root.path() / "a" / "d0000.bye", "new0");
+    write_file(root.path() / "a" / "d0002.bye", "new2");
+    write_file(root.path() / "a" / "e0000.bye", "other");
+    write_file(root.path() / "a" / "_d0001.bye", "aside");
+    std::filesystem::create_directory(root.path() / "a" / "dfolder.bye");
+    write_file(root.path() / "b" / "d0000.bye", "old0");
+    write_file(root.path() / "b" / "d0001.bye", "old1");
+    tvr::dict_folder(engine("a"), "d").copy_all(engine("b"), true);
+    EXPECT_EQ(read_file(root.path() / "b" / "d0000.bye"), "old0");
+    EXPECT_EQ(read_file(root.path() / "b" / "d0002.bye"), "new2");
+    EXPECT_EQ(read_file(root.path() / "b" / "d0001.bye"), "old1");
+    tvr::dict_folder(engine("a"), "d").copy_all(engine("b"), false);
+    EXPECT_EQ(read_file(root.path() / "b" / "d0000.bye"), "new0");
+
+    tvr::dict_folder folder(engine("a"), "d");
+    folder.enumerate("d*.bye");
+    EXPECT_EQ(folder.files(), (std::vector<std::string>{"d0000.bye", "d0002.bye"}));
+    folder.replace(engine("b"));
+    EXPECT_EQ(folder.path(), engine("a"));
+    EXPECT_FALSE(std::filesystem::exists(root.path() / "b" / "d0001.bye"));
+    EXPECT_EQ(read_file(root.path() / "b" / "d0002.bye"), "new2");
+    EXPECT_FALSE(std::filesystem::exists(root.path() / "a" / "d0002.bye"));
+    EXPECT_EQ(read_file(root.path() / "a" / "_d0001.bye"), "aside");
+
+    std::filesystem::create_directory(root.path() / "c");
+    tvr::dict_folder(engine("b"), "d").move_all(engine("c"));
+    EXPECT_TRUE(std::filesystem::is_empty(root.path() / "b"));
+    tvr::dict_folder(engine("c"), "d").delete_all();
+    EXPECT_TRUE(std::filesystem::is_empty(root.path() / "c"));
+}
+
+} // namespace

@@ -1,0 +1,153 @@
+// Message records and the readers that walk them.
+#include <gtest/gtest.h>
+
+#include "common/file_stream.h"
+#include "dict/message_reader.h"
+#include "support/file_bytes.h"
+#include "support/test_root.h"
+
+namespace {
+
+using namespace std::literals;
+using tvr::counted;
+using tvr::le;
+using tvr::pascal;
+
+std::string record_head(std::uint32_t length, std::uint32_t flags) {
+    return le(0x25062004, 6, length, flags, 3, 4, 5, 6);
+}
+
+class MessageRecord : public testing::Test {
+protected:
+    tvr::file_stream& stream(std::string_view bytes) {
+        file.close();
+        tvr::write_file(root.path() / "cache", bytes);
+        EXPECT_TRUE(file.open(root.engine_path("cache"), tvr::platform::access::read_write,
+                              tvr::platform::share::read, tvr::platform::creation::open_existing));
+        return file;
+    }
+    std::string bytes() {
+        file.flush();
+        return tvr::read_file(root.path() / "cache");
+    }
+
+    tvr::test_root root;
+    tvr::file_stream file;
+};
+
+TEST_F(MessageRecord, WritesAndReadsByHand) {
+    tvr::message_record record;
+    record.flags = 7;
+    record.size = 3;
+    record.time = 4;
+    record.messages = 5;
+    record.tokens = 6;
+    record.msid = "<id>";
+    const std::uint32_t counts[] = {2, 1};
+    record.token_table._assign("zz", &counts[0]);
+    record.token_table._assign("a", &counts[1]);
+    // 32 bytes of head, 5 of message ID, 8 + 13 of tokens in storage order.
+    const std::string whole = record_head(58, 7) + pascal("<id>") + le(2, 13) + counted("zz", 2) + counted("a", 1);
+    ASSERT_TRUE(stream("start").seek(0, tvr::platform::origin::end));
+    ASSERT_TRUE(record.write(file));
+    EXPECT_EQ(file.position(), 63U);
+    EXPECT_EQ(bytes(), "start" + whole);
+
+    stream("start" + whole + record_head(32 + 1 + 8, 0) + pascal("") + le(0, 0) + "foreign signature");
+    file.seek(5, tvr::platform::origin::begin);
+    tvr::message_head head;
+    ASSERT_TRUE(head.read(file));
+    EXPECT_EQ(std::tie(head.position, head.length, head.flags, head.size, head.time, head.messages, head.tokens),
+              std::make_tuple(5U, 58U, 7U, 3U, 4U, 5U, 6U));
+    EXPECT_EQ(head.msid, "<id>");
+    ASSERT_TRUE(head.read(file));
+    EXPECT_EQ(head.position, 63U);
+    EXPECT_EQ(head.msid, "");
+    EXPECT_FALSE(head.read(file));
+    file.seek(5, tvr::platform::origin::begin);
+    tvr::message_record again;
+    ASSERT_TRUE(again.read_whole(file));
+    EXPECT_EQ(tvr::load_u32(again.token_table._get_value("zz")), 2U);
+    EXPECT_EQ(again.token_table.count(), 2U);
+}
+
+TEST_F(MessageRecord, IsMarkedInPlace) {
+    const struct {
+        const char* how; // d: delete; s, n: spam or not; S, N: the same with the toggle
+        std::uint32_t before, after;
+    } cases[] = {
+        {"d", 0, 1},  {"d", 15, 15}, {"d", 6, 7},                // deleted
+        {"s", 0, 2},  {"s", 4, 6},   {"n", 0, 0},                // a new verdict
+        {"n", 2, 2},  {"n", 6, 6},                               // spam stays
+        {"S", 0, 10}, {"S", 8, 2},   {"S", 4, 6},   {"S", 12, 6}, // the further mark
+        {"N", 0, 0},  {"N", 8, 8},   {"N", 2, 10},  {"N", 10, 2}, // nothing without spam
+        {"N", 6, 6},  {"N", 14, 6},
+    };
+    for (const auto& each : cases) {
+        const std::string rest = pascal("id") + le(0, 0);
+        stream("start" + record_head(43, each.before) + rest);
+        const char how = *each.how;
+        EXPECT_TRUE(how == 'd' ? tvr::mark_deleted(file, 5)
+                               : tvr::remark(file, 5, how == 's' || how == 'S', how == 'S' || how == 'N'));
+        EXPECT_EQ(bytes(), "start" + record_head(43, each.after) + rest) << how << each.before;
+        EXPECT_FALSE(tvr::mark_deleted(file, 6));
+        EXPECT_FALSE(tvr::mark_deleted(file, 4000));
+    }
+}
+
+TEST_F(MessageRecord, ReadersEndAtDamage) {
+    const std::string good = record_head(46, 2) + pascal("id") + le(1, 6) + counted("a", 1).substr(0, 6) + "12345";
+    const std::string tokens = le(2, 12) + counted("a", 1) + counted("b", 2);
+    const struct {
+        const char* what;
+        std::string bytes;
+        int heads; // read by a walk
+        std::string tokens;
+    } cases[] = {
+        {"nothing", "", 0, "-"},
+        {"foreign", "something else that is no record at all", 0, "-"},
+        {"31 values", le(0x25062004, 31) + std::string(200, '\1'), 0, "-"},
+        {"sound", record_head(55, 2) + pascal("id") + tokens, 1, "a1b2"},
+        {"empty token", record_head(55, 2) + pascal("id") + le(2, 11) + counted("", 7) + counted("b", 2), 1, "b2"},
+        {"length 0", record_head(0, 2) + pascal("id") + tokens, 0, "a1b2"},
+        {"length within the head", record_head(20, 2) + pascal("id") + tokens, 0, "a1b2"},
+        {"length of 4 GB", record_head(0xFFFFFFFF, 2) + pascal("id") + tokens, 1, "a1b2"},
+        {"tokens cut", record_head(55, 2) + pascal("id") + tokens.substr(0, 15), 1, "-"},
+        {"4 GB of tokens", record_head(55, 2) + pascal("id") + le(2, 0xFFFFFFFF) + "1234", 1, "-"},
+        {"count too high", record_head(55, 2) + pascal("id") + le(3, 12) + tokens.substr(8), 1, "-"},
+        {"count too low", record_head(55, 2) + pascal("id") + le(1, 12) + tokens.substr(8), 1, "-"},
+        {"token over the end", record_head(55, 2) + pascal("id") + le(1, 6) + "\7abcdef", 1, "-"},
+        {"message ID cut", record_head(55, 2) + "\xFFid", 1, "-"},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.what);
+        stream(each.bytes);
+        tvr::message_head head;
+        int heads = 0;
+        while (heads < 9 && head.read(file))
+            ++heads;
+        EXPECT_EQ(heads, each.heads);
+        file.close();
+        tvr::message_reader reader;
+        ASSERT_TRUE(reader.open(root.engine_path("cache")));
+        std::string found = "-";
+        if (reader.read(0)) {
+            found.clear();
+            reader.tokens.for_each([&](std::string_view token, std::uint32_t count) {
+                found.append(token).append(std::to_string(count));
+            });
+        }
+        EXPECT_EQ(found, each.tokens);
+        EXPECT_FALSE(reader.read(0xFFFFFFFFFFFFFFFF));
+        EXPECT_FALSE(reader.read(100000));
+    }
+}
+
+// By hand: the hash of "<a>_ebd" without its last byte: 3C, 421, 424E, 4253F, 425455, 42545B2.
+TEST_F(MessageRecord, MakesMessageIds) {
+    EXPECT_EQ(tvr::make_msid("a", "b", "d", "e"), "<a>_042545B2");
+    EXPECT_EQ(tvr::make_msid("a", "b", "x", "e"), "<a>_042545B2") << "the last byte is left out";
+    EXPECT_EQ(tvr::make_msid(std::string(300, 'a'), "", "", "").size(), 254U);
+}
+
+} // namespace

@@ -1,0 +1,1 @@
+int optimiser_placeholder;
