@@ -1,1 +1,265 @@
-int atom_placeholder;
+#include "dict/atom.h"
+
+#include <gtest/gtest.h>
+
+#include "atom_bytes.h"
+#include "common/bytes.h"
+#include "common/minutes.h"
+#include "dict/hashmap.h"
+#include "dict/message_reader.h"
+#include "dict/ring.h"
+#include "support/test_root.h"
+
+namespace {
+
+using namespace std::literals;
+using tvr::atom_bytes;
+using tvr::bye_atom;
+using tvr::counted;
+using tvr::head_values;
+using tvr::le;
+
+constexpr std::uint32_t minus(std::uint32_t number) {
+    return 0U - number;
+}
+
+std::uint32_t count_of(tvr::hashmap_impl& map, std::string_view token) {
+    const std::uint8_t* value = map._get_value(token);
+    return value ? tvr::load_u32(value) : 0;
+}
+
+class Atom : public testing::Test {
+protected:
+    Atom() { std::filesystem::create_directory(root.path() / "out"); }
+    void open(std::string_view bytes) {
+        std::filesystem::remove(file);
+        tvr::write_file(file, bytes);
+        atom.emplace();
+        atom->open(root.engine_path("d0000.bye"));
+    }
+    void expect_head(const head_values& head) {
+        EXPECT_EQ(std::tie(atom->messages, atom->tokens, atom->occurrences, atom->oldest, atom->newest),
+                  std::tie(head.messages, head.tokens, head.occurrences, head.oldest, head.newest));
+    }
+
+    tvr::test_root root;
+    const std::filesystem::path file = root.path() / "d0000.bye";
+    const std::filesystem::path out = root.path() / "out" / "d0000.bye";
+    std::optional<bye_atom> atom;
+};
+
+TEST_F(Atom, PlanningCountsAndWidensTheSpan) {
+    const struct {
+        const char* what;
+        head_values before;
+        std::uint32_t stamp;
+        bool positive;
+        head_values after;
+        std::size_t changes = 1;
+    } cases[] = {
+        {"first", {0, 0, 0, 0, 0}, 20000, true, {1, 0, 0, 20000, 0}},
+        {"same time", {1, 2, 3, 20000, 0}, 20000, true, {2, 2, 3, 20000, 0}},
+        {"later", {2, 0, 0, 20000, 0}, 20005, true, {3, 0, 0, 20000, 20005}},
+        {"latest", {2, 0, 0, 20000, 20005}, 20006, true, {3, 0, 0, 20000, 20006}},
+        {"earlier", {2, 0, 0, 20000, 20005}, 10000, true, {3, 0, 0, 20000, 20005}},
+        {"earlier than the only one", {1, 0, 0, 20000, 0}, 10000, true, {2, 0, 0, 20000, 10000}},
+        {"small stamps are used", {0, 0, 0, 0, 0}, 5, true, {1, 0, 0, 5, 0}},
+        {"not ordinal by accident", {1, 0, 0, 0, 20000}, 20000, true, {2, 0, 0, 20000, 0}},
+        {"a removal widens too", {2, 0, 0, 20000, 0}, 20005, false, {1, 0, 0, 20000, 20005}},
+        {"below zero", {0, 0, 0, 20000, 0}, 20000, false, {minus(1), 0, 0, 20000, 0}},
+        {"nothing to an ordinal one", {5, 0, 0, 20000, 20000}, 20000, true, {5, 0, 0, 20000, 20000}, 0},
+        {"but from it", {5, 0, 0, 20000, 20000}, 20000, false, {4, 0, 0, 20000, 0}},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.what);
+        open(tvr::atom_head_bytes(each.before));
+        const std::uint32_t seen = tvr::bye_ring::messages_seen;
+        atom->add_message(77, each.stamp, each.positive);
+        expect_head(each.after);
+        EXPECT_EQ(tvr::bye_ring::messages_seen - seen, each.after.messages - each.before.messages);
+        ASSERT_EQ(atom->changes().size(), each.changes);
+        for (const auto& change : atom->changes()) {
+            EXPECT_EQ(change.offset, 77U);
+            EXPECT_EQ(change.positive, each.positive);
+        }
+    }
+    open("");
+    atom->add_message(0, 0xFFFFFFFE, true);
+    EXPECT_LE(atom->oldest, tvr::now_minutes()) << "a stamp from the future";
+
+    open(tvr::atom_head_bytes({2, 0, 0, 20000, 0}));
+    EXPECT_FALSE(atom->try_add(0, 20000, true, 2));
+    EXPECT_TRUE(atom->try_add(0, 20000, true, 3));
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(atom->try_add(0, 20000, false, 0));
+    EXPECT_FALSE(atom->try_add(0, 20000, false, 9)) << "nothing left";
+}
+
+TEST_F(Atom, Rewrites) {
+    const std::string two = counted("ab", 3) + counted("cd", 1);
+    const std::string before = atom_bytes({9, 2, 4, 20000, 0}, 2, two);
+    const struct {
+        const char* what;
+        std::string before;
+        bool strict;
+        std::vector<std::pair<const char*, std::uint32_t>> differences;
+        std::string after; // empty: no file
+        std::string left;  // of the differences, where not strict
+    } cases[] = {
+        {"nothing", before, true, {}, before, ""},
+        {"zeros", before, true, {{"ab", 0}, {"new", 0}}, before, ""},
+        {"more",
+         before,
+         true,
+         {{"ab", 2}, {"aa", 7}}, //
+         atom_bytes({9, 3, 13, 20000, 0}, 3, counted("ab", 5) + counted("aa", 7) + counted("cd", 1)),
+         ""},
+        {"one gone",
+         before,
+         true,
+         {{"ab", minus(3)}},
+         atom_bytes({9, 1, 1, 20000, 0}, 1, counted("cd", 1)),
+         ""},
+        {"all gone", before, true, {{"ab", minus(3)}, {"cd", minus(1)}}, "", ""},
+        {"wraps where it must",
+         before,
+         true,
+         {{"cd", minus(3)}},
+         atom_bytes({9, 2, 1, 20000, 0}, 2, counted("ab", 3) + counted("cd", minus(2))),
+         ""},
+        {"stops at zero",
+         before,
+         false,
+         {{"ab", minus(4)}, {"cd", minus(1)}, {"zz", minus(2)}},
+         "",
+         "ab-1 zz-2 "},
+        {"takes what it can",
+         before,
+         false,
+         {{"ab", minus(2)}, {"zz", minus(2)}},
+         atom_bytes({9, 2, 2, 20000, 0}, 2, counted("ab", 1) + counted("cd", 1)),
+         "zz-2 "},
+        {"gives too",
+         before,
+         false,
+         {{"cd", 4}},
+         atom_bytes({9, 2, 8, 20000, 0}, 2, counted("ab", 3) + counted("cd", 5)),
+         ""},
+        {"has none of it", before, false, {{"zz", minus(2)}}, before, "zz-2 "},
+        {"a fresh file",
+         tvr::atom_head_bytes({1, 0, 0, 20000, 0}),
+         true,
+         {{"x", 1}},
+         atom_bytes({1, 1, 1, 20000, 0}, 1, counted("x", 1)),
+         ""},
+        {"a damaged block counts as empty",
+         tvr::atom_head_bytes({1, 2, 3, 20000, 0}) + le(9, 3) + "abc",
+         true,
+         {{"x", 1}},
+         atom_bytes({1, 1, 4, 20000, 0}, 1, counted("x", 1)),
+         ""},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.what);
+        open(each.before);
+        std::filesystem::remove(out);
+        tvr::write_file(out, "in the way");
+        tvr::dword_map final;
+        for (const auto& [token, difference] : each.differences)
+            tvr::store_u32(final.get_or_add(token), difference);
+        ASSERT_TRUE(atom->rewrite(final, root.engine_path("out"), each.strict));
+        EXPECT_EQ(std::filesystem::exists(out), !each.after.empty());
+        EXPECT_EQ(tvr::read_file(out), each.after);
+        EXPECT_EQ(tvr::read_file(file), each.before) << "the old file is as it was";
+        EXPECT_EQ(std::filesystem::hard_link_count(file), each.after == each.before ? 2U : 1U);
+        std::string left;
+        std::string_view token;
+        std::uint8_t* value = nullptr;
+        for (final.rewind(); final.next(token, value);)
+            left.append(token)
+                .append(std::to_string(static_cast<std::int32_t>(tvr::load_u32(value))))
+                .append(" ");
+        EXPECT_EQ(left, each.left);
+    }
+    std::filesystem::remove(file);
+    tvr::dword_map final;
+    final.get_or_add("kept");
+    EXPECT_FALSE(atom->rewrite(final, root.engine_path("out"), true));
+    EXPECT_EQ(final.count(), 1U);
+}
+
+// The third section is carried along, and kept up to date by the changes.
+TEST_F(Atom, AppliesMessagesToTokensAndIds) {
+    const std::string data = le(3) +
+                             tvr::message_bytes(20001, "<1>", 2, counted("ab", 2) + counted("cd", 1)) +
+                             tvr::message_bytes(20002, "<2>", 2, counted("ab", 5) + counted("x", 1));
+    tvr::write_file(root.path() / "data.bys", data);
+    tvr::write_file(root.path() / "main" / "s.lst", "nSID" + le(2, 1, 0) + counted("<2>", 4));
+    std::filesystem::create_directory(root.path() / "work");
+    open(atom_bytes({1, 1, 1, 20000, 0}, 1, counted("q", 1)) + "nSID" + le(2, 2, 0) + counted("<2>", 3) +
+         counted("<old>", 8));
+    const std::uint32_t second = 4 + 32 + 4 + 8 + 14;
+    atom->add_message(4, 20001, true);
+    atom->add_message(second, 20002, false);
+    atom->add_message(second + 1, 20002, true); // no record there
+    atom->add_message(1 << 20, 20002, true);
+
+    tvr::message_reader reader;
+    ASSERT_TRUE(reader.open(root.engine_path("data.bys")));
+    tvr::msid_access ids;
+    ids.open(root.engine_path("main\\"), root.engine_path("work\\"), "s");
+    tvr::dword_map final;
+    atom->apply_changes(final, reader, ids);
+    EXPECT_EQ(count_of(final, "ab"), minus(3)) << "differences wrap";
+    EXPECT_EQ(count_of(final, "cd"), 1U);
+    EXPECT_EQ(count_of(final, "x"), minus(1));
+    EXPECT_EQ(ids.lookup("<1>"), 20001U);
+    EXPECT_EQ(ids.lookup("<2>"), 0U);
+    final.clear();
+    tvr::store_u32(final.get_or_add("q"), 1);
+    ASSERT_TRUE(atom->rewrite(final, root.engine_path("out"), true));
+    EXPECT_EQ(tvr::read_file(out), atom_bytes({3, 1, 2, 20000, 20002}, 1, counted("q", 2)) + "nSID" +
+                                       le(2, 2, 0) + counted("<old>", 8) + counted("<1>", 20001));
+}
+
+TEST_F(Atom, FoldsIntoItsPredecessor) {
+    const struct {
+        std::uint32_t oldest, newest, target_oldest, target_newest, then_oldest, then_newest;
+    } cases[] = {
+        {200, 300, 100, 0, 100, 300},   // the usual case
+        {200, 300, 100, 150, 100, 300}, // a gap between them
+        {200, 300, 100, 250, 100, 250}, // an overlap leaves the end alone
+        {200, 0, 100, 150, 100, 0},     // one moment
+        {50, 60, 100, 150, 50, 150},    // out of order
+        {200, 300, 0, 0, 200, 300},     // a new target
+    };
+    tvr::write_file(root.path() / "data.bys", le(0));
+    tvr::message_reader reader;
+    ASSERT_TRUE(reader.open(root.engine_path("data.bys")));
+    tvr::msid_access none;
+    for (const auto& each : cases) {
+        const std::string ids = "nSID" + le(2, 1, 0);
+        tvr::write_file(root.path() / "t.bye",
+                        atom_bytes({1, 1, 1, each.target_oldest, each.target_newest}, 1, counted("t", 1)) +
+                            ids + counted("<t>", 1));
+        bye_atom target;
+        target.open(root.engine_path("t.bye"));
+        open(atom_bytes({1, 2, 4, each.oldest, each.newest}, 2, counted("q", 3) + counted("z", 1)) + ids +
+             counted("<q>", 2));
+        tvr::dword_map final;
+        tvr::store_u32(final.get_or_add("q"), minus(1));
+        atom->fold(final, reader, none, &target);
+        EXPECT_EQ(target.oldest, each.then_oldest);
+        EXPECT_EQ(target.newest, each.then_newest);
+        EXPECT_EQ(count_of(final, "q"), 2U);
+        EXPECT_EQ(count_of(final, "z"), 1U);
+        ASSERT_TRUE(target.rewrite(final, root.engine_path("out"), true));
+        EXPECT_TRUE(tvr::read_file(root.path() / "out" / "t.bye")
+                        .ends_with(ids.substr(0, 8) + le(2, 0) + counted("<t>", 1) + counted("<q>", 2)));
+        tvr::dword_map alone;
+        atom->fold(alone, reader, none, nullptr);
+        EXPECT_EQ(count_of(alone, "q"), 3U);
+    }
+}
+
+} // namespace

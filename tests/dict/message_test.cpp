@@ -47,7 +47,8 @@ TEST_F(MessageRecord, WritesAndReadsByHand) {
     record.token_table._assign("zz", &counts[0]);
     record.token_table._assign("a", &counts[1]);
     // 32 bytes of head, 5 of message ID, 8 + 13 of tokens in storage order.
-    const std::string whole = record_head(58, 7) + pascal("<id>") + le(2, 13) + counted("zz", 2) + counted("a", 1);
+    const std::string whole =
+        record_head(58, 7) + pascal("<id>") + le(2, 13) + counted("zz", 2) + counted("a", 1);
     ASSERT_TRUE(stream("start").seek(0, tvr::platform::origin::end));
     ASSERT_TRUE(record.write(file));
     EXPECT_EQ(file.position(), 63U);
@@ -57,8 +58,9 @@ TEST_F(MessageRecord, WritesAndReadsByHand) {
     file.seek(5, tvr::platform::origin::begin);
     tvr::message_head head;
     ASSERT_TRUE(head.read(file));
-    EXPECT_EQ(std::tie(head.position, head.length, head.flags, head.size, head.time, head.messages, head.tokens),
-              std::make_tuple(5U, 58U, 7U, 3U, 4U, 5U, 6U));
+    EXPECT_EQ(
+        std::tie(head.position, head.length, head.flags, head.size, head.time, head.messages, head.tokens),
+        std::make_tuple(5U, 58U, 7U, 3U, 4U, 5U, 6U));
     EXPECT_EQ(head.msid, "<id>");
     ASSERT_TRUE(head.read(file));
     EXPECT_EQ(head.position, 63U);
@@ -79,8 +81,8 @@ TEST_F(MessageRecord, IsMarkedInPlace) {
         {"d", 0, 1},  {"d", 15, 15}, {"d", 6, 7},                // deleted
         {"s", 0, 2},  {"s", 4, 6},   {"n", 0, 0},                // a new verdict
         {"n", 2, 2},  {"n", 6, 6},                               // spam stays
-        {"S", 0, 10}, {"S", 8, 2},   {"S", 4, 6},   {"S", 12, 6}, // the further mark
-        {"N", 0, 0},  {"N", 8, 8},   {"N", 2, 10},  {"N", 10, 2}, // nothing without spam
+        {"S", 0, 10}, {"S", 8, 2},   {"S", 4, 6},  {"S", 12, 6}, // the further mark
+        {"N", 0, 0},  {"N", 8, 8},   {"N", 2, 10}, {"N", 10, 2}, // nothing without spam
         {"N", 6, 6},  {"N", 14, 6},
     };
     for (const auto& each : cases) {
@@ -96,7 +98,8 @@ TEST_F(MessageRecord, IsMarkedInPlace) {
 }
 
 TEST_F(MessageRecord, ReadersEndAtDamage) {
-    const std::string good = record_head(46, 2) + pascal("id") + le(1, 6) + counted("a", 1).substr(0, 6) + "12345";
+    const std::string good =
+        record_head(46, 2) + pascal("id") + le(1, 6) + counted("a", 1).substr(0, 6) + "12345";
     const std::string tokens = le(2, 12) + counted("a", 1) + counted("b", 2);
     const struct {
         const char* what;
@@ -108,7 +111,8 @@ TEST_F(MessageRecord, ReadersEndAtDamage) {
         {"foreign", "something else that is no record at all", 0, "-"},
         {"31 values", le(0x25062004, 31) + std::string(200, '\1'), 0, "-"},
         {"sound", record_head(55, 2) + pascal("id") + tokens, 1, "a1b2"},
-        {"empty token", record_head(55, 2) + pascal("id") + le(2, 11) + counted("", 7) + counted("b", 2), 1, "b2"},
+        {"empty token", record_head(55, 2) + pascal("id") + le(2, 11) + counted("", 7) + counted("b", 2), 1,
+         "b2"},
         {"length 0", record_head(0, 2) + pascal("id") + tokens, 0, "a1b2"},
         {"length within the head", record_head(20, 2) + pascal("id") + tokens, 0, "a1b2"},
         {"length of 4 GB", record_head(0xFFFFFFFF, 2) + pascal("id") + tokens, 1, "a1b2"},

@@ -1,1 +1,220 @@
-int optimiser_placeholder;
+#include "dict/optimiser.h"
+
+#include <gtest/gtest.h>
+#include <map>
+
+#include "atom_bytes.h"
+#include "common/bytes.h"
+#include "dict/dict_folder.h"
+#include "dict/ring.h"
+#include "support/test_root.h"
+
+namespace {
+
+using namespace std::literals;
+using tvr::atom_bytes;
+using tvr::counted;
+using tvr::head_values;
+using tvr::le;
+
+class Optimiser : public testing::Test {
+protected:
+    Optimiser() {
+        auto& settings = tvr::default_settings();
+        settings.optimal_base_size_per_half = 2000;
+        settings.optimal_one_dict_size = 200;
+        std::filesystem::create_directories(folder);
+    }
+    void put(const std::string& name, const head_values& head) {
+        tvr::write_file(folder / name, tvr::atom_head_bytes(head));
+    }
+    std::string file(const std::string& name) const { return tvr::read_file(folder / name); }
+    std::string engine() const { return root.engine_path("base\\"); }
+
+    tvr::test_root root;
+    const std::filesystem::path folder = root.path() / "base";
+};
+
+TEST_F(Optimiser, PrunesTowardsTheTarget) {
+    // Atoms from the oldest to the newest as their messages; an "o" in front: an ordinal one.
+    const struct {
+        std::uint32_t target;
+        std::string atoms, left;
+    } cases[] = {
+        {1600, "1000 1000 1000 ", "1000 1000 "}, // 1400 before and 400 after; then 600 would be farther
+        {1500, "1000 1000 1000 ", "1000 "},      // as far after as before: it goes
+        {3000, "1000 1000 1000 ", "1000 1000 1000 "},
+        {1500, "200 200 400 o300 600 o200 ", "200 200 400 600 "},
+        {100, "500 ", "500 "},                 // a half is never emptied
+        {0, "500 0 500 ", "500 "},             //
+        {900, "50 o2000 900 ", "900 "},        //
+        {400, "o1000 o100 300 ", "o100 300 "}, //
+        {5, "", ""},
+    };
+    for (const auto& each : cases) {
+        tvr::atom_info_list list;
+        std::uint32_t total = 0;
+        std::uint32_t time = 100;
+        for (std::size_t at = 0; at < each.atoms.size(); at = each.atoms.find(' ', at) + 1) {
+            auto info = std::make_unique<tvr::atom_info>();
+            info->name = each.atoms.substr(at, each.atoms.find(' ', at) - at);
+            const bool ordinal = info->name.front() == 'o';
+            info->messages = static_cast<std::uint32_t>(std::stoul(info->name.substr(ordinal)));
+            info->oldest = ++time;
+            info->newest = ordinal ? time : 0;
+            total += info->messages;
+            list.push_back(std::move(info));
+        }
+        tvr::prune_atoms(each.target, total, list);
+        std::string left;
+        for (const auto& info : list)
+            left += info->name + " ";
+        EXPECT_EQ(left, each.left) << each.target << ": " << each.atoms;
+    }
+}
+
+TEST_F(Optimiser, BalancesTheHalves) {
+    const struct {
+        int nspam, spam; // atoms of 500 messages
+        std::size_t nspam_left, spam_left;
+    } cases[] = {
+        {3, 6, 3, 3},   // 1500 is the target
+        {6, 3, 3, 3},   //
+        {10, 12, 4, 4}, // 2100 is: 2000 are nearer than 2500
+        {0, 3, 0, 1},   // the last atom stays
+    };
+    for (const auto& each : cases) {
+        for (const auto& entry : std::filesystem::directory_iterator(folder))
+            std::filesystem::remove(entry);
+        for (int i = 0; i < std::max(each.nspam, each.spam); ++i) {
+            const head_values head{500, 1, 1, static_cast<std::uint32_t>(1000 - i), 0};
+            if (i < each.nspam)
+                put("nspamdict" + std::to_string(1000 + i) + ".bye", head);
+            if (i < each.spam)
+                put("spamdict" + std::to_string(1000 + i) + ".bye", head);
+        }
+        tvr::dict_folder nspam(engine(), "nspamdict");
+        tvr::dict_folder spam(engine(), "spamdict");
+        nspam.enumerate("nspamdict*.bye");
+        spam.enumerate("spamdict*.bye");
+        tvr::balance_halves(nspam, spam);
+        EXPECT_EQ(nspam.files().size(), each.nspam_left);
+        ASSERT_EQ(spam.files().size(), each.spam_left);
+        // The names ascend while the times descend: the youngest ones are left, the oldest of them in front.
+        EXPECT_EQ(spam.files().back(), "spamdict1000.bye");
+        EXPECT_EQ(spam.files().front(), "spamdict" + std::to_string(1000 + each.spam_left - 1) + ".bye");
+    }
+}
+
+TEST_F(Optimiser, DividesOldAtoms) {
+    const std::string entries =
+        counted("ze", 1) + counted("yd", 2) + counted("xc", 3) + counted("wb", 4) + counted("va", 0x01000000);
+    const std::string old = atom_bytes({450, 5, 0, 0, 0}, 5, entries);
+    // The older form: three values, and no counts in front of the entries.
+    const std::string older = le(0x19780702, 3, 450, 5, 0) + entries;
+    for (const std::string& bytes : {old, older}) {
+        for (const bool alone : {true, false}) {
+            std::filesystem::remove_all(folder);
+            tvr::write_file(folder / "d0000.bye", bytes);
+            if (!alone)
+                tvr::write_file(folder / "d0009.bye", atom_bytes({1, 1, 1, 20000, 0}, 1, counted("t", 1)));
+            const std::string ids = "nSID" + le(2, 2, 0);
+            tvr::write_file(folder / "d.lst", ids + counted("<1>", 7) + counted("<2>", 0));
+            tvr::dict_folder half(engine(), "d");
+            EXPECT_EQ(half.reload_atoms(false), alone ? 3U : 4U);
+            const std::string piece = file("d0001.bye");
+            ASSERT_GE(piece.size(), 28U);
+            const std::uint32_t now = tvr::load_u32(piece.data() + 20);
+            EXPECT_GT(now, 213000000U);
+            // Dealt in turn, and in the order of their hashes again.
+            EXPECT_EQ(piece, atom_bytes({150, 2, 5, now, now}, 2, counted("wb", 4) + counted("ze", 1)));
+            EXPECT_EQ(file("d0002.bye"), atom_bytes({150, 2, 0x01000002, now, now}, 2,
+                                                    counted("va", 0x01000000) + counted("yd", 2)));
+            EXPECT_EQ(file("d0003.bye"), atom_bytes({150, 1, 3, now, now}, 1, counted("xc", 3)));
+            EXPECT_FALSE(std::filesystem::exists(folder / "d0000.bye"));
+            EXPECT_EQ(file("_d0000.bye"), bytes);
+            EXPECT_EQ(file("d.lst"), ids + counted("<1>", alone ? now : 7) + counted("<2>", 0));
+        }
+    }
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root.path()))
+        EXPECT_TRUE(!entry.is_regular_file() || entry.path().parent_path() == folder) << entry.path();
+}
+
+TEST_F(Optimiser, DividesOnlyWhatIsOldAndSound) {
+    const std::string entries = counted("ab", 1) + counted("cd", 2);
+    const struct {
+        const char* what;
+        std::string bytes;
+        bool flag;
+        std::string left; // names and pieces' entries
+    } cases[] = {
+        {"dated", atom_bytes({450, 2, 3, 20000, 0}, 2, entries), true, "d0000 "},
+        {"one piece", atom_bytes({200, 2, 3, 0, 0}, 2, entries), true, "_d0000 d0001=2 "},
+        {"empty", atom_bytes({0, 2, 3, 0, 0}, 2, entries), true, ""},
+        {"empty but kept", atom_bytes({0, 2, 3, 0, 0}, 2, entries), false, "d0000 "},
+        {"damaged", "what is this", true, ""},
+        {"damaged but kept", "what is this", false, "d0000 "},
+        {"more tokens than there are", atom_bytes({200, 0xFFFFFFFF, 3, 0, 0}, 2, entries), true,
+         "_d0000 d0001=2 "},
+        {"token over the end", atom_bytes({200, 2, 3, 0, 0}, 2, counted("ab", 1) + "\xFF" + "ab"), true,
+         "_d0000 d0001=1 "},
+        {"length 0", atom_bytes({200, 9, 3, 0, 0}, 9, counted("ab", 1) + std::string(50, '\0')), true,
+         "_d0000 d0001=1 "},
+        {"no entries", tvr::atom_head_bytes({200, 2, 3, 0, 0}), true, "_d0000 d0001=0 "},
+        {"4 billion messages", atom_bytes({0xFFFFFFFF, 2, 3, 0, 0}, 2, entries), true, "d0000 "},
+    };
+    for (const auto& each : cases) {
+        std::filesystem::remove_all(folder);
+        tvr::write_file(folder / "d0000.bye", each.bytes);
+        tvr::dict_folder half(engine(), "d");
+        half.reload(engine(), each.flag);
+        std::map<std::string, std::string> left;
+        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+            const std::string name = entry.path().stem().string();
+            left[name] = name;
+            if (name == "d0001")
+                left[name] += "=" + std::to_string(tvr::load_u32(tvr::read_file(entry.path()).data() + 12));
+        }
+        std::string all;
+        for (const auto& [name, text] : left)
+            all += text + " ";
+        EXPECT_EQ(all, each.left) << each.what;
+    }
+}
+
+TEST_F(Optimiser, ForgetsTheOldest) {
+    const auto stage = folder / "transact" / "0002";
+    const auto forget = [&](std::vector<head_values> atoms, std::uint32_t limit) {
+        std::filesystem::remove_all(stage);
+        for (std::size_t i = 0; i < atoms.size(); ++i)
+            tvr::write_file(stage / ("d000" + std::to_string(i) + ".bye"), tvr::atom_head_bytes(atoms[i]));
+        tvr::bye_ring ring;
+        ring.open(engine(), "d", 2);
+        tvr::bye_ring::base_limit = limit;
+        tvr::aged_out_list ranges = {{900, 5, true}};
+        ring.forget_oldest(ranges);
+        std::string all;
+        for (const auto& range : ranges)
+            all +=
+                std::to_string(range.first) + (range.single ? "x" : "-") + std::to_string(range.last) + " ";
+        all += "|";
+        for (std::size_t i = 0; i < atoms.size(); ++i)
+            all += std::filesystem::exists(stage / ("d000" + std::to_string(i) + ".bye"))
+                       ? " " + std::to_string(i)
+                       : "";
+        EXPECT_LE(ring.atoms().size(), atoms.size());
+        return all;
+    };
+    // messages, tokens, occurrences, oldest, newest
+    EXPECT_EQ(forget({{1000, 1, 1, 100, 200}, {1000, 1, 1, 300, 0}}, 1500), "900x5 | 0 1")
+        << "one less is too few";
+    EXPECT_EQ(forget({{1000, 1, 1, 100, 200}, {1000, 1, 1, 300, 0}}, 1000), "900x5 100-200 | 1");
+    EXPECT_EQ(forget({{9, 1, 1, 300, 0}, {9, 1, 1, 100, 0}, {9, 1, 1, 200, 250}}, 9),
+              "900x5 100-100 200-250 | 0");
+    EXPECT_EQ(forget({{9, 1, 1, 100, 200}, {4, 1, 1, 900, 900}, {3, 1, 1, 901, 901}, {9, 1, 1, 300, 0}}, 18),
+              "900x9 901x3 | 0 3")
+        << "ordinal ones go first, and count together with their like";
+    EXPECT_EQ(forget({}, 0), "900x5 |");
+}
+
+} // namespace
