@@ -1,0 +1,172 @@
+// From atoms by hand to the compiled base by hand.
+#include <bit>
+#include <gtest/gtest.h>
+
+#include "compiled/dict_pair.h"
+#include "compiled/grading.h"
+#include "dict/atom_bytes.h"
+#include "support/test_root.h"
+
+namespace {
+
+using namespace std::literals;
+using tvr::atom_bytes;
+using tvr::counted;
+using tvr::le;
+
+// Single-precision numbers by their bits.
+constexpr std::uint32_t highest = 0x3F7D70A4; // 0.99
+constexpr std::uint32_t lowest = 0x3C23D70A;  // 0.01
+constexpr std::uint32_t undefined = 0xFFFFFFFF;
+
+TEST(Grading, ByHand) {
+    const struct {
+        std::int32_t spam, good;
+        double k;
+        bool significant;
+        std::uint32_t bits;
+    } cases[] = {
+        {5, 0, 1.8, true, highest},
+        {4, 0, 1.8, false, 0},
+        {0, 3, 1.8, true, lowest},
+        {0, 2, 1.8, false, 0},
+        {2, 2, 1.8, true, 0x3EB6DB6E},     // 0.02 / 0.056
+        {10, 10, 1.8, true, 0x3EB6DB6E},   // 0.1 / 0.28 = 5/14
+        {300, 0, 1.8, true, highest},      //
+        {300, 300, 1.8, true, 0x3F000000}, // both clamped to 1
+        {50, 300, 1.8, true, 0x3EAAAAAB},  // 0.5 / 1.5
+        {99, 1, 1.0, true, highest},       // 0.99 / 1 exactly
+        {3, 2, 1.0, true, 0x3F19999A},     // the significance test asks for five at least; 0.6
+        {3, 1, 1.0, false, 0},
+        {0, 300, 1.8, true, lowest},
+        {1, 300, 1.8, true, lowest}, // 0.01 / 1.01
+    };
+    for (const auto& each : cases) {
+        tvr::grading_run run;
+        run.k = each.k;
+        run.header.spam_messages = run.header.nonspam_messages = 100;
+        tvr::token_record record{"token", each.good, each.spam};
+        EXPECT_EQ(tvr::is_significant(record, run), each.significant) << each.spam << ' ' << each.good;
+        if (each.significant) {
+            EXPECT_EQ(std::bit_cast<std::uint32_t>(tvr::probability(record, run)), each.bits)
+                << each.spam << ' ' << each.good;
+        }
+    }
+}
+
+class Base : public testing::Test {
+protected:
+    Base() {
+        settings.working_directory.expanded = root.engine_path() + "\\";
+        std::filesystem::create_directories(folder);
+    }
+    void put(const std::string& name, std::string_view bytes) { tvr::write_file(folder / name, bytes); }
+    std::string generate() {
+        EXPECT_TRUE(tvr::dict_pair(root.engine_path("base\\")).generate_base(root.engine_path("base.rgd")));
+        return tvr::read_file(root.path() / "base.rgd");
+    }
+
+    tvr::test_root root;
+    tvr::settings& settings = tvr::default_settings();
+    const std::filesystem::path folder = root.path() / "base";
+};
+
+TEST_F(Base, ByHand) {
+    put("spamdict0000.bye",
+        atom_bytes({60, 3, 18, 20000, 20009}, 3, counted("q", 3) + counted("ax", 5) + counted("bz", 10)));
+    put("spamdict0001.bye",
+        atom_bytes({40, 3, 306, 30000, 0}, 3, counted("q", 2) + counted("ay", 4) + counted("cc", 300)));
+    put("nspamdict0000.bye",
+        atom_bytes({100, 4, 315, 25000, 0}, 4,
+                   counted("aw", 3) + counted("az", 2) + counted("bz", 10) + counted("cc", 300)));
+    put("spamdict0002.bye", tvr::atom_head_bytes({0, 0, 0, 0, 0}));
+    // Of one hash (all of "a?") the tokens stand in the order in which the merge met them; "ay" and "az" are
+    // too rare.
+    EXPECT_EQ(generate(), "DASJ" + le(8, 100, 100, 6, 4, 20000, 20009, 25000, 0) + le(5, 34) +
+                              counted("q", highest) + counted("ax", highest) + counted("aw", lowest) +
+                              counted("bz", 0x3EB6DB6E) + counted("cc", 0x3F000000));
+    EXPECT_FALSE(std::filesystem::exists(folder / "spamdict0002.bye"));
+    settings.regarding_threshold = 2.5; // the weight of the good count: "az" counts now, and "bz" less
+    EXPECT_EQ(generate().substr(40), le(6, 41) + counted("q", highest) + counted("ax", highest) +
+                                         counted("aw", lowest) + counted("az", lowest) +
+                                         counted("bz", 0x3E924925) +
+                                         counted("cc", 0x3F000000)); // 0.1 / 0.35 = 2/7
+}
+
+TEST_F(Base, EmptyOnesHaveFortyEightBytes) {
+    EXPECT_EQ(generate(), "DASJ" + le(8, 0, 0, 0, 0, undefined, 0, undefined, 0) + le(0, 0));
+    put("spamdict0000.bye", atom_bytes({60, 1, 50, 20000, 20009}, 1, counted("q", 50)));
+    EXPECT_EQ(generate(), "DASJ" + le(8, 0, 60, 1, 0, 20000, 20009, undefined, 0) + le(0, 0))
+        << "one empty half";
+    put("nspamdict0000.bye", atom_bytes({60, 1, 1, 25000, 0}, 1, counted("z", 1)));
+    put("spamdict0000.bye", atom_bytes({60, 1, 4, 20000, 20009}, 1, counted("q", 4)));
+    EXPECT_EQ(generate().substr(40), le(0, 0)) << "nothing significant";
+}
+
+TEST_F(Base, SurvivesDamagedAtoms) {
+    const std::string good = tvr::atom_head_bytes({100, 2, 10, 20000, 0});
+    const std::string q = counted("q", 9);
+    const struct {
+        const char* what;
+        std::string block;
+        bool q;
+    } cases[] = {
+        {"no block", "", false},
+        {"block head cut", le(2) + "\1", false},
+        {"4 billion tokens", le(undefined, undefined) + q, true},
+        {"fewer than there are", le(1, 14) + q + counted("ax", 9), true},
+        {"length 0", le(3, 14) + q + "\0"s + counted("ax", 9), true},
+        {"token cut", le(2, 14) + q + "\xFF"s + "ax", true},
+        {"value cut", le(1, 6) + q.substr(0, 5), false},
+        {"not in order", le(2, 14) + counted("zz", 4) + q, true},
+    };
+    for (const auto& each : cases) {
+        put("nspamdict0000.bye", atom_bytes({100, 1, 1, 20000, 0}, 1, counted("z", 1)));
+        put("spamdict0000.bye", good + each.block);
+        const std::string base = generate();
+        EXPECT_EQ(base.substr(40), each.q ? le(1, 6) + counted("q", highest) : le(0, 0)) << each.what;
+    }
+    put("spamdict0000.bye", "foreign");
+    EXPECT_EQ(generate().substr(40), le(0, 0));
+}
+
+// Nothing but spam-only header tokens that are frequent and plain.
+TEST_F(Base, WritesTheSelectiveList) {
+    const std::string opening = R"x((?x-i)[\r\t\s\,\;\:\/\=\\\"\(\)\{\}\[\]\']()x";
+    const std::string closing = R"x()[\r\t\s\,\;\:\/\=\\\"\(\)\{\}\[\]\'])x" + "\n"s;
+    const std::string entries = counted("H a.b", 10) + counted("H few", 9) + counted("H good", 30) +
+                                counted("F x", 30) + counted("H h 0123ABCD", 30) + counted("H (<|>)", 11) +
+                                counted("H \xE4", 30) + counted("H \xBB\x96", 30) + counted("H ", 30);
+    put("spamdict0000.bye", atom_bytes({100, 9, 1, 20000, 0}, 9, entries));
+    put("nspamdict0000.bye", atom_bytes({100, 1, 1, 20000, 0}, 1, counted("H good", 1)));
+    put("selective.txt", "an older one");
+    settings.export_selective_download = 0;
+    generate();
+    EXPECT_EQ(tvr::read_file(folder / "selective.txt"), "an older one");
+    settings.export_selective_download = 1;
+    settings.selective_download_spam_threshold = 10;
+    generate();
+    EXPECT_EQ(tvr::read_file(folder / "selective.txt"), opening + "a\\.b|(\\<\\|\\>)|\\\xBB\\\x96" + closing);
+    EXPECT_FALSE(std::filesystem::exists(folder / "~selective.txt"));
+
+    // A line ends in front of the text that would take it beyond 40000 bytes.
+    tvr::selective_list list;
+    list.start();
+    std::string line(99, 'a');
+    list.add_token("H " + line, 10);
+    for (int i = 0; i < 399; ++i) {
+        list.add_token("H " + std::string(99, 'b'), 10);
+        line += "|" + std::string(99, 'b');
+    }
+    ASSERT_EQ(line.size(), 39999U);
+    list.add_token("H c", 10);
+    list.add_token("H d", 10);
+    list.finish();
+    EXPECT_EQ(tvr::read_file(folder / "selective.txt"),
+              opening + line + "|c" + closing + opening + "d" + closing);
+    list.start();
+    list.finish();
+    EXPECT_EQ(tvr::read_file(folder / "selective.txt"), "") << "an empty list replaces the old one";
+}
+
+} // namespace
