@@ -1,0 +1,140 @@
+// The plan of one batch for one half, by the changes that it leaves with the ring's atoms.
+#include "transact/training_plan.h"
+
+#include <gtest/gtest.h>
+
+#include "common/minutes.h"
+#include "settings/settings.h"
+#include "support/file_bytes.h"
+#include "support/test_root.h"
+
+namespace {
+
+using tvr::counted;
+using tvr::le;
+
+constexpr std::uint32_t last_wrong_time = 183554940;
+
+class Plan : public testing::Test {
+protected:
+    Plan() {
+        tvr::settings& settings = tvr::make_current_settings();
+        settings.schema(tvr::schema_mode::basic_defaults);
+        settings.schema(tvr::schema_mode::advanced_defaults);
+        std::filesystem::create_directories(root.path() / "base" / "transact" / "0002");
+        tvr::bye_ring::atom_size = 1000;
+        ring.open(base, "d", 2);
+    }
+    // The position of each record is its number, from 1.
+    void add(std::uint32_t time, std::string_view id = "<id>") {
+        record.time = time;
+        record.msid = id;
+        ++record.position;
+        EXPECT_TRUE(plan.add(record));
+    }
+    // "oldest-newest: +position -position ..." of each atom.
+    std::string filed() {
+        plan.add_to(ring, 0, 0);
+        std::string all;
+        for (const auto& atom : ring.atoms()) {
+            all += std::to_string(atom->oldest) + "-" + std::to_string(atom->newest) + ": ";
+            for (const auto& change : atom->changes())
+                all += (change.positive ? "+" : "-") + std::to_string(change.offset) + " ";
+        }
+        return all;
+    }
+
+    tvr::test_root root;
+    const std::string base = root.engine_path("base\\");
+    tvr::bye_ring ring;
+    tvr::trainingplan plan{2, base, "d"};
+    tvr::message_head record;
+};
+
+TEST_F(Plan, FilesInTheOrderOfTime) {
+    EXPECT_FALSE(plan.changed());
+    for (const std::uint32_t time : {200000030U, 200000010U, 200000020U, 200000010U})
+        add(time);
+    EXPECT_TRUE(plan.changed());
+    EXPECT_EQ(plan.delta(), 4U);
+    EXPECT_EQ(filed(), "200000010-200000030: +2 +4 +3 +1 ");
+}
+
+TEST_F(Plan, WrongTimesComeRightBeforeTheFirstGoodOne) {
+    for (const std::uint32_t time : {last_wrong_time, 200000005U, 0U, 200000000U, 9999U})
+        add(time);
+    EXPECT_EQ(filed(), "199999997-200000005: +3 +5 +1 +4 +2 ");
+}
+
+TEST_F(Plan, TheFirstGoodTimeIsOneMinuteLater) {
+    add(last_wrong_time + 1);
+    EXPECT_EQ(filed(), std::to_string(last_wrong_time + 1) + "-0: +1 ");
+}
+
+// If all are wrong, the times depend on the plan's room: 100 elements, or 199 from the hundredth on.
+TEST_F(Plan, AllWrongTimesComeBeforeNow) {
+    for (const std::uint32_t number : {5U, 98U, 99U, 100U, 150U}) {
+        tvr::trainingplan other(2, base, "d");
+        tvr::bye_ring fresh;
+        fresh.open(base, "d", 2);
+        const std::size_t known = fresh.atoms().size();
+        for (std::uint32_t i = 0; i < number; ++i) {
+            record.time = i;
+            other.add(record);
+        }
+        const std::uint32_t before = tvr::now_minutes();
+        other.add_to(fresh, 0, 0);
+        const std::uint32_t after = tvr::now_minutes();
+        ASSERT_EQ(fresh.atoms().size(), known + 1);
+        const auto& atom = *fresh.atoms().back();
+        const std::uint32_t room = number < 100 ? 100 : 199;
+        EXPECT_GE(atom.oldest, before - 10 - room) << number;
+        EXPECT_LE(atom.oldest, after - 10 - room) << number;
+        EXPECT_EQ(atom.newest, atom.oldest + number - 1);
+        EXPECT_EQ(atom.changes().size(), number);
+        std::filesystem::remove_all(root.path() / "base" / "transact" / "0002");
+        std::filesystem::create_directories(root.path() / "base" / "transact" / "0002");
+    }
+}
+
+TEST_F(Plan, AnEmptyPlanFilesNothing) {
+    EXPECT_EQ(filed(), "");
+    EXPECT_EQ(plan.delta(), 0U);
+}
+
+TEST_F(Plan, KnowsItsMessagesByAnOpenMap) {
+    EXPECT_FALSE(plan.remove(record)) << "closed, the map knows nothing";
+    EXPECT_FALSE(plan.found_in(record));
+    tvr::write_file(root.path() / "main" / "d.lst",
+                    "nSID" + le(2, 3, 0) + counted("<old>", 200000000) + counted("<gone>", 210000000));
+    std::filesystem::create_directory(root.path() / "work");
+    tvr::write_file(root.path() / "base" / "transact" / "0002" / "d0000.bye",
+                    le(0x19780702, 5, 2, 1, 1, 199999999, 200000001) + le(1, 6) + counted("t", 1));
+    ring.open(base, "d", 2);
+    plan.msids().open(root.engine_path("main\\"), root.engine_path("work\\"), "d");
+    for (const char* id : {"<old>", "<gone>"}) {
+        record.msid = id;
+        ++record.position;
+        EXPECT_FALSE(plan.add(record)) << "known already";
+        ASSERT_TRUE(plan.found_in(record));
+        EXPECT_TRUE(plan.remove(record));
+        EXPECT_FALSE(plan.remove(record));
+    }
+    EXPECT_EQ(record.time, 210000000U);
+    EXPECT_EQ(plan.delta(), 0U - 2);
+    add(0xFFFFFFF0, "<future>");
+    EXPECT_LE(plan.msids().lookup("<future>"), tvr::now_minutes());
+    add(9999, "<small>");
+    EXPECT_EQ(plan.msids().lookup("<small>"), 9999U) << "kept as it is in the map";
+    EXPECT_FALSE(plan.add(record));
+    // The removal of <gone> is dropped, as no atom reaches to its time. <small> comes in front of <old>, and
+    // the future is not believed.
+    const std::string text = filed();
+    EXPECT_TRUE(text.starts_with("199999999-")) << text;
+    EXPECT_TRUE(text.ends_with(": +4 -1 +3 ")) << text;
+    ASSERT_EQ(ring.atoms().size(), 1U);
+    EXPECT_LE(ring.atoms()[0]->newest, tvr::now_minutes());
+    EXPECT_EQ(ring.messages_total(), 3U);
+}
+
+} // namespace
