@@ -32,7 +32,7 @@ struct place {
     bool section_found = false;
     bool key_found = false;
     std::size_t line = 0;     // offset of the key's line, or of the end of the section
-    std::size_t line_end = 0; // offset behind that line's text
+    std::size_t line_end = 0; // offset behind that line, without its end
     std::string_view value;
 };
 
@@ -51,7 +51,7 @@ place find_key(std::string_view text, std::string_view section, std::string_view
             if (same(trimmed(line.substr(0, equals)), key)) {
                 result.key_found = true;
                 result.line = start;
-                result.line_end = end;
+                result.line_end = end > start && text[end - 1] == '\r' ? end - 1 : end;
                 result.value = trimmed(line.substr(equals + 1));
                 return result;
             }
@@ -81,17 +81,18 @@ std::int32_t profile_int(std::string_view section, std::string_view key, std::in
 bool write_profile_string(std::string_view section, std::string_view key, std::string_view value,
                           std::string_view path) {
     return replace_text_file(native_path(path), ini_limit, [&](std::string& text) {
-        const place found = find_key(text, section, key);
+        place found = find_key(text, section, key);
+        if (!found.key_found && !text.empty() && text.back() != '\n') {
+            text += '\n';
+            found = find_key(text, section, key);
+        }
         const std::string line = std::string(key) + "=" + std::string(value);
         if (found.key_found) {
             text.replace(found.line, found.line_end - found.line, line);
+        } else if (found.section_found) {
+            text.insert(found.line, line + "\n");
         } else {
-            if (!text.empty() && text.back() != '\n')
-                text += '\n';
-            if (found.section_found)
-                text.insert(std::min(found.line, text.size()), line + "\n");
-            else
-                text += "[" + std::string(section) + "]\n" + line + "\n";
+            text += "[" + std::string(section) + "]\n" + line + "\n";
         }
         return true;
     });

@@ -1,7 +1,7 @@
 // The registry of this backend: a text file for each store, with a line for each key and value.
 //
 //   [Software\Orvenix\Brackenhold\Paths]
-//   tvr_srv.exe=1:5c746d70          (type, and the data in hexadecimal digits)
+//   tvr_srv.exe=1:5c746d70          (type, a digit, and the data, both in hexadecimal digits)
 //
 // Names are escaped in the same way as data where they hold "=", "[" or bytes below a blank.
 
@@ -30,8 +30,9 @@ std::string lower(std::string_view text) {
     return out;
 }
 
+constexpr std::string_view alphabet = "0123456789abcdef";
+
 std::string to_digits(std::string_view data) {
-    constexpr std::string_view alphabet = "0123456789abcdef";
     std::string out;
     for (const char c : data) {
         const auto byte = static_cast<unsigned char>(c);
@@ -127,7 +128,7 @@ std::string write_out(const store& keys) {
     for (const auto& [lowered, key] : keys) {
         text += "[" + key.path + "]\n";
         for (const auto& [name, value] : key.values)
-            text += written_name(value.name) + "=" + std::to_string(value.value.type & 15U) + ":" +
+            text += written_name(value.name) + "=" + alphabet[value.value.type] + ":" +
                     to_digits(value.value.data) + "\n";
     }
     return text;
@@ -221,6 +222,8 @@ bool registry_key::set(std::string_view name, std::uint32_t type, std::string_vi
         return fail(error::invalid_handle);
     if (!m_writable)
         return fail(error::access_denied);
+    if (type >= alphabet.size())
+        return fail(error::invalid_parameter);
     return replace_text_file(store_path(m_root), store_limit, [&](std::string& text) {
         store keys = parse(text);
         stored_key& key = keys[lower(m_path)];

@@ -1,0 +1,242 @@
+// What only this backend promises: where things lie, and who may see them.
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/change_hook.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/presence.h"
+#include "platform/process.h"
+#include "platform/profile.h"
+#include "platform/registry.h"
+#include "platform/sync.h"
+#include "tests/support/child_process.h"
+#include "tests/support/file_bytes.h"
+#include "tests/support/test_root.h"
+
+namespace tvr {
+
+namespace {
+
+using namespace platform;
+namespace fs = std::filesystem;
+
+constexpr std::uint32_t patience = 10'000; // milliseconds; only reached by a fault
+
+// Makes one of everything of the user's that is not named by a path.
+void make_everything() {
+    registry_key key;
+    event named;
+    presence own;
+    EXPECT_TRUE(key.create(registry_root::current_user, "Software\\Test") && key.set("x", 1, "x"));
+    EXPECT_TRUE(named.create_named("event"));
+    EXPECT_TRUE(own.create("class", "title"));
+    EXPECT_TRUE(make_temp_file(temp_folder_path(), "tvr"));
+    EXPECT_TRUE(create_directory(expand_environment("%appdata%\\folder")));
+}
+
+// Everything below a folder is for its owner alone; answers how much that is.
+int expect_private(const fs::path& folder) {
+    int count = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        struct stat info {};
+        EXPECT_EQ(lstat(entry.path().c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777, entry.is_directory() ? 0700U : 0600U) << entry.path();
+        ++count;
+    }
+    return count;
+}
+
+class no_mask {
+public:
+    no_mask() : m_before(umask(0)) {}
+    ~no_mask() { umask(m_before); }
+    no_mask(const no_mask&) = delete;
+    no_mask& operator=(const no_mask&) = delete;
+
+private:
+    mode_t m_before;
+};
+
+TEST(posix_test, everything_is_private) {
+    const test_root root;
+    const no_mask open_to_all;
+    make_everything();
+    registry_key key;
+    EXPECT_TRUE(key.create(registry_root::local_machine, "Software\\Test"));
+    EXPECT_TRUE(create_directory(common_appdata_folder() + "\\folder"));
+    file f;
+    EXPECT_TRUE(f.open(root.engine_path("file"), access::write, share::none, creation::create_always));
+    f.close();
+    EXPECT_TRUE(copy_file(root.engine_path("file"), root.engine_path("copy"), true));
+    EXPECT_TRUE(create_directory(root.engine_path("folder")));
+    EXPECT_TRUE(write_profile_string("S", "k", "v", root.engine_path("folder\\x.ini")));
+    EXPECT_TRUE(write_profile_string("S", "k", "v", "c:\\x.ini"));
+    EXPECT_GT(expect_private(root.path()), 15);
+}
+
+TEST(posix_test, without_a_root_everything_lies_with_the_user) {
+    const test_root home;
+    const no_mask open_to_all;
+    const auto run = home.path() / "run";
+    fs::create_directory(run);
+    chmod(run.c_str(), 0700);
+    unsetenv("TESSIVAR_ROOT");
+    setenv("HOME", home.path().c_str(), 1);
+    setenv("XDG_RUNTIME_DIR", run.c_str(), 1);
+    unsetenv("XDG_DATA_HOME");
+    make_everything();
+    EXPECT_TRUE(fs::exists(run / "tessivar"));
+    EXPECT_GT(expect_private(home.path()), 12);
+}
+
+// A run-time folder that others can write in is nobody's; one of the user's own takes its place.
+TEST(posix_test, a_shared_runtime_folder_is_not_used) {
+    const test_root home;
+    const auto shared = home.path() / "shared";
+    fs::create_directory(shared);
+    setenv("HOME", home.path().c_str(), 1);
+    setenv("XDG_RUNTIME_DIR", shared.c_str(), 1);
+    for (const mode_t rights : {0777U, 0755U, 01777U}) {
+        chmod(shared.c_str(), rights);
+        unsetenv("TESSIVAR_ROOT");
+        const std::string folder = runtime_folder();
+        setenv("TESSIVAR_ROOT", home.path().c_str(), 1);
+        EXPECT_TRUE(folder.starts_with(home.engine_path())) << folder;
+        EXPECT_TRUE(fs::is_empty(shared));
+    }
+    fs::create_directory(home.path() / "run");
+    chmod((home.path() / "run").c_str(), 0777);
+    EXPECT_EQ(runtime_folder(), "");
+    event named;
+    EXPECT_FALSE(named.create_named("event"));
+}
+
+TEST(posix_test, a_root_moves_every_store) {
+    const test_root home;
+    setenv("HOME", (home.path() / "home").c_str(), 1);
+    setenv("XDG_RUNTIME_DIR", (home.path() / "home").c_str(), 1);
+    setenv("XDG_DATA_HOME", (home.path() / "home").c_str(), 1);
+    const std::string first_root = (home.path() / "first").string();
+    setenv("TESSIVAR_ROOT", first_root.c_str(), 1);
+    make_everything();
+    registry_key key;
+    EXPECT_TRUE(key.open(registry_root::current_user, "Software\\Test"));
+    EXPECT_TRUE(key.create(registry_root::local_machine, "Software\\Test"));
+    setenv("TESSIVAR_ROOT", (home.path() / "second").c_str(), 1);
+    EXPECT_FALSE(key.open(registry_root::current_user, "Software\\Test"));
+    EXPECT_FALSE(key.open(registry_root::local_machine, "Software\\Test"));
+    EXPECT_FALSE(find_presence("class", "title").found);
+    setenv("TESSIVAR_ROOT", home.path().c_str(), 1);
+    EXPECT_FALSE(fs::exists(home.path() / "home"));
+}
+
+TEST(posix_test, drives_are_folders_of_the_root) {
+    const test_root root;
+    file f;
+    ASSERT_TRUE(f.open("C:\\x.txt", access::write, share::none, creation::create_new));
+    f.close();
+    for (const char* name : {"c:\\x.txt", "C:/x.txt", "c:x.txt"})
+        EXPECT_TRUE(get_attributes(name)) << name;
+    EXPECT_FALSE(get_attributes("d:\\x.txt"));
+    EXPECT_EQ(get_attributes("d:\\"), attribute::directory);
+    const std::string before = current_directory();
+    ASSERT_TRUE(set_current_directory("c:\\"));
+    EXPECT_EQ(current_directory(), "c:");
+    EXPECT_TRUE(get_attributes("x.txt"));
+    EXPECT_TRUE(set_current_directory(before));
+}
+
+TEST(posix_test, damaged_stores) {
+    const test_root root;
+    const std::string good = "[Software\\Test]\nname=1:41\n";
+    struct {
+        std::string text;
+        bool kept;
+    } const table[] = {
+        {"", false},
+        {std::string(5000, '\0'), false},
+        {"name=1:41\n", false},
+        {"[Software\\Tes", false},
+        {"[Software\\Test]\nname=1:4\n", false},
+        {"[Software\\Test]\nname=1:4g\n", false},
+        {"[Software\\Test]\nname=:41\n", false},
+        {"[Software\\Test]\nname\n=\n:\n=1:\n", false},
+        {"\xff\n]\n=\n" + good, true},
+        {good + "name2=", true},
+        {good + std::string(std::size_t{5} << 20, ' '), false},
+    };
+    for (const auto& row : table) {
+        const auto number = &row - table;
+        write_file(root.path() / "user", row.text);
+        registry_key key;
+        EXPECT_EQ(key.open(registry_root::current_user, "Software\\Test") && key.query("name"), row.kept)
+            << number;
+        EXPECT_TRUE(key.create(registry_root::current_user, "Software\\Test")) << number;
+        EXPECT_TRUE(key.set("other", 1, "x")) << number;
+        EXPECT_EQ(key.query("other").value().data, "x") << number;
+        EXPECT_EQ(key.query("name").has_value(), row.kept) << number;
+    }
+    write_file(root.path() / "else", good);
+    fs::remove(root.path() / "user");
+    fs::create_symlink(root.path() / "else", root.path() / "user");
+    registry_key key;
+    EXPECT_FALSE(key.open(registry_root::current_user, "Software\\Test"));
+}
+
+TEST(posix_test, a_refused_write_leaves_a_text_file_as_it_was) {
+    const test_root root;
+    registry_key key;
+    ASSERT_TRUE(key.create(registry_root::current_user, "Software\\Test") && key.set("x", 1, "old"));
+    static int left = 0;
+    const change_hook refuse = [](change, std::string_view) { return left-- == 0 ? 112U : 0U; };
+    for (int number = 0; number < 3; ++number) {
+        left = number;
+        set_change_hook(refuse);
+        EXPECT_FALSE(key.set("x", 1, "new"));
+        EXPECT_EQ(last_error(), error::disk_full);
+        set_change_hook(nullptr);
+        EXPECT_EQ(key.query("x").value().data, "old");
+    }
+    EXPECT_TRUE(key.set("x", 1, "new"));
+    EXPECT_EQ(key.query("x").value().data, "new");
+}
+
+// Tells its arguments, and whether it stands apart from its starter.
+const child_role started("started", [](std::string_view) {
+    std::string words = read_file("/proc/self/cmdline");
+    words = words.substr(words.find('\0') + 1);
+    words += getsid(0) == getpid() && isatty(0) == 0 ? "apart" : "joined";
+    write_file(std::string(std::getenv("TESSIVAR_ROOT")) + "/told", words);
+    event ready;
+    if (ready.create_named("ready"))
+        ready.set();
+    return 0;
+});
+
+TEST(posix_test, starts_programs) {
+    using namespace std::literals;
+    const test_root root;
+    event ready;
+    ASSERT_TRUE(ready.create_named("ready"));
+    setenv("TVR_CHILD_ROLE", "started", 1);
+    for (const auto& [arguments, told] : {std::pair(""sv, "apart"s), {"/stop  -x", "/stop\0-x\0apart"s}}) {
+        // The suffix of the reference platform is dropped if there is no such file.
+        for (const char* suffix : {"", ".exe"}) {
+            EXPECT_TRUE(start_process(module_path() + suffix, arguments));
+            EXPECT_TRUE(ready.wait(patience));
+            EXPECT_EQ(read_file(root.path() / "told"), told);
+        }
+    }
+    unsetenv("TVR_CHILD_ROLE");
+    write_file(root.path() / "no_program", "text");
+    EXPECT_FALSE(start_process(root.engine_path("no_program")));
+    EXPECT_EQ(last_error(), error::access_denied);
+}
+
+} // namespace
+
+} // namespace tvr

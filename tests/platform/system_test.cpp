@@ -1,0 +1,422 @@
+// Presence, registry, ini files, processes, libraries, memory and time.
+#include <array>
+#include <functional>
+#include <gtest/gtest.h>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/library.h"
+#include "platform/memory.h"
+#include "platform/presence.h"
+#include "platform/process.h"
+#include "platform/profile.h"
+#include "platform/registry.h"
+#include "platform/sync.h"
+#include "tests/support/child_process.h"
+#include "tests/support/file_bytes.h"
+#include "tests/support/test_root.h"
+
+namespace tvr {
+
+namespace {
+
+using namespace platform;
+using namespace std::literals;
+
+constexpr std::uint32_t patience = 10'000; // milliseconds; only reached by a fault
+
+// --- presence ---
+
+constexpr auto class_name = "Test_class";
+constexpr auto title = "Test: title/1";
+constexpr auto exit_message = "test_exit_message";
+
+// Is present under that title until it is asked to close.
+const child_role owner("presence owner", [](std::string_view own_title) {
+    presence own;
+    event ready;
+    if (!ready.create_named("ready") || !own.create(class_name, own_title))
+        return 1;
+    own.set_private_message(register_private_message(exit_message));
+    own.set_visible(own_title == "visible");
+    ready.set();
+    own.run();
+    return find_presence(class_name, own_title).found ? 2 : 3;
+});
+
+class presence_test : public testing::Test {
+protected:
+    presence_test() { EXPECT_TRUE(ready.create_named("ready")); }
+    child_process start(const std::string& own_title = title) {
+        child_process child("presence owner", own_title);
+        EXPECT_TRUE(ready.wait(patience));
+        return child;
+    }
+
+    test_root root;
+    event ready;
+};
+
+TEST_F(presence_test, is_found_and_closed_from_another_process) {
+    EXPECT_FALSE(find_presence(class_name, title).found);
+    close_presence(class_name, title);
+    child_process child = start();
+    child_process other = start("visible");
+    const presence_info info = find_presence(class_name, title);
+    EXPECT_TRUE(info.found && !info.visible);
+    EXPECT_EQ(info.process_id, child.id());
+    EXPECT_TRUE(find_presence(class_name, "visible").visible);
+    EXPECT_FALSE(find_presence("Test_class2", title).found);
+    EXPECT_FALSE(find_presence(class_name, "Test: title").found);
+
+    presence own;
+    EXPECT_FALSE(own.create(class_name, title));
+    close_presence(class_name, title);
+    EXPECT_FALSE(find_presence(class_name, title).found) << "the request did not wait";
+    EXPECT_TRUE(own.create(class_name, title));
+    EXPECT_EQ(find_presence(class_name, title).process_id, current_process_id());
+    EXPECT_EQ(child.join(), 3);
+    EXPECT_TRUE(find_presence(class_name, "visible").found);
+}
+
+TEST_F(presence_test, ends_at_once_by_its_private_message) {
+    child_process child = start();
+    child_process other = start("another");
+    EXPECT_NE(register_private_message(exit_message), register_private_message("something else"));
+    broadcast_private_message(0);
+    broadcast_private_message(register_private_message("something else"));
+    EXPECT_TRUE(find_presence(class_name, title).found && find_presence(class_name, "another").found);
+    broadcast_private_message(register_private_message(exit_message));
+    EXPECT_EQ(child.join() & 255, 255);
+    EXPECT_EQ(other.join() & 255, 255);
+    EXPECT_FALSE(find_presence(class_name, title).found);
+}
+
+TEST_F(presence_test, a_killed_owner_owns_nothing) {
+    for (int turn = 0; turn < 3; ++turn) {
+        child_process child = start();
+        EXPECT_EQ(child.kill(), child_process::killed);
+        EXPECT_FALSE(find_presence(class_name, title).found);
+        close_presence(class_name, title);
+    }
+    // What was asked of the dead is not done to the next one.
+    child_process child = start();
+    broadcast_private_message(register_private_message("something else"));
+    close_presence(class_name, title);
+    EXPECT_EQ(child.join(), 3);
+}
+
+TEST_F(presence_test, of_several_one_wins) {
+    std::vector<child_process> all;
+    for (int i = 0; i < 6; ++i)
+        all.emplace_back("presence owner", title);
+    ASSERT_TRUE(ready.wait(patience));
+    const std::uint32_t winner = find_presence(class_name, title).process_id;
+    int losers = 0;
+    for (child_process& one : all)
+        if (one.id() != winner)
+            losers += one.join() == 1;
+    EXPECT_EQ(losers, 5);
+    close_presence(class_name, title);
+    for (child_process& one : all)
+        EXPECT_TRUE(one.join() == 1 || one.join() == 3);
+}
+
+TEST_F(presence_test, a_close_waits_until_the_owner_is_gone) {
+    std::optional<presence> own; // does not run, and so sees no request
+    ASSERT_TRUE(own.emplace().create(class_name, title));
+    thread closer;
+    ASSERT_TRUE(closer.start([&] {
+        ready.set();
+        close_presence(class_name, title);
+        return 0U;
+    }));
+    EXPECT_TRUE(ready.wait(patience));
+    EXPECT_TRUE(closer.running());
+    own.reset();
+    closer.join();
+}
+
+// --- registry ---
+
+constexpr auto key_path = "Software\\Test\\Key";
+
+TEST(registry_test, values_keep_type_and_bytes) {
+    const test_root root;
+    std::string every_byte;
+    for (int byte = 0; byte < 256; ++byte)
+        every_byte += static_cast<char>(byte);
+    struct {
+        const char* name;
+        std::uint32_t type;
+        std::string data;
+    } const table[] = {
+        {"text", registry_type::string, "c:\\folder\\file.exe\0"s},
+        {"unended", registry_type::string, "x"},
+        {"expanded", registry_type::expand_string, "%appdata%\\x\0"s},
+        {"bytes", registry_type::binary, every_byte},
+        {"number", registry_type::dword, "\1\0\0\xff"s},
+        {"nothing", registry_type::binary, ""},
+        {"list", 7, "a\0b\0\0"s},
+        {"wide number", 11, "12345678"},
+        {"", registry_type::string, "the default"},
+        {"a=b", registry_type::string, "1"},
+        {"[x]", registry_type::string, "2"},
+        {"%41", registry_type::string, "3"},
+        {"two\nlines", registry_type::string, "4"},
+        {"\xe4\xf6", registry_type::string, "5"},
+    };
+    registry_key user;
+    registry_key machine;
+    ASSERT_TRUE(user.create(registry_root::current_user, key_path));
+    ASSERT_TRUE(machine.create(registry_root::local_machine, key_path));
+    for (const auto& row : table)
+        EXPECT_TRUE(user.set(row.name, row.type, row.data));
+    registry_key reader;
+    ASSERT_TRUE(reader.open(registry_root::current_user, "SOFTWARE\\test\\KEY"));
+    for (const auto& row : table) {
+        const auto value = reader.query(row.name);
+        ASSERT_TRUE(value) << row.name;
+        EXPECT_EQ(value->type, row.type) << row.name;
+        EXPECT_EQ(value->data, row.data) << row.name;
+        EXPECT_FALSE(machine.query(row.name)) << row.name;
+    }
+    EXPECT_TRUE(user.set("TEXT", registry_type::dword, "9"));
+    EXPECT_EQ(reader.query("text")->data, "9");
+    EXPECT_TRUE(user.remove("Text"));
+    EXPECT_FALSE(reader.query("text"));
+    EXPECT_EQ(reader.query("unended")->data, "x");
+}
+
+TEST(registry_test, failures) {
+    const test_root root;
+    registry_key key;
+    registry_key reader;
+    ASSERT_TRUE(key.create(registry_root::current_user, key_path));
+    ASSERT_TRUE(key.create(registry_root::current_user, key_path));
+    ASSERT_TRUE(reader.open(registry_root::current_user, key_path));
+    registry_key closed;
+    const std::pair<std::uint32_t, std::function<bool()>> table[] = {
+        {2, [&] { return closed.open(registry_root::current_user, "Software\\Test\\Ke"); }},
+        {2, [&] { return closed.open(registry_root::local_machine, key_path); }},
+        {2, [&] { return key.query("no").has_value(); }},
+        {2, [&] { return key.remove("no"); }},
+        {5, [&] { return reader.set("x", registry_type::string, "x"); }},
+        {5, [&] { return reader.remove("x"); }},
+        {6, [&] { return closed.query("x").has_value(); }},
+        {6, [&] { return closed.set("x", registry_type::string, "x"); }},
+    };
+    for (const auto& [number, act] : table) {
+        EXPECT_FALSE(act());
+        EXPECT_EQ(last_error(), number) << &act - &table[0].second;
+    }
+    for (const char* above : {"Software\\Test", "software", "Software\\Test\\Key"})
+        EXPECT_TRUE(closed.open(registry_root::current_user, above)) << above;
+}
+
+constexpr int values_each = 60;
+
+const child_role registry_writer("registry writer", [](std::string_view own) {
+    registry_key key;
+    if (!key.create(registry_root::current_user, key_path))
+        return 1;
+    for (int i = 0; i < values_each; ++i)
+        if (!key.set(std::string(own) + std::to_string(i), registry_type::string, own))
+            return 2;
+    return 0;
+});
+
+TEST(registry_test, writers_of_two_processes_lose_nothing) {
+    const test_root root;
+    child_process first("registry writer", "a");
+    child_process second("registry writer", "b");
+    EXPECT_EQ(first.join(), 0);
+    EXPECT_EQ(second.join(), 0);
+    registry_key key;
+    ASSERT_TRUE(key.open(registry_root::current_user, key_path));
+    for (int i = 0; i < values_each; ++i)
+        EXPECT_TRUE(key.query("a" + std::to_string(i)) && key.query("b" + std::to_string(i))) << i;
+}
+
+// --- ini files ---
+
+TEST(profile_test, reads_numbers) {
+    const test_root root;
+    const std::string path = root.engine_path("x.ini");
+    EXPECT_EQ(profile_int("A", "x", 7, path), 7);
+    write_file(root.path() / "x.ini", "top=1\r\n[A]\r\n x = 12 \r\nneg=-5\r\nbad=z9\r\nhalf=12z\r\n;off=1\r\n"
+                                      "max=2147483647\r\n[b b]\nx=3\n[A]\nlate=4");
+    struct {
+        const char* section;
+        const char* key;
+        std::int32_t number;
+    } const table[] = {
+        {"A", "x", 12},  {"a", "X", 12},  {"A", "neg", -5},         {"A", "bad", 0}, {"A", "half", 12},
+        {"A", "off", 7}, {"A", "top", 7}, {"A", "max", 2147483647}, {"B B", "x", 3}, {"C", "x", 7},
+    };
+    for (const auto& row : table)
+        EXPECT_EQ(profile_int(row.section, row.key, 7, path), row.number) << row.section << ' ' << row.key;
+}
+
+TEST(profile_test, writes_one_line_and_keeps_the_others) {
+    const test_root root;
+    struct {
+        const char* before;
+        const char* after;
+    } const table[] = {
+        {"", "[S]\nk=v\n"},
+        {"[S]\nk=old\nx=1\n", "[S]\nk=v\nx=1\n"},
+        {"[S]\nx=1\n", "[S]\nx=1\nk=v\n"},
+        {"[S]\nx=1", "[S]\nx=1\nk=v\n"},
+        {"[S]", "[S]\nk=v\n"},
+        {"[S]\nk=old", "[S]\nk=v"},
+        {"[s]\nK = old\n", "[s]\nk=v\n"},
+        {"[S]\nx=1\n\n[T]\nk=2\n", "[S]\nx=1\nk=v\n\n[T]\nk=2\n"},
+        {"; note\n[T]\nk=2", "; note\n[T]\nk=2\n[S]\nk=v\n"},
+        {"[S]\r\nk=old\r\nx=1\r\n", "[S]\r\nk=v\r\nx=1\r\n"},
+    };
+    for (const auto& row : table) {
+        write_file(root.path() / "x.ini", row.before);
+        EXPECT_TRUE(write_profile_string("S", "k", "v", root.engine_path("x.ini")));
+        EXPECT_EQ(read_file(root.path() / "x.ini"), row.after) << row.before;
+    }
+    EXPECT_TRUE(write_profile_string("S", "k", "v", root.engine_path("new.ini")));
+    EXPECT_EQ(read_file(root.path() / "new.ini"), "[S]\nk=v\n");
+}
+
+// --- processes, libraries, memory, time ---
+
+const child_role idler("idler", [](std::string_view) {
+    event ready;
+    event never;
+    if (!ready.create_named("ready") || !never.create_named("never"))
+        return 1;
+    ready.set();
+    never.wait(infinite);
+    return 2;
+});
+
+TEST(process_test, others_end_on_demand) {
+    const test_root root;
+    event ready;
+    ASSERT_TRUE(ready.create_named("ready"));
+    child_process child("idler");
+    const std::uint32_t id = child.id();
+    ASSERT_TRUE(ready.wait(patience));
+    EXPECT_TRUE(process_exists(id) && process_exists(current_process_id()));
+    EXPECT_TRUE(terminate_process(id, -1));
+    child.join();
+    EXPECT_FALSE(process_exists(id));
+    for (const std::uint32_t nobody : {id, 0U, 0xFFFFFFFFU}) {
+        EXPECT_FALSE(terminate_process(nobody, -1));
+        EXPECT_EQ(last_error(), error::invalid_parameter);
+    }
+    EXPECT_FALSE(start_process(root.engine_path("no.exe")));
+    EXPECT_EQ(last_error(), error::file_not_found);
+    EXPECT_FALSE(start_process(root.engine_path("no\\no.exe")));
+    EXPECT_EQ(last_error(), error::path_not_found);
+}
+
+TEST(process_test, environment_is_expanded) {
+    const test_root root;
+    const std::string folder = expand_environment("%appdata%");
+    EXPECT_TRUE(folder.starts_with(root.engine_path()));
+    EXPECT_EQ(get_attributes(folder), attribute::directory);
+    const std::string own_root = expand_environment("%TESSIVAR_ROOT%");
+    EXPECT_EQ(own_root, root.engine_path());
+    const std::pair<std::string, std::string> table[] = {
+        {"", ""},
+        {"plain", "plain"},
+        {"%AppData%\\x", folder + "\\x"},
+        {"%APPDATA%%appDATA%", folder + folder},
+        {"a%TESSIVAR_ROOT%b", "a" + own_root + "b"},
+        {"%tvr_unknown%", "%tvr_unknown%"},
+        {"%tvr_unknown%appdata%", "%tvr_unknown" + folder},
+        {"100% and %%", "100% and %%"},
+        {"%appdata", "%appdata"},
+        {"%", "%"},
+    };
+    for (const auto& [text, expanded] : table)
+        EXPECT_EQ(expand_environment(text), expanded) << text;
+}
+
+TEST(library_test, is_found_by_its_reference_name) {
+    library zlib;
+    EXPECT_FALSE(zlib.is_loaded());
+    EXPECT_EQ(zlib.symbol("compress"), nullptr);
+    for (const char* name : {"zlib1.dll", "zlib.dll"}) {
+        ASSERT_TRUE(zlib.load(name)) << name;
+        EXPECT_NE(zlib.symbol("compress"), nullptr);
+        EXPECT_NE(zlib.symbol("uncompress"), nullptr);
+        EXPECT_EQ(zlib.symbol("tvr_no_such"), nullptr);
+        EXPECT_EQ(zlib.symbol(1), nullptr);
+    }
+    EXPECT_FALSE(zlib.load("tvr_no_such.dll"));
+    EXPECT_FALSE(zlib.is_loaded());
+}
+
+TEST(memory_test, ranges_are_committed_and_given_back) {
+    const std::size_t page = page_size();
+    ASSERT_EQ(allocation_granularity() % page, 0U);
+    // Far more than there is: only addresses are taken.
+    constexpr std::size_t size = std::size_t{1} << 36;
+    auto* const range = static_cast<unsigned char*>(reserve_range(size));
+    ASSERT_NE(range, nullptr);
+    EXPECT_EQ(commit_range(range + page + 1, page), range + page + 1);
+    range[page] = range[3 * page - 1] = 1;
+    EXPECT_NE(commit_range(range, 3 * page), nullptr);
+    EXPECT_EQ(range[page], 1);
+    EXPECT_EQ(range[0], 0);
+    decommit_range(range + page, page);
+    EXPECT_EQ(range[3 * page - 1], 1);
+    EXPECT_NE(commit_range(range, size / 1024), nullptr);
+    EXPECT_EQ(range[page], 0);
+    EXPECT_EQ(range[size / 1024 - 1], 0);
+    release_range(range, size);
+    EXPECT_EQ(reserve_range(0), nullptr);
+    EXPECT_EQ(reserve_range(SIZE_MAX), nullptr);
+}
+
+TEST(clock_test, calendar) {
+    constexpr std::uint64_t second = 10'000'000;
+    constexpr std::uint64_t day = 86'400 * second;
+    struct {
+        std::uint64_t time;
+        calendar_time date;
+    } const table[] = {
+        {0, {1601, 1, 1, 0, 0, 0}},
+        {day - 1, {1601, 1, 1, 23, 59, 59}},
+        {134'774 * day, {1970, 1, 1, 0, 0, 0}},
+        {126'444'736'000'000'000, {2001, 9, 9, 1, 46, 40}},
+        {(134'774 + 11'015) * day, {2000, 2, 28, 0, 0, 0}},
+        {(134'774 + 11'016) * day, {2000, 2, 29, 0, 0, 0}},
+        {(134'774 + 11'017) * day, {2000, 3, 1, 0, 0, 0}},
+        {146'096 * day, {2000, 12, 31, 0, 0, 0}},
+        {146'097 * day, {2001, 1, 1, 0, 0, 0}},
+        {109'207 * day, {1900, 1, 1, 0, 0, 0}},
+        {(109'207 + 59) * day, {1900, 3, 1, 0, 0, 0}},
+    };
+    for (const auto& [time, date] : table) {
+        const calendar_time found = to_calendar(time);
+        EXPECT_EQ(std::tie(found.year, found.month, found.day, found.hour, found.minute, found.second),
+                  std::tie(date.year, date.month, date.day, date.hour, date.minute, date.second))
+            << time;
+    }
+    const std::uint64_t noon = local_to_file_time({2020, 6, 15, 12, 0, 0});
+    EXPECT_EQ(local_to_file_time({2020, 6, 16, 12, 0, 1}) - noon, day + second);
+    for (const calendar_time& none : {calendar_time{2021, 2, 29, 0, 0, 0},
+                                      {2021, 13, 1, 0, 0, 0},
+                                      {2021, 0, 1, 0, 0, 0},
+                                      {2021, 1, 1, 24, 0, 0},
+                                      {1600, 1, 1, 0, 0, 0}})
+        EXPECT_EQ(local_to_file_time(none), 0U);
+}
+
+} // namespace
+
+} // namespace tvr
