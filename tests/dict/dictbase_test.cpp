@@ -149,11 +149,10 @@ TEST_F(DictFolder, ReservesTheLowestFreeName) {
     for (const char* name : {"d0000.bye", "d0001.bye", "d0003.bye", "d000A.bye"})
         write_file(root.path() / "a" / name, "");
     tvr::dict_folder folder(engine("a"), "d");
-    const std::string expected[] = {"d0002.bye", "d0004.bye", "d000B.bye", "d10000.bye"};
-    const std::uint32_t from[] = {0, 0, 10, 0x10000};
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(folder.new_file(from[i]), engine("a") + expected[i]);
-        EXPECT_EQ(read_file(root.path() / "a" / expected[i]), le(0x19780702, 5, 0, 0, 0, 0, 0));
+    for (const auto& [from, name] :
+         {std::pair{0, "d0002.bye"}, {0, "d0004.bye"}, {10, "d000B.bye"}, {0x10000, "d10000.bye"}}) {
+        EXPECT_EQ(folder.new_file(static_cast<std::uint32_t>(from)), engine("a") + name);
+        EXPECT_EQ(read_file(root.path() / "a" / name), le(0x19780702, 5, 0, 0, 0, 0, 0));
     }
 }
 

@@ -20,13 +20,8 @@ using tvr::le;
 class Optimiser : public testing::Test {
 protected:
     Optimiser() {
-        auto& settings = tvr::default_settings();
-        settings.optimal_base_size_per_half = 2000;
-        settings.optimal_one_dict_size = 200;
+        tvr::default_settings().optimal_one_dict_size = 200;
         std::filesystem::create_directories(folder);
-    }
-    void put(const std::string& name, const head_values& head) {
-        tvr::write_file(folder / name, tvr::atom_head_bytes(head));
     }
     std::string file(const std::string& name) const { return tvr::read_file(folder / name); }
     std::string engine() const { return root.engine_path("base\\"); }
@@ -70,39 +65,6 @@ TEST_F(Optimiser, PrunesTowardsTheTarget) {
         for (const auto& info : list)
             left += info->name + " ";
         EXPECT_EQ(left, each.left) << each.target << ": " << each.atoms;
-    }
-}
-
-TEST_F(Optimiser, BalancesTheHalves) {
-    const struct {
-        int nspam, spam; // atoms of 500 messages
-        std::size_t nspam_left, spam_left;
-    } cases[] = {
-        {3, 6, 3, 3},   // 1500 is the target
-        {6, 3, 3, 3},   //
-        {10, 12, 4, 4}, // 2100 is: 2000 are nearer than 2500
-        {0, 3, 0, 1},   // the last atom stays
-    };
-    for (const auto& each : cases) {
-        for (const auto& entry : std::filesystem::directory_iterator(folder))
-            std::filesystem::remove(entry);
-        for (int i = 0; i < std::max(each.nspam, each.spam); ++i) {
-            const head_values head{500, 1, 1, static_cast<std::uint32_t>(1000 - i), 0};
-            if (i < each.nspam)
-                put("nspamdict" + std::to_string(1000 + i) + ".bye", head);
-            if (i < each.spam)
-                put("spamdict" + std::to_string(1000 + i) + ".bye", head);
-        }
-        tvr::dict_folder nspam(engine(), "nspamdict");
-        tvr::dict_folder spam(engine(), "spamdict");
-        nspam.enumerate("nspamdict*.bye");
-        spam.enumerate("spamdict*.bye");
-        tvr::balance_halves(nspam, spam);
-        EXPECT_EQ(nspam.files().size(), each.nspam_left);
-        ASSERT_EQ(spam.files().size(), each.spam_left);
-        // The names ascend while the times descend: the youngest ones are left, the oldest of them in front.
-        EXPECT_EQ(spam.files().back(), "spamdict1000.bye");
-        EXPECT_EQ(spam.files().front(), "spamdict" + std::to_string(1000 + each.spam_left - 1) + ".bye");
     }
 }
 
