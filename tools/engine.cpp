@@ -5,6 +5,7 @@
 #include "client/tvr_ipc.h"
 #include "platform/clock.h"
 #include "platform/presence.h"
+#include "platform/process.h"
 #include "signal/identity.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
@@ -15,6 +16,7 @@ namespace {
 
 constexpr std::uint32_t poll_pause = 10; // milliseconds
 constexpr std::uint32_t start_patience = 10000;
+constexpr std::uint32_t stop_patience = 30000;
 
 // Waits for the engine that was just started; its process id, or 0.
 std::uint32_t wait_for_engine() {
@@ -55,11 +57,19 @@ int start() {
 }
 
 int stop() {
-    if (engine_view::process_id() == 0) {
+    const std::uint32_t process = engine_view::process_id();
+    if (process == 0) {
         std::printf("The engine doesn't run.\n");
         return exit_code::done;
     }
     platform::close_presence(server_class, server_title);
+    // An engine that nobody finds any more still works for a second.
+    const std::uint32_t start = platform::tick_count();
+    while (platform::process_exists(process)) {
+        if (platform::tick_count() - start > stop_patience)
+            return fail("the engine was told to stop, but process " + std::to_string(process) + " doesn't end");
+        platform::sleep_for(poll_pause);
+    }
     std::printf("The engine has stopped. A training under way goes on at the next start.\n");
     return exit_code::done;
 }

@@ -57,6 +57,7 @@ std::vector<std::string> split_words(std::string_view text) {
     const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
     for (int number = 0; number < 3; ++number)
         dup2(null, number);
+    close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
     execve(program, arguments, environ);
     const int code = errno;
     if (write(report, &code, sizeof code) < 0)
@@ -133,7 +134,14 @@ bool terminate_process(std::uint32_t process_id, std::int32_t) {
 
 bool process_exists(std::uint32_t process_id) {
     const auto pid = static_cast<pid_t>(process_id);
-    return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
+    if (pid <= 0 || (kill(pid, 0) != 0 && errno != EPERM))
+        return false;
+    // One that has ended, but whose parent hasn't looked, is no process any more.
+    std::ifstream facts("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    std::getline(facts, line);
+    const std::size_t name_end = line.rfind(") ");
+    return name_end == std::string::npos || line.compare(name_end + 2, 1, "Z") != 0;
 }
 
 bool is_terminal(std::FILE* stream) noexcept {

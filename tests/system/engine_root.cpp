@@ -1,0 +1,168 @@
+#include "system/engine_root.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <sys/wait.h>
+
+#include "common/bytes.h"
+#include "common/path.h"
+#include "platform/clock.h"
+#include "platform/file.h"
+#include "platform/presence.h"
+#include "platform/process.h"
+#include "platform/registry.h"
+#include "signal/identity.h"
+#include "tools/engine_view.h"
+
+namespace tvr {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::uint32_t first_time = 213'000'000; // 2005, in minutes since 1601
+constexpr std::uint32_t patience = 60'000;        // milliseconds
+
+std::string read_file(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::string server_path() {
+    return module_folder() + std::string(server_value);
+}
+
+// The stores must be there before the client looks for its folder.
+test_root& prepared(test_root& root) {
+    platform::registry_key key;
+    key.create(platform::registry_root::local_machine, paths_key);
+    key.set("TessivarRoot", platform::registry_type::string, root.engine_path());
+    key.set("TessivarLog", platform::registry_type::string, root.engine_path("log"));
+    key.create(platform::registry_root::local_machine, "Software");
+    key.set("EnableKWILLog", platform::registry_type::dword, std::string_view("\2\0\0\0", 4));
+    fs::create_directory(root.path() / "log");
+    return root;
+}
+
+} // namespace
+
+engine_root::engine_root() : m_base(prepared(m_root).path() / "appdata/Orvenix/Brackenhold/data/base") {
+    set_training(3600, 1000);
+}
+
+engine_root::~engine_root() {
+    kill();
+}
+
+void engine_root::set_training(unsigned delay, unsigned messages) const {
+    std::ofstream(m_root.path() / "advanced.ini")
+        << "training delay = " << delay << "\nrecalculating strategy = " << messages << "\n";
+}
+
+std::uint32_t engine_root::process() {
+    return engine_view::process_id();
+}
+
+void engine_root::wait_for(const char* what, const std::function<bool()>& condition) {
+    const std::uint32_t start = platform::tick_count();
+    while (!condition()) {
+        if (platform::tick_count() - start > patience)
+            throw std::runtime_error(std::string("waited in vain: ") + what);
+        platform::sleep_for(2);
+    }
+}
+
+void engine_root::start() {
+    platform::start_process(server_path());
+    wait_for("the engine's start", [] { return process() != 0; });
+}
+
+void engine_root::stop() {
+    const std::uint32_t old = process();
+    if (old == 0)
+        return;
+    platform::close_presence(server_class, server_title);
+    wait_for("the engine's end", [old] { return !platform::process_exists(old); });
+}
+
+void engine_root::kill() {
+    const std::uint32_t old = process();
+    if (old == 0)
+        return;
+    platform::terminate_process(old, -1);
+    wait_for("the engine's end", [old] { return !platform::process_exists(old); });
+}
+
+int engine_root::run_key(const std::string& key) const {
+    const std::string program = platform::display_path(server_path());
+    const int status = std::system(("'" + program.substr(0, program.size() - 4) + "' " + key).c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void engine_root::append(unsigned series, unsigned count, bool manual) {
+    record_batch batch;
+    for (unsigned i = 0; i < count; ++i) {
+        const bool spam = i % 2 == 0;
+        token_table tokens;
+        tokens.add("B common", 1 + i % 3);
+        tokens.add(spam ? "B offer" : "B meeting", 2);
+        tokens.add("H subject:" + std::to_string(series) + "-" + std::to_string(i % 5));
+        for (unsigned word = 0; word < 20; ++word)
+            tokens.add("B w" + std::to_string((i * 7 + word * series) % 50));
+        const std::string msid = "<" + std::to_string(series) + "." + std::to_string(i) + ">";
+        batch.add({.msid = msid,
+                   .spam = spam,
+                   .manual = manual,
+                   .size = 1000 + i,
+                   .time = first_time + series * 1000 + i},
+                  tokens);
+    }
+    m_stamp_before = stamp();
+    if (const ipc_status status = m_client.append(batch); !status)
+        throw std::runtime_error(status.text);
+}
+
+void engine_root::wait_until_trained() {
+    const engine_view view(m_client.working_directory());
+    wait_for("a new base", [&] {
+        return view.cache_size() < m_client.appended_until() && !view.stage() && stamp() != m_stamp_before;
+    });
+}
+
+void engine_root::train(unsigned series, unsigned count) {
+    append(series, count);
+    force();
+    wait_until_trained();
+}
+
+bool engine_root::marker(unsigned stage) const {
+    return fs::exists(transact() / ("000" + std::to_string(stage)) / "prepared.txt");
+}
+
+std::string engine_root::stamp() const {
+    return read_file(m_base / "cashe.mrk");
+}
+
+std::map<std::string, std::string> engine_root::base_files() const {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : fs::directory_iterator(m_base))
+        for (const char* extension : {".bye", ".lst", ".rgd"})
+            if (entry.path().extension() == extension)
+                files[entry.path().filename().string()] = read_file(entry.path());
+    return files;
+}
+
+std::uint32_t engine_root::messages() const {
+    const auto base = engine_view(m_client.working_directory()).base();
+    return base ? base->spam_messages + base->ham_messages : 0;
+}
+
+std::string engine_root::log(const std::string& name) const {
+    return read_file(m_root.path() / "log" / name);
+}
+
+} // namespace tvr

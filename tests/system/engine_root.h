@@ -1,0 +1,66 @@
+// A root with a real engine in it: starts and stops tvr_srv, feeds it, and looks at what it leaves on disk.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/record_batch.h"
+#include "client/tvr_ipc.h"
+#include "support/test_root.h"
+
+namespace tvr {
+
+class engine_root {
+public:
+    // With logs, a training delay of an hour, and a time-out training at more than a thousand messages.
+    engine_root();
+    ~engine_root(); // kills the engine
+    engine_root(const engine_root&) = delete;
+    engine_root& operator=(const engine_root&) = delete;
+
+    // For the engine's next start. `delay` in seconds.
+    void set_training(unsigned delay, unsigned messages) const;
+
+    void start(); // the real tvr_srv, and waits until it is there
+    void stop();  // and waits until its process has ended, a second or so
+    void kill();  // at once
+    // Runs tvr_srv with a key to its end; its exit code.
+    [[nodiscard]] int run_key(const std::string& key) const;
+    [[nodiscard]] static std::uint32_t process();
+
+    // Appends `count` messages of which every second one is spam; `series` makes them differ.
+    void append(unsigned series, unsigned count, bool manual = false);
+    void force() { m_client.raise(engine_event::train, false); }
+    // Waits until a base of all that was appended is published.
+    void wait_until_trained();
+    // The same from the append on.
+    void train(unsigned series, unsigned count);
+
+    [[nodiscard]] const std::filesystem::path& base() const { return m_base; }
+    [[nodiscard]] std::filesystem::path transact() const { return m_base / "transact"; }
+    [[nodiscard]] bool marker(unsigned stage) const;
+    [[nodiscard]] std::string stamp() const; // the content of cashe.mrk
+    // Names and contents of the dictionaries and the compiled base.
+    [[nodiscard]] std::map<std::string, std::string> base_files() const;
+    // Of both halves, as the compiled base tells.
+    [[nodiscard]] std::uint32_t messages() const;
+    [[nodiscard]] std::string log(const std::string& name) const;
+    [[nodiscard]] const std::filesystem::path& path() const { return m_root.path(); }
+    training_client& client() { return m_client; }
+
+    // Waits until the condition holds; throws after a minute.
+    static void wait_for(const char* what, const std::function<bool()>& condition);
+
+private:
+    test_root m_root;
+    std::filesystem::path m_base;
+    training_client m_client;
+    std::string m_stamp_before;
+};
+
+} // namespace tvr

@@ -1,0 +1,143 @@
+// The real engine from outside: one instance, its keys, and what makes it train.
+
+#include <gtest/gtest.h>
+
+#include "platform/process.h"
+#include "platform/registry.h"
+#include "system/engine_root.h"
+
+namespace tvr {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(engine, is_alone) {
+    engine_root root;
+    root.start();
+    const std::uint32_t first = engine_root::process();
+    EXPECT_EQ(root.run_key(""), 0); // finds the first and ends
+    EXPECT_EQ(engine_root::process(), first);
+    EXPECT_NE(root.log("tvr_srv.log").find("[-] Another instance found. Aborting..."), std::string::npos);
+}
+
+// The loser of many started at the same moment goes away without harm.
+TEST(engine, is_alone_after_a_race) {
+    engine_root root;
+    for (int i = 0; i < 8; ++i)
+        EXPECT_EQ(root.run_key("&"), 0); // the shell doesn't wait
+    engine_root::wait_for("one engine", [] { return engine_root::process() != 0; });
+    root.train(1, 10);
+    EXPECT_EQ(root.messages(), 10U);
+}
+
+TEST(engine, logs_its_start_and_its_stop_in_order) {
+    engine_root root;
+    root.start();
+    root.train(1, 10);
+    root.stop();
+    const std::string log = root.log("tvr_srv.log");
+    std::size_t at = 0;
+    for (const char* line :
+         {"[i] called with no keys or with unknown keys. Assuming normal start...", "[i] check_registry",
+          "work_server::init. If you can see this, the memory logging was successfully initialized.",
+          "[i] common_settings::getsettingsfolder invoked", "Check if data is valid (0)",
+          "Loading statistic file", "------------------------Startup complete!",
+          "[i] Event 5000 raised...(1)", "Check if the plug was initialized (1)", "***STOP***"}) {
+        const std::size_t found = log.find(line, at);
+        ASSERT_NE(found, std::string::npos) << line;
+        at = found;
+    }
+}
+
+TEST(engine, keys_work_from_a_second_process) {
+    engine_root root;
+    root.start();
+    root.append(1, 10);
+    EXPECT_EQ(root.run_key("/force"), 0);
+    root.wait_until_trained();
+    EXPECT_EQ(root.messages(), 10U);
+
+    EXPECT_EQ(root.run_key("/purge"), 0);
+    engine_root::wait_for("empty dictionaries", [&] {
+        for (const auto& entry : fs::directory_iterator(root.base()))
+            if (entry.path().extension() == ".bye" || entry.path().extension() == ".lst")
+                return false;
+        return true;
+    });
+    root.train(2, 6); // from nothing again
+    EXPECT_EQ(root.messages(), 6U);
+
+    const std::uint32_t process = engine_root::process();
+    EXPECT_EQ(root.run_key("/stop"), 0);
+    EXPECT_EQ(engine_root::process(), 0U); // the key waits for that
+    engine_root::wait_for("the end of the process", [process] { return !platform::process_exists(process); });
+}
+
+TEST(engine, force_starts_an_absent_engine) {
+    engine_root root;
+    EXPECT_EQ(root.run_key("/register"), 0); // "/force" starts what is registered
+    root.append(1, 10);
+    EXPECT_EQ(root.run_key("/force"), 0);
+    engine_root::wait_for("the engine", [] { return engine_root::process() != 0; });
+}
+
+TEST(engine, registers_and_unregisters) {
+    engine_root root;
+    const auto value = [] {
+        platform::registry_key key;
+        key.open(platform::registry_root::local_machine, "Software\\Orvenix\\Brackenhold\\Paths");
+        const auto found = key.query("tvr_srv.exe");
+        return found ? found->data : std::string();
+    };
+    EXPECT_EQ(root.run_key("/RegServer"), 0);
+    EXPECT_TRUE(value().ends_with("\\bin\\tvr_srv")) << value();
+    root.start();
+    EXPECT_EQ(root.run_key("/UnRegServer"), 0);
+    EXPECT_EQ(value(), "");
+    EXPECT_EQ(engine_root::process(), 0U);
+}
+
+TEST(engine, trains_when_enough_messages_wait) {
+    engine_root root;
+    root.set_training(0, 4);
+    root.append(1, 4); // not more than 4
+    root.start();
+    engine_root::wait_for("some rounds",
+                          [&] { return root.log("tvr_srv.log").find("Startup") != std::string::npos; });
+    root.client().raise(engine_event::add, false);
+    engine_root::wait_for(
+        "the event", [&] { return root.log("transact.log").find("added message") != std::string::npos; });
+    EXPECT_EQ(root.stamp(), "");
+    EXPECT_TRUE(fs::exists(root.transact() / "autotrain.bys"));
+    root.append(2, 1);
+    root.wait_until_trained();
+    EXPECT_EQ(root.messages(), 5U);
+    EXPECT_NE(root.log("transact.log").find("[i] retrain by timeout"), std::string::npos);
+}
+
+TEST(engine, trains_on_one_message_that_the_user_marked) {
+    engine_root root;
+    root.set_training(0, 1000);
+    root.start();
+    root.append(1, 1, true);
+    root.wait_until_trained();
+    EXPECT_EQ(root.messages(), 1U);
+    EXPECT_NE(root.log("transact.log").find("[i] retrain by manual marks"), std::string::npos);
+}
+
+TEST(engine, a_force_without_messages_changes_nothing) {
+    engine_root root;
+    root.start();
+    root.train(1, 10);
+    const auto before = root.base_files();
+    const std::string stamp = root.stamp();
+    root.force();
+    engine_root::wait_for("the empty round", [&] {
+        return root.log("transact.log").find("[i] unable to delete source (2)") != std::string::npos;
+    });
+    EXPECT_EQ(root.base_files(), before);
+    EXPECT_EQ(root.stamp(), stamp);
+}
+
+} // namespace
+} // namespace tvr
