@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <spawn.h>
+#include <sstream>
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -33,7 +34,7 @@ namespace {
 // file.
 std::string executable_of(std::string_view path) {
     std::string native = native_path(path);
-    struct stat facts{};
+    struct stat facts {};
     constexpr std::string_view suffix = ".exe";
     if (stat(native.c_str(), &facts) != 0 && native.ends_with(suffix))
         native.resize(native.size() - suffix.size());
@@ -136,12 +137,18 @@ bool process_exists(std::uint32_t process_id) {
     const auto pid = static_cast<pid_t>(process_id);
     if (pid <= 0 || (kill(pid, 0) != 0 && errno != EPERM))
         return false;
-    // One that has ended, but whose parent hasn't looked, is no process any more.
+    // One that has ended to its last thread, but whose parent hasn't looked, is no process any more.
     std::ifstream facts("/proc/" + std::to_string(pid) + "/stat");
     std::string line;
     std::getline(facts, line);
-    const std::size_t name_end = line.rfind(") ");
-    return name_end == std::string::npos || line.compare(name_end + 2, 1, "Z") != 0;
+    const std::size_t name_end = line.rfind(')');
+    std::istringstream fields(name_end == std::string::npos ? std::string() : line.substr(name_end + 1));
+    std::string state;
+    fields >> state;
+    long number = 0;
+    for (int field = 4; field <= 20 && fields >> number; ++field) {
+    }
+    return state != "Z" || number > 1; // threads
 }
 
 bool is_terminal(std::FILE* stream) noexcept {
@@ -190,7 +197,10 @@ std::string expand_environment(std::string_view text) {
         }
         const std::string_view name = text.substr(start + 1, end - start - 1);
         if (same_letters(name, "appdata")) {
-            out += engine_path(native_appdata_folder());
+            const std::string folder = native_appdata_folder();
+            if (folder.empty())
+                return {};
+            out += engine_path(folder);
         } else if (const auto value = environment_variable(name); value && !name.empty()) {
             out += engine_path(*value);
         } else {

@@ -1,0 +1,214 @@
+// The client's end of the message cache: the bytes, the torn tails, and many processes that die at it.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <random>
+#include <sstream>
+
+#include "client/cache_writer.h"
+#include "platform/clock.h"
+#include "support/child_process.h"
+#include "support/test_root.h"
+
+namespace tvr {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+
+std::string read_file(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+void write_file(const fs::path& path, const std::string& content) {
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+// The record of a spam message with the ID "<1>", of 300 bytes, from minute 213,000,000, with two tokens.
+const std::string record = "\x04\x20\x06\x25\x06\0\0\0"           // signature, six values
+                           "\x46\0\0\0\x02\0\0\0\x2C\x01\0\0"     // length 70, spam, size
+                           "\x40\x1F\xB2\x0C\x01\0\0\0\x02\0\0\0" // time, one message, two tokens
+                           "\x03<1>"
+                           "\x02\0\0\0\x1A\0\0\0" // two tokens, 26 bytes
+                           "\x05"
+                           "B abc\x03\0\0\0"
+                           "\x0B"
+                           "H subject:x\x01\0\0\0"s;
+const std::string one_record = "\1\0\0\0"s + record;
+
+record_batch batch_of(std::string_view msid) {
+    token_table tokens;
+    tokens.add("B abc", 3);
+    tokens.mark("H subject:x");
+    record_batch batch;
+    batch.add({.msid = msid, .spam = true, .size = 300, .time = 213'000'000}, tokens);
+    return batch;
+}
+
+class cache : public testing::Test {
+protected:
+    append_result append(const record_batch& batch) { return cache_writer(m_name).append(batch, 0); }
+
+    test_root m_root;
+    fs::path m_path = m_root.path() / "autotrain.bys";
+    std::string m_name = m_root.engine_path("autotrain.bys");
+};
+
+TEST_F(cache, record_bytes) {
+    ASSERT_EQ(append(batch_of("<1>")), append_result::done);
+    EXPECT_EQ(read_file(m_path), one_record);
+    EXPECT_FALSE(fs::exists(m_root.path() / "lock.bin"));
+
+    record_batch batch;
+    EXPECT_FALSE(batch.add({.msid = std::string(256, 'm')}, token_table()));
+    EXPECT_TRUE(batch.add({.msid = std::string(255, 'm'), .manual = true}, token_table()));
+    EXPECT_EQ(batch.bytes()[12], 4); // manual, good
+    EXPECT_EQ(batch.bytes().size(), 296U);
+}
+
+// Whatever stands behind the last whole record gives way to the next append; the count is put right.
+TEST_F(cache, torn_tails) {
+    const std::string long_record =
+        record.substr(0, 8) + "\x80\0\0\0"s + record.substr(12); // claims 128 bytes
+    const std::string short_record = record.substr(0, 8) + "\x08\0\0\0"s + record.substr(12);
+    const struct {
+        const char* name;
+        std::string before;
+        unsigned whole; // records
+    } cases[] = {
+        {"no file", "", 0},
+        {"part of the count", "\1\0"s, 0},
+        {"the count alone", "\0\0\0\0"s, 0},
+        {"a count too high", "\7\0\0\0"s, 0},
+        {"a count too low", "\0\0\0\0"s + record, 1},
+        {"zeros behind", one_record + std::string(100, '\0'), 1},
+        {"no signature yet", one_record + "\0\0\0\0"s + record.substr(4), 1},
+        {"a record cut in its head", one_record + record.substr(0, 20), 1},
+        {"a record cut in its tokens", one_record + record.substr(0, 60), 1},
+        {"a record that claims too much", one_record + long_record, 1},
+        {"a record that claims less than its head", one_record + short_record, 1},
+        {"garbage", one_record + "garbage", 1},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        if (test.before.empty())
+            fs::remove(m_path);
+        else
+            write_file(m_path, test.before);
+        ASSERT_EQ(append(batch_of("<1>")), append_result::done);
+        std::string expected = "\0\0\0\0"s;
+        expected[0] = static_cast<char>(test.whole + 1);
+        for (unsigned i = 0; i <= test.whole; ++i)
+            expected += record;
+        EXPECT_EQ(read_file(m_path), expected);
+    }
+}
+
+TEST_F(cache, sees_what_others_did_between_two_appends) {
+    cache_writer writer(m_name);
+    ASSERT_EQ(writer.append(batch_of("<1>")), append_result::done);
+    ASSERT_EQ(append(batch_of("<1>")), append_result::done);
+    ASSERT_EQ(writer.append(batch_of("<1>")), append_result::done);
+    EXPECT_EQ(read_file(m_path), "\3\0\0\0"s + record + record + record);
+    fs::remove(m_path); // taken by the engine
+    ASSERT_EQ(writer.append(batch_of("<1>")), append_result::done);
+    EXPECT_EQ(read_file(m_path), one_record);
+}
+
+TEST_F(cache, answers_when_it_cannot) {
+    file_lock holder(m_root.engine_path("lock.bin"));
+    ASSERT_TRUE(holder.try_acquire());
+    EXPECT_EQ(append(batch_of("<1>")), append_result::locked);
+    holder.release();
+    EXPECT_FALSE(fs::exists(m_path));
+
+    write_file(m_path, one_record);
+    fs::resize_file(m_path, 4);
+    platform::file reader; // an onlooker that shares nothing
+    ASSERT_TRUE(reader.open(m_name, platform::access::read, platform::share::none,
+                            platform::creation::open_existing));
+    EXPECT_EQ(append(batch_of("<1>")), append_result::io_failed);
+    reader.close();
+    EXPECT_EQ(cache_writer(m_root.engine_path("no\\autotrain.bys")).append(batch_of("<1>"), 0),
+              append_result::io_failed);
+}
+
+// Appends batches of three, and notes each one that was answered with success.
+const child_role appender("appender", [](std::string_view argument) {
+    const std::string name(argument);
+    const std::string folder = std::getenv("TESSIVAR_ROOT");
+    std::ofstream notes(folder + "/" + name + ".notes", std::ios::app);
+    std::string engine_folder = folder;
+    for (char& c : engine_folder)
+        c = c == '/' ? '\\' : c;
+    cache_writer writer(engine_folder + "\\autotrain.bys");
+    for (int i = 0;; ++i) {
+        record_batch batch;
+        token_table tokens;
+        tokens.add("B " + std::string(200, 'x'), static_cast<std::uint32_t>(i));
+        for (int part = 0; part < 3; ++part)
+            batch.add({.msid = name + "." + std::to_string(i) + "." + std::to_string(part)}, tokens);
+        if (writer.append(batch) != append_result::done)
+            return 1;
+        notes << name << "." << i << std::endl;
+    }
+});
+
+// Reads as every reader does, with code of its own: up to the first foreign signature.
+std::map<std::string, int> message_ids(const std::string& file) {
+    std::map<std::string, int> found;
+    for (std::size_t at = 4; at + 33 <= file.size() && file.compare(at, 4, record, 0, 4) == 0;) {
+        std::uint32_t length = 0;
+        std::memcpy(&length, file.data() + at + 8, 4);
+        if (at + length > file.size())
+            break;
+        ++found[file.substr(at + 33, static_cast<unsigned char>(file[at + 32]))];
+        at += length;
+    }
+    return found;
+}
+
+TEST_F(cache, loses_nothing_when_clients_die) {
+    std::mt19937 random(17);
+    std::vector<child_process> children;
+    int started = 0;
+    for (int i = 0; i < 4; ++i)
+        children.emplace_back("appender", "c" + std::to_string(started++));
+    for (int kills = 0; kills < 25; ++kills) {
+        platform::sleep_for(static_cast<std::uint32_t>(random() % 20));
+        child_process& victim = children[random() % children.size()];
+        EXPECT_EQ(victim.kill(), child_process::killed);
+        victim = child_process("appender", "c" + std::to_string(started++));
+    }
+    // One more client, so that the last torn tail is gone too.
+    for (child_process& child : children)
+        child.kill();
+    ASSERT_EQ(append(batch_of("<last>")), append_result::done);
+
+    const std::string file = read_file(m_path);
+    const auto found = message_ids(file);
+    std::uint32_t count = 0;
+    std::memcpy(&count, file.data(), 4);
+    EXPECT_EQ(count, found.size());
+    EXPECT_TRUE(found.contains("<last>"));
+    for (const auto& [msid, times] : found)
+        EXPECT_EQ(times, 1) << msid;
+    std::size_t noted = 0;
+    for (int i = 0; i < started; ++i) {
+        std::ifstream notes(m_root.path() / ("c" + std::to_string(i) + ".notes"));
+        for (std::string line; std::getline(notes, line); ++noted)
+            for (const char* part : {".0", ".1", ".2"})
+                EXPECT_TRUE(found.contains(line + part)) << line;
+    }
+    EXPECT_GT(noted, 25U);
+    EXPECT_LE(found.size(), 3 * noted + 3 * 29 + 1); // no more than what was on its way
+}
+
+} // namespace
+} // namespace tvr

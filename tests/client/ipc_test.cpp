@@ -1,0 +1,89 @@
+// The shared library through its C interface, as a foreign program uses it.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "client/tvr_ipc_c.h"
+#include "support/test_root.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string cache_of(const tvr::test_root& root) {
+    std::ifstream in(root.path() / "appdata/Orvenix/Brackenhold/data/base/transact/autotrain.bys",
+                     std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+TEST(ipc, appends_messages_and_mail) {
+    const tvr::test_root root;
+    tvr_client* const client = tvr_open();
+    ASSERT_NE(client, nullptr);
+    const tvr_token tokens[] = {{"B one", 5, 1}, {"B two", 5, 2}};
+    const tvr_message message = {"<id>", 4, tvr_mark_spam, 100, 213'000'000, tokens, 2};
+    EXPECT_EQ(tvr_append(client, &message), tvr_ok) << tvr_error_text();
+    const std::string mail = "From: a@b.example\nSubject: free tickets\nMessage-ID: <x@y>\n\nhello there\n";
+    EXPECT_EQ(tvr_append_mail(client, mail.data(), mail.size(), tvr_mark_manual), tvr_ok);
+    EXPECT_EQ(cache_of(root).substr(0, 4), std::string("\2\0\0\0", 4));
+    for (const char* text : {"<id>", "B two", "<x@y>_", "B hello", "H subject:tickets"})
+        EXPECT_NE(cache_of(root).find(text), std::string::npos) << text;
+
+    const std::string before = cache_of(root);
+    EXPECT_EQ(tvr_append_mail(client, "no mail", 7, 0), tvr_bad_message);
+    EXPECT_STRNE(tvr_error_text(), "");
+    const tvr_token empty = {"", 0, 1};
+    const tvr_message bad = {"<id>", 4, 0, 0, 0, &empty, 1};
+    EXPECT_EQ(tvr_append(client, &bad), tvr_bad_message);
+    EXPECT_EQ(cache_of(root), before);
+
+    EXPECT_EQ(tvr_engine_runs(client), 0);
+    EXPECT_EQ(tvr_raise(client, tvr_event_add, 0), tvr_ok); // nobody hears it
+    tvr_close(client);
+}
+
+TEST(ipc, takes_appends_of_many_threads) {
+    const tvr::test_root root;
+    tvr_client* const client = tvr_open();
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 4; ++number)
+        threads.emplace_back([client, number] {
+            for (int i = 0; i < 50; ++i) {
+                const std::string mail = "Subject: s" + std::to_string(i) + "\nMessage-ID: <" +
+                                         std::to_string(number) + "." + std::to_string(i) + "@t>\n\ntext\n";
+                EXPECT_EQ(tvr_append_mail(client, mail.data(), mail.size(), 0), tvr_ok);
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    tvr_close(client);
+    const std::string cache = cache_of(root);
+    std::uint32_t count = 0;
+    std::memcpy(&count, cache.data(), 4);
+    EXPECT_EQ(count, 200U);
+    for (int number = 0; number < 4; ++number)
+        for (int i = 0; i < 50; ++i)
+            EXPECT_NE(cache.find("<" + std::to_string(number) + "." + std::to_string(i) + "@t>_"),
+                      std::string::npos);
+}
+
+TEST(ipc, tells_why_there_is_no_folder) {
+    const tvr::test_root root;
+    std::ofstream(root.path() / "appdata") << "a file in the way";
+    tvr_client* const client = tvr_open();
+    ASSERT_NE(client, nullptr);
+    const tvr_message message = {"", 0, 0, 0, 0, nullptr, 0};
+    EXPECT_EQ(tvr_append(client, &message), tvr_no_folder);
+    EXPECT_STRNE(tvr_error_text(), "");
+    EXPECT_EQ(tvr_raise(client, tvr_event_train, 1), tvr_no_folder);
+    tvr_close(client);
+}
+
+} // namespace

@@ -1,0 +1,195 @@
+// What the tokenizer makes of mail.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <set>
+#include <sstream>
+
+#include "client/charset.h"
+#include "client/html_text.h"
+#include "client/mail_date.h"
+#include "client/tokenizer.h"
+
+namespace tvr {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::set<std::string> tokens_of(std::string_view mail) {
+    tokenizer cutter;
+    cutter.tokenize(mail);
+    std::set<std::string> all;
+    cutter.tokens().for_each([&](std::string_view token, std::uint32_t) { all.emplace(token); });
+    return all;
+}
+
+TEST(tokenizer, finds_what_a_mail_is_made_of) {
+    const struct {
+        const char* name;
+        std::string mail;
+        std::vector<std::string> expected;
+        std::vector<std::string> unexpected;
+    } cases[] = {
+        {"headers",
+         "From: Jane Doe <Jane@Shop.Example>\nTo: me@here.example\nSubject: Free OFFER\nX-Mailer: Bulk "
+         "3\n\nHi\n",
+         {"F from:jane@shop.example", "F from:shop.example", "H from:Jane", "H subject:Free",
+          "H subject:OFFER", "H x-mailer:Bulk", "M header:x-mailer", "M no date", "M no message-id", "B Hi"},
+         {"B from", "M no subject", "M no from"}},
+        {"encoded words",
+         "Subject: =?ISO-8859-1?Q?Gr=FC=DFe?= =?utf-8?B?w7ZsCg==?=\n\nx\n",
+         {"B Gr\xC3\xBC\xC3\x9F"
+          "e\xC3\xB6l",
+          "M encoded word:iso-8859-1"},
+         {}},
+        {"quoted printable and charset",
+         "Subject: a\nContent-Type: text/plain; charset=koi8-r\nContent-Transfer-Encoding: "
+         "quoted-printable\n\n"
+         "=F0=D2=C9=D7=C5=D4 soft=\nline\n",
+         {"B \xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82", "B softline", "M charset:koi8-r"},
+         {}},
+        {"base64",
+         "Subject: a\nContent-Type: text/plain\nContent-Transfer-Encoding: base64\n\naGVsbG8gd29ybGQ=\n",
+         {"B hello", "B world", "M encoding:base64"},
+         {"B aGVsbG8gd29ybGQ"}},
+        {"HTML",
+         "Subject: a\nContent-Type: text/html\n\n<p>Click <a "
+         "href=\"http://u:p@www.pills.example:81/buy/now\">"
+         "he<!-- x -->re</a> <b>bo</b>ld &amp; c&#104;eap<span style=\"display:none\">hidden</span></p>",
+         {"B Click", "B here", "B bold", "B cheap", "F link:www.pills.example", "F link:pills.example",
+          "M link user", "M link port:81", "U buy", "M type:text/html"},
+         {"B hidden", "B span", "B href"}},
+        {"parts",
+         "Subject: a\nContent-Type: multipart/mixed; boundary=XX\n\npreamble\n--XX\n\nfirst\n--XX\n"
+         "Content-Type: application/octet-stream; name=\"run.exe\"\n\nMZbinary\n--XX--\n",
+         {"B first", "M multipart:mixed", "M type:application/octet-stream", "M file:.exe"},
+         {"B preamble", "B MZbinary"}},
+        {"links in text",
+         "Subject: a\n\nsee http://10.20.30.40/x and www.Site.Example, mail joe@corp.example\n",
+         {"F link:10.20.30.40", "F link:10.20.30", "M link ip", "F link:www.site.example",
+          "F mail:corp.example"},
+         {}},
+        // More than 19 bytes: "h " and the hash of the text. Words of headers may have 96.
+        {"long words",
+         "Subject: abcdefghijklmnopqrstuvwxyz\n\nabcdefghijklmnopqrs abcdefghijklmnopqrst\n",
+         {"B abcdefghijklmnopqrs", "H subject:abcdefghijklmnopqrstuvwxyz"},
+         {"B abcdefghijklmnopqrst"}},
+        {"an mbox line",
+         "From x@y Thu Aug 22 18:30:05 2002\nSubject: a\n\nbody\n",
+         {"B body", "H subject:a"},
+         {}},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        const auto found = tokens_of(test.mail);
+        for (const std::string& token : test.expected)
+            EXPECT_TRUE(found.contains(token)) << token;
+        for (const std::string& token : test.unexpected)
+            EXPECT_FALSE(found.contains(token)) << token;
+    }
+}
+
+TEST(tokenizer, makes_the_message_id_and_the_time) {
+    tokenizer cutter;
+    cutter.tokenize("From: f\nSubject: s\nDate: Thu, 22 Aug 2002 18:26:25 +0700\nMessage-ID: <a@b>\n\nx\n");
+    EXPECT_EQ(cutter.facts().msid.substr(0, 6), "<a@b>_");
+    EXPECT_EQ(cutter.facts().msid.size(), 14U);
+    EXPECT_EQ(cutter.facts().time, 211'241'486U); // 11:26 UTC
+    const std::string first = cutter.facts().msid;
+    cutter.tokenize(
+        "From: f\nSubject: another\nDate: Thu, 22 Aug 2002 18:26:25 +0700\nMessage-ID: <a@b>\n\nx\n");
+    EXPECT_NE(cutter.facts().msid, first);
+    // Without an ID of its own it is called by its content.
+    cutter.tokenize("Subject: s\n\nx\n");
+    const std::string made = cutter.facts().msid;
+    cutter.tokenize("Subject: s\n\ny\n");
+    EXPECT_NE(cutter.facts().msid, made);
+    EXPECT_EQ(cutter.facts().time, 0U);
+    cutter.tokenize("From x@y Thu Aug 22 18:30:05 2002\nSubject: a\nDate: once\n\nx\n");
+    EXPECT_EQ(cutter.facts().time, 211'241'910U);
+    cutter.tokenize("Subject: s\nMessage-ID: <" + std::string(400, 'i') + ">\n\n");
+    EXPECT_EQ(cutter.facts().msid.size(), 254U);
+}
+
+TEST(tokenizer, reads_dates) {
+    const std::pair<const char*, std::uint32_t> cases[] = {
+        {"Thu, 01 Jan 1970 00:01:00 +0000", 194'074'561},
+        {"1 Jan 2000 12:00 EST", 209'853'660},
+        {"Sat, 01-Jan-00 12:00:59 -0500 (EST)", 209'853'660},
+        {"Sat Jan  1 17:00:59 2000", 209'853'660},
+        {"Sat, 01 Jan 100 17:00:00 GMT", 209'853'660}, // years since 1900
+        {"tomorrow", 0},
+        {"", 0},
+        {"99 Foo 2000 12:00", 0},
+    };
+    for (const auto& [text, expected] : cases)
+        EXPECT_EQ(minutes_from_mail_date(text), expected) << text;
+}
+
+TEST(tokenizer, tells_mail_from_other_files) {
+    for (const char* mail :
+         {"Subject: x\n\n", "From a Thu Aug 22 18:30:05 2002\nReceived: x", "X-A: b\n c\nTo: d\n"})
+        EXPECT_TRUE(looks_like_mail(mail)) << mail;
+    for (const char* other : {"", "\n", "root:x:0:0:root:/root:/bin/bash\n", "{\"from\": 1}",
+                              "\x7F"
+                              "ELF",
+                              "Dear sir,\n"})
+        EXPECT_FALSE(looks_like_mail(other)) << other;
+}
+
+TEST(tokenizer, converts_charsets) {
+    std::string room;
+    EXPECT_EQ(to_utf8("caf\xE9", "iso-8859-1", room), "caf\xC3\xA9");
+    EXPECT_EQ(to_utf8("caf\xC3\xA9", "nonsense", room), "caf\xC3\xA9");
+    EXPECT_EQ(to_utf8("\x93quote\x94", "", room), "\xE2\x80\x9Cquote\xE2\x80\x9D"); // windows-1252
+    EXPECT_EQ(to_utf8("\xE9", "us-ascii", room), "\xC3\xA9");
+}
+
+// Real mail, cut and changed at random: it never fails, and stays within its bounds.
+TEST(tokenizer, takes_any_bytes) {
+    std::mt19937 random(3);
+    tokenizer cutter;
+    std::size_t files = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(TVR_SAMPLE_MAIL)) {
+        if (entry.path().extension() != ".eml")
+            continue;
+        ++files;
+        std::ifstream in(entry.path(), std::ios::binary);
+        std::stringstream text;
+        text << in.rdbuf();
+        const std::string mail = text.str();
+        cutter.tokenize(mail);
+        EXPECT_GT(cutter.tokens().size(), 20U) << entry.path();
+        EXPECT_NE(cutter.facts().time, 0U) << entry.path();
+        for (int round = 0; round < 10; ++round) {
+            std::string changed = mail.substr(0, random() % (mail.size() + 1));
+            for (unsigned i = 0; i < changed.size() / 100 + 1 && !changed.empty(); ++i)
+                changed[random() % changed.size()] = static_cast<char>(random());
+            cutter.tokenize(changed);
+            EXPECT_LE(cutter.facts().msid.size(), 254U);
+        }
+    }
+    EXPECT_EQ(files, 62U);
+}
+
+TEST(tokenizer, stays_within_its_limits) {
+    std::string deep = "Subject: a\nContent-Type: multipart/mixed; boundary=b0\n\n";
+    for (int i = 0; i < 3000; ++i)
+        deep += "--b" + std::to_string(i) + "\nContent-Type: multipart/mixed; boundary=b" +
+                std::to_string(i + 1) + "\n\n";
+    std::string many = "Subject: a\n\n";
+    for (int i = 0; i < 200'000; ++i)
+        many += "word" + std::to_string(i) + " ";
+    std::string tags = "Subject: a\nContent-Type: text/html\n\n" + std::string(1 << 20, '<');
+    tokenizer cutter;
+    for (const std::string* mail : {&deep, &many, &tags}) {
+        cutter.tokenize(*mail);
+        EXPECT_LE(cutter.tokens().size(), tokenizer_limits().tokens);
+    }
+}
+
+} // namespace
+} // namespace tvr
