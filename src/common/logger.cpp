@@ -1,5 +1,7 @@
 #include "common/logger.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -21,9 +23,14 @@ namespace {
 std::atomic<logger*> current_logger{nullptr};
 std::atomic<bool> is_ready{false};
 
+// deliberate: the value's type doesn't matter; a short one replaces the low bytes.
 std::uint32_t registry_number(const platform::registry_key& key, const char* name, std::uint32_t fallback) {
+    std::array<char, 4> bytes;
+    store_u32(bytes.data(), fallback);
     const auto value = key.query(name);
-    return value && value->data.size() == 4 ? load_u32(value->data.data()) : fallback;
+    if (value && value->data.size() <= bytes.size())
+        std::copy(value->data.begin(), value->data.end(), bytes.begin());
+    return load_u32(bytes.data());
 }
 
 std::string cut_last_part(const std::string& path) {
@@ -53,8 +60,8 @@ std::string stamp(std::uint32_t flags) {
     if (flags & logger::short_stamp)
         std::snprintf(text, sizeof text, "%02d:%02d:%02d   ", now.hour, now.minute, now.second);
     else
-        std::snprintf(text, sizeof text, "%d/%02d/%02d %02d:%02d:%02d   ", now.year, now.month, now.day, now.hour,
-                      now.minute, now.second);
+        std::snprintf(text, sizeof text, "%d/%02d/%02d %02d:%02d:%02d   ", now.year, now.month, now.day,
+                      now.hour, now.minute, now.second);
     return text;
 }
 
@@ -106,7 +113,8 @@ bool logger::enabled() noexcept {
 bool logger::enabled(std::uint32_t level) noexcept {
     const logger* object = current_logger.load(std::memory_order_acquire);
     return object && is_ready.load(std::memory_order_acquire) &&
-           (object->m_flags & (to_file | to_debugger)) != 0 && object->m_level >= level && object->m_level != 0;
+           (object->m_flags & (to_file | to_debugger)) != 0 && object->m_level >= level &&
+           object->m_level != 0;
 }
 
 logger::logger() {
@@ -214,8 +222,8 @@ std::string logger::resolve(const char* name) {
     resolve_folder();
     if (const auto known = m_names.find(text); known != m_names.end())
         return known->second;
-    const std::string path =
-        join_log_path(m_folder, text.empty() ? with_extension(std::string(file_part(m_module)), "log") : text);
+    const std::string path = join_log_path(
+        m_folder, text.empty() ? with_extension(std::string(file_part(m_module)), "log") : text);
     return m_names.emplace(text, path).first->second;
 }
 

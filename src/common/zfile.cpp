@@ -134,9 +134,10 @@ bool zlib_loader::compress_file(std::string_view source_path, file_stream& targe
 
 bool zlib_loader::restore_file(file_stream& source, std::string_view target_path) {
     packed_head head;
+    const std::uint64_t start = source.position();
     const bool packed = head.header.read(source);
     if (!packed) {
-        if (!source.read_u32(head.source_size))
+        if (source.position() != start || !source.read_u32(head.source_size))
             return false;
         head.packed_size = head.source_size;
     }

@@ -7,8 +7,8 @@ namespace {
 using namespace std::literals;
 
 // Worked out by hand. order_hash leaves out the last byte: "ab" is 'a' alone, 0x61; "abc" is
-// 0x61 * 16 + 0x62 = 0x672; "\xFFx" is -1, so 0xFFFFFFFF: its top four bits F0000000 >> 24 = F0 are folded in,
-// FFFFFFFF ^ F0 = FFFFFF0F, and cleared: 0FFFFF0F.
+// 0x61 * 16 + 0x62 = 0x672; "\xFFx" is -1, so 0xFFFFFFFF: its top four bits F0000000 >> 24 = F0 are folded
+// in, FFFFFFFF ^ F0 = FFFFFF0F, and cleared: 0FFFFF0F.
 TEST(TokenHash, OrderHash) {
     EXPECT_EQ(tvr::order_hash(""), 0U);
     EXPECT_EQ(tvr::order_hash("a"), 0U);

@@ -1,0 +1,96 @@
+#include "common/pool.h"
+
+#include <cstring>
+#include <deque>
+#include <gtest/gtest.h>
+#include <map>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+#include "platform/sync.h"
+
+namespace tvr {
+
+namespace {
+
+struct block {
+    unsigned char* memory;
+    std::size_t size;
+    unsigned char mark;
+};
+
+// Allocates and releases in a random order, and sees to it that nobody writes into a block but its owner.
+bool allocate_and_release(unsigned seed) {
+    std::minstd_rand random(seed);
+    std::vector<block> held;
+    bool whole = true;
+    const auto release = [&](std::size_t number) {
+        const block b = held[number];
+        for (std::size_t i = 0; i < b.size; ++i)
+            whole = whole && b.memory[i] == b.mark;
+        pool_release(b.memory, b.size);
+        held[number] = held.back();
+        held.pop_back();
+    };
+    for (const std::size_t most : {1200U, 3U, 900U, 0U}) {
+        while (held.size() < most) {
+            const std::size_t size = 1 + random() % (random() % 8 == 0 ? 80 : 20);
+            auto* const memory = static_cast<unsigned char*>(pool_allocate(size));
+            held.push_back({memory, size, static_cast<unsigned char>(random())});
+            std::memset(memory, held.back().mark, size);
+            if (random() % 4 == 0)
+                release(random() % held.size());
+        }
+        while (held.size() > most)
+            release(random() % held.size());
+    }
+    return whole;
+}
+
+TEST(pool_test, blocks_belong_to_their_owners) {
+    std::deque<platform::thread> others(2);
+    unsigned faults[2] = {};
+    for (unsigned i = 0; i < 2; ++i)
+        ASSERT_TRUE(others[i].start([&faults, i] {
+            faults[i] = allocate_and_release(100 + i) ? 0 : 1;
+            return 0U;
+        }));
+    for (unsigned seed = 1; seed <= 10; ++seed)
+        EXPECT_TRUE(allocate_and_release(seed)) << seed;
+    for (auto& other : others)
+        other.join();
+    EXPECT_EQ(faults[0] + faults[1], 0U);
+}
+
+TEST(pool_test, nothing_is_nothing) {
+    EXPECT_EQ(pool_allocate(0), nullptr);
+    pool_release(nullptr, 8);
+    int value = 0;
+    pool_release(&value, 0);
+}
+
+TEST(pool_test, objects_are_built_and_ended) {
+    static int alive = 0;
+    struct counted_object {
+        explicit counted_object(bool fails) {
+            if (fails)
+                throw std::runtime_error("no object");
+            ++alive;
+        }
+        ~counted_object() { --alive; }
+        char bytes[24] = {};
+    };
+    auto* const object = pool_new<counted_object>(false);
+    EXPECT_EQ(alive, 1);
+    pool_delete(object);
+    EXPECT_EQ(alive, 0);
+    EXPECT_THROW(pool_new<counted_object>(true), std::runtime_error);
+    auto* const next = pool_new<counted_object>(false);
+    EXPECT_EQ(next, object) << "the memory of the failed one was not given back";
+    pool_delete(next);
+}
+
+} // namespace
+
+} // namespace tvr

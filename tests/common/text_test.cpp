@@ -1,0 +1,200 @@
+#include "common/text.h"
+
+#include <array>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "common/minutes.h"
+#include "common/path.h"
+#include "common/registry_text.h"
+#include "platform/file.h"
+#include "tests/support/file_bytes.h"
+#include "tests/support/test_root.h"
+
+namespace tvr {
+
+namespace {
+
+using namespace std::literals;
+
+TEST(text_test, setting_lines) {
+    struct {
+        const char* line;
+        const char* name; // null: no result
+        const char* value;
+    } const table[] = {
+        {"", nullptr, ""},
+        {" \t ", nullptr, ""},
+        {"; a = b", nullptr, ""},
+        {"  ;a=b", nullptr, ""},
+        {"name", nullptr, ""},
+        {"=value", nullptr, ""},
+        {"  = value", nullptr, ""},
+        {"name = \t", nullptr, ""},
+        {"name=value", "name", "value"},
+        {" \tlong name \t=\t value", "long name", "value"},
+        {"a = b = c", "a", "b = c"},
+        {"a = b ; note", "a", "b "},
+        {"a = b c  ", "a", "b c  "},
+        {"a = ; note", "a", ""},
+        {"a = \"b;c\" d", "a", "b;c"},
+        {"a = \"  b\"", "a", "b"},
+        {"a = \"b", "a", "b"},
+        {"a = b\"c;d", "a", "b\"c"},
+    };
+    for (const auto& row : table) {
+        const auto found = parse_setting_line(row.line);
+        ASSERT_EQ(found.has_value(), row.name != nullptr) << row.line;
+        if (found) {
+            EXPECT_EQ(found->name, row.name) << row.line;
+            EXPECT_EQ(found->value, row.value) << row.line;
+        }
+    }
+}
+
+TEST(text_test, trimming_and_letters) {
+    EXPECT_EQ(trim(" \ta b\t "), "a b");
+    EXPECT_EQ(trim(" \t"), "");
+    EXPECT_EQ(trim("xyax", "xy"), "a");
+    EXPECT_EQ(to_lower("AbZ\xC4@["), "abz\xC4@[");
+    EXPECT_TRUE(equals_ignoring_case("aBc", "AbC"));
+    EXPECT_FALSE(equals_ignoring_case("ab", "abc") || equals_ignoring_case("[", "{"));
+    EXPECT_TRUE(starts_with_ignoring_case("/STOP now", "/stop"));
+    EXPECT_FALSE(starts_with_ignoring_case("/st", "/stop"));
+}
+
+TEST(text_test, hexadecimal) {
+    EXPECT_EQ(to_hex(0x1234ABCD, 8), "1234ABCD");
+    EXPECT_EQ(to_hex(0xBEEF, 2), "EF");
+    EXPECT_EQ(to_hex(10, 4), "000A");
+    EXPECT_EQ(from_hex("x7Fy", 1), 0x7F);
+    for (const auto& [text, position] :
+         {std::pair("7F", 1), {"7F", 2}, {"", 0}, {"7", 0}, {"7f", 0}, {"G0", 0}})
+        EXPECT_FALSE(from_hex(text, static_cast<std::size_t>(position))) << text;
+    EXPECT_FALSE(from_hex("7\0"sv, 0));
+}
+
+// Nineteen letters "a" hash as seven do, since the hash comes round after twelve: 07777711. The last letter
+// of a text doesn't count.
+TEST(text_test, long_tokens_are_shortened) {
+    struct {
+        std::string text;
+        const char* kind;
+        std::string key;
+    } const table[] = {
+        {std::string(19, 'a'), "X ", std::string(19, 'a')},
+        {std::string(20, 'a'), "X ", "h 07777711"},
+        {std::string(20, 'a'), "H ", std::string(20, 'a')},
+        {std::string(96, 'a'), "H ", std::string(96, 'a')},
+        {std::string(96, 'a'), "", std::string(96, 'a')},
+        {std::string(104, 'a'), "H ", "h 07777711"},
+        {std::string(104, 'a'), "", "h 07777711"},
+        {std::string(200, 'a'), "M ", std::string(200, 'a')},
+        {std::string(200, 'a'), "F ", std::string(200, 'a')},
+        {"", "X ", ""},
+    };
+    for (const auto& row : table)
+        EXPECT_EQ(shorten_token(row.text, row.kind, 19, 96), row.key) << row.text << row.kind;
+}
+
+TEST(minutes_test, texts) {
+    // 1970-01-01 is 134774 days after 1601-01-01.
+    const std::pair<std::uint32_t, const char*> table[] = {
+        {0, "<undefined>"},
+        {no_minutes, "<undefined>"},
+        {1, "01/01/1601, 00:01"},
+        {134'774 * 1440, "01/01/1970, 00:00"},
+        {134'774 * 1440 + 1439, "01/01/1970, 23:59"},
+        {no_minutes - 1, "16/02/9767, 04:14"},
+    };
+    for (const auto& [minutes, text] : table)
+        EXPECT_EQ(minutes_to_text(minutes), text) << minutes;
+    EXPECT_EQ(minutes_from_local(nullptr), 0U);
+    const platform::calendar_time none{2021, 2, 30, 0, 0, 0};
+    EXPECT_EQ(minutes_from_local(&none), 0U);
+    const platform::calendar_time first{2020, 6, 15, 12, 0, 59};
+    const platform::calendar_time second{2020, 6, 16, 12, 1, 0};
+    EXPECT_EQ(minutes_from_local(&second) - minutes_from_local(&first), 1441U);
+}
+
+TEST(path_test, parts) {
+    struct {
+        const char* path;
+        const char* folder;
+        const char* file;
+        const char* tilde;
+    } const table[] = {
+        {"c:\\a\\b.x", "c:\\a\\", "b.x", "c:\\a\\~b.x"},
+        {"b", "", "b", "~b"},
+        {"a\\", "a\\", "", ""},
+        {"", "", "", ""},
+        {"\\a", "\\", "a", "\\~a"},
+    };
+    for (const auto& row : table) {
+        EXPECT_EQ(folder_part(row.path), row.folder);
+        EXPECT_EQ(file_part(row.path), row.file);
+        EXPECT_EQ(tilde_name(row.path), row.tilde);
+    }
+    EXPECT_EQ(join_path("", "n"), "n");
+    EXPECT_EQ(join_path("f", "n"), "f\\n");
+    EXPECT_EQ(join_path("f\\", "n"), "f\\n");
+}
+
+TEST(path_test, folders_are_made_and_proved) {
+    const test_root root;
+    write_file(root.path() / "file", "x");
+    EXPECT_EQ(check_directory(root.engine_path("a\\b\\c")), folder_state::usable);
+    EXPECT_EQ(check_directory(root.engine_path("a\\b\\c\\")), folder_state::usable);
+    EXPECT_TRUE(std::filesystem::is_empty(root.path() / "a" / "b" / "c"));
+    EXPECT_TRUE(make_folders(root.engine_path("d\\e")));
+    EXPECT_FALSE(make_folders(root.engine_path("d\\e")));
+    EXPECT_FALSE(make_folders(root.engine_path("file\\e")));
+    EXPECT_EQ(check_directory(root.engine_path("file")), folder_state::not_creatable_file);
+    EXPECT_EQ(check_directory(root.engine_path("file\\e")), folder_state::not_writable);
+    EXPECT_TRUE(file_exists(root.engine_path("file")) && file_exists(root.engine_path("a\\b")));
+    EXPECT_FALSE(file_exists(root.engine_path("no")) || file_exists(""));
+}
+
+TEST(path_test, the_registry_names_the_root) {
+    const test_root root;
+    EXPECT_EQ(root_folder(), "");
+    platform::registry_key key;
+    ASSERT_TRUE(key.create(platform::registry_root::local_machine, "Software\\Orvenix\\Brackenhold\\Paths"));
+    struct {
+        std::uint32_t type;
+        std::string data;
+        std::string folder;
+    } const table[] = {
+        {platform::registry_type::string, "c:\\t\0"s, "c:\\t\\"},
+        {platform::registry_type::string, "c:\\t\\", "c:\\t\\"},
+        {platform::registry_type::string, "%TESSIVAR_ROOT%\0"s, "%TESSIVAR_ROOT%\\"},
+        {platform::registry_type::expand_string, "%TESSIVAR_ROOT%\\t\0"s, root.engine_path("t\\")},
+        {platform::registry_type::string, "", ""},
+    };
+    for (const auto& row : table) {
+        ASSERT_TRUE(key.set("TessivarRoot", row.type, row.data));
+        EXPECT_EQ(root_folder(), row.folder);
+    }
+}
+
+TEST(registry_text_test, ends_in_a_zero_only_in_the_store) {
+    const test_root root;
+    registry_text key;
+    EXPECT_FALSE(key.open(platform::registry_root::current_user, "Software\\T"));
+    ASSERT_TRUE(key.create(platform::registry_root::current_user, "Software\\T"));
+    EXPECT_TRUE(key.write("a", "text"));
+    platform::registry_key raw;
+    ASSERT_TRUE(raw.open(platform::registry_root::current_user, "Software\\T", true));
+    EXPECT_EQ(raw.query("a")->data, "text\0"s);
+    EXPECT_TRUE(raw.set("b", platform::registry_type::string, "unended"));
+    ASSERT_TRUE(key.open(platform::registry_root::current_user, "Software\\T"));
+    EXPECT_EQ(key.read("a"), "text");
+    EXPECT_EQ(key.read("b"), "unended");
+    EXPECT_FALSE(key.read("c"));
+    EXPECT_TRUE(key.write("a", "by a reader")); // which is opened anew for it
+    EXPECT_EQ(key.read("a"), "by a reader");
+}
+
+} // namespace
+
+} // namespace tvr
