@@ -1,0 +1,137 @@
+// tvrctl and the engine on real mail.
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <sys/wait.h>
+
+#include <nlohmann/json.hpp>
+
+#include "common/path.h"
+#include "platform/file.h"
+#include "system/engine_root.h"
+
+namespace tvr {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct outcome {
+    int code = -1;
+    std::string text; // of both outputs
+};
+
+outcome tvrctl(const std::string& arguments) {
+    const std::string program = platform::display_path(module_folder() + "tvrctl");
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(
+        popen(("'" + program + "' " + arguments + " 2>&1").c_str(), "r"), [](FILE*) { return 0; });
+    outcome result;
+    std::array<char, 4096> piece;
+    while (const std::size_t got = std::fread(piece.data(), 1, piece.size(), pipe.get()))
+        result.text.append(piece.data(), got);
+    const int status = pclose(pipe.get());
+    result.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+nlohmann::json status() {
+    return nlohmann::json::parse(tvrctl("status --json").text);
+}
+
+const std::string sample = TVR_SAMPLE_MAIL;
+
+TEST(mail, a_folder_of_each_kind_gives_a_base) {
+    engine_root root;
+    EXPECT_TRUE(status()["base"].is_null());
+    const auto run = tvrctl("train --wait --spam " + sample + "/spam --ham " + sample + "/ham");
+    EXPECT_EQ(run.code, 0);
+    EXPECT_NE(run.text.find("Took 62 messages (30 spam, 32 ham)"), std::string::npos) << run.text;
+    EXPECT_NE(run.text.find("Published base: "), std::string::npos) << run.text;
+    const auto state = status();
+    EXPECT_TRUE(state["engine"]["running"]);
+    EXPECT_EQ(state["base"]["spam_messages"], 30);
+    EXPECT_EQ(state["base"]["ham_messages"], 32);
+    EXPECT_EQ(state["base"]["bytes"], fs::file_size(root.base() / "cashe.rgd"));
+    EXPECT_GT(state["base"]["tokens"], 500);
+    EXPECT_EQ(state["spam"]["messages"], 30);
+    EXPECT_EQ(state["ham"]["messages"], 32);
+    EXPECT_EQ(state["cache"]["messages"], 0);
+
+    EXPECT_EQ(tvrctl("stop").code, 0);
+    EXPECT_FALSE(status()["engine"]["running"]);
+    // deliberate: mail that is given twice counts twice.
+    EXPECT_EQ(tvrctl("train --wait --spam " + sample + "/spam --ham " + sample + "/ham").code, 0);
+    EXPECT_EQ(status()["base"]["spam_messages"], 60);
+}
+
+TEST(mail, equal_mail_gives_equal_bytes_on_any_number_of_threads) {
+    std::map<std::string, std::string> first;
+    for (const char* threads : {"1", "7"}) {
+        engine_root root;
+        EXPECT_EQ(tvrctl(std::string("train --wait --threads ") + threads + " --spam " + sample +
+                         "/spam --ham " + sample + "/ham")
+                      .code,
+                  0);
+        if (first.empty())
+            first = root.base_files();
+        else
+            EXPECT_TRUE(first == root.base_files());
+    }
+}
+
+TEST(mail, bad_input_is_named_and_counted) {
+    engine_root root;
+    const std::string program = platform::display_path(module_folder() + "tvrctl");
+    auto run = tvrctl("train --later --spam /absent " + program + " --ham - < " + sample + "/README.md");
+    EXPECT_EQ(run.code, 1);
+    for (const char* text : {"/absent: No such file or directory; skipped", "tvrctl: no mail",
+                             "standard input: no mail", "Took 0 messages", "skipped 3."})
+        EXPECT_NE(run.text.find(text), std::string::npos) << text << "\n" << run.text;
+    EXPECT_EQ(engine_root::process(), 0U); // nothing to do for it
+    run = tvrctl("train --later --spam /absent --ham - < " + sample + "/ham/" +
+                 fs::directory_iterator(sample + "/ham")->path().filename().string());
+    EXPECT_EQ(run.code, 0);
+    EXPECT_EQ(status()["cache"]["messages"], 1);
+    EXPECT_EQ(tvrctl("train").code, 2);
+    EXPECT_EQ(tvrctl("train --spam x --frobnicate").code, 2);
+    EXPECT_EQ(tvrctl("nonsense").code, 2);
+}
+
+TEST(mail, a_training_broken_by_a_kill_is_waited_for) {
+    engine_root root;
+    EXPECT_EQ(tvrctl("train --spam " + sample + "/spam").code, 0);
+    root.kill();
+    EXPECT_EQ(tvrctl("train --wait --ham " + sample + "/ham").code, 0);
+    EXPECT_EQ(root.messages(), 62U);
+}
+
+TEST(mail, the_engine_is_controlled) {
+    engine_root root;
+    EXPECT_EQ(tvrctl("start").code, 0);
+    const std::uint32_t process = engine_root::process();
+    EXPECT_NE(process, 0U);
+    EXPECT_NE(tvrctl("start").text.find("runs already, as process " + std::to_string(process)),
+              std::string::npos);
+    root.append(1, 10);
+    EXPECT_EQ(tvrctl("force").code, 0);
+    root.wait_until_trained();
+    EXPECT_EQ(tvrctl("purge").code, 0);
+    engine_root::wait_for("the purge", [&] { return root.base_files().size() <= 1; });
+    EXPECT_EQ(tvrctl("stop").code, 0);
+    EXPECT_EQ(engine_root::process(), 0U);
+    EXPECT_EQ(tvrctl("stop").code, 0);
+
+    EXPECT_EQ(tvrctl("log off").code, 0);
+    const std::string before = root.log("tvr_srv.log");
+    root.start();
+    root.stop();
+    EXPECT_EQ(root.log("tvr_srv.log"), before);
+    EXPECT_EQ(tvrctl("log on").code, 0);
+    root.start();
+    EXPECT_NE(root.log("tvr_srv.log"), before);
+}
+
+} // namespace
+} // namespace tvr
