@@ -1,0 +1,294 @@
+#include "settings/settings.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+#include "platform/file.h"
+#include "platform/process.h"
+#include "platform/registry.h"
+#include "settings/common_settings.h"
+#include "settings/settings_file.h"
+#include "tests/support/file_bytes.h"
+#include "tests/support/test_root.h"
+
+namespace tvr {
+
+namespace {
+
+using namespace std::literals;
+
+constexpr auto basic_text = "working directory=\"\"\n"
+                            "filter log=\"\"\n"
+                            "list of ignoring kludges=\"\"\n"
+                            "spam transliteration table=\"\"\n"
+                            "local user alphabet=\"\"\n"
+                            "show splash screen=\"1\"\n"
+                            "log current process=\"1\"\n"
+                            "log global state=\"1\"\n"
+                            "log grades=\"1\"\n"
+                            "filter is logged=\"1\"\n"
+                            "use white list of kludges=\"0\"\n"
+                            "use partically translitting=\"0\"\n"
+                            "use enhanced grade=\"1\"\n"
+                            "sighificant tokens=\"15\"\n";
+constexpr auto advanced_text = "export selective download=\"1\"\n"
+                               "selective download spam threshold=\"10\"\n"
+                               "limit size to hash=\"19\"\n"
+                               "limit size to hash header=\"96\"\n"
+                               "simple digits spam marks=\"1\"\n"
+                               "no spaces spam marks=\"1\"\n"
+                               "number of exclamations=\"5\"\n"
+                               "training delay=\"30000\"\n"
+                               "learn from zero=\"1\"\n"
+                               "use autotrain=\"1\"\n"
+                               "use average instead of bayesian=\"0\"\n"
+                               "use degeneration=\"1\"\n"
+                               "use translit tables from registry=\"1\"\n"
+                               "recalculating strategy=\"3\"\n"
+                               "regarding threshold=\"1.8\"\n"
+                               "idle time to shut down server=\"20\"\n"
+                               "behaviour when no train info=\"2\"\n"
+                               "optimal base size per half=\"2000\"\n"
+                               "optimal one dict size=\"200\"\n"
+                               "min optimal one dict size=\"20\"\n"
+                               "MaxSinglePathLevel=\"0.5\"\n";
+
+class settings_test : public testing::Test {
+protected:
+    settings_test() {
+        set.schema(schema_mode::declare);
+        set.schema(schema_mode::basic_defaults);
+        set.schema(schema_mode::advanced_defaults);
+    }
+    [[nodiscard]] std::string value(const std::string& key) const {
+        for (const field_descriptor& field : set.fields())
+            if (field.key == key)
+                return base_settings::value_text(field);
+        return "no such key";
+    }
+
+    test_root root;
+    std::string path = root.engine_path("x.ini");
+    settings set;
+};
+
+TEST_F(settings_test, schema_and_defaults) {
+    EXPECT_TRUE(set.write_text(path, 0));
+    EXPECT_EQ(read_file(root.path() / "x.ini"), basic_text);
+    EXPECT_TRUE(set.write_text(path, 1));
+    EXPECT_EQ(read_file(root.path() / "x.ini"), advanced_text);
+    EXPECT_EQ(set.max_single_path_level, 0.5);
+    EXPECT_EQ(set.working_directory.expanded, "") << "the default lasts until the first expansion only";
+}
+
+TEST_F(settings_test, text_lines) {
+    struct {
+        std::uint32_t group;
+        std::string text;
+        const char* key;
+        const char* value;
+    } const table[] = {
+        {1, "Training Delay=5", "training delay", "5"},
+        {1, "training delay = \"5\"\r\n", "training delay", "5"},
+        {1, "training delay=5\ntraining delay=6\n", "training delay", "6"},
+        {1, "training delay=\n;training delay=5\n\n[x]\n=5\ntraining  delay=5\n", "training delay", "30000"},
+        {1, "training delay=x", "training delay", "0"},
+        {1, "training delay=12 seconds ; note", "training delay", "12"},
+        {1, "training delay=4294967295", "training delay", "4294967295"},
+        {1, "MaxSinglePathLevel=1\nmaxsinglepathlevel=1", "MaxSinglePathLevel", "0.5"},
+        {1, "optimal one dict size=0", "optimal one dict size", "0"},
+        {1, "learn from zero=0", "learn from zero", "0"},
+        {1, "learn from zero=-7", "learn from zero", "1"},
+        {1, "learn from zero=no", "learn from zero", "0"},
+        {1, "regarding threshold=2.25", "regarding threshold", "2.25"},
+        {1, "sighificant tokens=7", "sighificant tokens", "15"},
+        {0, "sighificant tokens=7", "sighificant tokens", "7"},
+        {0, "training delay=5", "training delay", "30000"},
+        {0, "local user alphabet=\" ab;c \" x", "local user alphabet", "ab;c "},
+        {0, "filter log=%appdata%\\x.log", "filter log", "%appdata%\\x.log"},
+        {1, std::string(1 << 20, ';') + "\ntraining delay=5", "training delay", "30000"},
+        {1, "training delay=5" + "\0\xff\n"s + std::string(3000, '='), "training delay", "5"},
+    };
+    for (const auto& row : table) {
+        set.schema(schema_mode::basic_defaults);
+        set.schema(schema_mode::advanced_defaults);
+        write_file(root.path() / "x.ini", row.text);
+        set.read_text(path, row.group);
+        EXPECT_EQ(value(row.key), row.value) << row.text.substr(0, 80);
+    }
+    EXPECT_EQ(set.filter_log.expanded, platform::expand_environment("%appdata%\\x.log"));
+    EXPECT_FALSE(set.read_text(root.engine_path("no.ini"), 1));
+}
+
+TEST_F(settings_test, load_and_save_tell_what_failed) {
+    const std::string missing = root.engine_path("no\\x.ini");
+    const std::string none;
+    set.training_delay = 7;
+    EXPECT_EQ(set.save(nullptr, &path, store_text), 0U);
+    set.training_delay = 8;
+    set.optimal_one_dict_size = 8;
+    EXPECT_EQ(set.load(nullptr, &path, store_text), 0U);
+    EXPECT_EQ(set.training_delay, 7U);
+    EXPECT_EQ(set.optimal_one_dict_size, 200U);
+    EXPECT_EQ(set.load(nullptr, &path, store_text | store_binary), store_binary);
+    for (const std::string* name : {&missing, &none, static_cast<const std::string*>(nullptr)}) {
+        set.training_delay = 8;
+        EXPECT_EQ(set.save(nullptr, name, store_text), store_text);
+        EXPECT_EQ(set.load(nullptr, name, store_text), store_text);
+        EXPECT_EQ(set.training_delay, 30000U) << "the defaults come first";
+    }
+    set.training_delay = 8;
+    EXPECT_EQ(set.load(nullptr, nullptr, 0), 0U);
+    EXPECT_EQ(set.training_delay, 8U);
+}
+
+TEST(base_settings_test, declared_twice_the_first_is_found) {
+    const test_root root;
+    base_settings set;
+    std::uint32_t first = 1;
+    std::uint32_t second = 1;
+    double real = 0;
+    std::uint8_t flag = 0;
+    std::string text = "abc";
+    set.declare_base();
+    set.declare(1, field_type::number, &first, "key");
+    set.declare(1, field_type::number, &second, "key");
+    set.declare(1, field_type::real, &real, "real");
+    set.declare(1, field_type::flag, &flag, "flag");
+    set.declare(1, field_type::string, &text, "text");
+    write_file(root.path() / "x.ini", "key=5");
+    EXPECT_TRUE(set.read_text(root.engine_path("x.ini"), 1));
+    EXPECT_EQ(first, 5U);
+    EXPECT_EQ(second, 1U);
+    set.working_directory.raw = "%appdata%";
+    // A count; "working directory", twice "key", "real", "flag" and "text", each with 5 bytes and its value.
+    EXPECT_EQ(set.flat_size(), 4U + (22 + 11) + 2 * (8 + 4) + (9 + 8) + (9 + 1) + (9 + 5));
+}
+
+// --- the start ---
+
+constexpr auto default_raw = "%appdata%\\Orvenix\\Brackenhold\\data\\";
+
+class settings_start : public testing::Test {
+protected:
+    settings_start() {
+        platform::registry_key key;
+        EXPECT_TRUE(
+            key.create(platform::registry_root::local_machine, "Software\\Orvenix\\Brackenhold\\Paths"));
+        EXPECT_TRUE(key.set("TessivarRoot", 1, root.engine_path("install")));
+        EXPECT_TRUE(
+            paths.create(platform::registry_root::current_user, "Software\\Orvenix\\Brackenhold\\Paths"));
+        write_file(install / "advanced.ini", "training delay=\"4\"\n");
+        write_file(install / "kludges.txt", "kludges");
+        file.attach(&set);
+    }
+    void start() {
+        file.find_working_directory();
+        EXPECT_FALSE(file.load());
+        file.prepare();
+    }
+
+    test_root root;
+    std::filesystem::path install = root.path() / "install";
+    std::filesystem::path data = root.path() / "appdata" / "Orvenix" / "Brackenhold" / "data";
+    platform::registry_key paths;
+    settings set;
+    _kwilsfile file;
+};
+
+TEST_F(settings_start, makes_the_users_folder_and_reads_what_is_there) {
+    start();
+    EXPECT_EQ(paths.query("tvram settings")->data, default_raw + "\0"s);
+    EXPECT_EQ(set.working_directory.raw, default_raw);
+    EXPECT_EQ(set.working_directory.expanded, root.engine_path("appdata\\Orvenix\\Brackenhold\\data\\"));
+    EXPECT_TRUE(std::filesystem::is_directory(data / "base" / "transact"));
+    EXPECT_EQ(read_file(data / "kludges.txt"), "kludges");
+    EXPECT_EQ(set.filter_log.raw, default_raw + "report.log"s);
+    EXPECT_EQ(set.list_of_ignoring_kludges.expanded, set.working_directory.expanded + "kludges.txt");
+    EXPECT_EQ(set.use_white_list_of_kludges, 1);
+    EXPECT_EQ(set.training_delay, 4U);
+    EXPECT_EQ(set.optimal_one_dict_size, 200U);
+    EXPECT_EQ(*file.settingsfile(), default_raw + "settings.cfg"s);
+    EXPECT_EQ(*file.advancedfile(), root.engine_path("install\\advanced.ini"));
+}
+
+TEST_F(settings_start, takes_its_seed_from_the_user_or_else_from_the_root) {
+    write_file(install / "tvram.ini",
+               "Sighificant Tokens=7\nuse white list of kludges=0\ntraining delay=9\n");
+    start();
+    EXPECT_EQ(set.sighificant_tokens, 7U);
+    EXPECT_EQ(set.training_delay, 4U);
+    EXPECT_EQ(set.use_white_list_of_kludges, 1) << "the copy of the list sets it";
+    write_file(data / "tvram.ini", "log grades=0\nuse white list of kludges=0\n");
+    write_file(data / "kludges.txt", "own");
+    start();
+    EXPECT_EQ(set.sighificant_tokens, 15U);
+    EXPECT_EQ(set.log_grades, 0);
+    EXPECT_EQ(set.use_white_list_of_kludges, 0) << "nothing was copied";
+    EXPECT_EQ(read_file(data / "kludges.txt"), "own");
+}
+
+TEST_F(settings_start, goes_where_the_registry_says) {
+    const std::string own = root.engine_path("own");
+    ASSERT_TRUE(paths.set("tvram settings", 1, own + '\0'));
+    start();
+    EXPECT_EQ(set.working_directory.raw, own + "\\");
+    EXPECT_TRUE(std::filesystem::is_directory(root.path() / "own" / "base" / "transact"));
+    EXPECT_EQ(*file.settingsfile(), own + "\\settings.cfg");
+    EXPECT_EQ(paths.query("tvram settings")->data, own + '\0');
+    // A path that is no folder gives way to the default.
+    ASSERT_TRUE(paths.set("tvram settings", 1, root.engine_path("install\\kludges.txt")));
+    EXPECT_EQ(common_settings::getsettingsfolder(), default_raw);
+    EXPECT_EQ(paths.query("tvram settings")->data, default_raw + "\0"s);
+    // And without one there is none.
+    write_file(root.path() / "appdata" / "x", "");
+    std::filesystem::remove_all(root.path() / "appdata");
+    write_file(root.path() / "appdata", "no folder");
+    EXPECT_EQ(common_settings::getsettingsfolder(), "");
+}
+
+TEST_F(settings_start, lives_without_any_file) {
+    std::filesystem::remove_all(install);
+    start();
+    EXPECT_EQ(set.training_delay, 30000U);
+    EXPECT_EQ(set.use_white_list_of_kludges, 1);
+    EXPECT_FALSE(std::filesystem::exists(data / "kludges.txt"));
+    _kwilsfile unattached;
+    EXPECT_TRUE(!unattached.settingsfile() && !unattached.advancedfile() && !unattached.read_seed("x"));
+    EXPECT_EQ(unattached.size(), 0U);
+}
+
+TEST_F(settings_start, the_mark_allows_saving) {
+    start();
+    write_file(install / "advanced.ini", "kept");
+    EXPECT_EQ(file.save(), 0U);
+    EXPECT_EQ(read_file(install / "advanced.ini"), "kept");
+    file.magic = _kwilsfile::magic_valid;
+    EXPECT_EQ(file.save() & store_text, 0U);
+    EXPECT_TRUE(read_file(install / "advanced.ini").starts_with("export selective download=\"1\"\n"));
+    // In milliseconds on this way alone.
+    set.training_delay = 5000;
+    EXPECT_TRUE(file.advanced_save(root.engine_path("y.ini")));
+    EXPECT_EQ(set.training_delay, 5000U);
+    EXPECT_NE(read_file(root.path() / "y.ini").find("training delay=\"5\"\n"), std::string::npos);
+    EXPECT_TRUE(file.advanced_load(root.engine_path("y.ini")));
+    EXPECT_EQ(set.training_delay, 5000U);
+}
+
+TEST(common_settings_test, values_of_all_components) {
+    const test_root root;
+    EXPECT_EQ(common_settings::get_value(common_value::spam_threshold), 85);
+    EXPECT_EQ(common_settings::get_value(common_value::unsure_threshold), 75);
+    EXPECT_EQ(common_settings::get_value(common_value::enable_thebat), 1);
+    EXPECT_TRUE(common_settings::set_value(90, common_value::spam_threshold));
+    EXPECT_TRUE(common_settings::set_value(0, common_value::enable_thebat));
+    EXPECT_EQ(read_file(root.path() / "common" / "Orvenix" / "Brackenhold" / "tessivar.ini"),
+              "[Settings]\nspam threshold=90\nenable thebat=0\n");
+    EXPECT_EQ(common_settings::get_value(common_value::spam_threshold), 90);
+    EXPECT_EQ(common_settings::get_value(common_value::enable_thebat), 0);
+    EXPECT_EQ(common_settings::get_value(common_value::enable_outlook), 1);
+}
+
+} // namespace
+
+} // namespace tvr
