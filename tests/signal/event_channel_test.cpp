@@ -1,0 +1,176 @@
+#include "signal/event_channel.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/path.h"
+#include "platform/presence.h"
+#include "platform/process.h"
+#include "platform/registry.h"
+#include "signal/identity.h"
+#include "tests/support/child_process.h"
+#include "tests/support/file_bytes.h"
+#include "tests/support/test_root.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr std::uint32_t patience = 10'000; // milliseconds; only reached by a fault
+
+class event_channel_test : public testing::Test {
+protected:
+    event_channel_test() { server.set_file(root.engine_path("ipc.bin")); }
+    [[nodiscard]] std::vector<std::uint32_t> raised() {
+        std::vector<std::uint32_t> numbers;
+        for (std::uint32_t number = 0; (number = server.wait(0)) != ev_timeout;)
+            numbers.push_back(number);
+        return numbers;
+    }
+
+    test_root root;
+    std::filesystem::path flags = root.path() / "ipc.bin";
+    event_channel server;
+};
+
+TEST_F(event_channel_test, delivers_each_event_once_and_the_lowest_first) {
+    event_channel tool;
+    using numbers = std::vector<std::uint32_t>;
+    EXPECT_EQ(raised(), numbers());
+    for (const std::uint32_t number : {3U, 1U, 0U, 1U, 2U})
+        tool.raise(number);
+    EXPECT_EQ(raised(), (numbers{0, 1, 2, 3}));
+    server.raise(1);
+    tool.raise(0);
+    EXPECT_EQ(server.wait(patience), 0U);
+    EXPECT_EQ(server.wait(patience), 1U);
+    for (const std::uint32_t number : {4U, 5U, 32U, 0xFFFFFFFFU})
+        tool.raise(number);
+    EXPECT_EQ(raised(), numbers());
+    EXPECT_EQ(server.wait(1), ev_timeout);
+}
+
+const child_role raiser("channel raiser", [](std::string_view number) {
+    event_channel own;
+    own.raise(static_cast<std::uint32_t>(std::stoul(std::string(number))));
+    return 0;
+});
+
+TEST_F(event_channel_test, hears_other_processes) {
+    for (const std::uint32_t number : {0U, 1U, 2U, 3U}) {
+        child_process child("channel raiser", std::to_string(number));
+        EXPECT_EQ(server.wait(patience), number);
+        EXPECT_EQ(child.join(), 0);
+    }
+    EXPECT_EQ(read_file(flags), le(0));
+}
+
+TEST_F(event_channel_test, leaves_a_flag_file_alone_that_is_there) {
+    EXPECT_EQ(read_file(flags), le(0));
+    for (const std::string& bytes : {le(0), le(15), std::string("x"), std::string(100, '\xff')}) {
+        write_file(flags, bytes);
+        server.set_file(root.engine_path("ipc.bin"));
+        server.raise(ev_train);
+        server.replay();
+        EXPECT_EQ(read_file(flags), bytes);
+        EXPECT_EQ(raised(), std::vector<std::uint32_t>{ev_train});
+    }
+}
+
+TEST_F(event_channel_test, records_a_raise_while_the_flag_file_is_missing) {
+    const std::pair<std::uint32_t, std::uint32_t> table[] = {{0, 1},  {1, 2},         {3, 8},
+                                                             {4, 16}, {31, 1U << 31}, {33, 2}};
+    for (const auto& [number, word] : table) {
+        std::filesystem::remove(flags);
+        server.raise(number);
+        EXPECT_EQ(read_file(flags), le(word));
+        server.raise(number + 1);
+        EXPECT_EQ(read_file(flags), le(word)) << "it is there again";
+    }
+    // Nothing is ever read from it: the handle can't read.
+    (void)raised();
+    std::filesystem::remove(flags);
+    server.replay();
+    EXPECT_EQ(read_file(flags), le(0));
+    EXPECT_TRUE(raised().empty());
+}
+
+TEST_F(event_channel_test, a_channel_without_a_file_makes_none) {
+    std::filesystem::remove(flags);
+    event_channel tool;
+    tool.raise(ev_reset);
+    tool.replay();
+    EXPECT_FALSE(std::filesystem::exists(flags));
+    EXPECT_EQ(raised(), std::vector<std::uint32_t>{ev_reset});
+}
+
+TEST(deaf_channel_test, answers_at_once) {
+    const test_root root;
+    write_file(root.path() / "run", "no folder");
+    event_channel deaf;
+    EXPECT_EQ(deaf.wait(platform::infinite), ev_timeout);
+    deaf.raise(ev_add);
+    deaf.set_file(root.engine_path("ipc.bin"));
+    EXPECT_EQ(read_file(root.path() / "ipc.bin"), le(0));
+}
+
+// --- starting the server ---
+
+// Stands in for the server until it hears the shutdown event.
+const child_role server_role("server", [](std::string_view) {
+    std::optional<platform::presence> own;
+    event_channel channel;
+    platform::event ready;
+    if (!own.emplace().create(server_class, server_title) || !ready.create_named("ready"))
+        return 1;
+    ready.set();
+    const std::uint32_t heard = channel.wait(patience);
+    own.reset();
+    ready.set();
+    return heard == ev_shutdown ? 0 : 2;
+});
+
+class start_server_test : public testing::Test {
+protected:
+    void register_server(const std::string& path) {
+        platform::registry_key key;
+        EXPECT_TRUE(key.create(platform::registry_root::local_machine, paths_key));
+        EXPECT_TRUE(key.set(server_value, platform::registry_type::string, path + '\0'));
+    }
+
+    test_root root;
+};
+
+TEST_F(start_server_test, one_attempt_in_ten_seconds) {
+    register_server(root.engine_path("no.exe"));
+    event_channel channel;
+    EXPECT_EQ(channel.start_server(false), start_result::no_server);
+    EXPECT_EQ(channel.start_server(true), start_result::started) << "whether that works or not";
+    EXPECT_EQ(channel.start_server(true), start_result::no_server);
+    EXPECT_EQ(channel.start_server(false), start_result::no_server);
+    event_channel other;
+    EXPECT_EQ(other.start_server(true), start_result::started) << "each channel has a guard of its own";
+}
+
+TEST_F(start_server_test, finds_the_server_that_it_has_started) {
+    register_server(platform::module_path());
+    event_channel channel;
+    platform::event ready;
+    ASSERT_TRUE(ready.create_named("ready"));
+    setenv("TVR_CHILD_ROLE", "server", 1);
+    EXPECT_EQ(channel.start_server(true), start_result::started);
+    unsetenv("TVR_CHILD_ROLE");
+    ASSERT_TRUE(ready.wait(patience));
+    EXPECT_EQ(channel.start_server(true), start_result::running);
+    EXPECT_EQ(channel.start_server(false), start_result::running);
+    channel.raise(ev_shutdown);
+    ASSERT_TRUE(ready.wait(patience));
+    EXPECT_EQ(channel.start_server(false), start_result::no_server);
+}
+
+} // namespace
+
+} // namespace tvr
