@@ -32,15 +32,20 @@ bool write_word(platform::file& file, std::uint64_t place, std::uint32_t word) {
 cache_writer::cache_writer(std::string_view path)
     : m_path(path), m_lock(join_path(folder_part(path), "lock.bin")) {}
 
+// Only a real lock file will do here. One that is just being deleted may refuse to be opened (5).
 bool cache_writer::acquire(std::uint32_t patience) {
     const std::uint32_t start = platform::tick_count();
-    while (!m_lock.try_acquire()) {
-        if (platform::last_error() != platform::error::sharing_violation ||
+    for (;;) {
+        if (m_lock.try_acquire() && m_lock.has_file())
+            return true;
+        const std::uint32_t code = platform::last_error();
+        m_lock.release();
+        platform::set_last_error(code);
+        if ((code != platform::error::sharing_violation && code != platform::error::access_denied) ||
             platform::tick_count() - start >= patience)
             return false;
         platform::sleep_for(retry_pause);
     }
-    return true;
 }
 
 append_result cache_writer::append(const record_batch& batch, std::uint32_t patience) {

@@ -37,10 +37,13 @@ bool file_lock::try_acquire() {
     }
     m_depth = 0;
     if (!m_file.open(m_path, platform::access::write, platform::share::none, platform::creation::open_always,
-                     platform::attribute::temporary) &&
-        platform::last_error() == platform::error::sharing_violation)
-        return false;
-    // deliberate: where no lock file can be made at all, there is nothing to wait for, and the lock counts as held.
+                     platform::attribute::temporary)) {
+        if (platform::last_error() == platform::error::sharing_violation)
+            return false;
+        // deliberate: where no lock file can be made, there is nothing to wait for, and the lock counts as held.
+        ++m_depth;
+        return true;
+    }
     // deliberate: the handle can't read, so that the word stays 0; what protects is the open itself.
     std::array<std::uint8_t, 4> word{};
     std::size_t got = 0;
@@ -63,7 +66,7 @@ void file_lock::acquire() {
 }
 
 void file_lock::release() {
-    if (m_depth == 0 || --m_depth != 0)
+    if (m_depth == 0 || --m_depth != 0 || !m_file.is_open())
         return;
     constexpr std::array<std::uint8_t, 4> zero{};
     m_file.seek(0, platform::origin::begin);

@@ -203,7 +203,27 @@ void statistic::add_message(const counted_message& message, bool is_correction, 
         return;
     add_to(m_pending[message.time / minutes_per_hour],
            is_spam ? counts_of_spam(message, is_correction) : counts_of_good(message, is_correction));
-    backup();
+    if (m_in_batch)
+        m_batch_counted = true;
+    else
+        backup();
+}
+
+statistic::batch::batch(statistic* counters) : m_counters(counters) {
+    if (!m_counters)
+        return;
+    const platform::locker locker(m_counters->m_lock);
+    m_counters->m_in_batch = true;
+    m_counters->m_batch_counted = false;
+}
+
+statistic::batch::~batch() {
+    if (!m_counters)
+        return;
+    const platform::locker locker(m_counters->m_lock);
+    m_counters->m_in_batch = false;
+    if (m_counters->m_batch_counted)
+        m_counters->backup();
 }
 
 void statistic::backup() noexcept {

@@ -52,6 +52,19 @@ public:
     // The sum over both tables of the entries less than `hours` old.
     void get_period(std::int32_t hours, statistic_record& out);
     [[nodiscard]] bool has_file_name();
+    // While one of these lives, add_message() only counts; its end writes the files once. For a batch between
+    // whose messages no other file changes.
+    class batch {
+    public:
+        explicit batch(statistic* counters); // null: does nothing
+        ~batch();
+        batch(const batch&) = delete;
+        batch& operator=(const batch&) = delete;
+
+    private:
+        statistic* m_counters;
+    };
+
     // Writes the files for the last time and lets go of them and of the global pointer. A thread that still
     // holds the pointer does no harm.
     void close() noexcept;
@@ -68,6 +81,8 @@ private:
     table m_main;
     table m_pending;
     bool m_dirty = false;
+    bool m_in_batch = false;
+    bool m_batch_counted = false; // a message since its begin
 };
 
 } // namespace tvr

@@ -70,6 +70,10 @@ part_sizes work_out_sizes(const trainingplan& good_plan, const bye_ring& good_ri
 
 // Reads every record head of the batch and enters the message in its plan.
 void plan_messages(file_stream& batch, trainingplan& spam_plan, trainingplan& good_plan) {
+    statistic* counters = statistic::current();
+    if (counters && !counters->has_file_name())
+        counters = nullptr;
+    const statistic::batch counting(counters);
     message_head record;
     for (std::uint32_t number = 1; record.read(batch); ++number) {
         TVR_LOG(transact_log, "Processing message %d", printable(number));
@@ -90,8 +94,7 @@ void plan_messages(file_stream& batch, trainingplan& spam_plan, trainingplan& go
             TVR_LOG(transact_log, "  Is a correction (deleted from opposite)");
             opposite.remove(record);
         }
-        statistic* counters = statistic::current();
-        if (counters && counters->has_file_name())
+        if (counters)
             counters->add_message({record.flags, record.size, record.time}, is_correction, is_spam);
         same.add(record);
         TVR_LOG(transact_log, "  Included");
