@@ -99,10 +99,12 @@ TEST(mail, bad_input_is_named_and_counted) {
     EXPECT_EQ(tvrctl("nonsense").code, 2);
 }
 
-TEST(mail, a_training_broken_by_a_kill_is_waited_for) {
+TEST(mail, what_waits_outlives_the_engine) {
     engine_root root;
-    EXPECT_EQ(tvrctl("train --spam " + sample + "/spam").code, 0);
+    EXPECT_EQ(tvrctl("train --later --spam " + sample + "/spam").code, 0);
+    engine_root::wait_for("the engine", [] { return engine_root::process() != 0; });
     root.kill();
+    EXPECT_EQ(status()["cache"]["messages"], 30);
     EXPECT_EQ(tvrctl("train --wait --ham " + sample + "/ham").code, 0);
     EXPECT_EQ(root.messages(), 62U);
 }
