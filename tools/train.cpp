@@ -252,10 +252,10 @@ int train(const train_options& options) {
     if (!feeder.failure())
         fail(feeder.failure().text);
     const double mail_seconds = seconds_since(start);
-    std::printf("Took %s messages (%s spam, %s ham) with %s tokens; skipped %s. %.2f s.\n",
+    std::printf("Took %s messages (%s spam, %s ham) with %s tokens in %.2f s; skipped %s.\n",
                 grouped(feeder.taken()).c_str(), grouped(feeder.spam()).c_str(),
-                grouped(feeder.ham()).c_str(), grouped(feeder.tokens()).c_str(),
-                grouped(feeder.skipped()).c_str(), mail_seconds);
+                grouped(feeder.ham()).c_str(), grouped(feeder.tokens()).c_str(), mail_seconds,
+                grouped(feeder.skipped()).c_str());
     std::fflush(stdout);
     if (feeder.taken() == 0)
         return feeder.failure() ? exit_code::nothing_taken : exit_code::failed;

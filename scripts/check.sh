@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# What the compiler doesn't tell: the format of all sources, a build with clang++, clang-tidy, and the rules of
+# the house. A file named as an argument is the only one that clang-tidy looks at.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh --dev
+scripts/format.sh --check
+cmake -S . -B build/clang -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ >/dev/null
+cmake --build build/clang
+
+failed=0
+# Only the platform layer may know which system it is on; the one word about symbols stands in the client.
+if git grep -nE '^#(if|ifdef|ifndef|elif)' -- 'src/**.h' 'src/**.cpp' 'client/**.cpp' 'tools/' ':!src/platform'; then
+    echo "check.sh: conditionals above the platform layer" >&2
+    failed=1
+fi
+if git grep -nE '#include <(sys/|unistd|fcntl|windows)' -- src client tools ':!src/platform/posix'; then
+    echo "check.sh: system headers above the platform layer" >&2
+    failed=1
+fi
+
+files=("$@")
+[ "${#files[@]}" -gt 0 ] || mapfile -t files < <(git ls-files 'src/*.cpp' 'client/*.cpp' 'tools/*.cpp')
+printf '%s\n' "${files[@]}" | xargs -P "$(nproc)" -n 4 clang-tidy -p build/clang --quiet 2>/dev/null || failed=1
+exit "$failed"
