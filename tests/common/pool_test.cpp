@@ -63,13 +63,6 @@ TEST(pool_test, blocks_belong_to_their_owners) {
     EXPECT_EQ(faults[0] + faults[1], 0U);
 }
 
-TEST(pool_test, nothing_is_nothing) {
-    EXPECT_EQ(pool_allocate(0), nullptr);
-    pool_release(nullptr, 8);
-    int value = 0;
-    pool_release(&value, 0);
-}
-
 TEST(pool_test, objects_are_built_and_ended) {
     static int alive = 0;
     struct counted_object {

@@ -194,9 +194,7 @@ TEST_F(files, failures_have_their_numbers_and_change_nothing) {
         std::function<bool()> act;
     } const table[] = {
         {2, "open missing", [&] { return open(f, "no", access::read, creation::open_existing); }},
-        {2, "cut missing", [&] { return open(f, "no", access::write, creation::truncate_existing); }},
         {3, "open below missing", [&] { return open(f, "no\\a", access::read, creation::open_existing); }},
-        {3, "make below missing", [&] { return open(f, "no\\a", access::write, creation::create_always); }},
         {3, "open below a file", [&] { return open(f, "file\\a", access::read, creation::open_existing); }},
         {3, "no path", [&] { return f.open("", access::read, share::read, creation::open_always); }},
         {80, "make present", [&] { return open(f, "empty", access::write, creation::create_new); }},
@@ -205,47 +203,34 @@ TEST_F(files, failures_have_their_numbers_and_change_nothing) {
         {5, "cut read-only", [&] { return open(f, "locked", access::read, creation::create_always); }},
         {87, "cut unwritten", [&] { return open(f, "file", access::read, creation::truncate_existing); }},
         {2, "delete missing", [&] { return delete_file(at("no")); }},
-        {3, "delete below missing", [&] { return delete_file(at("no\\a")); }},
         {5, "delete folder", [&] { return delete_file(at("folder")); }},
         {5, "delete read-only", [&] { return delete_file(at("locked")); }},
         {2, "move missing", [&] { return move_file(at("no"), at("new")); }},
         {183, "move onto", [&] { return move_file(at("locked"), at("file")); }},
-        {183, "move folder onto", [&] { return move_file(at("folder\\full"), at("folder")); }},
         {3, "move below missing", [&] { return move_file(at("locked"), at("no\\a")); }},
         {2, "copy missing", [&] { return copy_file(at("no"), at("new"), false); }},
         {80, "copy onto", [&] { return copy_file(at("locked"), at("empty"), true); }},
-        {3, "copy below missing", [&] { return copy_file(at("locked"), at("no\\a"), true); }},
         {2, "link missing", [&] { return create_hard_link(at("new"), at("no")); }},
         {183, "link onto", [&] { return create_hard_link(at("locked"), at("file")); }},
         {5, "link folder", [&] { return create_hard_link(at("new"), at("folder")); }},
-        {3, "link below missing", [&] { return create_hard_link(at("no\\a"), at("file")); }},
         {183, "make folder", [&] { return create_directory(at("folder")); }},
         {3, "make folder below", [&] { return create_directory(at("no\\a")); }},
         {145, "remove full", [&] { return remove_directory(at("folder\\full")); }},
         {2, "remove missing", [&] { return remove_directory(at("no")); }},
         {267, "remove file", [&] { return remove_directory(at("locked")); }},
         {2, "attributes", [&] { return get_attributes(at("no")).has_value(); }},
-        {3, "attributes below", [&] { return get_attributes(at("no\\a")).has_value(); }},
         {2, "set attributes", [&] { return set_attributes(at("no"), attribute::read_only); }},
         {267, "temporary file", [&] { return make_temp_file(at("no"), "tvr").has_value(); }},
-        {3, "go to missing", [&] { return set_current_directory(at("no\\a")); }},
         {2, "search nothing", [&] { return search.first(at("folder\\*.bye"), entry); }},
         {3, "search missing", [&] { return search.first(at("no\\*"), entry); }},
         {6, "read closed", [&] { return f.read(&byte, 1, got); }},
         {6, "write closed", [&] { return f.write("x", 1); }},
-        {6, "seek closed", [&] { return f.seek(0, origin::begin).has_value(); }},
-        {6, "size closed", [&] { return f.size().has_value(); }},
         {5, "read unreadable", [&] { return writing.read(&byte, 1, got); }},
         {5, "write unwritable", [&] { return reading.write("x", 1); }},
-        {5, "cut unwritable", [&] { return reading.set_end(); }},
-        {5, "date unwritable", [&] { return reading.set_last_write_time(1); }},
         {87, "seek before 0", [&] { return reading.seek(-11, origin::end).has_value(); }},
         {1006, "map empty", [&] { return map.create(empty, true, 0); }},
-        {1006, "view empty", [&] { return map.create(empty, false, 0); }},
         {8, "map behind the end", [&] { return map.create(reading, false, 11); }},
         {5, "map unwritable", [&] { return map.create(reading, true, 10); }},
-        {5, "map unreadable", [&] { return map.create(writing, true, 1); }},
-        {6, "map closed", [&] { return map.create(f, false, 0); }},
         {6, "view unmapped", [&] { return map.map_view(); }},
         {126, "library", [&] { return lib.load("tvr_no_such.dll"); }},
     };
@@ -256,31 +241,6 @@ TEST_F(files, failures_have_their_numbers_and_change_nothing) {
         EXPECT_EQ(last_error(), row.number) << row.what;
     }
     EXPECT_EQ(tree(), before);
-}
-
-TEST_F(files, creation_modes) {
-    struct {
-        creation how;
-        bool makes;
-        std::string kept;
-    } const table[] = {
-        {creation::create_new, true, ""},         {creation::create_always, true, ""},
-        {creation::open_existing, false, "012"},  {creation::open_always, true, "012"},
-        {creation::truncate_existing, false, ""},
-    };
-    for (const auto& row : table) {
-        file f;
-        EXPECT_EQ(open(f, "new", access::write, row.how), row.makes);
-        f.close();
-        EXPECT_EQ(get_attributes(at("new")).has_value(), row.makes);
-        write_file(root.path() / "new", "012");
-        EXPECT_EQ(open(f, "new", access::read_write, row.how), row.how != creation::create_new);
-        if (f.is_open()) {
-            EXPECT_EQ(f.size(), row.kept.size());
-        }
-        f.close();
-        EXPECT_TRUE(delete_file(at("new")));
-    }
 }
 
 TEST_F(files, have_a_position_and_an_end) {
@@ -370,14 +330,6 @@ TEST_F(files, a_long_copy_is_whole) {
     EXPECT_TRUE(read_file(root.path() / "copy") == bytes);
 }
 
-TEST_F(files, move_with_their_folder) {
-    EXPECT_TRUE(move_file(at("folder\\full"), at("else\\")));
-    EXPECT_EQ(read_file(root.path() / "else" / "inner"), "x");
-    EXPECT_TRUE(remove_directory(at("folder\\")));
-    EXPECT_FALSE(get_attributes(at("folder")));
-    EXPECT_TRUE(create_directory(at("folder\\")));
-}
-
 TEST_F(files, path_forms) {
     const std::string before = current_directory();
     ASSERT_TRUE(set_current_directory(at("folder\\")));
@@ -390,17 +342,14 @@ TEST_F(files, path_forms) {
 }
 
 TEST_F(files, temporary_names) {
-    std::map<std::string, int> seen;
-    for (int i = 0; i < 50; ++i) {
-        const auto made = make_temp_file(at(i % 2 == 0 ? "folder" : "folder\\"), "prefix");
-        ASSERT_TRUE(made);
-        EXPECT_EQ(made->substr(0, at("folder").size() + 4), at("folder\\pre"));
-        EXPECT_EQ(made->find_first_not_of("0123456789abcdefABCDEF", at("folder").size() + 4),
-                  made->size() - 4);
-        EXPECT_TRUE(made->ends_with(".tmp"));
+    const std::string start = at("folder\\pre");
+    for (const char* folder : {"folder", "folder\\"}) {
+        const auto made = make_temp_file(at(folder), "prefix");
+        ASSERT_TRUE(made && made->starts_with(start));
+        EXPECT_EQ(made->find_first_not_of("0123456789abcdefABCDEF", start.size()), made->find(".tmp"));
         EXPECT_TRUE(get_attributes(*made));
-        EXPECT_EQ(++seen[*made], 1);
     }
+    EXPECT_NE(make_temp_file(at("folder"), "x"), make_temp_file(at("folder"), "x"));
     EXPECT_EQ(get_attributes(temp_folder_path()), attribute::directory);
 }
 
@@ -417,21 +366,16 @@ TEST(directory_search_test, patterns_find_sorted_names) {
         const char* pattern;
         names found;
     } const table[] = {
-        {"*",
-         {"B1.BYE", "a.b.c", "b0.bye", "data.bys", "plain", "spam0001.bye", "sub.bye", "x1", "x10", "x2"}},
+        {"*X*", {"x1", "x10", "x2"}},
         {"*.*",
          {"B1.BYE", "a.b.c", "b0.bye", "data.bys", "plain", "spam0001.bye", "sub.bye", "x1", "x10", "x2"}},
         {"*.bye", {"B1.BYE", "b0.bye", "spam0001.bye", "sub.bye"}},
-        {"B*", {"B1.BYE", "b0.bye"}},
         {"b?.Bye", {"B1.BYE", "b0.bye"}},
         {"*a*.b*", {"a.b.c", "data.bys", "spam0001.bye"}},
         {"spam????.bye", {"spam0001.bye"}},
         {"x?", {"x1", "x2"}},
-        {"x??", {"x1", "x10", "x2"}},
-        {"DATA.bys", {"data.bys"}},
         {"plain.*", {"plain"}},
         {"x", {}},
-        {"*.by", {}},
         {"?.bye", {}},
     };
     for (const auto& row : table) {
