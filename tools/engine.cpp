@@ -67,7 +67,8 @@ int stop() {
     const std::uint32_t start = platform::tick_count();
     while (platform::process_exists(process)) {
         if (platform::tick_count() - start > stop_patience)
-            return fail("the engine was told to stop, but process " + std::to_string(process) + " doesn't end");
+            return fail("the engine was told to stop, but process " + std::to_string(process) +
+                        " doesn't end");
         platform::sleep_for(poll_pause);
     }
     std::printf("The engine has stopped. A training under way goes on at the next start.\n");

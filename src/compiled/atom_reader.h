@@ -24,8 +24,8 @@ public:
     [[nodiscard]] bool has_token() const noexcept { return !m_text.empty(); }
 
     [[nodiscard]] bool is_spam() const noexcept { return m_is_spam; }
-    [[nodiscard]] std::uint32_t hash() const noexcept { return m_hash; }        // order_hash of text()
-    [[nodiscard]] std::string_view text() const noexcept { return m_text; }     // until next()
+    [[nodiscard]] std::uint32_t hash() const noexcept { return m_hash; }    // order_hash of text()
+    [[nodiscard]] std::string_view text() const noexcept { return m_text; } // until next()
     [[nodiscard]] std::uint32_t occurrences() const noexcept { return m_occurrences; }
 
 private:

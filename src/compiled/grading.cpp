@@ -48,7 +48,8 @@ void grade_token(token_record& record, file_stream& output, grading_run& run, se
 
 void token_accumulator::accumulate_token(std::string_view text, std::uint32_t count, bool is_spam) {
     const auto used_end = m_records.begin() + static_cast<std::ptrdiff_t>(m_used);
-    auto entry = std::find_if(m_records.begin(), used_end, [&](const token_record& r) { return r.text == text; });
+    auto entry =
+        std::find_if(m_records.begin(), used_end, [&](const token_record& r) { return r.text == text; });
     if (entry == used_end) {
         if (m_used == m_records.size())
             m_records.resize(m_used + 100);

@@ -56,7 +56,8 @@ bool atom_head::read(std::span<const std::uint8_t> memory, std::size_t& behind) 
     return header.read(memory, behind);
 }
 
-bool atom_is_before(const atom_head& a, std::string_view a_name, const atom_head& b, std::string_view b_name) {
+bool atom_is_before(const atom_head& a, std::string_view a_name, const atom_head& b,
+                    std::string_view b_name) {
     if (a.oldest != b.oldest)
         return a.oldest < b.oldest;
     if (a.messages != b.messages)
@@ -211,7 +212,8 @@ bool bye_atom::write_file(const std::string& target, dword_map& counts) {
 void bye_atom::give_span_to(bye_atom& target) {
     if (target.oldest == 0 || oldest < target.oldest)
         target.oldest = oldest;
-    // deliberate: `oldest` is compared on this side, so that an overlapping span leaves the target's end alone.
+    // deliberate: `oldest` is compared on this side, so that an overlapping span leaves the target's end
+    // alone.
     if (target.newest == 0 || oldest > target.newest)
         target.newest = newest;
     msidmap* const own = msids();

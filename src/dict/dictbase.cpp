@@ -17,9 +17,9 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t retry_pause = 200;   // milliseconds
-constexpr std::size_t copy_buffer = 409600;  // bytes
-constexpr std::int64_t count_size = 4;       // bytes of the count in front of the records
+constexpr std::uint32_t retry_pause = 200;  // milliseconds
+constexpr std::size_t copy_buffer = 409600; // bytes
+constexpr std::int64_t count_size = 4;      // bytes of the count in front of the records
 
 } // namespace
 
@@ -40,7 +40,8 @@ bool file_lock::try_acquire() {
                      platform::attribute::temporary)) {
         if (platform::last_error() == platform::error::sharing_violation)
             return false;
-        // deliberate: where no lock file can be made, there is nothing to wait for, and the lock counts as held.
+        // deliberate: where no lock file can be made, there is nothing to wait for, and the lock counts as
+        // held.
         ++m_depth;
         return true;
     }
@@ -82,8 +83,8 @@ bool word_file::turn(direction wanted, std::uint64_t position) {
     if (m_direction != wanted) {
         close();
         const bool reads = wanted == direction::read;
-        if (!m_file.open(m_path, reads ? platform::access::read : platform::access::write, platform::share::read,
-                         reads ? platform::creation::open_existing : m_write_mode)) {
+        if (!m_file.open(m_path, reads ? platform::access::read : platform::access::write,
+                         platform::share::read, reads ? platform::creation::open_existing : m_write_mode)) {
             m_error = platform::last_error();
             return false;
         }
@@ -153,7 +154,8 @@ void dictbase::merge_into_tilda(const std::string& tilda_path) {
 
     platform::file target;
     platform::file source;
-    target.open(double_path, platform::access::write, platform::share::read, platform::creation::open_existing);
+    target.open(double_path, platform::access::write, platform::share::read,
+                platform::creation::open_existing);
     source.open(m_path, platform::access::read, platform::share::read, platform::creation::open_existing);
     target.seek(0, platform::origin::end);
     source.seek(count_size, platform::origin::begin);

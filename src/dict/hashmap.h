@@ -44,7 +44,7 @@ public:
 
     [[nodiscard]] bool is_valid() const noexcept { return m_hashmem && m_datamem; }
     [[nodiscard]] std::uint32_t count() const noexcept { return m_count; }
-    [[nodiscard]] std::uint32_t datasize() const noexcept { return m_datasize; } // bytes
+    [[nodiscard]] std::uint32_t datasize() const noexcept { return m_datasize; }   // bytes
     [[nodiscard]] std::uint32_t tablesize() const noexcept { return m_tablesize; } // slots
 
 private:

@@ -24,8 +24,8 @@ bool change_flags(file_stream& file, std::uint64_t position, Change change) {
     if (flags == record.flags)
         return true;
     record.flags = flags;
-    return file.seek(static_cast<std::int64_t>(position), platform::origin::begin) && record.header.write(file) &&
-           file.flush();
+    return file.seek(static_cast<std::int64_t>(position), platform::origin::begin) &&
+           record.header.write(file) && file.flush();
 }
 
 } // namespace

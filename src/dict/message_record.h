@@ -14,8 +14,8 @@ class file_stream;
 namespace message_flag {
 constexpr std::uint32_t deleted = 1; // the record is to be ignored
 constexpr std::uint32_t spam = 2;
-constexpr std::uint32_t manual = 4;  // the user has classified this message himself
-constexpr std::uint32_t marked = 8;  // kept by re-marking
+constexpr std::uint32_t manual = 4; // the user has classified this message himself
+constexpr std::uint32_t marked = 8; // kept by re-marking
 } // namespace message_flag
 
 // The head of a record: everything in front of the token table.
@@ -39,7 +39,7 @@ struct message_head {
     std::uint32_t time = 0;     // minutes since 1601
     std::uint32_t messages = 0; // the client's counters
     std::uint32_t tokens = 0;
-    std::string msid;           // 0 to 255 bytes
+    std::string msid; // 0 to 255 bytes
     fileheader header;
 };
 

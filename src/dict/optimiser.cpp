@@ -31,7 +31,8 @@ public:
     explicit atom_writer(const std::string& prefix) {
         if (auto made = platform::make_temp_file(platform::temp_folder_path(), prefix)) {
             m_path = std::move(*made);
-            m_file.open(m_path, platform::access::write, platform::share::read, platform::creation::create_always);
+            m_file.open(m_path, platform::access::write, platform::share::read,
+                        platform::creation::create_always);
         }
         m_collected.resize(head_size);
     }
@@ -132,7 +133,8 @@ bool put_aside(const std::string& folder, const std::string& name) {
 // The atom that has to go next: ordinal ones first, as nobody knows their age, then the oldest.
 template <class List>
 auto next_to_go(List& atoms) {
-    const auto ordinal = std::find_if(atoms.begin(), atoms.end(), [](const auto& a) { return a->is_ordinal(); });
+    const auto ordinal =
+        std::find_if(atoms.begin(), atoms.end(), [](const auto& a) { return a->is_ordinal(); });
     return ordinal != atoms.end() ? ordinal : atoms.begin();
 }
 

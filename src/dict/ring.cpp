@@ -62,7 +62,9 @@ bool bye_ring::place_in_span(std::uint64_t offset, std::uint32_t stamp, bool pos
 void bye_ring::place_by_time(std::uint64_t offset, std::uint32_t stamp, bool positive) {
     if (!positive)
         return;
-    const auto takes = [&](const auto& place) { return (*place)->try_add(offset, stamp, positive, limit_in_force()); };
+    const auto takes = [&](const auto& place) {
+        return (*place)->try_add(offset, stamp, positive, limit_in_force());
+    };
     const auto pos =
         std::find_if(m_atoms.begin(), m_atoms.end(), [&](const auto& atom) { return atom->oldest > stamp; });
     if (pos != m_atoms.begin() && takes(pos - 1))

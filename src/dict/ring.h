@@ -20,8 +20,8 @@ namespace tvr {
 // Lives for one stage. Belongs to the transaction's thread.
 class bye_ring : public tmpfld_holder {
 public:
-    // Run-wide values, set by the sorting stage: the usual size of an atom and the wanted size of a half, both
-    // in messages. The counter is reset by open() and follows every change.
+    // Run-wide values, set by the sorting stage: the usual size of an atom and the wanted size of a half,
+    // both in messages. The counter is reset by open() and follows every change.
     static inline std::uint32_t atom_size = 666;
     static inline std::uint32_t base_limit = 666;
     static inline std::uint32_t messages_seen = 0;

@@ -43,7 +43,7 @@ private:
     bool m_writable = false;
     registry_root m_root = registry_root::local_machine;
     std::string m_path;
-    std::uintptr_t m_handle = 0; // the backend's own
+    [[maybe_unused]] std::uintptr_t m_handle = 0; // the backend's own
 };
 
 } // namespace tvr::platform

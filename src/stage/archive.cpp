@@ -12,7 +12,13 @@ namespace tvr {
 
 namespace {
 
-enum tag : std::uint8_t { file_begins = 1, file_ends = 2, folder_begins = 3, folder_ends = 4, archive_ends = 5 };
+enum tag : std::uint8_t {
+    file_begins = 1,
+    file_ends = 2,
+    folder_begins = 3,
+    folder_ends = 4,
+    archive_ends = 5
+};
 
 constexpr unsigned deepest = 32; // folders in an archive
 

@@ -25,12 +25,13 @@ public:
     std::string path_of(std::uint32_t stage, std::string_view name);
     void prepare(std::uint32_t stage); // makes the folder, or empties it
     void create(std::uint32_t stage);
-    void clean(std::uint32_t stage);   // deletes all inside; stops at a file in use
-    void remove(std::uint32_t stage);  // with all inside
+    void clean(std::uint32_t stage);  // deletes all inside; stops at a file in use
+    void remove(std::uint32_t stage); // with all inside
     // The first file of the folder whose name begins with `prefix`; `out` (may be null) gets its path.
     bool find_first(std::uint32_t stage, std::string* out, std::string_view prefix);
     // Makes a new empty file with a unique name; false if that fails. `prefix` empty: "dis".
-    bool tmp_filename_for_stage(std::uint32_t stage, std::string& out, bool fullpath, std::string_view prefix = {});
+    bool tmp_filename_for_stage(std::uint32_t stage, std::string& out, bool fullpath,
+                                std::string_view prefix = {});
     // Writes an archive of the folder to a new file among the user's temporary files; `out` gets its path.
     void pack(std::string& out, std::uint32_t stage);
     // Restores what pack() wrote. A file behind a nested folder is not restored.
@@ -53,7 +54,7 @@ class tmpfld_holder {
 public:
     tmpfld_holder() = default;
 
-    bool init(std::string_view base); // "<working directory>\base\"; true
+    bool init(std::string_view base);                                 // "<working directory>\base\"; true
     [[nodiscard]] std::string main_path(std::string_view name) const; // in the base folder
     void _mark_prepared(std::uint32_t stage);
     void _mark_unsuccess(std::uint32_t stage);

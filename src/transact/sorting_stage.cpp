@@ -33,8 +33,8 @@ struct part_sizes {
 };
 
 // deliberate: "optimal one dict size" 0 is a division by zero; nothing guards it.
-part_sizes work_out_sizes(const trainingplan& good_plan, const bye_ring& good_ring, const trainingplan& spam_plan,
-                          const bye_ring& spam_ring) {
+part_sizes work_out_sizes(const trainingplan& good_plan, const bye_ring& good_ring,
+                          const trainingplan& spam_plan, const bye_ring& spam_ring) {
     const settings& set = *current_settings();
     const std::uint32_t base_size = set.optimal_base_size_per_half;
     const std::uint32_t dict_size = set.optimal_one_dict_size;
@@ -60,8 +60,8 @@ part_sizes work_out_sizes(const trainingplan& good_plan, const bye_ring& good_ri
             printable(good_was), printable(good_plan.delta()), printable(sizes.good_final));
     TVR_LOG(transact_log, "[i] The minimal of two is %d messages", printable(least));
     if (sizes.atom != 0)
-        TVR_LOG(transact_log, "[i] Atom dictionary will be decreased to %d (minimal is %d)", printable(sizes.atom),
-                printable(min_size));
+        TVR_LOG(transact_log, "[i] Atom dictionary will be decreased to %d (minimal is %d)",
+                printable(sizes.atom), printable(min_size));
     else
         TVR_LOG(transact_log, "[i] Atom dictionary will be default (%d)", printable(dict_size));
     TVR_LOG(transact_log, "[i] Calculated optimized size is %d messages", printable(sizes.optimized));
@@ -134,7 +134,8 @@ bool transaction::__sorting_stage() {
         file_stream batch;
         if (!batch.open_to_read(batch_path) || batch.size().value_or(0) == 0) {
             const std::uint32_t code = platform::last_error();
-            TVR_LOG(transact_log, "[-] something wrong with file (%d) %s", printable(code), batch_path.c_str());
+            TVR_LOG(transact_log, "[-] something wrong with file (%d) %s", printable(code),
+                    batch_path.c_str());
             return false;
         }
         if (!sort_batch(batch)) {
@@ -196,7 +197,8 @@ void transaction::finish_without_changes() {
     TVR_LOG(transact_log, "[i] Refreshing timestamp of the .rgd to now");
     const std::uint64_t now = platform::system_time();
     platform::file base;
-    if (base.open(compiled, platform::access::write, platform::share::read, platform::creation::open_existing))
+    if (base.open(compiled, platform::access::write, platform::share::read,
+                  platform::creation::open_existing))
         base.set_last_write_time(now);
     base.close();
     write_file_time(m_holder.main_path("cashe.mrk"), now);

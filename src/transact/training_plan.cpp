@@ -17,7 +17,8 @@ constexpr std::uint32_t last_wrong_time = 183554940; // 1949-12-31 17:00 UTC: up
 
 // deliberate: the plan's message-ID handle stays closed. Every message of a batch counts as a change, and
 // the maps are brought up to date when the atoms are rebuilt.
-trainingplan::trainingplan(std::uint32_t, std::string_view base, std::string_view) : m_elements(element_step) {
+trainingplan::trainingplan(std::uint32_t, std::string_view base, std::string_view)
+    : m_elements(element_step) {
     m_holder.init(base);
 }
 

@@ -16,9 +16,9 @@ class file_stream;
 
 namespace stage_number {
 constexpr std::uint32_t entered = 1;
-constexpr std::uint32_t sorted = 2;      // S_SORTED
-constexpr std::uint32_t ready_spam = 3;  // S_READYSPAM
-constexpr std::uint32_t ready_good = 4;  // S_READYGOOD
+constexpr std::uint32_t sorted = 2;       // S_SORTED
+constexpr std::uint32_t ready_spam = 3;   // S_READYSPAM
+constexpr std::uint32_t ready_good = 4;   // S_READYGOOD
 constexpr std::uint32_t generate_rgd = 6; // S_GENERATERGD
 } // namespace stage_number
 
@@ -59,7 +59,7 @@ private:
     void __cleanup();
     action __sta_get_wait_action();
     action on_timeout();
-    bool park(); // true if the thread is to end
+    bool park();                                     // true if the thread is to end
     bool reports_ready(const char* operation) const; // tests m_initialized
 
     bool __entering_stage();
@@ -82,11 +82,11 @@ private:
     std::atomic<bool> m_busy{false}; // a stage runs; nothing reads it
     std::atomic<bool> m_stopping{false};
     platform::critical_section m_feedlock; // keeps the snapshot and its take-over apart
-    platform::event E_added;     // manual reset: a snapshot is ready for the entering stage
-    platform::event E_wake;      // a message was added
-    platform::event E_retrain;   // retraining was asked for
-    platform::event E_interrupt; // manual reset: somebody wants the thread parked
-    platform::event E_stopped;   // manual reset: the thread is parked
+    platform::event E_added;               // manual reset: a snapshot is ready for the entering stage
+    platform::event E_wake;                // a message was added
+    platform::event E_retrain;             // retraining was asked for
+    platform::event E_interrupt;           // manual reset: somebody wants the thread parked
+    platform::event E_stopped;             // manual reset: the thread is parked
     platform::thread m_thread;
     dictbase m_cache;
     bool m_initialized = false;

@@ -35,7 +35,7 @@ TEST(MessageAccess, WorksOnACopy) {
 TEST(MessageAccess, PurgesWhatTheRangesClaim) {
     tvr::test_root root;
     std::string list = "nSID" + le(2, 8, 0);
-    for (std::uint32_t time : {9, 10, 20, 21, 30, 30, 30, 31})
+    for (const unsigned time : {9U, 10U, 20U, 21U, 30U, 30U, 30U, 31U})
         list += counted(std::to_string(list.size()), time);
     tvr::write_file(root.path() / "main" / "s.lst", list);
     std::filesystem::create_directory(root.path() / "work");

@@ -308,7 +308,7 @@ TEST(named_event_test, survive_a_damaged_file) {
     event probe;
     ASSERT_TRUE(probe.create_named("name"));
     probe.close();
-    for (const std::uintmax_t size : {0, 1, 15, 4095, 100'000})
+    for (const unsigned size : {0U, 1U, 15U, 4095U, 100'000U})
         for (const std::size_t from : {0U, 4U, 16U})
             for (const char byte : {'\0', '\1', '\xff'}) {
                 for (const auto& file : files_below(root)) {
@@ -549,7 +549,8 @@ TEST(named_event_test, a_race_with_deaths_loses_nothing_and_takes_nothing_twice)
         const std::uint32_t from = done->all_raises;
         const std::uint32_t goal = phase * (raises_wanted / phases);
         for (int kill = 1; kill <= kills_in_a_phase; ++kill) {
-            const std::uint32_t mark = from + (goal - std::min(from, goal)) / kills_in_a_phase * kill;
+            const std::uint32_t mark =
+                from + (goal - std::min(from, goal)) / kills_in_a_phase * static_cast<unsigned>(kill);
             while (done->all_raises < mark)
                 platform::sleep_for(0);
             child_process& victim = racers[random() % racers.size()];

@@ -191,8 +191,9 @@ void engine::file(half& target, const std::vector<change>& changes, std::uint32_
         for (const message* m : given[a.name]) {
             target.msids.emplace(m->msid, m->time);
             for (const auto& [text, count] : m->tokens) {
-                const auto known = std::find_if(a.tokens.begin(), a.tokens.end(),
-                                                [&](const auto& entry) { return entry.first == text; });
+                const auto known =
+                    std::find_if(a.tokens.begin(), a.tokens.end(),
+                                 [&text = text](const auto& entry) { return entry.first == text; });
                 if (known == a.tokens.end())
                     a.tokens.emplace_back(text, count);
                 else
@@ -252,7 +253,8 @@ bytes engine::compiled_base() const {
             s.oldest = std::min(s.oldest, a.oldest);
             s.newest = std::max(s.newest, a.newest);
             for (const auto& [text, count] : a.tokens) {
-                auto known = std::find_if(all.begin(), all.end(), [&](const counts& c) { return c.text == text; });
+                auto known = std::find_if(all.begin(), all.end(),
+                                          [&text = text](const counts& c) { return c.text == text; });
                 if (known == all.end())
                     known = all.insert(all.end(), {text});
                 (is_spam ? known->spam : known->good) += count;

@@ -63,8 +63,8 @@ private:
     struct filing;
 
     static std::vector<change> plan(const std::vector<message>& batch, bool spam);
-    void file(half& target, const std::vector<change>& changes, std::uint32_t final_count, std::uint32_t least,
-              std::uint32_t& seen) const;
+    void file(half& target, const std::vector<change>& changes, std::uint32_t final_count,
+              std::uint32_t least, std::uint32_t& seen) const;
 
     limits m_limits;
 };

@@ -38,7 +38,9 @@ void write_file(const fs::path& path, const model::bytes& content) {
 // A transaction on a working directory of its own.
 class pipeline : public testing::Test {
 protected:
-    static model::limits small_limits() { return {.base_size = 60, .dict_size = 12, .min_size = 3, .weight = 1.8}; }
+    static model::limits small_limits() {
+        return {.base_size = 60, .dict_size = 12, .min_size = 3, .weight = 1.8};
+    }
 
     void SetUp() override {
         fs::create_directories(m_base / "transact");
@@ -160,9 +162,18 @@ TEST_F(pipeline, PublishesBaseOfHandWrittenBatch) {
                                      16);
     // "B both": spam 3 of 2 gives 1, good 2 x 1.8 of 1 gives 1, so 0.5; "B money" 0.99; "B work" 0.01.
     // Their hashes, over all bytes but the last: 0x446964, 0x4474645 and 0x447E62.
-    const model::bytes both = text("\x06" "B both" "\0\0\0\x3F", 11);
-    const model::bytes work = text("\x06" "B work" "\x0A\xD7\x23\x3C", 11);
-    const model::bytes money = text("\x07" "B money" "\xA4\x70\x7D\x3F", 12);
+    const model::bytes both = text("\x06"
+                                   "B both"
+                                   "\0\0\0\x3F",
+                                   11);
+    const model::bytes work = text("\x06"
+                                   "B work"
+                                   "\x0A\xD7\x23\x3C",
+                                   11);
+    const model::bytes money = text("\x07"
+                                    "B money"
+                                    "\xA4\x70\x7D\x3F",
+                                    12);
     const model::bytes counts = text("\x03\0\0\0\x22\0\0\0", 8);
     EXPECT_EQ(read_file(m_base / "cashe.rgd"), header + counts + both + work + money);
 }
