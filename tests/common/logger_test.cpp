@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <optional>
-#include <regex>
 #include <string>
 
 #include "platform/file.h"
@@ -66,29 +65,35 @@ TEST_F(logger_test, is_off_unless_the_registry_says_otherwise) {
     EXPECT_FALSE(logger::enabled());
 }
 
+// The text with a 0 for each digit.
+std::string shape(std::string text) {
+    for (char& c : text)
+        if (c >= '0' && c <= '9')
+            c = '0';
+    return text;
+}
+
 TEST_F(logger_test, lines) {
-    const std::string date = R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d   )";
-    const std::string time = R"(\d\d:\d\d:\d\d   )";
+    const std::string date = "0000/00/00 00:00:00   ";
     const std::string thread = std::to_string(platform::current_thread_id()) + ":";
     struct {
         int flags;
         std::string text;
-        std::string line; // a regular expression
+        std::string line;
     } const table[] = {
-        {2, "[i] text", date + R"(\[i\] text\r\n)"},
-        {3, "text", time + "text\\r\\n"},
-        {2 + 32, "text", date + thread + "text\\r\\n"},
+        {2, "[i] text", date + "[i] text\r\n"},
+        {3, "text", "00:00:00   text\r\n"},
+        {2 + 32, "text", date + thread + "text\r\n"},
         {2 + 16 + 1 + 32, "text", thread + "text"},
-        {2, "", date + "\\r\\n"},
-        {2, "one\r\ntwo\n", date + "one\\r\\ntwo\\r\\n\\r\\n"},
-        {2 + 16, "\r\r\n\n\r", "\\r\\n\\r\\n"},
-        {2 + 16, std::string(5000, 'x'), "x{5000}"},
-        {2 + 16, std::string(20, 'x'), "x{20}"},
+        {2, "", date + "\r\n"},
+        {2, "one\r\ntwo\n", date + "one\r\ntwo\r\n\r\n"},
+        {2 + 16, "\r\r\n\n\r", "\r\n\r\n"},
+        {2 + 16, std::string(5000, 'x'), std::string(5000, 'x')},
+        {2 + 16, std::string(20, 'x'), std::string(20, 'x')},
     };
     for (const auto& row : table) {
         EXPECT_TRUE(start(le(row.flags)).log("t.log", "%s", row.text.c_str()));
-        const std::string bytes = content("t.log");
-        EXPECT_TRUE(std::regex_match(bytes, std::regex(row.line))) << bytes;
+        EXPECT_EQ(shape(content("t.log")), shape(row.line));
     }
     logger& log = start(le(18));
     log.log("t.log", "%d %s%%", -5, "a");
