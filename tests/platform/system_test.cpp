@@ -46,7 +46,7 @@ const child_role owner("presence owner", [](std::string_view own_title) {
     own.set_visible(own_title == "visible");
     ready.set();
     own.run();
-    return find_presence(class_name, own_title).found ? 2 : 3;
+    return find_presence(class_name, own_title).process_id == current_process_id() ? 2 : 3;
 });
 
 class presence_test : public testing::Test {
