@@ -305,6 +305,10 @@ TEST(process_test, others_end_on_demand) {
     ASSERT_TRUE(ready.wait(patience));
     EXPECT_TRUE(process_exists(id) && process_exists(current_process_id()));
     EXPECT_TRUE(terminate_process(id, -1));
+    // It is gone even while nobody has asked for its exit code.
+    for (int tries = 0; process_exists(id) && tries < 10'000; ++tries)
+        sleep_for(1);
+    EXPECT_FALSE(process_exists(id));
     child.join();
     EXPECT_FALSE(process_exists(id));
     for (const std::uint32_t nobody : {id, 0U, 0xFFFFFFFFU}) {
