@@ -53,6 +53,17 @@ private:
 
 constexpr std::size_t batch_size = 5000;
 
+// One that has learned a batch.
+class full_engine : public engine {
+public:
+    full_engine() {
+        record_batch batch;
+        add_messages(batch, 0, batch_size);
+        append(batch);
+        train();
+    }
+};
+
 void records_to_base(benchmark::State& state) {
     record_batch batch;
     add_messages(batch, 0, batch_size);
@@ -73,11 +84,8 @@ BENCHMARK(records_to_base)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // A base that is full, with batches as they come later on.
 void small_batch_into_full_base(benchmark::State& state) {
-    engine full;
+    full_engine full;
     record_batch batch;
-    add_messages(batch, 0, batch_size);
-    full.append(batch);
-    full.train();
     std::size_t number = batch_size;
     for (auto _ : state) {
         state.PauseTiming();
@@ -93,11 +101,7 @@ void small_batch_into_full_base(benchmark::State& state) {
 BENCHMARK(small_batch_into_full_base)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void base_generation(benchmark::State& state) {
-    engine full;
-    record_batch batch;
-    add_messages(batch, 0, batch_size);
-    full.append(batch);
-    full.train();
+    full_engine full;
     for (auto _ : state)
         dict_pair(full.engine_path("work\\base\\")).generate_base(full.engine_path("work\\base\\bench.rgd"));
     state.SetBytesProcessed(static_cast<std::int64_t>(fs::file_size(full.base() / "bench.rgd")) *
@@ -106,11 +110,7 @@ void base_generation(benchmark::State& state) {
 BENCHMARK(base_generation)->Unit(benchmark::kMillisecond);
 
 void atom_rewrite(benchmark::State& state) {
-    engine full;
-    record_batch batch;
-    add_messages(batch, 0, batch_size);
-    full.append(batch);
-    full.train();
+    full_engine full;
     fs::path largest;
     for (const auto& entry : fs::directory_iterator(full.base()))
         if (entry.path().extension() == ".bye" &&

@@ -49,7 +49,7 @@ std::string dict_folder::new_file(std::uint32_t index) {
     std::string name = atom_name(m_name, number);
     while (file_exists(join_path(m_path, name)))
         name = atom_name(m_name, ++number);
-    const std::string path = join_path(m_path, name);
+    std::string path = join_path(m_path, name);
     if (name.size() >= long_name)
         TVR_LOG(transact_log, "[i] too long name created by createnewfile (%s)", path.c_str());
     file_stream file;

@@ -226,6 +226,21 @@ statistic::batch::~batch() {
         m_counters->backup();
 }
 
+void statistic::write_pending(std::uint32_t hour, std::uint32_t& step) {
+    if (m_pending.empty()) {
+        delete_if_named(m_backup_name);
+        return;
+    }
+    ++step;
+    platform::file file;
+    if (!create(file, m_backup_name))
+        return;
+    ++step;
+    write_table(file, m_pending, hour);
+    ++step;
+    file.close();
+}
+
 void statistic::backup() noexcept {
     std::uint32_t step = 0; // shown with an exception; 4 isn't used
     try {
@@ -242,18 +257,7 @@ void statistic::backup() noexcept {
         }
         // deliberate: m_dirty stays set, so that the main file is written every time from now on.
         step = 5;
-        if (m_pending.empty()) {
-            delete_if_named(m_backup_name);
-            return;
-        }
-        step = 6;
-        platform::file file;
-        if (!create(file, m_backup_name))
-            return;
-        step = 7;
-        write_table(file, m_pending, hour);
-        step = 8;
-        file.close();
+        write_pending(hour, step);
     } catch (...) {
         std::string text = "Exception in statistic::backup: step = " + to_hex(step, 8);
         if (step == 1 || step == 6)
@@ -268,18 +272,7 @@ void statistic::save_transaction() {
     try {
         const std::uint32_t hour = current_hour();
         step = 1;
-        if (m_pending.empty()) {
-            delete_if_named(m_backup_name);
-            return;
-        }
-        step = 2;
-        platform::file file;
-        if (!create(file, m_backup_name))
-            return;
-        step = 3;
-        write_table(file, m_pending, hour);
-        step = 4;
-        file.close();
+        write_pending(hour, step);
     } catch (...) {
         platform::message_box("Exception in statistic::save_transaction: step = " + to_hex(step, 8),
                               "Exception in Tessivar!");

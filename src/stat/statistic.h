@@ -73,7 +73,9 @@ public:
     static statistic* current() noexcept;
 
 private:
-    void backup() noexcept; // with the lock held
+    // With the lock held. The second writes or deletes ~stat.bin and counts its steps on in `step`.
+    void backup() noexcept;
+    void write_pending(std::uint32_t hour, std::uint32_t& step);
 
     platform::critical_section m_lock;
     std::string m_main_name;
