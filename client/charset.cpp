@@ -63,7 +63,7 @@ bool is_plain_name(std::string_view charset) {
 class converter {
 public:
     explicit converter(std::string_view charset)
-        : m_handle(g_mime_iconv_open("UTF-8", std::string(charset).c_str())) {}
+        : m_handle((ready_gmime(), g_mime_iconv_open("UTF-8", std::string(charset).c_str()))) {}
     ~converter() {
         if (is_open())
             g_mime_iconv_close(m_handle);
@@ -144,6 +144,11 @@ bool is_utf8(std::string_view bytes) noexcept {
             return false;
     }
     return true;
+}
+
+void ready_gmime() {
+    static const bool ready = (g_mime_init(), true);
+    static_cast<void>(ready);
 }
 
 std::string_view to_utf8(std::string_view bytes, std::string_view charset, std::string& room) {

@@ -6,6 +6,9 @@
 
 namespace tvr {
 
+// To be called by whoever uses GMime; the first call sets it up.
+void ready_gmime();
+
 // `bytes` in UTF-8: the bytes themselves where they are that already, otherwise their translation in
 // `room`. `charset` is a name as in a mail, perhaps empty or unknown: such text counts as UTF-8 if it is
 // that, and as windows-1252 if not. Bytes that mean nothing in the charset become U+FFFD.

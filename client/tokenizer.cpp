@@ -44,7 +44,7 @@ class short_text {
 public:
     short_text& operator<<(std::string_view text) {
         const std::size_t taken = std::min(text.size(), m_room.size() - m_size);
-        std::memcpy(m_room.data() + m_size, text.data(), taken);
+        std::copy_n(text.begin(), taken, m_room.begin() + static_cast<std::ptrdiff_t>(m_size));
         m_size += taken;
         return *this;
     }
@@ -134,8 +134,7 @@ header_kind kind_of_header(std::string_view name) {
 class tokenizer::implementation final : public word_sink {
 public:
     explicit implementation(const tokenizer_limits& limits) : m_limits(limits), m_tokens(limits.tokens) {
-        static const bool ready = (g_mime_init(), true);
-        static_cast<void>(ready);
+        ready_gmime();
     }
 
     void tokenize(std::string_view raw);
