@@ -59,7 +59,7 @@ void* commit_range(void* address, std::size_t size) noexcept {
 
 void decommit_range(void* address, std::size_t size) noexcept {
     const pages range(address, size);
-    mmap(range.begin, range.size, PROT_NONE, reserved | MAP_FIXED, -1, 0);
+    static_cast<void>(mmap(range.begin, range.size, PROT_NONE, reserved | MAP_FIXED, -1, 0));
 }
 
 void release_range(void* address, std::size_t size) noexcept {

@@ -22,8 +22,6 @@
 #include "platform/posix/errors.h"
 #include "platform/posix/paths.h"
 
-extern char** environ;
-
 namespace tvr::platform {
 
 using namespace posix;
@@ -96,6 +94,7 @@ bool start_process(std::string_view path, std::string_view arguments) {
     std::vector<std::string> words = split_words(arguments);
     words.insert(words.begin(), program);
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (std::string& word : words)
         pointers.push_back(word.data());
     pointers.push_back(nullptr);

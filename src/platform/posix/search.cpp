@@ -105,9 +105,8 @@ struct directory_search::state {
         entry.name = names[next++];
         struct stat info {};
         // deliberate: a link counts as a file, so that whoever cleans a folder doesn't follow it
-        if (fstatat(dirfd(folder.get()), entry.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
-            entry.attributes = attribute::archive;
-        else if (S_ISLNK(info.st_mode))
+        if (fstatat(dirfd(folder.get()), entry.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 ||
+            S_ISLNK(info.st_mode))
             entry.attributes = attribute::archive;
         else
             entry.attributes = (S_ISDIR(info.st_mode) ? attribute::directory : attribute::archive) |
