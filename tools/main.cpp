@@ -35,7 +35,7 @@ std::string date_text(std::uint32_t minutes) {
 
 } // namespace tvr
 
-int main(int count, char** arguments) {
+int main(int count, char** arguments) try {
     int code = tvr::exit_code::done;
     CLI::App program("Trains and watches the Tessivar spam filter engine.\n", "tvrctl");
     program.require_subcommand(1);
@@ -48,8 +48,9 @@ int main(int count, char** arguments) {
         program.parse(count, arguments);
     } catch (const CLI::ParseError& error) {
         return program.exit(error) == 0 ? tvr::exit_code::done : tvr::exit_code::usage;
-    } catch (const std::exception& error) {
-        return tvr::fail(error.what());
     }
     return code;
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "tvrctl: %s\n", error.what());
+    return tvr::exit_code::failed;
 }
