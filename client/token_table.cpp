@@ -96,10 +96,10 @@ bool token_table::add(std::string_view token, std::uint32_t count) {
     return true;
 }
 
-bool token_table::mark(std::string_view token) {
+bool token_table::mark(std::string_view token, std::uint32_t count) {
     std::uint8_t* place = count_place(token);
     if (place)
-        store_u32(place, 1);
+        store_u32(place, count);
     return place != nullptr;
 }
 

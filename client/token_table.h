@@ -24,8 +24,8 @@ public:
     // Adds to the count of a token of 1 to 255 bytes, which stops at 0xFFFFFFFF. False if the token is
     // neither known nor taken any more.
     bool add(std::string_view token, std::uint32_t count = 1);
-    // Makes the count 1, however often the token is named.
-    bool mark(std::string_view token);
+    // Makes the count `count`, however often the token is named. The answer is that of add().
+    bool mark(std::string_view token, std::uint32_t count = 1);
     [[nodiscard]] std::uint32_t count_of(std::string_view token) const; // 0 if it is absent
 
     [[nodiscard]] std::uint32_t size() const noexcept { return m_count; } // different tokens

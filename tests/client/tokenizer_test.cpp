@@ -53,7 +53,7 @@ TEST(tokenizer, finds_what_a_mail_is_made_of) {
          {}},
         {"base64",
          "Subject: a\nContent-Type: text/plain\nContent-Transfer-Encoding: base64\n\naGVsbG8gd29ybGQ=\n",
-         {"B hello", "B world", "M encoding:base64"},
+         {"B hello", "B world", "W hello world", "M encoding:base64"},
          {"B aGVsbG8gd29ybGQ"}},
         {"HTML",
          "Subject: a\nContent-Type: text/html\n\n<p>Click <a "
