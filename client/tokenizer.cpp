@@ -97,6 +97,7 @@ constexpr std::pair<std::string_view, header_kind> known_headers[] = {
     {"content-type", header_kind::ignored},
     {"date", header_kind::ignored},
     {"delivered-to", header_kind::ignored},
+    {"delivery-date", header_kind::ignored},
     {"dkim-signature", header_kind::marked},
     {"domainkey-signature", header_kind::marked},
     {"envelope-to", header_kind::ignored},
