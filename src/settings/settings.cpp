@@ -6,7 +6,7 @@
 
 #include "common/file_stream.h"
 #include "common/text.h"
-#include "platform/process.h"
+#include "settings/field_access.h"
 
 namespace tvr {
 
@@ -16,39 +16,6 @@ constexpr std::uint32_t basic = 0;
 constexpr std::uint32_t advanced = 1;
 
 std::unique_ptr<settings> the_settings;
-
-std::string& text_of(const field_descriptor& field) {
-    return *static_cast<std::string*>(field.member);
-}
-std::uint32_t& number_of(const field_descriptor& field) {
-    return *static_cast<std::uint32_t*>(field.member);
-}
-std::uint8_t& flag_of(const field_descriptor& field) {
-    return *static_cast<std::uint8_t*>(field.member);
-}
-double& real_of(const field_descriptor& field) {
-    return *static_cast<double*>(field.member);
-}
-
-void expand(const field_descriptor& field) {
-    if (field.type == field_type::path && field.raw)
-        text_of(field) = platform::expand_environment(*field.raw);
-}
-
-std::size_t flat_value_size(const field_descriptor& field) {
-    switch (field.type) {
-    case field_type::string:
-        return text_of(field).size() + 2;
-    case field_type::path:
-        return field.raw->size() + 2;
-    case field_type::flag:
-        return 1;
-    case field_type::real:
-        return 8;
-    default:
-        return 4;
-    }
-}
 
 // The lines of a text, without their ends.
 template <class Action>
@@ -68,12 +35,14 @@ constexpr std::uint64_t text_limit = std::uint64_t{1} << 20; // bytes; a larger 
 
 void base_settings::schema(schema_mode mode) {
     if (mode == schema_mode::declare)
-        declare(basic, field_type::path, &working_directory.expanded, "working directory", &working_directory.raw);
+        declare(basic, field_type::path, &working_directory.expanded, "working directory",
+                &working_directory.raw);
     else if (mode == schema_mode::basic_defaults)
         working_directory.expanded = "c:\\"; // deliberate: does not survive the next expansion
 }
 
-void base_settings::declare(std::uint32_t group, field_type type, void* member, const char* key, std::string* raw) {
+void base_settings::declare(std::uint32_t group, field_type type, void* member, const char* key,
+                            std::string* raw) {
     m_fields.push_back({member, raw, key, type, group});
 }
 
@@ -82,9 +51,11 @@ void base_settings::expand_all() {
         expand(field);
 }
 
-std::uint32_t base_settings::load(const std::string*, const std::string* text_file, std::uint32_t which) {
-    // The binary store can't be read by this version: its bit always fails, and its values stay as they are.
-    std::uint32_t failed = which & store_binary;
+std::uint32_t base_settings::load(const std::string* binary_file, const std::string* text_file,
+                                  std::uint32_t which) {
+    std::uint32_t failed = 0;
+    if (which & store_binary && (!binary_file || !load_binary(*binary_file)))
+        failed |= store_binary;
     if (which & store_text) {
         schema(schema_mode::advanced_defaults);
         if (!text_file || text_file->empty() || !read_text(*text_file, advanced))
@@ -93,8 +64,11 @@ std::uint32_t base_settings::load(const std::string*, const std::string* text_fi
     return failed;
 }
 
-std::uint32_t base_settings::save(const std::string*, const std::string* text_file, std::uint32_t which) {
-    std::uint32_t failed = which & store_binary; // as in load()
+std::uint32_t base_settings::save(const std::string* binary_file, const std::string* text_file,
+                                  std::uint32_t which) {
+    std::uint32_t failed = 0;
+    if (which & store_binary && (!binary_file || !save_binary(*binary_file)))
+        failed |= store_binary;
     if (which & store_text && (!text_file || text_file->empty() || !write_text(*text_file, advanced)))
         failed |= store_text;
     return failed;
@@ -138,15 +112,6 @@ bool base_settings::write_text(std::string_view file, std::uint32_t group) {
         out.write(line.data(), line.size());
     }
     return out.close();
-}
-
-std::size_t base_settings::flat_size() const noexcept {
-    std::size_t size = 4;
-    for (const field_descriptor& field : m_fields) {
-        const std::string_view key = field.key;
-        size += (key.empty() ? 4 : key.size() + 5) + flat_value_size(field);
-    }
-    return size;
 }
 
 std::string base_settings::value_text(const field_descriptor& field) {

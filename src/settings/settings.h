@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -51,18 +52,27 @@ public:
     // Makes the expanded form of every declared path from its raw form.
     void expand_all();
 
-    // Loads and saves. `which` holds store_binary (group 0) and store_text (group 1); the answer holds the
-    // bits that failed, as each does with a null or empty name. Loading the text form first brings the
-    // defaults of group 1 back, even if reading then fails. Values that a store doesn't hold stay as they
-    // are.
+    // Loads and saves. `which` holds store_binary (group 0, settings.cfg) and store_text (group 1); the
+    // answer holds the bits that failed, as each does with a null name, and that of the text with an empty
+    // one too. Values that a store doesn't hold stay as they are. The binary form fails without its section,
+    // and as a whole, with nothing taken, if it or one of its values is damaged; the default log tells about
+    // the file. Loading the text form first brings the defaults of group 1 back, even if reading then fails.
     std::uint32_t load(const std::string* binary_file, const std::string* text_file, std::uint32_t which);
     std::uint32_t save(const std::string* binary_file, const std::string* text_file, std::uint32_t which);
     // The text form, lines key="value". Reading takes the lines that name a field of `group`, in any case,
     // and passes over all others; false if the file can't be opened. Writing replaces the file.
     bool read_text(std::string_view file, std::uint32_t group = 0);
     bool write_text(std::string_view file, std::uint32_t group);
-    // Bytes of all fields in one block: a count, and for each field its key, type and value.
-    [[nodiscard]] std::size_t flat_size() const noexcept;
+    // The flat form: one block that hands settings to another component. A 32-bit count, and for each field
+    // its key and a zero byte, its 32-bit type, and its value in the binary form. `keys` are names, each with
+    // a zero byte behind it, up to an empty one or the end; without them it is all fields of both groups.
+    // Names that are no key are passed over. No file is touched.
+    [[nodiscard]] std::size_t flat_size(std::optional<std::string_view> keys = std::nullopt) const; // bytes
+    [[nodiscard]] std::string flat_export(std::optional<std::string_view> keys = std::nullopt) const;
+    // Takes each entry into the first field of its key; passes over unknown keys and over values of another
+    // type than the field's, and ignores bytes behind the last entry. False, with nothing taken, if the block
+    // is cut short.
+    bool flat_import(std::string_view block);
 
     // In the order of declaration; a field that was declared twice stands here twice.
     [[nodiscard]] std::span<const field_descriptor> fields() const noexcept { return m_fields; }
@@ -73,7 +83,13 @@ public:
 
     path_setting working_directory;
 
-protected:
+private:
+    bool load_binary(const std::string& file);
+    [[nodiscard]] bool save_binary(const std::string& file) const;
+    // The fields that a list of keys names, in its order.
+    [[nodiscard]] std::vector<const field_descriptor*> chosen(std::optional<std::string_view> keys) const;
+    [[nodiscard]] const field_descriptor* find(std::string_view key) const; // the first one; null if none
+
     std::vector<field_descriptor> m_fields;
 };
 

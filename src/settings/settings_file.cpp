@@ -141,7 +141,7 @@ bool _kwilsfile::advanced_save(std::string_view file) {
     return done;
 }
 
-std::size_t _kwilsfile::size() const noexcept {
+std::size_t _kwilsfile::size() const {
     return m_settings ? m_settings->flat_size() + 4 : 0;
 }
 

@@ -20,21 +20,26 @@ public:
 
     // Declares the working directory and takes it from the user's settings folder.
     void find_working_directory();
+    // Reads settings.cfg for what has been declared, which at the start is the working directory alone.
     // deliberate: asks for a text file that it doesn't name, so that it always answers false; prepare() is
-    // what brings the settings up.
+    // what brings the settings up, and so defaults and seeds win over settings.cfg. The working directory of
+    // settings.cfg stands only if the user's settings folder can't be had.
     bool load();
     // Defaults, then the seed tvram.ini, the data folders, and advanced.ini.
     void prepare();
-    // Writes both stores; the failed bits of base_settings::save(), or 0 if the mark is neither valid one.
+    // Writes settings.cfg and advanced.ini; the failed bits of base_settings::save(), or 0 if the mark is
+    // neither valid one.
     std::uint32_t save();
     bool read_seed(std::string_view file);
     // The text file of group 1, with "training delay" in milliseconds in memory. The engine keeps seconds
     // and never takes this way.
     bool advanced_load(std::string_view file);
     bool advanced_save(std::string_view file);
-    [[nodiscard]] std::size_t size() const noexcept; // of all fields in one block and 4 bytes; 0 if not attached
+    [[nodiscard]] std::size_t size() const; // of all fields in one block and 4 bytes; 0 if not attached
 
-    // The paths of settings.cfg and advanced.ini; null without settings, the second also without a root.
+    // The paths of settings.cfg and advanced.ini; null without settings, the second also without a root. Each
+    // is made once. deliberate: the first is made of the raw working directory, so that settings.cfg is found
+    // only where that holds no %name% references.
     const std::string* settingsfile();
     const std::string* advancedfile();
 
