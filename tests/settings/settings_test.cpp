@@ -161,6 +161,88 @@ TEST(base_settings_test, declared_twice_the_first_is_found) {
     EXPECT_EQ(set.flat_size(), 4U + (22 + 11) + 2 * (8 + 4) + (9 + 8) + (9 + 1) + (9 + 5));
 }
 
+// One field of each kind, in all binary forms.
+class binary_settings : public testing::Test {
+protected:
+    binary_settings() {
+        set.declare_base();
+        set.declare(0, field_type::flag, &flag, "flag");
+        set.declare(0, field_type::number, &number, "number");
+        set.declare(0, field_type::real, &real, "real");
+        set.declare(0, field_type::string, &text, "text");
+        set.declare(1, field_type::integer, &advanced, "advanced");
+        set.working_directory.raw = "%appdata%";
+    }
+    [[nodiscard]] std::string values() const {
+        return set.working_directory.raw + " " + std::to_string(flag) + " " + std::to_string(number) + " " +
+               std::to_string(real) + " " + text.substr(0, 20) + " " + std::to_string(advanced);
+    }
+
+    test_root root;
+    std::string path = root.engine_path("settings.cfg");
+    std::string names = "abba\1\0\0\0\3\0flag\0\4\0number\0\5\0real\0\1\0tessivar basic settings\0"s +
+                        "\6\0text\0\2\0working directory\0\xFF\xFF\0"s;
+    std::string content = names + "\x40\1\1\0\x40\5\2\0\x49\x0F"s + le(1) + "\x09\0%appdata%"s +
+                          "\3\0\x49\5\3\0\0\0\2\4\0\x49\x08"s + le(4, 0x80000001) + "\5\0\x49\x0C"s +
+                          le(5, 0, 0x3FF80000) + "\6\0\x49\x09"s + le(0) + "\3\0v\0w"s;
+    std::uint8_t flag = 2;
+    std::uint32_t number = 0x80000001, advanced = 7;
+    double real = 1.5;
+    std::string text = "v\0w"s;
+    base_settings set;
+};
+
+TEST_F(binary_settings, settings_cfg) {
+    EXPECT_EQ(set.save(&path, nullptr, store_binary), 0U);
+    EXPECT_EQ(read_file(root.path() / "settings.cfg"), content);
+    const std::string none = root.engine_path("no\\settings.cfg");
+    EXPECT_EQ(set.save(&none, nullptr, store_binary), store_binary);
+    EXPECT_EQ(set.load(&none, nullptr, store_binary), store_binary);
+    EXPECT_EQ(set.load(nullptr, nullptr, store_binary), store_binary);
+    const struct {
+        std::string file;
+        std::uint32_t failed;
+        std::string values;
+    } table[] = {
+        {content, 0, "%appdata% 2 2147483649 1.500000 "s + text + " 7"},
+        {names + "\x40\1\1\0\x40\0"s, 0, "x 0 0 0.000000 x 7"}, // nothing in it
+        {names + "\x40\0"s, store_binary, "x 0 0 0.000000 x 7"},
+        {names + "\x40\1\1\0\x47\0"s, store_binary, "x 0 0 0.000000 x 7"}, // no section
+        // The stored type doesn't count, nor does what stands behind the value, nor the tag.
+        {names + "\x40\1\1\0\x40\2\3\0\6ttttfffffffffffg\6\0\x47\7tttt\1\0v"s, 0, "x 102 0 0.000000 v 7"},
+        {names + "\x40\1\1\0\x40\2\3\0\x49\5tttt\1\4\0\x49\7tttt\1\0\0"s, store_binary, "x 0 0 0.000000 x 7"},
+        {names + "\x40\1\1\0\x40\2\3\0\x49\5tttt\1\6\0\x49\7tttt\2\0v"s, store_binary, "x 0 0 0.000000 x 7"},
+    };
+    for (const auto& row : table) {
+        set.working_directory.raw = text = "x";
+        flag = 0;
+        number = 0;
+        real = 0;
+        write_file(root.path() / "settings.cfg", row.file);
+        EXPECT_EQ(set.load(&path, nullptr, store_binary), row.failed) << &row - table;
+        EXPECT_EQ(values(), row.values) << &row - table;
+    }
+}
+
+TEST_F(binary_settings, flat_form) {
+    const std::string two = le(2) + "text\0"s + le(0) + "\3\0v\0w"s + "flag\0"s + le(3) + "\2";
+    EXPECT_EQ(set.flat_export("text\0no key\0flag\0\0number\0"sv), two);
+    EXPECT_EQ(set.flat_size("text\0no key\0flag"sv), two.size());
+    EXPECT_EQ(set.flat_export("advanced"sv), le(1) + "advanced\0"s + le(2, 7));
+    EXPECT_EQ(set.flat_export().size(), set.flat_size());
+    EXPECT_EQ(set.flat_export().substr(0, 4), le(6));
+    const std::string block = le(5) + "no key\0"s + le(1) + "\2\0zz"s + "number\0"s + le(4, 5) + "text\0"s +
+                              le(2, 6) + "working directory\0"s + le(1) + "\1\0y"s + "flag\0"s + le(3) + "\1";
+    for (std::size_t size = 0; size != block.size(); ++size)
+        EXPECT_FALSE(set.flat_import(block.substr(0, size))) << size;
+    EXPECT_EQ(values(), "%appdata% 2 2147483649 1.500000 v\0w 7"s) << "all or nothing";
+    EXPECT_TRUE(set.flat_import(block + "more"));
+    EXPECT_EQ(values(), "y 1 5 1.500000 v\0w 7"s) << "a value of another type is passed over";
+    EXPECT_EQ(set.working_directory.expanded, "y");
+    text.assign(65537, 'v'); // its length doesn't fit
+    EXPECT_EQ(set.flat_export("text"sv), le(1) + "text\0"s + le(0) + "\1\0v"s);
+}
+
 // --- the start ---
 
 constexpr auto default_raw = "%appdata%\\Orvenix\\Brackenhold\\data\\";
@@ -243,6 +325,25 @@ TEST_F(settings_start, goes_where_the_registry_says) {
     EXPECT_EQ(common_settings::getsettingsfolder(), "");
 }
 
+TEST_F(settings_start, settings_cfg_gives_way_to_the_registry_and_the_defaults) {
+    const std::string own = root.engine_path("own\\");
+    const std::string content = "abba\1\0\0\0\1\0sighificant tokens\0\2\0tessivar basic settings\0"s +
+                                "\3\0working directory\0\xFF\xFF\0\x40\1\2\0\x40\2\1\0\x49\x08"s + le(4, 9) +
+                                "\3\0\x49\x08"s + le(1) + "\2\0x:"s;
+    ASSERT_TRUE(paths.set("tvram settings", 1, own + '\0'));
+    write_file(root.path() / "own" / "settings.cfg", content);
+    file.find_working_directory();
+    EXPECT_FALSE(file.load());
+    EXPECT_EQ(set.working_directory.raw, "x:");
+    file.prepare();
+    EXPECT_EQ(set.working_directory.raw, own);
+    EXPECT_EQ(set.sighificant_tokens, 15U);
+    EXPECT_EQ(read_file(root.path() / "own" / "settings.cfg"), content);
+    file.magic = _kwilsfile::magic_accepted;
+    EXPECT_EQ(file.save(), 0U);
+    EXPECT_NE(read_file(root.path() / "own" / "settings.cfg"), content);
+}
+
 TEST_F(settings_start, lives_without_any_file) {
     std::filesystem::remove_all(install);
     start();
@@ -260,7 +361,7 @@ TEST_F(settings_start, the_mark_allows_saving) {
     EXPECT_EQ(file.save(), 0U);
     EXPECT_EQ(read_file(install / "advanced.ini"), "kept");
     file.magic = _kwilsfile::magic_valid;
-    EXPECT_EQ(file.save() & store_text, 0U);
+    EXPECT_EQ(file.save(), store_binary) << "the path of settings.cfg isn't expanded";
     EXPECT_TRUE(read_file(install / "advanced.ini").starts_with("export selective download=\"1\"\n"));
     // In milliseconds on this way alone.
     set.training_delay = 5000;

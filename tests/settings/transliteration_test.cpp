@@ -1,0 +1,98 @@
+#include "settings/transliteration.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+#include "platform/registry.h"
+#include "settings/settings.h"
+#include "tests/support/file_bytes.h"
+#include "tests/support/test_root.h"
+
+namespace tvr {
+
+namespace {
+
+using namespace std::literals;
+
+TEST(transliteration_test, partial) {
+    settings& set = make_current_settings();
+    const std::string table = std::string(1, '?') + std::string(94, '-') + "!"; // of 32, of 33 to 126, of 127
+    const struct {
+        std::uint8_t is_on;
+        std::string table, alphabet, text, result;
+    } rows[] = {
+        {1, table, "\xE0\xE1", "a\xE1 ~\x7F\x80\xFF\x1F\0z"s, "-\xE1 -!\x80\xFF\x1F\0-"s},
+        {1, table, "\xE0\xE1", "plain", "plain"},
+        {1, table, "", "a\xE1", "a\xE1"},
+        {1, table + "more", "b", "ab", "--"},
+        {1, table.substr(1), "b", "ab", "ab"},
+        {0, table, "b", "ab", "ab"},
+    };
+    for (const auto& row : rows) {
+        set.use_partically_translitting = row.is_on;
+        set.spam_transliteration_table = row.table;
+        set.local_user_alphabet = row.alphabet;
+        std::string text = row.text;
+        EXPECT_EQ(&partial_transliteration(text), &text);
+        EXPECT_EQ(text, row.result) << &row - rows;
+    }
+}
+
+TEST(transliteration_test, tables) {
+    const test_root root;
+    platform::registry_key key;
+    ASSERT_TRUE(key.create(platform::registry_root::local_machine, "Software\\Orvenix\\Brackenhold\\Paths") &&
+                key.set("TessivarRoot", 1, root.engine_path("install")));
+    settings& set = make_current_settings();
+    set.use_translit_tables_from_registry = 1;
+    set.working_directory.expanded = root.engine_path("work\\");
+    const auto store = [&](const std::string& name, const std::string& table) {
+        EXPECT_TRUE(key.create(platform::registry_root::current_user,
+                               "Software\\Orvenix\\Brackenhold\\PathsXLT\\" + name) &&
+                    key.set("Table", platform::registry_type::binary, table));
+    };
+    // Each table turns "a" into the letter of its place.
+    const auto table = [](char letter, std::size_t size) { return std::string(size, letter); };
+    store("both", table('r', 256));
+    store("long", table('r', 257));
+    store("empty", "");
+    write_file(root.path() / "work/xlt/both.bin", table('w', 256));
+    write_file(root.path() / "work/xlt/long.bin", table('w', 98));
+    write_file(root.path() / "work/xlt/empty.bin", table('w', 97)); // "a" is 97
+    write_file(root.path() / "install/xlt/file.bin", table('i', 300));
+    write_file(root.path() / "work/xlt/file.bin", table('w', 256));
+    write_file(root.path() / "install/xlt/hollow.bin", "");
+    write_file(root.path() / "work/xlt/hollow.bin", table('w', 256));
+    const struct {
+        std::uint8_t by_registry;
+        const char* name;
+        bool loaded;
+        std::string result; // of "a", 255, blank, 31 and zero
+    } rows[] = {
+        {1, " both\t", true, "rrr\x1F\0"s},     {0, "both", true, "www\x1F\0"s},
+        {1, "long", true, "w\xFFw\x1F\0"s},     {1, "empty", true, "a\xFFw\x1F\0"s},
+        {1, "file", true, "iii\x1F\0"s},        {1, "hollow", false, "a\xFF \x1F\0"s},
+        {1, "missing", false, "a\xFF \x1F\0"s},
+    };
+    for (const auto& row : rows) {
+        set.use_translit_tables_from_registry = row.by_registry;
+        xlt_table translation;
+        std::string text = "a\xFF \x1F\0"s;
+        EXPECT_EQ(translation.load(row.name), row.loaded) << row.name;
+        translation.translate(text);
+        EXPECT_EQ(text, row.result) << row.name;
+    }
+    xlt_table kept;
+    EXPECT_TRUE(kept.load("file") && kept.load("missing") && kept.name() == "file");
+    std::filesystem::remove_all(root.path() / "install");
+    std::filesystem::remove_all(root.path() / "work");
+    EXPECT_FALSE(kept.load("file"));
+    EXPECT_TRUE(kept.load("") && !kept.loaded() && kept.name().empty());
+    store("new", table('n', 256));
+    set.use_translit_tables_from_registry = 1;
+    EXPECT_TRUE(kept.load("new") && kept.name() == "new");
+}
+
+} // namespace
+
+} // namespace tvr
