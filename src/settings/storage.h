@@ -53,7 +53,7 @@ struct storage_handle {
 class storage_object {
 public:
     // The largest form that is packed or unpacked (bytes); it bounds the memory that a damaged file can take.
-    static constexpr std::size_t max_packed_size = std::size_t{1} << 24;
+    static constexpr std::size_t max_packed_size = std::size_t{1} << 22;
 
     storage_object();
     virtual ~storage_object();

@@ -82,16 +82,13 @@ TEST(storage_test, writes_the_file_form) {
 }
 
 TEST(storage_test, sizes_have_the_smallest_form) {
-    for (const auto& [size, form] : {std::pair(255U, "\x49\xFF"s),
-                                     {256U, "\x89\0\1"s},
-                                     {65535U, "\x89\xFF\xFF"s},
-                                     {65536U, "\xC9\0\0\1\0"s}}) {
+    const std::pair<std::size_t, std::string> forms[] = {
+        {255, "\x49\xFF"}, {256, "\x89\0\1"s}, {65535, "\x89\xFF\xFF"}, {65536, "\xC9\0\0\1\0"s}};
+    for (const auto& [size, form] : forms) {
         storage_object store;
-        EXPECT_TRUE(put(store, "x", std::string(size, 'v'), nullptr, false, entry_tag::blob));
-        EXPECT_EQ(packed(store),
-                  std::string(head) + "\1\0x\0\xFF\xFF\0\x40\1\1\0"s + form + std::string(size, 'v'));
-        put(store, "x", std::string(storage_object::max_packed_size, 'v'), nullptr, false, entry_tag::blob);
-        EXPECT_EQ(packed(store), "not packed");
+        const std::string text(size, 'v');
+        EXPECT_TRUE(put(store, "x", text, nullptr, false, entry_tag::blob));
+        EXPECT_EQ(packed(store), std::string(head) + "\1\0x\0\xFF\xFF\0\x40\1\1\0"s + form + text);
     }
 }
 
@@ -110,16 +107,13 @@ TEST(storage_test, reads_every_form_and_refuses_damage) {
         {nameless("\x40\1\7\0\x43\3vwx"sv), refused}, // one byte is left over
         {nameless("\x40\1\7\0\3v"sv), refused},
         {nameless("\x40\1\7\0\x48\3vwx"sv), nameless("\x40\1\7\0\x48\2vw"sv)},
-        {nameless("\x40\1\7\0\x49\2v"sv), refused},
         // Unknown tags go with their headers alone.
         {nameless("\x40\2\7\0\x0A\7\0\1v"sv), nameless("\x40\1\7\0\1v"sv)},
         {nameless("\x40\2\7\0\x7F\x33\7\0\1v"sv), nameless("\x40\1\7\0\1v"sv)},
         {nameless("\xC0\xFF\xFF\xFF\xFF\7\0\1v"sv), refused},
         {nameless("\x40\1\7\0\xC9\xFF\xFF\xFF\xFFv"sv), refused},
-        {nameless("\x40\1\7\0\xC0\0\0"sv), refused},
         {nameless("\x40\0\0"sv), refused}, // left over
         {nameless("\1v"sv), refused},      // the root is no section
-        {nameless(""), refused},
         {"abba\2\0\0\0\xFF\xFF\0\x40\0"s, refused},
         {"abbA\1\0\0\0\xFF\xFF\0\x40\0"s, refused},
         {"abba\1xyz\xFF\xFFx\x40\0"s, nameless("\x40\0"sv)},
@@ -157,9 +151,9 @@ TEST(storage_test, lives_through_any_damage) {
             EXPECT_TRUE(store.load(bytes(again)) && packed(store) == again) << place << " " << other;
         }
     }
-    // A million sections, each in the one before.
+    // Many sections, each in the one before.
     std::string deep;
-    for (int level = 0; level != 1'000'000; ++level)
+    for (int level = 0; level != 200'000; ++level)
         deep += "\x40\1\7\0"s;
     deep = nameless(deep + "\x40\0"s);
     EXPECT_TRUE(store.load(bytes(deep)) && packed(store) == deep);
@@ -170,44 +164,36 @@ TEST(storage_test, paths_find_and_make_the_last_name_only) {
     EXPECT_FALSE(store.create_section("a\\b", nullptr, false)) << "the first name must be there";
     const owned first(store.create_section("a", nullptr, false));
     const owned second(store.create_section("a", nullptr, true));
-    const owned same(store.create_section("a", nullptr, false));
-    ASSERT_TRUE(first && second && same);
-    EXPECT_EQ(first->entry, same->entry);
-    EXPECT_NE(first->entry, second->entry);
+    EXPECT_EQ(owned(store.create_section("a", nullptr, false))->entry, first->entry);
     EXPECT_TRUE(put(store, "a/x", "1") && put(store, "x", "2", second.get()) && put(store, "x", "3"));
-    EXPECT_EQ(value(store, "a\\x"), "1");
-    EXPECT_EQ(value(store, "x", second.get()), "2");
-    EXPECT_TRUE(put(store, "x", "4"));
-    EXPECT_EQ(value(store, "x"), "4");
-    EXPECT_FALSE(put(store, "x", "55", nullptr, false, entry_tag::blob)) << "another tag stays";
-    EXPECT_FALSE(put(store, "x\\y", "5")) << "no section";
-    EXPECT_FALSE(put(store, nullptr, "5") || put(store, "x", "5", nullptr, false, entry_tag::word));
-    EXPECT_FALSE(put(store, "y", "", nullptr, false, entry_tag::section) ||
-                 put(store, "y", "", nullptr, false, static_cast<entry_tag>(10)));
-    EXPECT_EQ(value(store, "x"), "4");
+    EXPECT_EQ(value(store, "a\\x") + value(store, "x", second.get()) + value(store, "x"), "123");
+    EXPECT_TRUE(put(store, "x", "12345"));
+    // Another tag, no section on the way, no path, no value, no tag, no size of a word.
+    EXPECT_FALSE(put(store, "x", "5", nullptr, false, entry_tag::blob) || put(store, "x\\y", "5") ||
+                 put(store, nullptr, "5") || put(store, "y", "", nullptr, false, entry_tag::section) ||
+                 put(store, "y", "", nullptr, false, static_cast<entry_tag>(10)) ||
+                 put(store, "y", "5", nullptr, false, entry_tag::word));
     EXPECT_FALSE(store.create_section("x", nullptr, false)) << "that is a value";
-
     const owned x(store.find_section("x", nullptr));
-    EXPECT_TRUE(store.set_at(x.get(), bytes("12345"), entry_tag::string));
     EXPECT_FALSE(store.set_at(x.get(), bytes("1"), entry_tag::blob));
     const struct {
         const char* path;
-        bool has_buffer;
-        std::size_t buffer_size;
+        std::size_t buffer_size; // 0: none
         entry_tag type;
         bool answer;
         std::size_t size;
-    } table[] = {
-        {"x", true, 4, entry_tag::string, false, 5}, {"x", true, 5, entry_tag::string, true, 5},
-        {"x", false, 0, entry_tag::blob, true, 5},   {"x", true, 5, entry_tag::wide_string, false, 9},
-        {"a", true, 5, entry_tag::blob, false, 9},   {"no", true, 5, entry_tag::blob, false, 9}};
+    } table[] = {{"x", 4, entry_tag::string, false, 5}, {"x", 5, entry_tag::string, true, 5},
+                 {"x", 0, entry_tag::blob, true, 5},    {"x", 5, entry_tag::wide_string, false, 9},
+                 {"a", 5, entry_tag::blob, false, 9},   {"no", 5, entry_tag::blob, false, 9}};
     for (const auto& row : table) {
         char buffer[5];
         std::size_t size = 9;
-        void* const to = row.has_buffer ? buffer : nullptr;
+        void* const to = row.buffer_size != 0 ? buffer : nullptr;
         EXPECT_EQ(store.get(row.path, nullptr, to, row.buffer_size, &size, row.type, nullptr), row.answer);
         EXPECT_EQ(size, row.size) << &row - table;
     }
+    EXPECT_TRUE(store.set_at(x.get(), bytes("6"), entry_tag::string));
+    EXPECT_EQ(value(store, "x"), "6");
 }
 
 TEST(storage_test, walks_from_handle_to_handle) {
@@ -230,15 +216,15 @@ TEST(storage_test, walks_from_handle_to_handle) {
     storage_object another;
     const owned foreign(another.create_section("v", nullptr, false));
     alignas(storage_handle) std::array<std::uint8_t, sizeof(storage_handle)> junk{};
-    auto* const no_handle = reinterpret_cast<storage_handle*>(junk.data());
-    for (storage_handle* wrong : {foreign.get(), no_handle, static_cast<storage_handle*>(nullptr)}) {
+    for (storage_handle* wrong : {foreign.get(), reinterpret_cast<storage_handle*>(junk.data())}) {
         EXPECT_FALSE(store.next(wrong, true) || store.next_release(wrong, true) ||
-                     store.clear_section(wrong) || store.set_at(wrong, bytes("x"), entry_tag::string));
+                     store.clear_section(wrong) || store.set_at(wrong, bytes("x"), entry_tag::string) ||
+                     put(store, "x", "x", wrong) || store.create_section("x", wrong, false) ||
+                     store.find_section(nullptr, wrong));
+        EXPECT_EQ(value(store, "v", wrong) + value(store, "v", nullptr, &wrong), "nonenone");
         store.release(wrong);
-        EXPECT_TRUE(!wrong || (!put(store, "x", "x", wrong) && !store.create_section("x", wrong, false) &&
-                               !store.find_section(nullptr, wrong) && value(store, "v", wrong) == "none" &&
-                               value(store, "v", nullptr, &wrong) == "none"));
     }
+    EXPECT_FALSE(store.next(nullptr, true) || store.clear_section(nullptr));
     const owned section(store.create_section("s", nullptr, false));
     EXPECT_TRUE(put(store, "v", "4", section.get()) && put(store, "v", "5", section.get(), true));
     const owned stale(store.find_section("v", section.get()));
@@ -270,10 +256,8 @@ TEST(storage_test, issues_ids) {
     for (int number = 0; number != 0xFFFE; ++number)
         ASSERT_TRUE(put(store, std::to_string(number).c_str(), "v", nullptr, true));
     EXPECT_FALSE(put(store, "one more", "v"));
-    EXPECT_TRUE(put(store, "65533", "last"));
-    storage_object copy;
-    EXPECT_TRUE(copy.load(bytes(packed(store))));
-    EXPECT_EQ(value(copy, "65533"), "last");
+    EXPECT_TRUE(put(store, "65533", "last") && store.load(bytes(packed(store))));
+    EXPECT_EQ(value(store, "65533"), "last");
 }
 
 TEST(storage_test, a_handle_keeps_other_threads_out) {
