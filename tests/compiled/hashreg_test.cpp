@@ -1,0 +1,115 @@
+// The compiled base as its readers see it, from files by hand.
+#include <gtest/gtest.h>
+
+#include "compiled/hashreg.h"
+#include "platform/file.h"
+#include "support/file_bytes.h"
+#include "support/test_root.h"
+
+namespace {
+
+using namespace std::literals;
+using tvr::counted;
+using tvr::hashreg;
+using tvr::le;
+
+constexpr std::uint32_t half = 0x3F000000;
+constexpr std::uint32_t highest = 0x3F7D70A4; // 0.99
+
+std::string base_bytes(std::uint32_t signature, std::uint32_t count, std::string_view entries) {
+    return le(signature, 8, 10, 20, 300, 400, 1, 2, 3, 4, count, entries.size()).append(entries);
+}
+const std::string two = counted("B ab", highest) + counted("H x", half);
+
+class Reader : public testing::Test {
+protected:
+    bool load(const std::string& bytes) {
+        tvr::write_file(m_root.path() / "cashe.rgd", bytes);
+        return m_base.load(m_path);
+    }
+    void set_time(std::uint64_t time) {
+        tvr::platform::file file;
+        ASSERT_TRUE(file.open(m_path, tvr::platform::access::write, tvr::platform::share::none,
+                              tvr::platform::creation::open_existing));
+        ASSERT_TRUE(file.set_last_write_time(time));
+    }
+
+    tvr::test_root m_root;
+    std::string m_path = m_root.engine_path("cashe.rgd");
+    hashreg m_base;
+};
+
+TEST_F(Reader, GradesTokens) {
+    EXPECT_EQ(m_base.grade("B ab"), 0.0);
+    ASSERT_TRUE(load(base_bytes(0x4A534144, 2, two)));
+    EXPECT_FLOAT_EQ(static_cast<float>(m_base.grade("B ab")), 0.99F);
+    EXPECT_EQ(m_base.grade("H x"), 0.5);
+    EXPECT_EQ(m_base.grade("B abc"), 0.0);
+    EXPECT_EQ(m_base.grade(""), 0.0);
+    EXPECT_EQ(m_base.header().spam_messages, 20U);
+    ASSERT_TRUE(load(base_bytes(0x49534144, 1, counted("B ab", half)))); // the deprecated form
+    EXPECT_EQ(m_base.grade("B ab"), 0.5);
+    EXPECT_EQ(m_base.grade("H x"), 0.0);
+    ASSERT_TRUE(load(base_bytes(0x4A534144, 0, "")));
+    EXPECT_EQ(m_base.grade("B ab"), 0.0);
+}
+
+TEST_F(Reader, RefusesWhatIsNoBase) {
+    const std::string whole = base_bytes(0x4A534144, 2, two);
+    for (const std::string& bytes : {""s, "DAS"s, base_bytes(0x4A534145, 2, two), whole.substr(0, 44)}) {
+        ASSERT_TRUE(load(whole));
+        EXPECT_FALSE(load(bytes)) << bytes.size();
+        EXPECT_EQ(m_base.grade("B ab"), 0.0);
+    }
+    ASSERT_TRUE(load(whole));
+    EXPECT_FALSE(m_base.load(m_root.engine_path("absent")));
+    // Counts that lie, and every cut: any answer, but an answer.
+    for (std::size_t size = 0; size < whole.size(); ++size)
+        load(whole.substr(0, size));
+    load(base_bytes(0x4A534144, 0x7FFFFFFF, two));
+    load(le(0x4A534144, 8, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0xFFFFFFF0));
+}
+
+// deliberate: the words of the time are compared each by itself.
+TEST_F(Reader, ComparesTimesByWords) {
+    const std::uint64_t high = std::uint64_t{0x01C00000} << 32;
+    const struct {
+        std::uint64_t loaded, file;
+        bool fresher;
+    } cases[] = {
+        {high + 1000, high + 1000, false},
+        {high + 1000, high + 1001, true},
+        {high + 1000, high + 999, false},
+        {high + 50, high - (std::uint64_t{1} << 32) + 100, true},
+        {high + 200, high - (std::uint64_t{1} << 32) + 100, false},
+        {high + 200, high + (std::uint64_t{1} << 32) + 100, true},
+    };
+    for (const auto& test : cases) {
+        ASSERT_TRUE(load(base_bytes(0x4A534144, 0, "")));
+        set_time(test.loaded);
+        ASSERT_TRUE(m_base.load(m_path));
+        std::uint64_t time = 0;
+        m_base.get_loaded_time(&time);
+        EXPECT_EQ(time, test.loaded);
+        set_time(test.file);
+        EXPECT_EQ(m_base.is_file_fresher(m_path), test.fresher);
+    }
+    m_base.get_loaded_time(nullptr);
+    EXPECT_TRUE(m_base.load("")); // forgets the time alone
+    EXPECT_TRUE(m_base.is_file_fresher(m_path));
+    EXPECT_FALSE(m_base.is_file_fresher(m_root.engine_path("absent")));
+}
+
+TEST_F(Reader, TellsTheTotals) {
+    m_base.say_status_to_ini();
+    const auto path = m_root.path() / "common/Orvenix/Brackenhold/tessivar_stat.ini";
+    EXPECT_FALSE(std::filesystem::exists(path));
+    std::filesystem::create_directories(path.parent_path());
+    ASSERT_TRUE(load(base_bytes(0x4A534144, 2, two)));
+    m_base.say_status_to_ini();
+    EXPECT_EQ(tvr::read_file(path),
+              "[DbStatus]\r\nNonSpamLetters=10\r\nSpamLetters=20\r\nNonSpamWords=400\r\n"
+              "SpamWords=300\r\n");
+}
+
+} // namespace
