@@ -23,7 +23,6 @@ TEST(transliteration_test, partial) {
     } rows[] = {
         {1, table, "\xE0\xE1", "a\xE1 ~\x7F\x80\xFF\x1F\0z"s, "-\xE1 -!\x80\xFF\x1F\0-"s},
         {1, table, "\xE0\xE1", "plain", "plain"},
-        {1, table, "", "a\xE1", "a\xE1"},
         {1, table + "more", "b", "ab", "--"},
         {1, table.substr(1), "b", "ab", "ab"},
         {0, table, "b", "ab", "ab"},
