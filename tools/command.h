@@ -1,10 +1,11 @@
 // The commands of tvrctl.
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include <CLI/CLI.hpp>
+
+#include "tools/text.h"
 
 namespace tvr {
 
@@ -24,9 +25,5 @@ void add_log(CLI::App& program, int& code);
 
 // Writes "tvrctl: text" to standard error; answers exit_code::failed.
 int fail(const std::string& text);
-
-std::string grouped(std::uint64_t number);      // 1,234,567
-std::string date_text(std::uint32_t minutes);   // of minutes since 1601: 2002-08-22; "-" for none
-std::string time_text(std::uint64_t file_time); // of 100 ns units since 1601: 2002-08-22 18:30:05 UTC
 
 } // namespace tvr

@@ -195,8 +195,10 @@ bool mail_source::next(mail_item& item) {
             return false;
         if (!read_message(item))
             m_input = nullptr;
-        else if (accept(item))
+        else if (accept(item)) {
+            item.index = m_given++;
             return true;
+        }
     }
 }
 

@@ -16,6 +16,7 @@ struct mail_item {
     std::string name; // for the user: the file, and the number of the message in an mbox
     std::string raw;
     bool spam = false;
+    std::uint64_t index = 0; // among those given out
 };
 
 // Gives out messages one by one, in a fixed order: as the paths were added, folders by name. One thread at
@@ -61,7 +62,8 @@ private:
     std::istream* m_input = nullptr; // null: no file is open
     bool m_is_mbox = false;
     std::uint32_t m_number = 0; // of the message in its file
-    std::string m_line;         // read, but not given out: where the next message begins
+    std::uint64_t m_given = 0;
+    std::string m_line; // read, but not given out: where the next message begins
 };
 
 // True for the line that begins a message in an mbox: "From ", a sender, and a date.

@@ -2,12 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <mutex>
-#include <thread>
 #include <vector>
 
 #include "client/tvr_ipc.h"
@@ -16,8 +12,8 @@
 #include "platform/process.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
-#include "tools/mail_source.h"
-#include "tools/progress.h"
+#include "tools/mail_reading.h"
+#include "tools/train.h"
 
 namespace tvr {
 
@@ -29,137 +25,49 @@ double seconds_since(clock::time_point start) {
     return std::chrono::duration<double>(clock::now() - start).count();
 }
 
-struct train_options {
-    std::vector<std::string> spam;
-    std::vector<std::string> ham;
-    bool wait = false;
-    bool later = false;
-    bool manual = false;
-    bool quiet = false;
-    unsigned threads = 0; // 0: one for each processor
-    unsigned timeout = 600;
+// What has reached the cache.
+struct training_sum {
+    std::array<std::uint64_t, 2> messages{}; // ham, spam
+    std::uint64_t tokens = 0;
+
+    [[nodiscard]] std::uint64_t all() const { return messages[0] + messages[1]; }
 };
 
-// Reads and cuts up mail on several threads. The records reach the cache in the order of the mail, so that
-// equal mail gives an equal base.
-class mail_feeder {
+// Appends each chunk to the cache.
+class training_worker final : public mail_worker {
 public:
-    mail_feeder(const train_options& options, training_client& client)
-        : m_options(options), m_client(client), m_progress("Reading mail", options.quiet),
-          m_source([this](const std::string& name, const std::string& why) { report_skipped(name, why); }) {
-        for (const std::string& path : options.spam)
-            m_source.add(path, true);
-        for (const std::string& path : options.ham)
-            m_source.add(path, false);
-    }
+    training_worker(const train_options& options, training_client& client, training_sum& sum,
+                    ipc_status& failure)
+        : m_options(options), m_client(client), m_sum(sum), m_failure(failure) {}
 
-    void run() {
-        unsigned count = m_options.threads != 0 ? m_options.threads : std::thread::hardware_concurrency();
-        count = std::clamp(count, 1U, 64U);
-        std::vector<std::thread> workers;
-        for (unsigned i = 1; i < count; ++i)
-            workers.emplace_back([this] { work(); });
-        work();
-        for (std::thread& worker : workers)
-            worker.join();
-        if (taken() != 0)
-            show_progress(m_source.total() + 1);
-        m_progress.clear();
+    void begin() override {
+        m_batch.clear();
+        m_chunk = {};
     }
-
-    [[nodiscard]] std::uint64_t spam() const { return m_taken[1]; }
-    [[nodiscard]] std::uint64_t ham() const { return m_taken[0]; }
-    [[nodiscard]] std::uint64_t taken() const { return spam() + ham(); }
-    [[nodiscard]] std::uint64_t tokens() const { return m_tokens; }
-    [[nodiscard]] std::uint64_t skipped() const { return m_skipped; }
-    [[nodiscard]] const ipc_status& failure() const { return m_failure; }
+    bool wants(const mail_item& mail) override { return !m_options.selects || m_options.selects(mail); }
+    void take(const mail_item& mail, const tokenizer& cut) override {
+        m_batch.add(describe(cut.facts(), mail.raw.size(), mail.spam, m_options.manual), cut.tokens());
+        ++m_chunk.messages[mail.spam ? 1 : 0];
+        m_chunk.tokens += cut.tokens().size();
+    }
+    bool commit() override {
+        if (ipc_status status = m_client.append(m_batch); !status) {
+            m_failure = std::move(status);
+            return false;
+        }
+        for (std::size_t half : {0U, 1U})
+            m_sum.messages[half] += m_chunk.messages[half];
+        m_sum.tokens += m_chunk.tokens;
+        return true;
+    }
 
 private:
-    static constexpr std::size_t chunk_messages = 64;
-    static constexpr std::size_t chunk_bytes = std::size_t{4} << 20;
-
-    void report_skipped(const std::string& name, const std::string& why) {
-        ++m_skipped;
-        m_progress.clear();
-        std::fprintf(stderr, "tvrctl: %s: %s; skipped\n", name.c_str(), why.c_str());
-    }
-
-    // All is done only when the last message is appended, not when it has been read.
-    void show_progress(std::uint64_t done) {
-        m_progress.show(done, m_source.total() + 1, grouped(m_appended) + " messages");
-    }
-
-    // The next messages, and their place in the order.
-    bool take_chunk(std::vector<mail_item>& items, std::size_t& filled, std::uint64_t& turn) {
-        const std::lock_guard lock(m_source_mutex);
-        filled = 0;
-        for (std::size_t bytes = 0; filled < chunk_messages && bytes < chunk_bytes && m_failure; ++filled) {
-            if (!m_source.next(items[filled]))
-                break;
-            bytes += items[filled].raw.size();
-        }
-        turn = m_chunks;
-        m_chunks += filled != 0 ? 1 : 0;
-        show_progress(m_source.done());
-        return filled != 0;
-    }
-
-    void work() {
-        tokenizer tokenizer;
-        record_batch batch;
-        std::vector<mail_item> items(chunk_messages);
-        std::size_t filled = 0;
-        std::uint64_t turn = 0;
-        while (take_chunk(items, filled, turn)) {
-            batch.clear();
-            std::array<std::uint64_t, 2> taken{};
-            std::uint64_t tokens = 0;
-            for (std::size_t i = 0; i < filled; ++i) {
-                const mail_item& mail = items[i];
-                tokenizer.tokenize(mail.raw);
-                batch.add(describe(tokenizer.facts(), mail.raw.size(), mail.spam, m_options.manual),
-                          tokenizer.tokens());
-                ++taken[mail.spam ? 1 : 0];
-                tokens += tokenizer.tokens().size();
-            }
-            std::unique_lock lock(m_order_mutex);
-            m_order.wait(lock, [&] { return m_turn == turn; });
-            append(batch, taken, tokens);
-            ++m_turn;
-            m_order.notify_all();
-        }
-    }
-
-    void append(const record_batch& batch, const std::array<std::uint64_t, 2>& taken, std::uint64_t tokens) {
-        if (!m_failure)
-            return;
-        ipc_status status = m_client.append(batch);
-        if (status) {
-            m_taken[0] += taken[0];
-            m_taken[1] += taken[1];
-            m_tokens += tokens;
-            m_appended = this->taken();
-            return;
-        }
-        const std::lock_guard lock(m_source_mutex);
-        m_failure = std::move(status);
-    }
-
     const train_options& m_options;
     training_client& m_client;
-    std::mutex m_source_mutex; // for the source, the progress, and the chunks' numbers
-    progress m_progress;
-    std::uint64_t m_skipped = 0;
-    mail_source m_source;
-    std::uint64_t m_chunks = 0;
-    std::atomic<std::uint64_t> m_appended{0};
-
-    std::mutex m_order_mutex; // for the rest; taken before the other
-    std::condition_variable m_order;
-    std::uint64_t m_turn = 0;
-    std::array<std::uint64_t, 2> m_taken{}; // good, spam
-    std::uint64_t m_tokens = 0;
-    ipc_status m_failure; // also under m_source_mutex
+    training_sum& m_sum;
+    ipc_status& m_failure;
+    record_batch m_batch;
+    training_sum m_chunk;
 };
 
 // Watches the engine until it is through with what was appended.
@@ -240,6 +148,8 @@ void report_base(const engine_watch& watch, std::uint64_t stamp_before) {
     std::printf("It lies in %s\n", platform::display_path(watch.view().base_path()).c_str());
 }
 
+} // namespace
+
 int train(const train_options& options) {
     const auto start = clock::now();
     training_client client;
@@ -247,18 +157,21 @@ int train(const train_options& options) {
         return fail(client.status().text);
     const std::uint64_t stamp_before = engine_view(client.working_directory()).stamp();
 
-    mail_feeder feeder(options, client);
-    feeder.run();
-    if (!feeder.failure())
-        fail(feeder.failure().text);
+    mail_reading reading(options.spam, options.ham, "Reading mail", options.quiet);
+    training_sum sum;
+    ipc_status failure;
+    reading.run([&] { return std::make_unique<training_worker>(options, client, sum, failure); },
+                options.threads);
+    if (!failure)
+        fail(failure.text);
     const double mail_seconds = seconds_since(start);
     std::printf("Took %s messages (%s spam, %s ham) with %s tokens in %.2f s; skipped %s.\n",
-                grouped(feeder.taken()).c_str(), grouped(feeder.spam()).c_str(),
-                grouped(feeder.ham()).c_str(), grouped(feeder.tokens()).c_str(), mail_seconds,
-                grouped(feeder.skipped()).c_str());
+                grouped(sum.all()).c_str(), grouped(sum.messages[1]).c_str(),
+                grouped(sum.messages[0]).c_str(), grouped(sum.tokens).c_str(), mail_seconds,
+                grouped(reading.skipped()).c_str());
     std::fflush(stdout);
-    if (feeder.taken() == 0)
-        return feeder.failure() ? exit_code::nothing_taken : exit_code::failed;
+    if (sum.all() == 0)
+        return failure ? exit_code::nothing_taken : exit_code::failed;
 
     const auto status = client.raise(options.later ? engine_event::add : engine_event::train);
     if (!status)
@@ -273,10 +186,8 @@ int train(const train_options& options) {
                     seconds_since(start) - mail_seconds, seconds_since(start),
                     static_cast<double>(watch.peak()) / (1 << 20));
     }
-    return feeder.failure() ? exit_code::done : exit_code::failed;
+    return failure ? exit_code::done : exit_code::failed;
 }
-
-} // namespace
 
 void add_train(CLI::App& program, int& code) {
     auto options = std::make_shared<train_options>();

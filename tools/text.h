@@ -1,0 +1,13 @@
+// Numbers and times as people read them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace tvr {
+
+std::string grouped(std::uint64_t number);      // 1,234,567
+std::string date_text(std::uint32_t minutes);   // of minutes since 1601: 2002-08-22; "-" for none
+std::string time_text(std::uint64_t file_time); // of 100 ns units since 1601: 2002-08-22 18:30:05 UTC
+
+} // namespace tvr
