@@ -33,12 +33,6 @@ bool open_behind_head(file_stream& file, const std::string& path) {
     return true;
 }
 
-// The counts of an atom's file. A fresh file has nothing behind its head; a damaged block counts as empty.
-void read_counts(file_stream& file, dword_map& counts) {
-    if (file.position() < file.size().value_or(0) && !counts.init_from_file(file))
-        counts.clear();
-}
-
 } // namespace
 
 atom_head::atom_head() : header(signature) {
@@ -83,8 +77,7 @@ msidmap* bye_atom::msids() {
         if (m_has_msids) {
             atom_head head;
             head.read(file);
-            if (file.position() < file.size().value_or(0))
-                hashmap_impl::skip(file);
+            hashmap_impl::skip(file);
             m_msids.reset(pool_new<msidmap>(file));
         }
     }
@@ -170,7 +163,7 @@ bool bye_atom::rewrite(dword_map& final, std::string_view folder, bool strict) {
         file_stream original_bye;
         if (!open_behind_head(original_bye, m_path))
             return false;
-        read_counts(original_bye, counts);
+        counts.init_from_file(original_bye); // a damaged block counts as empty
     }
     const bool changed = take_differences(final, counts, strict);
     if (strict) {
@@ -229,7 +222,7 @@ void bye_atom::fold(dword_map& final, message_reader& reader, msid_access& msids
     if (!open_behind_head(file, m_path))
         return;
     dword_map counts;
-    read_counts(file, counts);
+    counts.init_from_file(file);
     std::string_view token;
     std::uint8_t* value = nullptr;
     for (counts.rewind(); counts.next(token, value);)

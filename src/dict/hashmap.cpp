@@ -48,6 +48,17 @@ void log_file_error(const char* operation) {
     TVR_LOG(default_log, "[-] %s failed (0x%s)", operation, pointer_text(code).c_str());
 }
 
+// Count and data size of a block. What the file is too short for reads as 0; false, with a log line, only if
+// the read call failed.
+bool read_head(file_stream& file, std::uint32_t (&head)[2]) {
+    head[0] = head[1] = 0;
+    std::size_t got = 0;
+    if (file.read(head, sizeof head, got))
+        return true;
+    log_file_error("ReadFile");
+    return false;
+}
+
 } // namespace
 
 hashmap_impl::hashmap_impl() {
@@ -331,11 +342,11 @@ bool hashmap_impl::init_from_file(file_stream& file) {
     clear();
     if (!is_valid() || !counts_sane())
         return false;
-    if (!file.read_u32(m_count) || !file.read_u32(m_datasize)) {
-        clear();
-        log_file_error("ReadFile");
+    std::uint32_t head[2];
+    if (!read_head(file, head))
         return false;
-    }
+    m_count = head[0];
+    m_datasize = head[1];
     const std::uint64_t size = file.size().value_or(0);
     const std::uint64_t left = size - std::min(size, file.position());
     if (m_datasize > left + tolerated_shortage || m_count > m_datasize / entry_overhead) {
@@ -371,11 +382,7 @@ bool hashmap_impl::init_from_file(file_stream& file) {
 // deliberate: an odd data size stops one byte short, as the sides of the format have agreed.
 bool hashmap_impl::skip(file_stream& file) {
     std::uint32_t head[2];
-    if (!file.read_exact(head, sizeof head)) {
-        log_file_error("ReadFile");
-        return false;
-    }
-    return file.seek(head[1] & ~1U, platform::origin::current).has_value();
+    return read_head(file, head) && file.seek(head[1] & ~1U, platform::origin::current).has_value();
 }
 
 bool hashmap_impl::next(std::string_view& key, std::uint8_t*& value) {

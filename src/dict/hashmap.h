@@ -32,6 +32,8 @@ public:
     // The block of count, data size and entries, at the stream's position.
     bool flush(file_stream& file);
     bool flush_ordered(file_stream& file); // entries in ascending order_hash; equal ones in storage order
+    // Replaces the content. A file that is at its end has an empty block. False, with an empty map, if the
+    // file can't be read or counts and data don't go together.
     bool init_from_file(file_stream& file);
     // Moves behind a block without reading it, by an even number of bytes.
     static bool skip(file_stream& file);

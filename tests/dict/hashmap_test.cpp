@@ -178,7 +178,7 @@ TEST_F(TokenMap, SurvivesBlocksWhoseCountsLie) {
         bool loads;
         std::string tokens;
     } cases[] = {
-        {"nothing", "", false, ""},
+        {"nothing", "", true, ""},
         {"head cut", le(1) + "\1\0"s, false, ""},
         {"count 0 and size 0", le(0, 0) + a, true, ""},
         {"count without size", le(1, 0) + a, false, ""},
