@@ -19,6 +19,8 @@ constexpr int failed = 3; // the engine or its files
 
 // Each adds a command with its options to the program; running it sets `code`.
 void add_train(CLI::App& program, int& code);
+void add_score(CLI::App& program, int& code);
+void add_eval(CLI::App& program, int& code);
 void add_status(CLI::App& program, int& code);
 void add_engine_commands(CLI::App& program, int& code); // start, stop, force, purge
 void add_log(CLI::App& program, int& code);

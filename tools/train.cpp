@@ -165,10 +165,11 @@ int train(const train_options& options) {
     if (!failure)
         fail(failure.text);
     const double mail_seconds = seconds_since(start);
-    std::printf("Took %s messages (%s spam, %s ham) with %s tokens in %.2f s; skipped %s.\n",
-                grouped(sum.all()).c_str(), grouped(sum.messages[1]).c_str(),
-                grouped(sum.messages[0]).c_str(), grouped(sum.tokens).c_str(), mail_seconds,
-                grouped(reading.skipped()).c_str());
+    if (!options.silent)
+        std::printf("Took %s messages (%s spam, %s ham) with %s tokens in %.2f s; skipped %s.\n",
+                    grouped(sum.all()).c_str(), grouped(sum.messages[1]).c_str(),
+                    grouped(sum.messages[0]).c_str(), grouped(sum.tokens).c_str(), mail_seconds,
+                    grouped(reading.skipped()).c_str());
     std::fflush(stdout);
     if (sum.all() == 0)
         return failure ? exit_code::nothing_taken : exit_code::failed;
@@ -181,6 +182,8 @@ int train(const train_options& options) {
         std::string why;
         if (!watch.wait(why))
             return fail(why + "; \"tvrctl status\" tells more");
+        if (options.silent)
+            return exit_code::done;
         report_base(watch, stamp_before);
         std::printf("Trained in %.2f s; with the reading %.2f s. The engine's memory peaked at %.1f MiB.\n",
                     seconds_since(start) - mail_seconds, seconds_since(start),

@@ -16,6 +16,7 @@ struct train_options {
     bool later = false;
     bool manual = false;
     bool quiet = false;
+    bool silent = false;                           // prints no report either
     unsigned threads = 0;                          // 0: one for each processor
     unsigned timeout = 600;                        // seconds
     std::function<bool(const mail_item&)> selects; // empty: all

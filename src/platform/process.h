@@ -34,6 +34,8 @@ std::string common_appdata_folder();
 std::string expand_environment(std::string_view text);
 // The value of an environment variable, or nothing.
 std::optional<std::string> environment_variable(std::string_view name);
+// Changes it for this process and those that it starts. To be called while there is one thread.
+bool set_environment_variable(std::string_view name, std::string_view value);
 
 // True if the stream is a terminal.
 bool is_terminal(std::FILE* stream) noexcept;

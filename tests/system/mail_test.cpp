@@ -36,6 +36,11 @@ outcome tvrctl(const std::string& arguments) {
     return result;
 }
 
+std::string content_of(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
 nlohmann::json status() {
     return nlohmann::json::parse(tvrctl("status --json").text);
 }
@@ -107,6 +112,51 @@ TEST(mail, what_waits_outlives_the_engine) {
     EXPECT_EQ(status()["cache"]["messages"], 30);
     EXPECT_EQ(tvrctl("train --wait --ham " + sample + "/ham").code, 0);
     EXPECT_EQ(root.messages(), 62U);
+}
+
+TEST(mail, is_scored_by_the_published_base) {
+    engine_root root;
+    const std::string spam = fs::directory_iterator(sample + "/spam")->path().string();
+    const std::string ham = fs::directory_iterator(sample + "/ham")->path().string();
+    const auto none = tvrctl("score " + spam);
+    EXPECT_EQ(none.code, 3);
+    EXPECT_NE(none.text.find("no base is published yet"), std::string::npos);
+    // Without a base the filter still lets the mail through.
+    EXPECT_TRUE(tvrctl("score --filter < " + ham).text.ends_with(content_of(ham)));
+
+    ASSERT_EQ(tvrctl("train --wait --spam " + sample + "/spam --ham " + sample + "/ham").code, 0);
+    EXPECT_EQ(tvrctl("score " + spam).code, 0);
+    EXPECT_EQ(tvrctl("score " + ham).code, 1);
+    EXPECT_EQ(tvrctl("score - < " + ham).code, 1);
+    EXPECT_EQ(tvrctl("score -e " + ham).code, 0);
+    EXPECT_EQ(tvrctl("score " + spam + " /absent").code, 3);
+    EXPECT_EQ(tvrctl("score").code, 2);
+    const auto json = nlohmann::json::parse(tvrctl("score --json --explain " + spam).text);
+    EXPECT_EQ(json["verdict"], "spam");
+    EXPECT_EQ(json["file"], spam);
+    EXPECT_GT(json["tokens"].size(), 10U);
+
+    // A forged verdict gives way, and nothing else changes.
+    const std::string mail = "Subject: x\nX-Tessivar: ham, score=0.00\n folded\nTo: y\n\nX-Tessivar: body\n";
+    std::ofstream(root.path() / "mail") << mail;
+    const auto filtered = tvrctl("score --filter -e < " + (root.path() / "mail").string());
+    EXPECT_EQ(filtered.code, 0);
+    EXPECT_EQ(filtered.text.substr(0, 27), "Subject: x\nTo: y\nX-Tessivar");
+    EXPECT_EQ(filtered.text.substr(filtered.text.find("\n\n")), "\n\nX-Tessivar: body\n");
+}
+
+TEST(mail, is_evaluated_on_a_root_of_its_own) {
+    engine_root root;
+    const auto run = tvrctl("eval -q --spam " + sample + "/spam --ham " + sample + "/ham --report " +
+                            (root.path() / "report.html").string());
+    EXPECT_EQ(run.code, 0) << run.text;
+    EXPECT_NE(run.text.find("ROC area"), std::string::npos) << run.text;
+    EXPECT_TRUE(fs::exists(root.path() / "report.html"));
+    EXPECT_EQ(engine_root::process(), 0U);
+    EXPECT_FALSE(fs::exists(root.base() / "cashe.rgd"));
+    const fs::path left = root.path() / "tmp";
+    EXPECT_TRUE(!fs::exists(left) || fs::is_empty(left));
+    EXPECT_EQ(tvrctl("eval -q --spam /absent --ham /absent").code, 3);
 }
 
 TEST(mail, the_engine_is_controlled) {

@@ -182,6 +182,10 @@ std::optional<std::string> environment_variable(std::string_view name) {
     return value ? std::optional<std::string>(value) : std::nullopt;
 }
 
+bool set_environment_variable(std::string_view name, std::string_view value) {
+    return setenv(std::string(name).c_str(), std::string(value).c_str(), 1) == 0 || fail_errno();
+}
+
 std::string expand_environment(std::string_view text) {
     std::string out;
     while (!text.empty()) {

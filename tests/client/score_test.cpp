@@ -1,0 +1,120 @@
+// The verdict, from grades by hand.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <map>
+
+#include "client/score.h"
+
+namespace tvr {
+namespace {
+
+using grades = std::map<std::string, double, std::less<>>;
+
+message_score score_of(const grades& base, std::initializer_list<const char*> tokens, score_rule rule,
+                       std::uint32_t significant = 15) {
+    const mail_scorer scorer(
+        [&](std::string_view token) {
+            const auto found = base.find(token);
+            return found == base.end() ? 0.0 : found->second;
+        },
+        {.rule = rule, .significant_tokens = significant});
+    token_table table;
+    for (const char* token : tokens)
+        table.add(token);
+    return scorer.score(table, true);
+}
+
+const grades base = {{"B spam", 0.99}, {"B spam2", 0.99}, {"B ham", 0.01},  {"B so", 0.8},
+                     {"B mid", 0.5},   {"F ham", 0.01},   {"F spam", 0.99}, {"B nan", std::nan("")},
+                     {"B high", 1.5},  {"B neg", -1},     {"W spam", 0.99}, {"H spam", 0.99}};
+
+TEST(score, is_that_of_the_rules) {
+    const struct {
+        score_rule rule;
+        std::initializer_list<const char*> tokens;
+        double expected; // 0 to 100
+    } cases[] = {
+        {score_rule::graham, {"B spam"}, 99},
+        {score_rule::graham, {"B spam", "B ham"}, 50},
+        {score_rule::graham, {"B spam", "B so", "B unknown"}, 100 * 0.792 / (0.792 + 0.002)},
+        // p = 1 - (0.01 * 0.2)^(1/2), q = 1 - (0.99 * 0.8)^(1/2)
+        {score_rule::robinson, {"B spam", "B so"}, 100 * 0.9552786 / (0.9552786 + 0.1100562)},
+        {score_rule::robinson, {"B spam", "B so", "B mid"}, 100 * 0.9552786 / (0.9552786 + 0.1100562)},
+        // Two degrees of freedom: the tail of -2 ln x is x itself.
+        {score_rule::fisher, {"B spam"}, 100 * (1 + 0.99 - 0.01) / 2},
+        // Four: x (1 - ln x), with x = 0.9801 and 0.0001.
+        {score_rule::fisher, {"B spam", "B spam2"}, 100 * (1 + 0.9998007 - 0.0010210) / 2},
+        {score_rule::graham, {"B unknown"}, 50},
+        {score_rule::robinson, {}, 50},
+        {score_rule::fisher, {"B mid"}, 50},
+        {score_rule::kinds, {"B mid", "B so"}, 50},
+        // What no base holds counts as unknown.
+        {score_rule::graham, {"B spam", "B nan", "B high", "B neg"}, 99},
+    };
+    for (const auto& test : cases)
+        EXPECT_NEAR(score_of(base, test.tokens, test.rule).score, test.expected, 1e-4);
+}
+
+TEST(score, takes_the_most_significant_tokens) {
+    EXPECT_NEAR(score_of(base, {"B so", "B mid", "B ham"}, score_rule::graham, 1).score, 1, 1e-9);
+    const auto result = score_of(base, {"B so", "B ham", "B spam"}, score_rule::graham, 2);
+    EXPECT_NEAR(result.score, 50, 1e-9);
+    EXPECT_EQ(result.known, 3U);
+    EXPECT_EQ(result.tokens.size(), 2U);
+}
+
+TEST(score, gives_each_kind_its_vote) {
+    // Many words of the body don't drown one sender as they would in one pot.
+    grades crowd = base;
+    std::vector<std::string> names;
+    token_table table;
+    for (int i = 0; i < 30; ++i)
+        crowd["B w" + std::to_string(i)] = 0.99;
+    const mail_scorer scorer([&](std::string_view token) {
+        const auto found = crowd.find(token);
+        return found == crowd.end() ? 0.0 : found->second;
+    });
+    for (int i = 0; i < 30; ++i)
+        table.add("B w" + std::to_string(i));
+    const double without = scorer.score(table).score;
+    EXPECT_GT(without, 85);
+    table.add("F ham");
+    const auto with = scorer.score(table, true);
+    EXPECT_LT(with.score, without);
+    EXPECT_EQ(with.tokens.front().token, "F ham"); // the weightiest
+    EXPECT_LT(with.tokens.front().share, 0);
+}
+
+TEST(score, decides_by_the_thresholds) {
+    const auto verdict_at = [](double grade, double spam, double unsure) {
+        const mail_scorer scorer(
+            [=](std::string_view) { return grade; },
+            {.rule = score_rule::graham, .spam_threshold = spam, .unsure_threshold = unsure});
+        token_table table;
+        table.add("B x");
+        return scorer.score(table).decision;
+    };
+    EXPECT_EQ(verdict_at(0.9, 85, 75), verdict::spam);
+    EXPECT_EQ(verdict_at(0.8, 85, 75), verdict::unsure);
+    EXPECT_EQ(verdict_at(0.7, 85, 75), verdict::ham);
+    EXPECT_EQ(verdict_at(0.7, 85, 90), verdict::ham); // no room for unsure
+}
+
+// Terms far below every double.
+TEST(score, survives_long_messages) {
+    token_table table;
+    for (int i = 0; i < 6000; ++i)
+        table.add("B " + std::to_string(i));
+    for (const score_rule rule :
+         {score_rule::kinds, score_rule::graham, score_rule::robinson, score_rule::fisher})
+        for (const double grade : {0.99, 0.01}) {
+            const mail_scorer scorer([=](std::string_view) { return grade; }, {.rule = rule});
+            const double score = scorer.score(table).score;
+            EXPECT_TRUE(grade > 0.5 ? score > 85 : score < 15) << score;
+        }
+}
+
+} // namespace
+} // namespace tvr

@@ -1,0 +1,30 @@
+// The published base of the user, for those who grade mail by it.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "client/score.h"
+#include "compiled/hashreg.h"
+
+namespace tvr {
+
+// Immutable after load(). grade() by any thread.
+class published_base {
+public:
+    // False with the reason in error().
+    bool load();
+    [[nodiscard]] const std::string& error() const noexcept { return m_error; }
+    double grade(std::string_view token) const;
+    // A scorer with the user's thresholds; lives no longer than this object.
+    [[nodiscard]] mail_scorer scorer(score_rule rule = score_rule::kinds) const;
+
+private:
+    mutable hashreg m_base;
+    std::string m_error;
+};
+
+// A rule by its name: kinds, graham, robinson, fisher.
+[[nodiscard]] score_rule rule_of(const std::string& name);
+
+} // namespace tvr

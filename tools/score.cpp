@@ -1,0 +1,174 @@
+// tvrctl score: the verdict on messages.
+
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+#include <iterator>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+#include "client/tokenizer.h"
+#include "common/text.h"
+#include "tools/command.h"
+#include "tools/mail_source.h"
+#include "tools/published_base.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr std::size_t most_shown = 25; // tokens of an explanation
+constexpr std::string_view header_name = "X-Tessivar";
+
+struct score_options {
+    std::vector<std::string> paths;
+    std::string rule = "kinds";
+    bool explain = false;
+    bool json = false;
+    bool filter = false;
+    bool exit_zero = false;
+};
+
+namespace verdict_code {
+constexpr int spam = 0, ham = 1, unsure = 2;
+} // namespace verdict_code
+
+int code_of(verdict decision) {
+    return decision == verdict::spam  ? verdict_code::spam
+           : decision == verdict::ham ? verdict_code::ham
+                                      : verdict_code::unsure;
+}
+
+const char* name_of(verdict decision) {
+    return decision == verdict::spam ? "spam" : decision == verdict::ham ? "ham" : "unsure";
+}
+
+void print_text(const mail_item& mail, const message_score& result) {
+    std::printf("%-6s %6.2f  %s\n", name_of(result.decision), result.score, mail.name.c_str());
+    if (result.tokens.empty())
+        return;
+    std::printf("    %8s  %6s  %s\n", "share", "grade", "token");
+    for (std::size_t i = 0; i < std::min(result.tokens.size(), most_shown); ++i)
+        std::printf("    %+8.3f  %6.3f  %s\n", result.tokens[i].share, result.tokens[i].grade,
+                    result.tokens[i].token.c_str());
+}
+
+void print_json(const mail_item& mail, const message_score& result, bool explain) {
+    nlohmann::json json = {
+        {"file", mail.name}, {"verdict", name_of(result.decision)}, {"score", result.score}};
+    if (explain) {
+        json["tokens"] = nlohmann::json::array();
+        for (const token_share& token : result.tokens)
+            json["tokens"].push_back(
+                {{"token", token.token}, {"grade", token.grade}, {"share", token.share}});
+    }
+    std::printf("%s\n", json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+}
+
+// The message with the verdict as the last line of its header, and without such lines that came with it.
+std::string with_verdict(const std::string& raw, const message_score& result) {
+    std::string out;
+    out.reserve(raw.size() + 64);
+    std::string_view rest = raw;
+    bool drops = false;
+    while (!rest.empty()) {
+        const std::size_t end = std::min(rest.find('\n'), rest.size() - 1) + 1;
+        const std::string_view line = rest.substr(0, end);
+        if (line == "\n" || line == "\r\n")
+            break;
+        const bool is_continued = line[0] == ' ' || line[0] == '\t';
+        if (!is_continued)
+            drops = starts_with_ignoring_case(line, std::string(header_name) + ":");
+        if (!drops)
+            out += line;
+        rest.remove_prefix(end);
+    }
+    const char* const line_end = rest.starts_with("\r\n") ? "\r\n" : "\n";
+    if (!out.empty() && out.back() != '\n')
+        out += line_end;
+    char verdict_line[80];
+    std::snprintf(verdict_line, sizeof verdict_line, "%s: %s, score=%.2f%s", header_name.data(),
+                  name_of(result.decision), result.score, line_end);
+    return out.append(verdict_line).append(rest);
+}
+
+int filter(const mail_scorer* scorer) {
+    std::string raw{std::istreambuf_iterator<char>(std::cin), {}};
+    int code = exit_code::failed;
+    if (scorer && !std::cin.bad()) {
+        tokenizer cut;
+        cut.tokenize(raw);
+        const message_score result = scorer->score(cut.tokens());
+        raw = with_verdict(raw, result);
+        code = code_of(result.decision);
+    }
+    // Whatever happens, the mail comes out again.
+    const bool written =
+        std::fwrite(raw.data(), 1, raw.size(), stdout) == raw.size() && std::fflush(stdout) == 0;
+    return written ? code : exit_code::failed;
+}
+
+int score_all(const mail_scorer& scorer, const score_options& options) {
+    int code = exit_code::failed;
+    bool failed = false;
+    mail_source source([&](const std::string& name, const std::string& why) {
+        failed = true;
+        std::fprintf(stderr, "tvrctl: %s: %s; skipped\n", name.c_str(), why.c_str());
+    });
+    for (const std::string& path : options.paths)
+        source.add(path, false);
+    tokenizer cut;
+    mail_item mail;
+    while (source.next(mail)) {
+        cut.tokenize(mail.raw);
+        const message_score result = scorer.score(cut.tokens(), options.explain);
+        if (options.json)
+            print_json(mail, result, options.explain);
+        else
+            print_text(mail, result);
+        code = code_of(result.decision);
+    }
+    return failed ? exit_code::failed : code;
+}
+
+int score(const score_options& options) {
+    published_base base;
+    const bool loaded = base.load();
+    if (!loaded)
+        fail(base.error());
+    const mail_scorer scorer = base.scorer(rule_of(options.rule));
+    const int code = options.filter ? filter(loaded ? &scorer : nullptr)
+                     : loaded       ? score_all(scorer, options)
+                                    : exit_code::failed;
+    return options.exit_zero && code != exit_code::failed ? 0 : code;
+}
+
+} // namespace
+
+void add_score(CLI::App& program, int& code) {
+    auto options = std::make_shared<score_options>();
+    CLI::App* command = program.add_subcommand("score", "Tell spam from ham");
+    command->add_option("PATH", options->paths, "Messages, mbox files, folders, or - for standard input");
+    command->add_flag("--explain", options->explain, "Show the tokens that decided");
+    CLI::Option* json = command->add_flag("--json", options->json, "Print one JSON object for each message");
+    command
+        ->add_flag("--filter", options->filter,
+                   "Copy a message from standard input to standard output, with the verdict in a header line")
+        ->excludes(json);
+    command->add_flag("-e,--exit-zero", options->exit_zero, "Exit with 0 whatever the verdict is");
+    command->add_option("--rule", options->rule, "How the grades are combined")
+        ->check(CLI::IsMember({"kinds", "graham", "robinson", "fisher"}))
+        ->capture_default_str();
+    command->footer("Exit code, of the last message: 0 spam; 1 ham; 2 unsure; 3 an error.\n\n"
+                    "Examples:\n"
+                    "  tvrctl score --explain message.eml\n"
+                    "  tvrctl score --filter -e < message.eml");
+    command->callback([options, &code] {
+        if (options->paths.empty() != options->filter)
+            throw CLI::RequiredError("PATH, or --filter alone,");
+        code = score(*options);
+    });
+}
+
+} // namespace tvr
