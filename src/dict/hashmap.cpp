@@ -356,18 +356,15 @@ bool hashmap_impl::init_from_file(file_stream& file) {
     const std::size_t wanted = round_up(m_datasize, commit_step);
     if (wanted == 0)
         return true;
-    if (wanted > m_datareserved && !grow_range(m_datamem, m_datareserved, nullptr, wanted)) {
-        clear();
-        return false;
-    }
-    m_datacommitted = wanted;
-    m_data = static_cast<std::uint8_t*>(platform::commit_range(m_datamem, wanted));
+    if (wanted <= m_datareserved || grow_range(m_datamem, m_datareserved, nullptr, wanted))
+        m_data = static_cast<std::uint8_t*>(platform::commit_range(m_datamem, wanted));
     if (!m_data) {
         const std::uint32_t code = platform::last_error();
         TVR_LOG(default_log, "[-] VirtualAlloc failed! (0x%08X)", code);
         clear();
         return false;
     }
+    m_datacommitted = wanted;
     std::size_t got = 0;
     if (!file.read(m_data, m_datasize, got)) {
         clear();
