@@ -81,8 +81,13 @@ bool cache_writer::find_end(platform::file& cache) {
         !records.read_u32(count))
         return false;
     message_head record;
-    while (record.read(records) && records.position() <= *size) {
-        m_end = records.position();
+    // What a record claims has to hold its head and the two counts of its tokens.
+    while (record.read_head(records)) {
+        const std::uint64_t end = record.position + record.length;
+        if (end < records.position() + 2 * sizeof(std::uint32_t) || end > *size ||
+            !records.seek(static_cast<std::int64_t>(end), platform::origin::begin))
+            break;
+        m_end = end;
         ++m_count;
     }
     return true;
