@@ -50,6 +50,35 @@ double chi_squared_tail(double x, std::size_t degrees) {
     return std::min(sum, 1.0);
 }
 
+// The grade of the most telling form of an unknown word; 0 if none is known. Words of the body and of headers
+// have forms: without "!", with one capital, with none.
+double grade_of_forms(const mail_scorer::grade_source& grades, std::string_view token) {
+    if (!token.starts_with("B ") && !token.starts_with("H "))
+        return 0;
+    const std::size_t start = token[0] == 'H' ? token.find(':') + 1 : 2; // of the word
+    if (start == 0)
+        return 0;
+    std::string form(token);
+    while (form.size() > start && form.back() == '!')
+        form.pop_back();
+    double best = 0;
+    const auto consider = [&] {
+        const double grade = form == token ? 0 : grades(form);
+        if (grade > 0 && grade < 1 && (best == 0 || std::abs(grade - 0.5) > std::abs(best - 0.5)))
+            best = grade;
+    };
+    consider();
+    for (std::size_t i = start; i < form.size(); ++i)
+        if (form[i] >= 'A' && form[i] <= 'Z')
+            form[i] = static_cast<char>(form[i] + 32);
+    consider();
+    if (form.size() > start && form[start] >= 'a' && form[start] <= 'z') {
+        form[start] = static_cast<char>(form[start] - 32);
+        consider();
+    }
+    return best;
+}
+
 class combination {
 public:
     combination(const score_settings& settings, std::vector<token_share>& tokens)
@@ -154,7 +183,9 @@ message_score mail_scorer::score(const token_table& tokens, bool explain) const 
     message_score result;
     std::vector<token_share> known;
     tokens.for_each([&](std::string_view token, std::uint32_t) {
-        const double grade = m_grades(token);
+        double grade = m_grades(token);
+        if (grade == 0 && m_settings.degenerate)
+            grade = grade_of_forms(m_grades, token);
         if (grade > 0 && grade < 1)
             known.push_back({std::string(token), grade, 0});
     });

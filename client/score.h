@@ -26,8 +26,10 @@ enum class score_rule {
 struct score_settings {
     score_rule rule = score_rule::kinds;
     std::uint32_t significant_tokens = 15; // for `graham`
-    double spam_threshold = 85;            // a score of at least this is spam
-    double unsure_threshold = 75;          // of the others, one of at least this is unsure
+    bool degenerate =
+        true; // an unknown word counts as its nearest known form: "FREE!" as "FREE", "Free", "free"
+    double spam_threshold = 85;   // a score of at least this is spam
+    double unsure_threshold = 75; // of the others, one of at least this is unsure
 };
 
 struct token_share {

@@ -24,7 +24,7 @@ public:
     std::string text;
 };
 
-constexpr double width = 560, height = 240, margin = 48; // of a plot, in pixels
+constexpr double width = 580, height = 260, margin = 62; // of a plot, in pixels
 
 double x_of(double part) {
     return margin + part * (width - 2 * margin);

@@ -102,6 +102,23 @@ TEST(score, decides_by_the_thresholds) {
     EXPECT_EQ(verdict_at(0.7, 85, 90), verdict::ham); // no room for unsure
 }
 
+TEST(score, knows_words_by_their_other_forms) {
+    const grades forms = {
+        {"B free", 0.9}, {"B Free", 0.95}, {"B FREE!", 0.2}, {"H subject:win", 0.9}, {"F a", 0.9}};
+    const auto known = [&](const char* token) {
+        const auto result = score_of(forms, {token}, score_rule::graham);
+        return result.known == 0 ? 0 : result.score;
+    };
+    EXPECT_NEAR(known("B FREE!"), 20, 1e-9); // itself comes first
+    EXPECT_NEAR(known("B FREE!!"), 95, 1e-9);
+    EXPECT_NEAR(known("B fREE"), 95, 1e-9); // of two forms the more telling one
+    EXPECT_NEAR(known("H subject:WIN!"), 90, 1e-9);
+    EXPECT_EQ(known("F A"), 0);
+    EXPECT_EQ(known("B gratis"), 0);
+    EXPECT_EQ(known("B !!!"), 0);
+    EXPECT_EQ(known("H nothing"), 0);
+}
+
 // Terms far below every double.
 TEST(score, survives_long_messages) {
     token_table table;
