@@ -290,7 +290,8 @@ bool hashmap_impl::flush(file_stream& file) {
 }
 
 bool hashmap_impl::flush_ordered(file_stream& file) {
-    if (!file.write_u32(m_count) || !file.write_u32(m_datasize)) {
+    // Handed over at once, so that a full disk is told here.
+    if (!file.write_u32(m_count) || !file.write_u32(m_datasize) || !file.flush()) {
         log_file_error("flush_ordered - WriteFile");
         return false;
     }

@@ -9,6 +9,8 @@
 #include "common/bytes.h"
 #include "common/file_stream.h"
 #include "common/token_hash.h"
+#include "platform/change_hook.h"
+#include "platform/error.h"
 #include "support/file_bytes.h"
 #include "support/test_root.h"
 
@@ -211,6 +213,16 @@ TEST_F(TokenMap, SurvivesBlocksWhoseCountsLie) {
         EXPECT_EQ(map.count(), 100000U);
         EXPECT_EQ(saved(map, true).size(), entries.size() + 8) << "all that was read is written";
     }
+}
+
+TEST_F(TokenMap, TellsAFullDisk) {
+    dword_map map;
+    ASSERT_NE(map.get_or_add("x"), nullptr);
+    tvr::file_stream file;
+    ASSERT_TRUE(file.create_to_write(root.engine_path("block")));
+    tvr::platform::set_change_hook([](auto, auto) { return tvr::platform::error::disk_full; });
+    EXPECT_FALSE(map.flush_ordered(file));
+    tvr::platform::set_change_hook(nullptr);
 }
 
 TEST_F(TokenMap, SkipsAnEvenNumberOfBytes) {
