@@ -188,17 +188,17 @@ void msidmap::release_list() {
     m_list.reset();
 }
 
+// Asked before the list is mapped: an ID that the index doesn't know leaves the list alone.
 std::size_t msidmap::chain_offset(const key11& key) {
-    const std::size_t offset = m_tree ? m_tree->find(key) : 0;
-    return offset >= m_header.size() && offset < in_use().size() ? offset : 0;
+    return m_tree ? m_tree->find(key) : 0;
 }
 
 msidmap::chain msidmap::measure_chain(std::size_t offset, std::string_view id, const key11& key) const {
     chain result;
-    if (offset == 0)
+    const auto list = in_use();
+    if (offset < m_header.size() || offset >= list.size())
         return result;
     result.offset = offset;
-    const auto list = in_use();
     list_record record;
     for (std::size_t at = offset; read_record(list, at, record); at += record.size) {
         if (record.value == 0 || key11::of(record.id) != key)
@@ -249,10 +249,11 @@ bool msidmap::insert(std::string_view id, std::uint32_t value) {
 
 std::uint32_t msidmap::search(std::string_view id) {
     const platform::locker locker(m_lock);
-    if (!map_list())
-        return 0;
     const key11 key = key11::of(id);
-    const chain found = measure_chain(chain_offset(key), id, key);
+    const std::size_t offset = chain_offset(key);
+    if (offset == 0 || !map_list())
+        return 0;
+    const chain found = measure_chain(offset, id, key);
     list_record record;
     return found.match && read_record(in_use(), *found.match, record) ? record.value : 0;
 }
@@ -269,10 +270,11 @@ void msidmap::kill_record(std::size_t offset, std::size_t size, std::size_t chai
 
 bool msidmap::remove(std::string_view id) {
     const platform::locker locker(m_lock);
-    if (!m_tree || !map_list())
-        return false;
     const key11 key = key11::of(id);
-    const chain found = measure_chain(chain_offset(key), id, key);
+    const std::size_t offset = chain_offset(key);
+    if (offset == 0 || !map_list())
+        return false;
+    const chain found = measure_chain(offset, id, key);
     if (!found.match)
         return false;
     kill_record(*found.match, id.size() + list_record::overhead, found.offset + found.bytes);
