@@ -388,8 +388,6 @@ void msidmap::merge(std::string_view list_path) {
 
 void msidmap::relabel(std::string_view list_path, std::uint32_t value) {
     let_go_of(list_path);
-    if (!file_exists(list_path))
-        return;
     write_map list(list_path);
     if (!list.is_valid())
         return;

@@ -49,7 +49,8 @@ public:
     // Inserts all live records of another .lst; nothing for an empty path. The list of another map of this
     // process is let go of first.
     void merge(std::string_view list_path);
-    // Overwrites the value of every live record of a .lst file; its index stays right.
+    // Overwrites the value of every live record of a .lst file; its index stays right. A missing list is
+    // made, empty.
     static void relabel(std::string_view list_path, std::uint32_t value);
     // Writes a compacted copy of the .lst file. The map has no index afterwards: discard it or clear it.
     void write_out(file_stream& file);
