@@ -108,7 +108,7 @@ TEST_F(Optimiser, DividesOnlyWhatIsOldAndSound) {
         const char* what;
         std::string bytes;
         bool flag;
-        std::string left; // names and pieces' entries
+        std::string left; // names of atoms and pieces' entries
     } cases[] = {
         {"dated", atom_bytes({450, 2, 3, 20000, 0}, 2, entries), true, "d0000 "},
         {"one piece", atom_bytes({200, 2, 3, 0, 0}, 2, entries), true, "_d0000 d0001=2 "},
@@ -132,6 +132,8 @@ TEST_F(Optimiser, DividesOnlyWhatIsOldAndSound) {
         half.reload(engine(), each.flag);
         std::map<std::string, std::string> left;
         for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+            if (entry.path().extension() != ".bye")
+                continue; // the list, which the division has relabelled
             const std::string name = entry.path().stem().string();
             left[name] = name;
             if (name == "d0001")
