@@ -5,6 +5,7 @@
 #include "platform/file.h"
 #include "platform/profile.h"
 #include "support/file_bytes.h"
+#include "support/log_lines.h"
 #include "support/test_root.h"
 
 namespace {
@@ -69,6 +70,36 @@ TEST_F(Reader, RefusesWhatIsNoBase) {
         load(whole.substr(0, size));
     load(base_bytes(0x4A534144, 0x7FFFFFFF, two));
     load(le(0x4A534144, 8, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0xFFFFFFF0));
+}
+
+TEST_F(Reader, TellsWhatItMakesOfAFile) {
+    tvr::log_lines log;
+    const std::string begins = "[i] hashreg::__tryloadcashe";
+    const std::string deprecated = "[i] file is not valid. Checking if it is just deprecated...";
+    const std::string neither = "[-] file is neither valid, nor deprecated. We are failed...";
+    using lines = std::vector<std::string>;
+    const struct {
+        std::string bytes;
+        lines logged;
+    } cases[] = {
+        {base_bytes(0x4A534144, 2, two), {begins}},
+        {base_bytes(0x49534144, 2, two), {begins, deprecated}},
+        {base_bytes(0x4B534144, 2, two), {begins, deprecated, neither}},
+        {le(0x4A534144, 31) + std::string(200, 'x'), {begins, deprecated, neither}},
+        {le(0x4A534144, 0, 3, 2), {begins, "[-] init_from_file failed..."}},
+    };
+    for (const auto& test : cases) {
+        EXPECT_EQ(load(test.bytes), test.logged.size() < 3 && !test.logged.back().starts_with("[-]"));
+        EXPECT_EQ(log.take(), test.logged);
+    }
+    EXPECT_FALSE(m_base.load(m_root.engine_path("absent")));
+    const std::string fails =
+        "[-] file_read(" + m_root.engine_path("absent") + ") failed: 0x0000000000000002";
+    EXPECT_EQ(log.take(), (lines{begins, fails}));
+    EXPECT_FALSE(m_base.is_file_fresher(m_root.engine_path("absent")));
+    EXPECT_EQ(log.take(), lines{fails});
+    m_base.say_status_to_ini();
+    EXPECT_EQ(log.take(), lines{"[-] hashreg::say_status_to_ini - object NOT initialized"});
 }
 
 // deliberate: the words of the time are compared each by itself.
