@@ -1,6 +1,8 @@
 // The entry routine: the command line decides whether the process is the server or a small tool.
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -11,6 +13,7 @@
 #include "platform/presence.h"
 #include "platform/process.h"
 #include "server/app_module.h"
+#include "server/log_merge.h"
 #include "server/registration.h"
 #include "server/work_server.h"
 #include "signal/event_channel.h"
@@ -20,7 +23,19 @@ namespace tvr {
 
 namespace {
 
-void raise_event(channel_event number) {
+// The jobs take what stands behind their key and one more character.
+
+void register_server(std::string_view) {
+    check_registry();
+}
+
+template <std::uint32_t flags>
+void uninstall(std::string_view) {
+    do_uninstall(flags);
+}
+
+template <channel_event number>
+void raise_event(std::string_view) {
     event_channel channel;
     channel.start_server(true);
     channel.raise(number);
@@ -28,23 +43,23 @@ void raise_event(channel_event number) {
 
 struct command_key {
     std::string_view text;
-    void (*job)();
+    void (*job)(std::string_view rest);
 };
 
 // In the order in which they are tested. A null job is one that this version doesn't have yet.
 constexpr std::array<command_key, 13> keys = {{
-    {"/register", check_registry},
-    {"-register", check_registry},
-    {"/Install", check_registry},
-    {"/RegServer", check_registry},
-    {"/Uninstall", [] { do_uninstall(uninstall_server | uninstall_settings); }},
-    {"/clean", [] { do_uninstall(uninstall_settings); }},
-    {"/purge", [] { raise_event(ev_reset); }},
-    {"/force", [] { raise_event(ev_train); }},
-    {"/mergelog", nullptr},
+    {"/register", register_server},
+    {"-register", register_server},
+    {"/Install", register_server},
+    {"/RegServer", register_server},
+    {"/Uninstall", uninstall<uninstall_server | uninstall_settings>},
+    {"/clean", uninstall<uninstall_settings>},
+    {"/purge", raise_event<ev_reset>},
+    {"/force", raise_event<ev_train>},
+    {"/mergelog", merge_logs},
     {"/getscores", nullptr},
-    {"/UnRegServer", [] { do_uninstall(uninstall_server); }},
-    {"/stop", [] { do_uninstall(0); }},
+    {"/UnRegServer", uninstall<uninstall_server>},
+    {"/stop", uninstall<0>},
     {"/test", nullptr},
 }};
 
@@ -96,8 +111,9 @@ int engine_main(std::string_view command_line) {
     logger::instance().rotate(default_log);
     if (const command_key* key = find_key(command_line)) {
         TVR_LOG(default_log, "[i] called with key %s", std::string(command_line).c_str());
+        // deliberate: one character is skipped, whichever it is, and nothing is trimmed.
         if (key->job)
-            key->job();
+            key->job(command_line.substr(std::min(key->text.size() + 1, command_line.size())));
     } else {
         run_server(module);
     }
