@@ -1,0 +1,130 @@
+#include "tools/file_view.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <utility>
+
+#include "common/bytes.h"
+#include "common/path.h"
+#include "common/text.h"
+#include "platform/file.h"
+#include "tools/signatures.h"
+
+namespace tvr {
+
+file_view::file_view(std::string path)
+    : m_path(std::move(path)), m_buffer(std::make_unique_for_overwrite<std::uint8_t[]>(piece)) {}
+
+std::span<const std::uint8_t> file_view::ahead(std::size_t size) {
+    if (m_end - m_begin < size && !m_failed) {
+        const auto got = platform::peek_file(m_path, m_position, m_buffer.get(), piece);
+        m_failed = !got;
+        m_begin = 0;
+        m_end = got.value_or(0);
+    }
+    return {m_buffer.get() + m_begin, m_end - m_begin};
+}
+
+void file_view::skip(std::uint64_t size) {
+    m_position += size;
+    if (size <= m_end - m_begin)
+        m_begin += static_cast<std::size_t>(size);
+    else
+        m_begin = m_end = 0;
+}
+
+void file_view::go_to(std::uint64_t position) {
+    m_position = position;
+    m_begin = m_end = 0;
+}
+
+std::string_view kind_text(file_kind kind) {
+    switch (kind) {
+    case file_kind::atom:
+        return "atom";
+    case file_kind::base:
+        return "compiled base";
+    case file_kind::time_mark:
+        return "time mark";
+    case file_kind::list:
+        return "message-ID list";
+    case file_kind::index:
+        return "message-ID index";
+    case file_kind::columns:
+        return "column file";
+    case file_kind::cache:
+        return "message cache";
+    case file_kind::statistic:
+        return "statistic";
+    case file_kind::signals:
+        return "signals";
+    case file_kind::archive:
+        return "archive";
+    case file_kind::settings:
+        return "settings";
+    case file_kind::stage_mark:
+        return "stage marker";
+    default:
+        return "unknown";
+    }
+}
+
+file_kind kind_of_name(std::string_view name) {
+    constexpr std::pair<std::string_view, file_kind> whole[] = {
+        {"stat.bin", file_kind::statistic},     {"~stat.bin", file_kind::statistic},
+        {"ipc.bin", file_kind::signals},        {"data.trr", file_kind::archive},
+        {"data.0", file_kind::archive},         {"settings.cfg", file_kind::settings},
+        {"prepared.txt", file_kind::stage_mark}};
+    constexpr std::pair<std::string_view, file_kind> ends[] = {
+        {".bye", file_kind::atom},  {".rgd", file_kind::base},    {".mrk", file_kind::time_mark},
+        {".lst", file_kind::list},  {".idx", file_kind::index},   {".col", file_kind::columns},
+        {".bys", file_kind::cache}, {".trr", file_kind::archive}, {".cfg", file_kind::settings}};
+    for (const auto& [text, kind] : whole)
+        if (name == text)
+            return kind;
+    for (const auto& [text, kind] : ends)
+        if (name.ends_with(text))
+            return kind;
+    return name.starts_with("dis") && name.ends_with(".tmp") ? file_kind::cache : file_kind::unknown;
+}
+
+file_kind kind_of(file_view& file) {
+    file.go_to(0);
+    const auto start = file.ahead(file_view::piece);
+    const file_kind named = kind_of_name(file_part(file.path()));
+    // Without a signature; the name goes before a likeness.
+    if (start.size() < 4 || named == file_kind::time_mark || named == file_kind::signals)
+        return named;
+    constexpr std::pair<std::uint32_t, file_kind> signatures[] = {
+        {signature::atom, file_kind::atom},           {signature::base, file_kind::base},
+        {signature::old_base, file_kind::base},       {signature::list, file_kind::list},
+        {signature::index, file_kind::index},         {signature::columns, file_kind::columns},
+        {signature::statistic, file_kind::statistic}, {signature::settings, file_kind::settings}};
+    const std::uint32_t word = load_u32(start.data());
+    for (const auto& [value, kind] : signatures)
+        if (word == value)
+            return kind;
+    if (start.size() >= 8 && load_u32(start.data() + 4) == signature::message)
+        return file_kind::cache;
+    constexpr std::string_view marker("prepared", 9);
+    if (std::string_view(reinterpret_cast<const char*>(start.data()), start.size()) == marker)
+        return file_kind::stage_mark;
+    if (named == file_kind::unknown && start[0] == 3 && start[1] == 0 &&
+        (start[2] == 1 || start[2] == 3 || start[2] == 4))
+        return file_kind::archive;
+    return named;
+}
+
+std::string visible(std::string_view text) {
+    std::string out;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte < 0x7F)
+            out += c;
+        else
+            out += "\\x" + to_hex(byte, 2);
+    }
+    return out;
+}
+
+} // namespace tvr

@@ -1,0 +1,94 @@
+// The engine's files as an onlooker reads them: forward, in pieces, and without hindering those who work on
+// them.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+namespace tvr {
+
+// Opens the file anew for each piece, and takes no part in sharing.
+class file_view {
+public:
+    static constexpr std::size_t piece = 65536; // bytes
+
+    explicit file_view(std::string path);
+
+    // The bytes at the position: at least `size` of them (at most `piece`), fewer only at the end of the
+    // file.
+    std::span<const std::uint8_t> ahead(std::size_t size);
+    bool has(std::size_t size) { return ahead(size).size() >= size; }
+    void skip(std::uint64_t size); // may lead behind the end
+    void go_to(std::uint64_t position);
+
+    [[nodiscard]] std::uint64_t position() const noexcept { return m_position; }
+    [[nodiscard]] bool failed() const noexcept { return m_failed; } // could not be opened or read
+    [[nodiscard]] const std::string& path() const noexcept { return m_path; }
+
+private:
+    std::string m_path;
+    std::unique_ptr<std::uint8_t[]> m_buffer;
+    std::uint64_t m_position = 0;
+    std::size_t m_begin = 0; // of the bytes at the position in the buffer
+    std::size_t m_end = 0;
+    bool m_failed = false;
+};
+
+enum class file_kind {
+    unknown,
+    atom,
+    base,
+    time_mark,
+    list,
+    index,
+    columns,
+    cache,
+    statistic,
+    signals,
+    archive,
+    settings,
+    stage_mark
+};
+
+[[nodiscard]] std::string_view kind_text(file_kind kind);
+[[nodiscard]] file_kind kind_of_name(std::string_view name); // without folder
+// By its content, and by its name where that can't tell.
+[[nodiscard]] file_kind kind_of(file_view& file);
+
+using view_value = std::variant<std::uint64_t, double, bool, std::string>;
+using view_item = std::pair<const char*, view_value>;
+
+// Told what is found in a file, in the order of the file.
+class view_sink {
+public:
+    virtual ~view_sink() = default;
+    virtual void field(const char*, const view_value&) {}
+    virtual void list(const char*) {}            // the entries that follow belong to it
+    virtual bool wants_entry() { return false; } // asked for each entry
+    virtual void entry(std::initializer_list<view_item>) {}
+    virtual bool wants_details() {
+        return false;
+    } // of entries: the tokens of a message, the changes of an atom
+    virtual void defect(std::uint64_t offset, const std::string& reason) = 0;
+    // What can be held against other files: each whole record of a list, and each position that a column file
+    // names.
+    virtual void list_record(std::uint64_t, std::string_view, std::uint32_t) {}
+    virtual void message_position(std::uint64_t, std::uint64_t) {}
+};
+
+// Reads the whole file from its start. Memory: a few pieces, but for settings 40 times a file of at most 4
+// MiB.
+void walk_file(file_kind kind, file_view& file, view_sink& sink);
+
+// The bytes of a text that could disturb a terminal as \xNN.
+[[nodiscard]] std::string visible(std::string_view text);
+
+} // namespace tvr

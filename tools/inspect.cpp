@@ -1,0 +1,41 @@
+// tvrctl inspect: what a file of the engine holds.
+
+#include <iostream>
+#include <memory>
+
+#include "tools/command.h"
+#include "tools/inspection.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr int damaged = 1;
+
+int inspect(const std::vector<std::string>& paths, const inspect_options& options) {
+    int code = exit_code::done;
+    for (const std::string& path : paths)
+        if (!inspect_file(path, options, std::cout, std::cerr))
+            code = damaged;
+    if (!std::cout.flush())
+        return fail("standard output can't be written");
+    return code;
+}
+
+} // namespace
+
+void add_inspect(CLI::App& program, int& code) {
+    auto paths = std::make_shared<std::vector<std::string>>();
+    auto options = std::make_shared<inspect_options>();
+    CLI::App* command = program.add_subcommand("inspect", "Show what a file of the engine holds");
+    command->add_option("FILE", *paths, "Files of any kind")->required();
+    command->add_flag("--all", options->all, "Show every entry");
+    command->add_flag("--json", options->json, "Print one JSON object for each file");
+    command->footer("Exit code: 1 if a file is damaged or unknown.\n\n"
+                    "Examples:\n"
+                    "  tvrctl inspect base/cashe.rgd\n"
+                    "  tvrctl inspect --all --json base/spamdict0000.bye");
+    command->callback([paths, options, &code] { code = inspect(*paths, *options); });
+}
+
+} // namespace tvr
