@@ -25,6 +25,7 @@ void add_status(CLI::App& program, int& code);
 void add_inspect(CLI::App& program, int& code);
 void add_engine_commands(CLI::App& program, int& code); // start, stop, force, purge
 void add_log(CLI::App& program, int& code);
+void add_config(CLI::App& program, int& code);
 
 // Writes "tvrctl: text" to standard error; answers exit_code::failed.
 int fail(const std::string& text);

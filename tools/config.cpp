@@ -1,0 +1,159 @@
+// tvrctl config: shows and changes the settings.
+
+#include <cstdio>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+#include "common/path.h"
+#include "platform/file.h"
+#include "tools/command.h"
+#include "tools/engine_view.h"
+#include "tools/setting_list.h"
+
+namespace tvr {
+
+namespace {
+
+const char* name_of(setting_reader reader) {
+    return reader == setting_reader::engine ? "engine" : "client";
+}
+
+const char* title_of(setting_group group) {
+    return group == setting_group::basic      ? "Basic settings"
+           : group == setting_group::advanced ? "Advanced settings"
+                                              : "Settings of all users";
+}
+
+std::string quoted(const std::string& value) {
+    return value.empty() || value.find(' ') != std::string::npos ? "\"" + value + "\"" : value;
+}
+
+void print_table(const setting_list& list) {
+    const setting_view* before = nullptr;
+    for (const setting_view& setting : list.all()) {
+        if (!before || before->group != setting.group) {
+            std::string place =
+                "no installation root is registered (tvrctl config root FOLDER); these are the defaults";
+            for (const setting_view& other : list.all())
+                if (other.group == setting.group && !other.file.empty())
+                    place = other.file;
+            std::printf("%s%s: %s\n", before ? "\n" : "", title_of(setting.group), place.c_str());
+        }
+        before = &setting;
+        std::printf("  %-34s %s\n", setting.facts->key, quoted(setting.value).c_str());
+        std::printf("      %s; %s, default %s; read by the %s%s\n", setting.facts->meaning,
+                    limits_text(setting).c_str(), quoted(setting.fallback).c_str(),
+                    name_of(setting.facts->reader), setting.file.empty() ? "; can't be set now" : "");
+    }
+}
+
+void print_json(const setting_list& list) {
+    auto json = nlohmann::json::array();
+    for (const setting_view& setting : list.all())
+        json.push_back({{"key", setting.facts->key},
+                        {"value", setting.value},
+                        {"default", setting.fallback},
+                        {"limits", limits_text(setting)},
+                        {"meaning", setting.facts->meaning},
+                        {"reader", name_of(setting.facts->reader)},
+                        {"file", setting.file},
+                        {"obstacle", setting.obstacle}});
+    std::printf("%s\n", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+}
+
+int list_all(bool as_json) {
+    const setting_list list;
+    if (as_json)
+        print_json(list);
+    else
+        print_table(list);
+    return exit_code::done;
+}
+
+int unknown_key(const std::string& key) {
+    fail("there is no setting \"" + key + "\"; \"tvrctl config list\" names them all");
+    return exit_code::usage;
+}
+
+int get(const std::string& key) {
+    const setting_list list;
+    const setting_view* const setting = list.find(key);
+    if (!setting)
+        return unknown_key(key);
+    std::printf("%s\n", setting->value.c_str());
+    return exit_code::done;
+}
+
+int set(const std::string& key, const std::string& value) {
+    const setting_list list;
+    const setting_view* const setting = list.find(key);
+    if (!setting)
+        return unknown_key(key);
+    if (const std::string why = list.set(*setting, value); !why.empty())
+        return fail(why);
+    const setting_list after;
+    std::printf("%s: %s (was %s), in %s\n", setting->facts->key, quoted(after.find(key)->value).c_str(),
+                quoted(setting->value).c_str(), setting->file.c_str());
+    if (setting->group == setting_group::common)
+        std::printf("Clients take it at once; the engine doesn't read it.\n");
+    else if (setting->facts->reader == setting_reader::client)
+        std::printf(
+            "The engine takes it at its next start, but goes by it in nothing: it is the mail client's.\n");
+    else if (const std::uint32_t process = engine_view::process_id())
+        std::printf("The engine takes it at its next start; process %u goes on with the old value "
+                    "(tvrctl stop; tvrctl start).\n",
+                    process);
+    else
+        std::printf("The engine takes it at its next start.\n");
+    return exit_code::done;
+}
+
+int root(const std::string& folder) {
+    if (folder.empty()) {
+        const std::string now = root_folder();
+        std::printf("%s\n", now.empty() ? "No installation root is registered (\"TessivarRoot\")."
+                                        : platform::display_path(now).c_str());
+        return now.empty() ? exit_code::nothing_taken : exit_code::done;
+    }
+    std::string path = platform::from_display_path(folder);
+    if (!path.starts_with('\\') && path.find(':') == std::string::npos)
+        path = join_path(platform::current_directory(), path);
+    if (const std::string why = register_root(path); !why.empty())
+        return fail(why);
+    std::printf("The installation root is %s; advanced.ini is read from there at the engine's next start.\n",
+                platform::display_path(root_folder()).c_str());
+    return exit_code::done;
+}
+
+} // namespace
+
+void add_config(CLI::App& program, int& code) {
+    struct config_options {
+        bool json = false;
+        std::string key, value, folder;
+    };
+    auto options = std::make_shared<config_options>();
+    CLI::App* command = program.add_subcommand("config", "Show and change the settings");
+    command->require_subcommand(1);
+    CLI::App* list = command->add_subcommand("list", "Show all settings with their defaults and limits");
+    list->add_flag("--json", options->json, "Print one JSON array");
+    list->callback([options, &code] { code = list_all(options->json); });
+    CLI::App* one = command->add_subcommand("get", "Print the value of one setting");
+    one->add_option("KEY", options->key, "Its name, as the list has it")->required();
+    one->callback([options, &code] { code = get(options->key); });
+    CLI::App* change = command->add_subcommand("set", "Change one setting");
+    change->add_option("KEY", options->key, "Its name, as the list has it")->required();
+    change->add_option("VALUE", options->value, "Its new value; flags take on and off too")->required();
+    change->callback([options, &code] { code = set(options->key, options->value); });
+    CLI::App* place = command->add_subcommand("root", "Show or register the installation root");
+    place->add_option("FOLDER", options->folder, "A folder that is to hold advanced.ini");
+    place->callback([options, &code] { code = root(options->folder); });
+    command->footer("Values are those that the engine takes at its next start.\n\n"
+                    "Examples:\n"
+                    "  tvrctl config list\n"
+                    "  tvrctl config set \"training delay\" 60\n"
+                    "  tvrctl config root ~/.config/tessivar");
+}
+
+} // namespace tvr

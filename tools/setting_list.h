@@ -1,0 +1,71 @@
+// The settings as people see and change them: what the engine will take at its next start, where it takes it
+// from, and the lines of those files.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "settings/settings.h"
+
+namespace tvr {
+
+enum class setting_group { basic, advanced, common };
+enum class setting_reader { engine, client };
+
+// What is known of a setting beside its value.
+struct setting_facts {
+    const char* key;
+    setting_reader reader;
+    double least = 0; // of numbers and reals
+    double most = 0;
+    const char* meaning;
+};
+
+struct setting_view {
+    const setting_facts* facts = nullptr;
+    setting_group group = setting_group::basic;
+    field_type type = field_type::string;
+    std::string value;    // the one in force at the engine's next start
+    std::string fallback; // the one without any file
+    std::string file;     // where it is read from, as the user writes paths; empty if from none
+    std::string obstacle; // why it can't be set; empty if it can
+};
+
+// All settings, as they stand when the object is made. Finds the working directory as the engine does.
+class setting_list {
+public:
+    setting_list();
+
+    [[nodiscard]] std::span<const setting_view> all() const noexcept { return m_all; }
+    [[nodiscard]] const setting_view* find(std::string_view key) const; // in any case; null if there is none
+
+    // Checks the value and writes it to the setting's file. The reason of a failure, or an empty text.
+    [[nodiscard]] std::string set(const setting_view& setting, std::string_view value) const;
+
+private:
+    void add_common();
+    void add_fields();
+
+    std::vector<setting_view> m_all;
+    std::string m_working; // with a trailing backslash; empty if there is none
+    std::string m_root;    // the same
+    std::string m_seed;    // the file that the basic settings are read from now; empty if from none
+};
+
+[[nodiscard]] std::string limits_text(const setting_view& setting);
+// The value as the files hold it: flags as 0 or 1. Nothing, with the reason in `why`, if the setting doesn't
+// take it.
+[[nodiscard]] std::optional<std::string> checked_value(const setting_view& setting, std::string_view value,
+                                                       std::string& why);
+// The text of a settings file with the line of one key changed, or added at the end. Of several lines the
+// last one counts. Comments stay. Nothing if such a file can't hold the value.
+[[nodiscard]] std::optional<std::string> with_setting(std::string_view text, std::string_view key,
+                                                      std::string_view value);
+// Makes `folder` the installation root. The reason of a failure, or an empty text.
+[[nodiscard]] std::string register_root(std::string_view folder);
+
+} // namespace tvr
