@@ -18,6 +18,26 @@ bool start_process(std::string_view path);
 bool start_process(std::string_view path, std::string_view arguments);
 // Ends a process at once. False sets last_error(): 5 if it isn't ours, 87 if there is none.
 bool terminate_process(std::uint32_t process_id, std::int32_t exit_code);
+
+// Another process, opened with the right to end it. Closed by the destructor.
+class process_handle {
+public:
+    process_handle() noexcept = default;
+    ~process_handle() { close(); }
+    process_handle(const process_handle&) = delete;
+    process_handle& operator=(const process_handle&) = delete;
+
+    // 5 if the process isn't ours, 87 if there is none.
+    bool open(std::uint32_t process_id);
+    void close() noexcept;
+    // Ends it at once. False sets last_error().
+    bool terminate(std::int32_t exit_code);
+    void leave_open() noexcept { m_handle = -1; } // until this process ends
+
+private:
+    std::intptr_t m_handle = -1; // the backend's own
+};
+
 // True while a process of this number exists.
 bool process_exists(std::uint32_t process_id);
 // The most memory that a process has had in use since its start (bytes); nothing if that can't be told.

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/clock.h"
 #include "platform/sync.h"
 
 namespace tvr {
@@ -49,6 +50,13 @@ public:
     // Finds the running server, or starts it if that is allowed and this channel tried no start within the
     // last 10 seconds. `started` says nothing about success. Serialised between the threads of the process.
     start_result start_server(bool allow_start);
+
+    using sleeper = void (*)(std::uint32_t milliseconds) noexcept;
+    // Makes a server go that doesn't answer: waits for it, then demands its exit, then ends its process; each
+    // of the first two takes up to seven seconds. Starts nothing: that is left to the next start_server().
+    // True if the caller may go on; also after a server that could not be ended. False, with nothing done,
+    // if the server's window is visible. Serialised with start_server(). `sleep` is for tests.
+    bool _restart_server(sleeper sleep = platform::sleep_for);
 
 private:
     std::optional<std::string> locate_server();

@@ -31,8 +31,9 @@ std::optional<std::string> event_channel::locate_server() {
     std::string path = registered_server();
     if (!path.empty())
         return path;
-    TVR_LOG(default_log, "[i] Tessivar engine init: can't locate tvr_srv.exe in the registry. Trying to find it "
-                         "near dll module...");
+    TVR_LOG(default_log,
+            "[i] Tessivar engine init: can't locate tvr_srv.exe in the registry. Trying to find it "
+            "near dll module...");
     const std::string module = platform::module_path();
     const std::string_view folder = folder_part(module);
     if (folder.empty()) {

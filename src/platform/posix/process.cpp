@@ -12,8 +12,10 @@
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "platform/error.h"
@@ -62,6 +64,10 @@ std::vector<std::string> split_words(std::string_view text) {
     if (write(report, &code, sizeof code) < 0)
         _exit(126);
     _exit(127);
+}
+
+bool send_signal(std::intptr_t process, int number) {
+    return syscall(SYS_pidfd_send_signal, process, number, nullptr, 0) == 0;
 }
 
 bool same_letters(std::string_view a, std::string_view b) {
@@ -123,13 +129,31 @@ bool start_process(std::string_view path, std::string_view arguments) {
     return true;
 }
 
-bool terminate_process(std::uint32_t process_id, std::int32_t) {
+bool terminate_process(std::uint32_t process_id, std::int32_t exit_code) {
+    process_handle process;
+    return process.open(process_id) && process.terminate(exit_code);
+}
+
+bool process_handle::open(std::uint32_t process_id) {
+    close();
     const auto pid = static_cast<pid_t>(process_id);
-    if (pid <= 0)
+    m_handle = pid > 0 ? syscall(SYS_pidfd_open, pid, 0) : -1;
+    if (m_handle < 0)
         return fail(error::invalid_parameter);
-    if (kill(pid, SIGKILL) == 0)
+    if (send_signal(m_handle, 0))
         return true;
-    return fail(errno == ESRCH ? error::invalid_parameter : error::access_denied);
+    const std::uint32_t code = errno == EPERM ? error::access_denied : error::invalid_parameter;
+    close();
+    return fail(code);
+}
+
+void process_handle::close() noexcept {
+    const descriptor closed(static_cast<int>(std::exchange(m_handle, -1)));
+}
+
+bool process_handle::terminate(std::int32_t) {
+    return send_signal(m_handle, SIGKILL) ||
+           fail(m_handle < 0 ? error::invalid_handle : error::access_denied);
 }
 
 bool process_exists(std::uint32_t process_id) {
