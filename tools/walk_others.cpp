@@ -1,5 +1,7 @@
 // The small files, the archive, the settings; and what all readers share.
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <map>
 #include <vector>
@@ -32,42 +34,57 @@ bool ends_at(const std::string& path, std::uint64_t offset) {
     return platform::peek_file(path, offset, &byte, 1).value_or(0) == 1 && byte == file_ends;
 }
 
+// What stands in front of the content of a file in an archive.
+struct packed_head {
+    bool packed = false;
+    std::uint64_t size = 0;   // of the file
+    std::uint64_t stored = 0; // bytes in the archive, this head among them
+};
+
+// False if no content with an end behind it stands there.
+bool read_packed_head(file_view& file, packed_head& head) {
+    constexpr std::size_t head_size = 16;
+    constexpr std::size_t least_stream = 8; // bytes
+    const auto bytes = file.ahead(head_size);
+    std::array<std::uint8_t, head_size> words{};
+    std::copy_n(bytes.begin(), std::min(bytes.size(), head_size), words.begin());
+    head.packed = load_u32(words.data()) == signature::packed;
+    if (!head.packed) {
+        head.size = load_u32(words.data());
+        head.stored = head.size + 4;
+        return bytes.size() >= 4 && ends_at(file.path(), file.position() + head.stored);
+    }
+    if (load_u32(words.data() + 4) != 2)
+        return false;
+    head.size = load_u32(words.data() + 8);
+    head.stored = load_u32(words.data() + 12);
+    if (head.stored >= head_size && ends_at(file.path(), file.position() + head.stored))
+        return true;
+    // The last 16 bytes of every packed file are missing; of a small one, part of this head is among them.
+    for (std::size_t size = std::min(head_size, bytes.size()) - 1; size >= least_stream; --size) {
+        if (bytes[size] != file_ends || (size > 12 && bytes[12] != size))
+            continue;
+        std::fill(words.begin() + static_cast<std::ptrdiff_t>(size), words.end(), std::uint8_t{0});
+        head.size = load_u32(words.data() + 8);
+        head.stored = size;
+        return true;
+    }
+    return false;
+}
+
 // Reads the content of a file in an archive and tells its entry. False after a defect.
 bool take_packed(file_view& file, view_sink& sink, const std::string& name) {
-    constexpr std::size_t head_size = 16;
-    const std::uint64_t start = file.position();
-    const auto bytes = file.ahead(head_size);
-    const std::uint32_t word = bytes.size() < 4 ? 0 : load_u32(bytes.data());
-    const bool packed = word == signature::packed;
-    if (packed && (bytes.size() < head_size || load_u32(bytes.data() + 4) != 2)) {
-        sink.defect(start, "the head of the packed file is damaged");
-        return false;
-    }
-    const std::uint64_t size = packed ? load_u32(bytes.data() + 8) : word;
-    // The head stands in the place of the last bytes of the stream.
-    const std::uint64_t stored = packed ? load_u32(bytes.data() + 12) : size + 4;
-    if (!packed && !bytes.empty() && bytes[0] == file_ends &&
-        (bytes.size() < 4 || !ends_at(file.path(), start + stored))) {
-        if (sink.wants_entry())
-            sink.entry({{"file", name}, {"size", std::uint64_t{0}}, {"packed", std::uint64_t{0}}});
-        return true; // it could not be read when the archive was made
-    }
-    if (bytes.size() < 4) {
-        cut_short(file, sink, visible(name));
-        return false;
-    }
-    if (packed && stored < head_size) {
-        sink.defect(start + 12, "the packed size is less than its head");
-        return false;
+    packed_head head;
+    if (!read_packed_head(file, head)) {
+        if (!file.has(1) || file.ahead(1)[0] != file_ends) {
+            sink.defect(file.position(), "the content of " + visible(name) + " has no end");
+            return false;
+        }
+        head = {}; // it could not be read when the archive was made
     }
     if (sink.wants_entry())
-        sink.entry({{"file", name}, {"size", size}, {"packed", packed ? stored : std::uint64_t{0}}});
-    file.skip(stored - 1);
-    if (!file.has(1)) {
-        sink.defect(start, "the file ends inside " + visible(name));
-        return false;
-    }
-    file.skip(1);
+        sink.entry({{"file", name}, {"size", head.size}, {"packed", head.packed ? head.stored : 0}});
+    file.skip(head.stored + 1);
     return true;
 }
 
@@ -255,11 +272,6 @@ void walk_archive(file_view& file, view_sink& sink) {
             path += folder.empty() ? "" : folder + "\\";
         if (!take_packed(file, sink, path + name))
             return;
-        if (!file.has(1) || file.ahead(1)[0] != file_ends) {
-            sink.defect(file.position(), "the content of " + visible(path + name) + " has no end");
-            return;
-        }
-        file.skip(1);
     }
     cut_short(file, sink, "the archive");
 }

@@ -7,10 +7,12 @@
 #include <filesystem>
 #include <sstream>
 
+#include "msid/msidmap.h"
 #include "platform/file.h"
 #include "support/file_bytes.h"
 #include "support/test_root.h"
 #include "tools/inspection.h"
+#include "tools/state_check.h"
 
 namespace tvr {
 namespace {
@@ -77,8 +79,8 @@ protected:
 TEST_F(inspect_test, shows_every_kind) {
     const std::string settings = "abba\1\0\0\0\1\0one\0\2\0two\0\xFF\xFF\0"
                                  "\x40\1\1\0\x40\1\2\0\x47\3abc"s;
-    const std::string archive =
-        "\3\0\1\1a"s + le(2) + "xy\2\3\1f\1\1b"s + le(0x26072105, 2, 300, 18) + "zz\2\1\1c\2\4\4\5";
+    const std::string archive = "\3\0\1\1a"s + le(2) + "xy\2\3\1f\1\1b"s + le(0x26072105, 2, 300, 18) +
+                                "zz\2\1\1c\2" + "\1\1d" + le(0x26072105, 2, 28) + "\xF\0\0\2\4\4\5"s;
     const struct {
         const char *name, *shown;
         std::string bytes;
@@ -120,8 +122,8 @@ TEST_F(inspect_test, shows_every_kind) {
          "STAT" + le(3'550'000, 1, 2, 3, 4, 5, 6, 7, 8)},
         {"ipc.bin", "ipc.bin: signals, 4 bytes\n  events:\n    event 0\n    event 2\n", le(5)},
         {"i",
-         "i: archive, 44 bytes\n  files:\n    file a  size 2  packed 0\n    file f\\b  size 300  packed 18\n"
-         "    file f\\c  size 0  packed 0\n",
+         "i: archive, 63 bytes\n  files:\n    file a  size 2  packed 0\n    file f\\b  size 300  packed 18\n"
+         "    file f\\c  size 0  packed 0\n    file f\\d  size 28  packed 15\n",
          archive},
         {"j",
          "j: settings, 36 bytes\n  version: 1\n  names: 2\n  entries:\n    name one  kind section  "
@@ -191,9 +193,8 @@ TEST_F(inspect_test, names_damage) {
         {"g", "offset 0: the header tells 3 records, there are 2", with(cache, 0, le(3))},
         {"h", "offset 40: the hour is out of order", "STAT" + std::string(72, '\0')},
         {"h", "offset 4: the file ends inside entry 1", "STAT" + std::string(35, '\0')},
-        {"i", "offset 5: the file ends inside a", "\3\0\1\1a"s + le(9) + "\2"},
-        {"i", "offset 5: the head of the packed file is damaged",
-         "\3\0\1\1a"s + le(0x26072105, 3, 1, 18) + "zz\2\4\5"},
+        {"i", "offset 5: the content of a has no end", "\3\0\1\1a"s + le(9) + "\2"},
+        {"i", "offset 5: the content of a has no end", "\3\0\1\1a"s + le(0x26072105, 3, 1, 18) + "zz\2\4\5"},
         {"data.trr", "offset 2: tag 5 doesn't belong there", "\3\0\5"s},
         {"data.trr", "offset 3: the file ends inside the archive", "\3\0\4"s},
         {"j", "offset 0: damaged: none of it is taken", "abba\1"},
@@ -213,6 +214,124 @@ TEST_F(inspect_test, looks_at_files_in_use) {
                           platform::creation::open_existing));
     std::ostringstream out, errors;
     EXPECT_TRUE(inspect_file((m_root.path() / "a").string(), {}, out, errors)) << errors.str();
+}
+
+class state_test : public testing::Test {
+protected:
+    using files = std::vector<std::pair<std::string, std::string>>; // name and bytes
+
+    // Names are taken from base\transact.
+    void put(const files& all) {
+        for (const auto& [name, bytes] : all)
+            write_file(m_work / "base/transact" / name, bytes);
+    }
+    std::string check(bool engine_runs = false) {
+        std::ostringstream out;
+        state_check state(m_root.engine_path("work") + "\\", engine_runs, out);
+        state.run();
+        m_defects = state.defects();
+        std::string text = out.str();
+        for (const std::string& part : {m_work.string() + "/base/", "transact/"s})
+            for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos;)
+                text.erase(at, part.size());
+        return text;
+    }
+
+    const std::string m_marker = "prepared\0"s;
+    const files m_good = {{"../../stat.bin", "STAT"}, {"../spamdict0000.bye", atom},
+                          {"../spamdict.lst", list},  {"../spamdict.idx", index(16)},
+                          {"../cashe.rgd", base},     {"../cashe.mrk", time_mark},
+                          {"ipc.bin", le(0)},         {"autotrain.bys", cache}};
+    const files m_sorted = {
+        {"0002/data.bys", cache}, {"0002/spamdict.col", columns(62)}, {"0002/prepared.txt", m_marker}};
+    test_root m_root;
+    std::filesystem::path m_work = m_root.path() / "work";
+    std::uint64_t m_defects = 0;
+};
+
+TEST_F(state_test, finds_nothing_in_a_good_state) {
+    put(m_good);
+    EXPECT_EQ(check(), "");
+    put({{"0001/dis1.tmp", cache}, {"0001/prepared.txt", m_marker}});
+    EXPECT_EQ(check(), "");
+    put(m_sorted);
+    put({{"0003/spamdict0000.bye", atom}, {"0003/prepared.txt", m_marker}});
+    EXPECT_EQ(check(), "");
+}
+
+TEST_F(state_test, knows_what_heals) {
+    put(m_good);
+    put({{"../spamdict.idx", index(16, 7)}, {"../odd.dat", "odd"}, {"0001/dis1.tmp", ""}});
+    EXPECT_EQ(check(), "note: odd.dat: no file of the engine\n"
+                       "note: spamdict.idx: doesn't fit its list; it will be made anew\n"
+                       "note: 0001/: an empty stage without its marker\n");
+    put({{"0003/spamdict0000.bye", "half"}});
+    EXPECT_TRUE(
+        check(true).ends_with("0003/: a stage without its marker; the engine may be at work on it\n"));
+    EXPECT_EQ(m_defects, 0U);
+}
+
+TEST_F(state_test, finds_each_defect) {
+    const struct {
+        files planted;
+        std::string found;
+    } rows[] = {
+        {{{"../spamdict0000.bye", atom.substr(0, 40)}},
+         "spamdict0000.bye: offset 36: the file ends inside token 1\n"},
+        {{{"../cashe.rgd", atom}}, "cashe.rgd: offset 0: the signature is 19780702, not 4A534144\n"},
+        {{{"../spamdict.idx", index(0)}}, "spamdict.lst: offset 16: the index doesn't know <1>\n"},
+        {{{"../spamdict.idx", index(24)}},
+         "spamdict.lst: offset 16: the index has another place for <1>: 24\n"},
+        {{{"autotrain.bys", cache + "x"}}, "autotrain.bys: offset 106: the file ends inside a header\n"},
+        {{{"0001/dis1.tmp", cache}}, "0001/: a batch without its marker: its messages will be lost\n"},
+        {{{"0003/nspamdict0000.bye", atom}}, "0003/: a stage without its marker: it was broken off\n"},
+        {{{"0001/prepared.txt", m_marker}},
+         "0001/prepared.txt: the engine is stuck: the marked batch isn't there\n"},
+        {{{"0001/prepared.txt", m_marker}, {"0001/dis1.tmp", ""}},
+         "0001/dis1.tmp: offset 0: the file ends inside the number of records\n"
+         "0001/prepared.txt: the engine is stuck: the marked batch isn't there\n"},
+        {{{"0002/prepared.txt", m_marker}},
+         "0002/prepared.txt: the messages of the stage, data.bys, aren't there\n"},
+        {{m_sorted[0], m_sorted[2], {"0002/spamdict.col", columns(5)}},
+         "0002/spamdict.col: offset 65: no record of data.bys stands at 5\n"},
+        {{{"0003/prepared.txt", m_marker}},
+         "0003/prepared.txt: the engine is stuck: stage 3 is marked without 2 and 4\n"},
+        {{m_sorted[0], {"0002/prepared.txt", "prepared"}},
+         "0002/prepared.txt: offset 0: not the text of a stage marker\n"},
+    };
+    for (const auto& row : rows) {
+        std::filesystem::remove_all(m_work);
+        put(m_good);
+        put(row.planted);
+        EXPECT_EQ(check(), row.found);
+        EXPECT_GT(m_defects, 0U);
+    }
+}
+
+TEST_F(state_test, finds_all_of_a_large_map_in_its_tree) {
+    const std::string folder = m_root.engine_path("work\\base\\");
+    const auto id = [](unsigned i) { return "<" + std::to_string(i * 7919 % 8111) + (i % 5 ? "@x>" : ">"); };
+    put(m_good);
+    {
+        msidmap map(folder, "nspamdict");
+        for (unsigned i = 0; i < 8000; ++i)
+            map.insert(id(i), time_1 + i);
+    }
+    EXPECT_EQ(check(), "");
+    {
+        msidmap map(folder, "nspamdict");
+        for (unsigned i = 0; i < 30; ++i)
+            map.remove(id(i));
+    }
+    EXPECT_EQ(check(), "note: nspamdict.idx: doesn't fit its list; it will be made anew\n");
+    msidmap(folder, "nspamdict"); // makes it
+    EXPECT_EQ(check(), "");
+    std::string bytes = read_file(m_work / "base/nspamdict.idx");
+    ASSERT_GT(bytes.size(), 100'000U);
+    bytes[bytes.size() - 512 + 5] ^= 1; // a key of the last page
+    put({{"../nspamdict.idx", bytes}});
+    check();
+    EXPECT_GT(m_defects, 0U);
 }
 
 } // namespace

@@ -1,0 +1,43 @@
+// tvrctl verify: whether the user's files are sound.
+
+#include <iostream>
+
+#include "common/path.h"
+#include "platform/process.h"
+#include "settings/common_settings.h"
+#include "tools/command.h"
+#include "tools/engine_view.h"
+#include "tools/state_check.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr int defective = 1;
+
+int verify() {
+    const std::string raw = common_settings::getsettingsfolder();
+    if (raw.empty())
+        return fail("the user's folder can't be found or made");
+    std::string folder = platform::expand_environment(raw);
+    add_backslash(folder);
+    const bool runs = engine_view::process_id() != 0;
+    if (runs)
+        std::cout << "The engine runs: files may change meanwhile\n";
+    state_check check(folder, runs, std::cout);
+    check.run();
+    std::cout << grouped(check.files()) << " files, " << grouped(check.defects()) << " defects\n";
+    if (!std::cout.flush())
+        return fail("standard output can't be written");
+    return check.defects() == 0 ? exit_code::done : defective;
+}
+
+} // namespace
+
+void add_verify(CLI::App& program, int& code) {
+    CLI::App* command = program.add_subcommand("verify", "Check the engine's files");
+    command->footer("Exit code: 1 if there is a defect.\n\nExample:\n  tvrctl verify");
+    command->callback([&code] { code = verify(); });
+}
+
+} // namespace tvr
