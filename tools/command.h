@@ -27,6 +27,7 @@ void add_verify(CLI::App& program, int& code);
 void add_engine_commands(CLI::App& program, int& code); // start, stop, force, purge
 void add_log(CLI::App& program, int& code);
 void add_config(CLI::App& program, int& code);
+void add_forget(CLI::App& program, int& code);
 
 // Writes "tvrctl: text" to standard error; answers exit_code::failed.
 int fail(const std::string& text);

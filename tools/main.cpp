@@ -28,6 +28,7 @@ int main(int count, char** arguments) try {
     tvr::add_engine_commands(program, code);
     tvr::add_log(program, code);
     tvr::add_config(program, code);
+    tvr::add_forget(program, code);
     try {
         program.parse(count, arguments);
     } catch (const CLI::ParseError& error) {

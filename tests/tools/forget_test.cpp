@@ -1,0 +1,107 @@
+// Messages are taken back in the cache, in place.
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "dict/dictbase.h"
+#include "support/test_root.h"
+#include "tools/waiting_mail.h"
+
+namespace tvr {
+namespace {
+
+std::string word(std::uint32_t number) {
+    return {static_cast<char>(number & 255), static_cast<char>(number >> 8 & 255),
+            static_cast<char>(number >> 16 & 255), static_cast<char>(number >> 24)};
+}
+
+// A record of one token, by hand.
+std::string record(const std::string& id, std::uint32_t flags, std::uint32_t values = 6) {
+    const std::string tokens = word(1) + word(6) + std::string("\1t") + word(3);
+    const auto length = static_cast<std::uint32_t>(8 + 4 * values + 1 + id.size() + tokens.size());
+    std::string head = word(0x25062004) + word(values) + word(length) + word(flags);
+    for (std::uint32_t i = 2; i < values; ++i)
+        head += word(1000 + i);
+    return head + static_cast<char>(id.size()) + id + tokens;
+}
+
+class forget_test : public testing::Test {
+protected:
+    // What is in the cache after forgetting one message; `m_sum` and `m_why` tell the rest.
+    std::string forget(const std::string& content, const std::string& id) {
+        std::ofstream(m_root.path() / "cache.bys", std::ios::binary) << content;
+        mail_to_forget messages;
+        messages.try_emplace(forget_key(id));
+        m_why = forget_waiting(m_root.engine_path("cache.bys"), messages, 50);
+        m_sum = messages.empty() ? forgotten_mail() : messages.begin()->second;
+        std::ifstream file(m_root.path() / "cache.bys", std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    test_root m_root;
+    forgotten_mail m_sum;
+    std::string m_why;
+};
+
+const std::string a = "<a@x>_0123ABCD";
+const std::string b = "<b@x>_00000000";
+
+TEST_F(forget_test, marks_all_records_of_the_message) {
+    const std::string cache =
+        word(3) + record(a, 2) + record(b, 6) + record(a, 0) + record("", 0) + record("odd", 2);
+    const struct {
+        std::string id;
+        std::string wanted;
+        std::uint32_t marked, already;
+    } rows[] = {
+        {a, word(3) + record(a, 3) + record(b, 6) + record(a, 1) + record("", 0) + record("odd", 2), 2, 0},
+        {"<b@x>", word(3) + record(a, 2) + record(b, 7) + record(a, 0) + record("", 0) + record("odd", 2), 1,
+         0},
+        {"b@x", word(3) + record(a, 2) + record(b, 7) + record(a, 0) + record("", 0) + record("odd", 2), 1,
+         0},
+        {"odd", word(3) + record(a, 2) + record(b, 6) + record(a, 0) + record("", 0) + record("odd", 3), 1,
+         0},
+        {"c@x", cache, 0, 0},
+        {"<>", cache, 0, 0},
+        {"<a@x>_00000000", cache, 0, 0}, // another message of that name
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(forget(cache, row.id), row.wanted) << row.id;
+        EXPECT_EQ(m_sum.marked, row.marked) << row.id;
+        EXPECT_EQ(m_sum.already, row.already) << row.id;
+        EXPECT_EQ(m_why, "");
+    }
+    EXPECT_EQ(forget(word(1) + record(a, 3), a), word(1) + record(a, 3));
+    EXPECT_EQ(m_sum.already, 1U);
+    EXPECT_FALSE(std::filesystem::exists(m_root.path() / "lock.bin"));
+}
+
+TEST_F(forget_test, leaves_damaged_records_alone) {
+    std::string longer = record(a, 0);
+    longer[8] = static_cast<char>(longer[8] + 1); // its length
+    const std::string standing = record(a, 0).replace(8, 4, word(0));
+    for (const std::string& cache :
+         {std::string(), word(1), word(9) + "rubbish, rubbish, rubbish, rubbish, rubbish", word(1) + longer,
+          word(1) + standing, word(1) + record(a, 0).substr(0, 50), word(1) + word(0) + record(a, 0)}) {
+        EXPECT_EQ(forget(cache, a), cache);
+        EXPECT_EQ(m_sum.marked, 0U);
+    }
+    for (const std::uint32_t values : {5U, 7U}) {
+        EXPECT_EQ(forget(word(1) + record(a, 0, values), a), word(1) + record(a, 0, values));
+        EXPECT_NE(m_why.find("damaged"), std::string::npos);
+    }
+}
+
+TEST_F(forget_test, waits_for_the_lock_but_not_for_ever) {
+    file_lock other(m_root.engine_path("lock.bin"));
+    ASSERT_TRUE(other.try_acquire());
+    EXPECT_EQ(forget(word(1) + record(a, 0), a), word(1) + record(a, 0));
+    EXPECT_NE(m_why.find("lock.bin"), std::string::npos);
+    other.release();
+    EXPECT_EQ(forget(word(1) + record(a, 0), a), word(1) + record(a, 1));
+}
+
+} // namespace
+} // namespace tvr
