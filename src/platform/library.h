@@ -20,7 +20,8 @@ public:
     [[nodiscard]] bool is_loaded() const noexcept { return m_handle != nullptr; }
     // The address of an exported function, or null.
     [[nodiscard]] void* symbol(std::string_view name) const noexcept;
-    // The export with this number, for the libraries that have numbered exports; or null.
+    // The export with this number, or null. Where exports have names alone, number n is the function
+    // "tvr_export_n" (in C linkage).
     [[nodiscard]] void* symbol(unsigned number) const noexcept;
     [[nodiscard]] std::string path() const; // where it was found
 

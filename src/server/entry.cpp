@@ -15,6 +15,7 @@
 #include "server/app_module.h"
 #include "server/log_merge.h"
 #include "server/registration.h"
+#include "server/score_dump.h"
 #include "server/work_server.h"
 #include "signal/event_channel.h"
 #include "signal/identity.h"
@@ -57,7 +58,7 @@ constexpr std::array<command_key, 13> keys = {{
     {"/purge", raise_event<ev_reset>},
     {"/force", raise_event<ev_train>},
     {"/mergelog", merge_logs},
-    {"/getscores", nullptr},
+    {"/getscores", [](std::string_view input) { dump_scores(input); }},
     {"/UnRegServer", uninstall<uninstall_server>},
     {"/stop", uninstall<0>},
     {"/test", nullptr},

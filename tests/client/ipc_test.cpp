@@ -9,7 +9,11 @@
 #include <vector>
 
 #include "client/tvr_ipc_c.h"
+#include "common/engine_interface.h"
+#include "support/file_bytes.h"
 #include "support/test_root.h"
+
+extern "C" tvr::get_engine GetEngine;
 
 namespace {
 
@@ -84,6 +88,65 @@ TEST(ipc, tells_why_there_is_no_folder) {
     EXPECT_STRNE(tvr_error_text(), "");
     EXPECT_EQ(tvr_raise(client, tvr_event_train, 1), tvr_no_folder);
     tvr_close(client);
+}
+
+// The export number 1 and what it answers.
+class Engine : public testing::Test {
+protected:
+    Engine() {
+        EXPECT_LT(GetEngine(nullptr), 0);
+        EXPECT_EQ(GetEngine(&first), 0);
+        void* object = this;
+        EXPECT_LT(first->query_interface({0x339EBB63, 0x410B, 0x470F, {}}, &object), 0);
+        EXPECT_EQ(object, nullptr);
+        EXPECT_EQ(
+            first->query_interface(
+                {0x339EBB63, 0x410B, 0x470F, {0x92, 0xEC, 0xC7, 0xCD, 0xF3, 0xEC, 0x51, 0xC5}}, &object),
+            0);
+        engine = static_cast<tvr::score_engine*>(object);
+    }
+    ~Engine() override {
+        EXPECT_EQ(first->release(), 1U);
+        EXPECT_EQ(engine->release(), 0U);
+    }
+    // A base that grades this token; `age` in seconds makes one file younger than another.
+    void publish(const std::string& token, int age, const std::string& stamp) const {
+        const fs::path base = root.path() / "appdata/Orvenix/Brackenhold/data/base";
+        tvr::write_file(base / "cashe.rgd", tvr::le(token.empty() ? 0 : 0x4A534144, 8, 1, 1, 1, 1, 0, 0, 0, 0,
+                                                    1, token.size() + 5) +
+                                                tvr::counted(token, 0x3F000000)); // 0.5
+        fs::last_write_time(base / "cashe.rgd", fs::file_time_type() + std::chrono::seconds(age));
+        tvr::write_file(base / "cashe.mrk", stamp);
+    }
+
+    const tvr::test_root root;
+    tvr::component* first = nullptr;
+    tvr::score_engine* engine = nullptr;
+};
+
+TEST_F(Engine, loads_a_base_once_its_stamp_tells) {
+    float score = 0;
+    EXPECT_LT(engine->lookup("B 1", &score), 0) << "no base";
+    const struct {
+        const char* token;
+        int age;
+        std::string stamp;
+        std::int32_t answer;
+    } steps[] = {
+        {"B 1", 0, tvr::le(1, 1), 0},
+        {"B 2", 10, tvr::le(1, 1), 1}, // the stamp comes behind the base
+        {"B 3", 20, tvr::le(2, 1), 0},
+        {"B 4", 20, tvr::le(3, 1), 1},                        // no fresher base with the stamp
+        {"B 5", 30, "1234567", 0},                            // a stamp that is being written
+        {"", 40, tvr::le(0, 2), tvr::engine_answer::failure}, // damaged
+        {"B 6", 50, tvr::le(0, 3), 0},
+    };
+    for (const auto& step : steps) {
+        publish(step.token, step.age, step.stamp);
+        EXPECT_EQ(engine->lookup(step.token, &score), step.answer) << step.token;
+    }
+    EXPECT_EQ(score, 0.5F);
+    EXPECT_EQ(engine->lookup("", &score), 1);
 }
 
 } // namespace

@@ -1,0 +1,94 @@
+// The scores of the tokens of a file, from an engine by hand and from that of the client library.
+#include "server/score_dump.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "common/path.h"
+#include "platform/entry.h"
+#include "platform/file.h"
+#include "support/file_bytes.h"
+#include "support/test_root.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr const char* fake_engine = "libtvr_fake_engine.so";
+
+class score_dump : public testing::Test {
+protected:
+    // The results for an input of this name and text.
+    [[nodiscard]] std::string dump(const std::string& text, const char* library = fake_engine) const {
+        write_file(root.path() / "words.txt", text);
+        write_file(root.path() / "words.out", "an old one");
+        dump_scores(path, library);
+        return read_file(root.path() / "words.out");
+    }
+
+    test_root root;
+    std::string path = root.engine_path("words.txt");
+};
+
+TEST_F(score_dump, writes_a_line_for_each_and_one_for_the_end) {
+    const std::pair<std::string, std::string> table[] = {
+        {"", "\t1\n"}, // nothing asked for: the number of references
+        {"\n", "\t1\n\t1\n"},
+        {"0 0.123456789\n1 0.5\n-5 0.5\n2 1e10\n",
+         "0 0.123456789\t0.123457\n1 0.5\tn/f\n-5 0.5\tFAILED. NULL BASE.\n2 1e10\t1e+10\n\t1\n"},
+        {" 1 \n\n0 0", " 1 \tn/f\n\t1\n0 0\t0\n\t1\n"}, // with no line end, the same
+        {"0 0.99\r\n", "0 0.99\r\t0.99\n\t1\n"},
+    };
+    for (const auto& [text, expected] : table) {
+        EXPECT_EQ(dump(text), expected) << text;
+        EXPECT_TRUE(std::filesystem::remove(root.path() / "released"));
+    }
+}
+
+TEST_F(score_dump, names_its_output_after_the_input) {
+    const std::pair<std::string, std::string> table[] = {
+        {"a", "a.out"}, {"b.", "b.out"}, {"c.tar.gz", "c.tar.out"}, {"d.x\\e", "d.out"}};
+    for (const auto& [input, output] : table) {
+        dump_scores(root.engine_path(input), fake_engine);
+        EXPECT_TRUE(std::filesystem::remove(root.path() / output)) << input;
+    }
+    dump_scores(root.engine_path("no folder\\x"), fake_engine);
+    EXPECT_FALSE(std::filesystem::exists(root.path() / "no folder"));
+}
+
+TEST_F(score_dump, tells_failures_in_the_output) {
+    const std::string unloadable = "Unable to load " + module_folder() + "tvr_no_such.dll\n";
+    EXPECT_EQ(dump("fine\n", "tvr_no_such.dll"), unloadable);
+    EXPECT_EQ(dump("fine\n", "zlib1.dll"), "GetEngine failed.\n"); // it has no such export
+    setenv("TVR_NO_ENGINE", "1", 1);
+    EXPECT_EQ(dump("fine\n"), "GetEngine failed.\n");
+    unsetenv("TVR_NO_ENGINE");
+
+    const std::string absent = root.engine_path("absent");
+    const std::string unreadable = "Unable to open input file " + absent + "\n";
+    dump_scores(absent, fake_engine);
+    EXPECT_EQ(read_file(root.path() / "absent.out"), unreadable);
+    EXPECT_TRUE(std::filesystem::exists(root.path() / "released")) << "the engine was asked for all the same";
+    dump_scores(absent, "tvr_no_such.dll");
+    EXPECT_EQ(read_file(root.path() / "absent.out"), unreadable + unloadable);
+}
+
+TEST_F(score_dump, the_key_asks_the_published_base) {
+    write_file(root.path() / "words.txt", "B offer\nB meeting\nB other\n");
+    EXPECT_EQ(engine_main("/getscores " + path), 0);
+    const std::string null = "\tFAILED. NULL BASE.\n";
+    EXPECT_EQ(read_file(root.path() / "words.out"),
+              "B offer" + null + "B meeting" + null + "B other" + null + null);
+    write_file(root.path() / "appdata/Orvenix/Brackenhold/data/base/cashe.rgd",
+               le(0x4A534144, 8, 1, 1, 1, 1, 0, 0, 0, 0, 2, 30) + counted("B offer", 0x3F7D70A4) +
+                   counted("B meeting", 0x3E000000));
+    EXPECT_EQ(engine_main("/GETSCORES=" + path), 0);
+    EXPECT_EQ(read_file(root.path() / "words.out"), "B offer\t0.99\nB meeting\t0.125\nB other\tn/f\n\tn/f\n");
+    EXPECT_EQ(engine_main("/getscores"), 0); // ".out" in the current folder
+    EXPECT_TRUE(platform::delete_file(".out"));
+}
+
+} // namespace
+
+} // namespace tvr
