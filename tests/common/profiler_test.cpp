@@ -9,49 +9,37 @@ namespace tvr {
 
 namespace {
 
-using lines = std::vector<std::string>;
-
 // A clock that goes on by the next step each time it is read.
-std::uint32_t now;
+std::uint32_t now = 0xFFFFFFF0; // wraps
 std::vector<std::uint32_t> steps;
 std::uint32_t read_clock() noexcept {
-    if (!steps.empty()) {
-        now += steps.front();
-        steps.erase(steps.begin());
-    }
+    now += steps.front();
+    steps.erase(steps.begin());
     return now;
 }
 
-class profiler_test : public testing::Test {
-protected:
-    test_root root;
+TEST(profiler_test, numbers_its_marks_and_flags_the_slow_ones) {
+    const test_root root;
     log_lines log;
-};
-
-TEST_F(profiler_test, numbers_its_marks_and_flags_the_slow_ones) {
-    now = 0xFFFFFFF0; // wraps
     // The construction, and then twice for each mark: what passes while a line is written doesn't count.
-    steps = {0, 0, 5000, 99, 0, 100, 200, 101, 0};
-    profiler watch("flush_ordered", false, read_clock);
-    for (int i = 0; i < 4; ++i)
-        watch.mark();
-    EXPECT_EQ(log.take(),
-              (lines{"profiler.log: [flush_ordered:0] 0", "profiler.log: [flush_ordered:1] 99",
-                     "profiler.log: !!![flush_ordered:2] 100", "profiler.log: !!![flush_ordered:3] 101"}));
-}
-
-TEST_F(profiler_test, marks_at_its_end_only_if_asked) {
-    for (const bool mark : {false, true}) {
-        steps = {0, 150, 0};
-        { const profiler watch("", mark, read_clock); }
-        EXPECT_EQ(log.take(), mark ? lines{"profiler.log: !!![unknown:0] 150"} : lines());
-    }
-    steps = {0, 7, 0, 8, 0};
+    steps = {0, 0, 5000, 99, 0, 100, 200, 150, 0};
     {
-        profiler watch("", true, read_clock);
+        profiler watch("flush_ordered", true, read_clock);
+        for (int i = 0; i < 3; ++i)
+            watch.mark();
+    }
+    steps.insert(steps.end(), {0, 101, 0, 7, 0});
+    {
+        profiler watch("", false, read_clock);
+        watch.mark();
         watch.mark();
     }
-    EXPECT_EQ(log.take(), (lines{"profiler.log: [unknown:0] 7", "profiler.log: [unknown:1] 8"}));
+    EXPECT_TRUE(steps.empty());
+    const std::vector<std::string> expected = {
+        "profiler.log: [flush_ordered:0] 0",      "profiler.log: [flush_ordered:1] 99",
+        "profiler.log: !!![flush_ordered:2] 100", "profiler.log: !!![flush_ordered:3] 150",
+        "profiler.log: !!![unknown:0] 101",       "profiler.log: [unknown:1] 7"};
+    EXPECT_EQ(log.take(), expected);
 }
 
 } // namespace
