@@ -28,6 +28,7 @@ void add_engine_commands(CLI::App& program, int& code); // start, stop, force, p
 void add_log(CLI::App& program, int& code);
 void add_config(CLI::App& program, int& code);
 void add_forget(CLI::App& program, int& code);
+void add_transfer_commands(CLI::App& program, int& code); // export, import
 
 // Writes "tvrctl: text" to standard error; answers exit_code::failed.
 int fail(const std::string& text);

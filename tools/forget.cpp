@@ -8,6 +8,7 @@
 #include "platform/process.h"
 #include "settings/common_settings.h"
 #include "tools/command.h"
+#include "tools/file_view.h"
 #include "tools/mail_source.h"
 #include "tools/text.h"
 #include "tools/waiting_mail.h"
@@ -56,7 +57,7 @@ int forget(const std::string& id, const std::vector<std::string>& files) {
         const char* const what = mail.marked != 0    ? "won't be learned"
                                  : mail.already != 0 ? "was taken back already"
                                                      : "doesn't wait to be learned";
-        std::printf("%s: %s\n", name.c_str(), what);
+        std::printf("%s: %s\n", visible(name).c_str(), what);
         missing += mail.marked + mail.already == 0 ? 1 : 0;
     }
     if (missing == 0)

@@ -29,6 +29,7 @@ int main(int count, char** arguments) try {
     tvr::add_log(program, code);
     tvr::add_config(program, code);
     tvr::add_forget(program, code);
+    tvr::add_transfer_commands(program, code);
     try {
         program.parse(count, arguments);
     } catch (const CLI::ParseError& error) {

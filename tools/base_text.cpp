@@ -1,0 +1,557 @@
+#include "tools/base_text.h"
+
+#include <array>
+#include <charconv>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "client/charset.h"
+#include "common/bytes.h"
+#include "common/file_stream.h"
+#include "common/files.h"
+#include "common/path.h"
+#include "common/text.h"
+#include "common/token_hash.h"
+#include "dict/atom.h"
+#include "msid/msidmap.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "stage/temp_folder.h"
+#include "tools/file_view.h"
+#include "tools/signatures.h"
+#include "transact/transaction.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr std::string_view first_line = "tessivar-base\t1";
+constexpr std::size_t longest_line = 4096; // bytes
+constexpr std::size_t longest_stem = 64;
+constexpr std::size_t atom_values = 5;
+constexpr std::size_t list_head = 16; // bytes
+constexpr std::size_t most_values = 30;
+
+struct half {
+    const char* name;
+    std::uint32_t stage; // whose folder holds the half before it is put in place
+};
+constexpr std::array<half, 2> halves = {
+    {{"nspamdict", stage_number::ready_good}, {"spamdict", stage_number::ready_spam}}};
+
+std::string_view text_of(const std::uint8_t* bytes, std::size_t size) {
+    return {reinterpret_cast<const char*>(bytes), size};
+}
+
+// The name of an atom without ".bye", as the engine and this text may have it.
+bool is_stem(std::string_view stem, std::string_view dictionary) {
+    if (!stem.starts_with(dictionary) || stem.size() > longest_stem)
+        return false;
+    for (const char c : stem)
+        if (!(c >= '0' && c <= '9') && !(c >= 'A' && c <= 'Z') && !(c >= 'a' && c <= 'z') && c != '-' &&
+            c != '_')
+            return false;
+    return true;
+}
+
+bool is_live_id(std::string_view id, std::uint32_t value) {
+    return value != 0 && !id.empty() && id.find('\0') == std::string_view::npos;
+}
+
+// ---- out
+
+using record_visitor = std::function<void(std::string_view text, std::uint32_t value)>;
+
+// Calls `visit` for the live records of a list that begins at the file's position. False if it is damaged.
+bool walk_list(file_view& file, const record_visitor& visit) {
+    if (!file.has(1))
+        return true; // a list without anything
+    if (!file.has(8))
+        return false;
+    const auto head = file.ahead(8);
+    const std::uint32_t values = load_u32(head.data() + 4);
+    if (load_u32(head.data()) != signature::list || values > most_values ||
+        !file.has(8 + 4 * std::size_t{values}))
+        return false;
+    file.skip(8 + 4 * std::size_t{values});
+    while (file.has(1)) {
+        const std::size_t length = file.ahead(1)[0];
+        const auto record = file.ahead(length + 5);
+        if (record.size() < length + 5) {
+            // The room behind the last record is zeros.
+            return text_of(record.data(), record.size()).find_first_not_of('\0') == std::string_view::npos;
+        }
+        const std::string_view id = text_of(record.data() + 1, length);
+        const std::uint32_t value = load_u32(record.data() + 1 + length);
+        if (is_live_id(id, value))
+            visit(id, value);
+        file.skip(length + 5);
+    }
+    return !file.failed();
+}
+
+struct atom_values_view {
+    std::array<std::uint32_t, atom_values> values{};
+    std::optional<std::uint64_t> ids; // how many message IDs of its own; nothing without such a part
+    bool is_fresh = false;            // a name without any content
+};
+
+// The reason of a failure, or an empty text.
+std::string walk_atom(file_view& file, atom_values_view& atom, const record_visitor& token,
+                      const record_visitor& id) {
+    constexpr std::size_t head_size = 8 + 4 * atom_values;
+    file.go_to(0);
+    const auto head = file.ahead(head_size);
+    if (file.failed())
+        return "can't be read";
+    if (head.size() < 8 || load_u32(head.data()) != signature::atom)
+        return "is no atom";
+    if (load_u32(head.data() + 4) == 3)
+        return "has the older form; the engine brings it up to date at its next training";
+    if (load_u32(head.data() + 4) != atom_values || head.size() < head_size)
+        return "has a damaged head";
+    for (std::size_t i = 0; i < atom_values; ++i)
+        atom.values.at(i) = load_u32(head.data() + 8 + 4 * i);
+    file.skip(head_size);
+    if (!file.has(1)) {
+        atom.is_fresh = true;
+        for (const std::uint32_t value : atom.values)
+            if (value != 0)
+                return "is cut off behind its head";
+        return {};
+    }
+    if (!file.has(8))
+        return "is cut off behind its head";
+    const std::uint32_t count = load_u32(file.ahead(8).data());
+    std::uint64_t left = load_u32(file.ahead(8).data() + 4);
+    file.skip(8);
+    if (count != atom.values[1])
+        return "tells two numbers of tokens";
+    std::uint32_t last_hash = 0;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::size_t length = file.has(1) ? file.ahead(1)[0] : 0;
+        const auto entry = file.ahead(length + 5);
+        if (entry.size() < length + 5 || left < length + 5)
+            return "is cut off in token " + std::to_string(i + 1);
+        const std::string_view text = text_of(entry.data() + 1, length);
+        const std::uint32_t hash = order_hash(text);
+        if (hash < last_hash)
+            return "has its tokens out of order, at token " + std::to_string(i + 1);
+        last_hash = hash;
+        token(text, load_u32(entry.data() + 1 + length));
+        left -= length + 5;
+        file.skip(length + 5);
+    }
+    if (left != 0)
+        return "has bytes behind its last token";
+    if (!file.has(1))
+        return file.failed() ? "can't be read" : "";
+    atom.ids = 0;
+    const bool whole = walk_list(file, [&](std::string_view text, std::uint32_t value) {
+        ++*atom.ids;
+        id(text, value);
+    });
+    return whole ? "" : "has damaged message IDs";
+}
+
+class exporter {
+public:
+    exporter(const std::function<bool(std::string_view)>& write, base_text_sum& sum)
+        : m_write(write), m_sum(sum) {}
+
+    std::string run(const std::string& folder) {
+        line(std::string(first_line));
+        for (const half& each : halves) {
+            platform::directory_search search;
+            platform::directory_entry entry;
+            for (bool more = search.first(folder + each.name + "*.bye", entry); more;
+                 more = search.next(entry))
+                if (!(entry.attributes & platform::attribute::directory))
+                    if (std::string why = atom(folder + entry.name, each.name); !why.empty())
+                        return why;
+            file_view list(folder + each.name + ".lst");
+            if (!file_exists(list.path()))
+                continue;
+            const bool whole = walk_list(list, [&](std::string_view id, std::uint32_t value) {
+                record("message", each.name, value, id);
+                ++m_sum.messages;
+            });
+            if (!whole)
+                return platform::display_path(list.path()) + ": damaged, or can't be read";
+        }
+        if (m_failed)
+            return "the text can't be written";
+        line("end\t" + std::to_string(m_sum.lines));
+        return m_failed ? "the text can't be written" : "";
+    }
+
+private:
+    std::string atom(const std::string& path, std::string_view dictionary) {
+        const std::string shown = platform::display_path(path);
+        std::string_view stem = file_part(path);
+        stem.remove_suffix(4);
+        if (!is_stem(stem, dictionary))
+            return shown + ": has a name that no atom has";
+        file_view file(path);
+        atom_values_view facts;
+        const auto nothing = [](std::string_view, std::uint32_t) {};
+        // Once to see that it is whole, once to tell.
+        if (const std::string why = walk_atom(file, facts, nothing, nothing); !why.empty())
+            return shown + ": " + why;
+        if (facts.is_fresh)
+            return {};
+        ++m_sum.atoms;
+        std::string text = "atom\t" + std::string(stem);
+        constexpr std::array<const char*, atom_values> names = {"messages", "tokens", "occurrences", "oldest",
+                                                                "newest"};
+        for (std::size_t i = 0; i < atom_values; ++i)
+            text += std::string("\t") + names.at(i) + "=" + std::to_string(facts.values.at(i));
+        line(text + "\tids=" + (facts.ids ? std::to_string(*facts.ids) : "-"));
+        atom_values_view again;
+        const std::string why = walk_atom(
+            file, again,
+            [&](std::string_view token, std::uint32_t count) {
+                record("token", stem, count, token);
+                ++m_sum.tokens;
+            },
+            [&](std::string_view id, std::uint32_t value) { record("atom-id", stem, value, id); });
+        if (!why.empty() || again.values != facts.values || again.ids != facts.ids)
+            return shown + ": has changed meanwhile";
+        return m_failed ? "the text can't be written" : "";
+    }
+    void record(const char* kind, std::string_view owner, std::uint32_t value, std::string_view text) {
+        line(std::string(kind) + "\t" + std::string(owner) + "\t" + std::to_string(value) + "\t" +
+             escape_text(text));
+    }
+    void line(std::string text) {
+        ++m_sum.lines;
+        text += '\n';
+        m_failed = m_failed || !m_write(text);
+    }
+
+    const std::function<bool(std::string_view)>& m_write;
+    base_text_sum& m_sum;
+    bool m_failed = false;
+};
+
+// ---- in
+
+std::optional<std::uint32_t> number_of(std::string_view text) {
+    std::uint32_t value = 0;
+    const auto got = std::from_chars(text.data(), text.data() + text.size(), value);
+    return got.ec == std::errc() && got.ptr == text.data() + text.size() ? std::optional(value)
+                                                                         : std::nullopt;
+}
+
+std::optional<std::uint32_t> named_number(std::string_view text, std::string_view name) {
+    if (!text.starts_with(name) || text.substr(name.size(), 1) != "=")
+        return std::nullopt;
+    return number_of(text.substr(name.size() + 1));
+}
+
+class importer {
+public:
+    importer(tmpfld_holder& holder, base_text_sum& sum) : m_holder(holder), m_sum(sum) {}
+
+    // Both answer the reason of a failure, or an empty text.
+    std::string take(std::string_view line) {
+        if (m_ended)
+            return "something follows the line \"end\"";
+        ++m_sum.lines;
+        if (m_sum.lines == 1)
+            return line == first_line ? ""
+                                      : "this is no token base: its first line must be \"tessivar-base\", 1";
+        const std::vector<std::string_view> fields = split(line);
+        const std::string_view kind = fields[0];
+        if (kind == "token" || kind == "atom-id" || kind == "message") {
+            if (fields.size() != 4)
+                return "has not four fields";
+            const auto value = number_of(fields[2]);
+            if (!value)
+                return "its third field is no number";
+            if (!unescape_text(fields[3], m_text) || m_text.size() > 255)
+                return "its text is wrongly escaped or too long";
+            return kind == "token"     ? take_token(fields[1], *value)
+                   : kind == "atom-id" ? take_atom_id(fields[1], *value)
+                                       : take_message(fields[1], *value);
+        }
+        if (kind == "atom")
+            return take_atom(fields);
+        if (kind == "end")
+            return take_end(fields);
+        return "begins with no word that is known";
+    }
+    std::string finish() {
+        if (!m_ended)
+            return "the line \"end\" is missing: the text is cut off";
+        return m_sum.atoms == 0 ? "it holds no atoms" : "";
+    }
+
+private:
+    static std::vector<std::string_view> split(std::string_view line) {
+        std::vector<std::string_view> fields;
+        for (;;) {
+            const std::size_t end = line.find('\t');
+            fields.push_back(line.substr(0, end));
+            if (end == std::string_view::npos)
+                return fields;
+            line.remove_prefix(end + 1);
+        }
+    }
+
+    std::string take_atom(const std::vector<std::string_view>& fields) {
+        if (std::string why = close_atom(); !why.empty())
+            return why;
+        if (fields.size() != 8)
+            return "has not eight fields";
+        const std::string_view stem = fields[1];
+        std::size_t place = m_half;
+        while (place < halves.size() && !is_stem(stem, halves.at(place).name))
+            ++place;
+        if (place == halves.size())
+            return "has no atom's name, or stands in the wrong half";
+        if (place == m_half && (m_map || stem <= m_stem))
+            return "is out of order";
+        enter(place);
+        m_stem = stem;
+        const auto messages = named_number(fields[2], "messages");
+        const auto tokens = named_number(fields[3], "tokens");
+        const auto occurrences = named_number(fields[4], "occurrences");
+        const auto oldest = named_number(fields[5], "oldest");
+        const auto newest = named_number(fields[6], "newest");
+        m_ids = named_number(fields[7], "ids");
+        if (!messages || !tokens || !occurrences || !oldest || !newest || (!m_ids && fields[7] != "ids=-"))
+            return "has a field that is wrong";
+        m_head.messages = *messages;
+        m_head.tokens = *tokens;
+        m_head.occurrences = *occurrences;
+        m_head.oldest = *oldest;
+        m_head.newest = *newest;
+        m_count = m_bytes = 0;
+        m_id_count = m_last_hash = 0;
+        m_path = folder() + m_stem + ".bye";
+        const bool opened = m_file.create_to_write(m_path) && m_head.header.write(m_file);
+        m_block = m_file.position();
+        ++m_sum.atoms;
+        return opened && m_file.write_u32(0) && m_file.write_u32(0) ? "" : write_failure();
+    }
+    std::string take_token(std::string_view stem, std::uint32_t count) {
+        if (!m_file.is_open() || stem != m_stem || m_id_count != 0)
+            return "stands outside its atom";
+        const std::uint32_t hash = order_hash(m_text);
+        if (hash < m_last_hash)
+            return "is out of order";
+        if (m_count == m_head.tokens)
+            return "is one token more than its atom tells";
+        m_last_hash = hash;
+        ++m_count;
+        m_bytes += m_text.size() + 5;
+        ++m_sum.tokens;
+        return write_short_string(m_file, m_text) && m_file.write_u32(count) ? "" : write_failure();
+    }
+    std::string take_atom_id(std::string_view stem, std::uint32_t value) {
+        if (!m_file.is_open() || stem != m_stem || !m_ids || m_id_count == *m_ids)
+            return "stands outside its atom, or is one more than that tells";
+        if (!is_live_id(m_text, value))
+            return "is no message ID with a time";
+        if (m_id_count++ == 0 && !write_list_head())
+            return write_failure();
+        return write_short_string(m_file, m_text) && m_file.write_u32(value) ? "" : write_failure();
+    }
+    std::string take_message(std::string_view dictionary, std::uint32_t value) {
+        if (std::string why = close_atom(); !why.empty())
+            return why;
+        std::size_t place = m_half;
+        while (place < halves.size() && dictionary != halves.at(place).name)
+            ++place;
+        if (place == halves.size())
+            return "stands in the wrong half";
+        enter(place);
+        m_path = folder() + halves.at(m_half).name + ".lst";
+        if (!m_map)
+            m_map = std::make_unique<msidmap>(folder(), halves.at(m_half).name);
+        if (!is_live_id(m_text, value))
+            return "is no message ID with a time";
+        if (m_map->search(m_text) != 0)
+            return "has a message ID that stood there before";
+        if (!m_map->insert(m_text, value))
+            return write_failure();
+        ++m_sum.messages;
+        return {};
+    }
+    std::string take_end(const std::vector<std::string_view>& fields) {
+        if (std::string why = close_atom(); !why.empty())
+            return why;
+        m_map.reset();
+        m_ended = true;
+        if (fields.size() != 2 || number_of(fields[1]) != m_sum.lines - 1)
+            return "tells another number of lines than there are: some are missing, or too many";
+        return {};
+    }
+
+    void enter(std::size_t place) {
+        if (place == m_half)
+            return;
+        m_map.reset();
+        m_stem.clear();
+        m_half = place;
+    }
+    // Corrects the block's head, which could not be known before.
+    std::string close_atom() {
+        if (!m_file.is_open())
+            return {};
+        if (m_count != m_head.tokens || (m_ids && m_id_count != *m_ids))
+            return "comes too early: lines of the atom " + m_stem + " are missing";
+        if (m_bytes > 0xFFFFFFFFU)
+            return "the atom " + m_stem + " is too large";
+        const bool done = (!m_ids || m_id_count != 0 || write_list_head()) &&
+                          m_file.seek(static_cast<std::int64_t>(m_block), platform::origin::begin) &&
+                          m_file.write_u32(static_cast<std::uint32_t>(m_count)) &&
+                          m_file.write_u32(static_cast<std::uint32_t>(m_bytes)) && m_file.raw().flush();
+        return m_file.close() && done ? std::string() : write_failure();
+    }
+    bool write_list_head() {
+        return m_file.write_u32(signature::list) && m_file.write_u32(2) &&
+               m_file.write_u32(m_ids.value_or(0)) && m_file.write_u32(0);
+    }
+    std::string folder() { return m_holder.folder().path(halves.at(m_half).stage); }
+    [[nodiscard]] std::string write_failure() const {
+        return platform::display_path(m_path) + " can't be written (error " +
+               std::to_string(platform::last_error()) + ")";
+    }
+
+    tmpfld_holder& m_holder;
+    base_text_sum& m_sum;
+    std::string m_text;
+    bool m_ended = false;
+    std::size_t m_half = 0;
+    std::unique_ptr<msidmap> m_map; // of the half, once a message was there
+    std::string m_stem;             // of the last atom of the half
+    // The open atom.
+    file_stream m_file;
+    std::string m_path;
+    atom_head m_head;
+    std::optional<std::uint32_t> m_ids;
+    std::uint64_t m_block = 0; // where its token block begins
+    std::uint64_t m_count = 0;
+    std::uint64_t m_bytes = 0;
+    std::uint32_t m_id_count = 0;
+    std::uint32_t m_last_hash = 0;
+};
+
+// Hands all lines to the importer.
+std::string take_lines(importer& into, std::istream& in) {
+    std::vector<char> room(longest_line);
+    std::uint64_t number = 0;
+    const auto at = [&](const std::string& why) { return "line " + std::to_string(number) + ": " + why; };
+    for (;;) {
+        in.getline(room.data(), static_cast<std::streamsize>(room.size()));
+        std::string_view line(room.data(), static_cast<std::size_t>(in.gcount()));
+        if (in.bad())
+            return at("the text can't be read on");
+        if (in.eof() && line.empty())
+            break;
+        ++number;
+        if (in.fail())
+            return at("is too long");
+        if (!in.eof())
+            line.remove_suffix(1); // the line's end
+        if (in.eof() && line.front() != '#' && !line.starts_with("end\t"))
+            return at("is cut off");
+        if (!line.empty() && line.front() != '#')
+            if (const std::string why = into.take(line); !why.empty())
+                return at(why);
+        if (in.eof())
+            break;
+    }
+    const std::string why = into.finish();
+    return why.empty() ? why : at(why);
+}
+
+} // namespace
+
+std::string escape_text(std::string_view text) {
+    const bool keeps_high = is_utf8(text);
+    std::string out;
+    out.reserve(text.size());
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '\\')
+            out += "\\\\";
+        else if (byte < 0x20 || byte == 0x7F || (byte >= 0x80 && !keeps_high))
+            out += "\\x" + to_hex(byte, 2);
+        else
+            out += c;
+    }
+    return out;
+}
+
+bool unescape_text(std::string_view text, std::string& out) {
+    out.clear();
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (byte < 0x20 || byte == 0x7F)
+            return false;
+        if (text[i] != '\\') {
+            out += text[i];
+        } else if (text.substr(i, 2) == "\\\\") {
+            out += text[++i];
+        } else {
+            const auto code = text.substr(i, 2) == "\\x" ? from_hex(text, i + 2) : std::nullopt;
+            if (!code)
+                return false;
+            out += static_cast<char>(*code);
+            i += 3;
+        }
+    }
+    return true;
+}
+
+std::string export_base(const std::string& folder, const std::function<bool(std::string_view)>& write,
+                        base_text_sum& sum) {
+    return exporter(write, sum).run(folder);
+}
+
+bool is_empty_base(const std::string& folder) {
+    for (const half& each : halves) {
+        platform::directory_search search;
+        platform::directory_entry entry;
+        if (search.first(folder + each.name + "*.bye", entry))
+            return false;
+        const std::uint32_t size = file_size(folder + each.name + ".lst");
+        if (size != no_file_size && size > list_head)
+            return false;
+    }
+    return true;
+}
+
+std::string import_base(const std::string& folder, std::istream& in,
+                        const std::function<std::string()>& may_commit, base_text_sum& sum) {
+    make_folders(folder + "transact");
+    tmpfld_holder holder;
+    holder.init(folder);
+    for (const half& each : halves)
+        holder.folder().prepare(each.stage);
+    std::string why;
+    {
+        importer into(holder, sum);
+        why = take_lines(into, in);
+    }
+    if (why.empty())
+        why = may_commit();
+    if (why.empty()) {
+        // Both marks must stand, or the engine throws both halves away.
+        for (const half& each : halves)
+            holder._mark_prepared(each.stage);
+        for (const half& each : halves)
+            if (file_size(holder.folder().path_of(each.stage, "prepared.txt")) != 9)
+                why = platform::display_path(holder.folder().path(each.stage)) + ": can't be written";
+    }
+    if (!why.empty())
+        for (const half& each : halves)
+            holder.folder().remove(each.stage);
+    return why;
+}
+
+} // namespace tvr
