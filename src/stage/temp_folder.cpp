@@ -138,7 +138,7 @@ bool temp_folder::find_first(std::uint32_t stage, std::string* out, std::string_
 
 bool temp_folder::tmp_filename_for_stage(std::uint32_t stage, std::string& out, bool fullpath,
                                          std::string_view prefix) {
-    TVR_LOG(default_log, "[i] temp_folder::tmp_filename_for_stage");
+    TVR_LOG(transact_log, "[i] temp_folder::tmp_filename_for_stage");
     const auto made = platform::make_temp_file(path(stage), prefix.empty() ? "dis" : prefix);
     if (!made)
         return false;
