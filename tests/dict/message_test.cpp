@@ -114,7 +114,7 @@ TEST_F(MessageRecord, ReadersEndAtDamage) {
         {"empty token", record_head(55, 2) + pascal("id") + le(2, 11) + counted("", 7) + counted("b", 2), 1,
          "b2"},
         {"length 0", record_head(0, 2) + pascal("id") + tokens, 0, "a1b2"},
-        {"length within the head", record_head(20, 2) + pascal("id") + tokens, 0, "a1b2"},
+        {"length within the head", record_head(20, 2) + pascal("id") + tokens, 1, "a1b2"},
         {"length of 4 GB", record_head(0xFFFFFFFF, 2) + pascal("id") + tokens, 1, "a1b2"},
         {"tokens cut", record_head(55, 2) + pascal("id") + tokens.substr(0, 15), 1, "-"},
         {"4 GB of tokens", record_head(55, 2) + pascal("id") + le(2, 0xFFFFFFFF) + "1234", 1, "-"},
