@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "common/logger.h"
@@ -40,9 +41,9 @@ public:
         m_list.start();
         while (!m_atoms.empty()) {
             take_smallest_hash();
-            if (!m_output.is_open() && m_tokens.has_significant(m_run))
+            if (!m_output && m_tokens.has_significant(m_run))
                 create_output();
-            m_tokens.flush_accum(m_output, m_run, &m_list);
+            m_tokens.flush_accum(m_output ? &*m_output : nullptr, m_run, &m_list);
         }
         m_list.finish();
         finish_output();
@@ -76,21 +77,21 @@ private:
             std::erase_if(m_atoms, [](const auto& atom) { return !atom->has_token(); });
     }
 
+    // Tried once: a file that can't be made takes the tokens all the same, so that they don't pile up.
     void create_output() {
-        if (!m_output.create_to_write(m_path))
-            return;
-        m_run.header.header.write(m_output);
-        m_output.write_u32(0);
-        m_output.write_u32(0);
+        m_output.emplace().create_to_write(m_path);
+        m_run.header.header.write(*m_output);
+        m_output->write_u32(0);
+        m_output->write_u32(0);
     }
 
     void finish_output() {
-        if (!m_output.is_open())
+        if (!m_output)
             create_output();
-        m_output.seek(static_cast<std::int64_t>(m_run.header.header.size()), platform::origin::begin);
-        m_output.write_u32(m_run.records);
-        m_output.write_u32(m_run.bytes);
-        m_output.close();
+        m_output->seek(static_cast<std::int64_t>(m_run.header.header.size()), platform::origin::begin);
+        m_output->write_u32(m_run.records);
+        m_output->write_u32(m_run.bytes);
+        m_output->close();
     }
 
     std::string m_path;
@@ -98,7 +99,7 @@ private:
     selective_list m_list;
     token_accumulator m_tokens;
     std::vector<std::unique_ptr<atom_reader>> m_atoms;
-    file_stream m_output;
+    std::optional<file_stream> m_output; // nothing until the first significant token
 };
 
 } // namespace

@@ -30,8 +30,8 @@ float probability(const token_record& record, const grading_run& run) noexcept {
     return static_cast<float>(p <= lowest ? lowest : p);
 }
 
-void grade_token(token_record& record, file_stream& output, grading_run& run, selective_list* list) {
-    if (!output.is_open() || !is_significant(record, run))
+void grade_token(token_record& record, file_stream* output, grading_run& run, selective_list* list) {
+    if (!output || !is_significant(record, run))
         return;
     if (run.header.spam_messages == 0 || run.header.nonspam_messages == 0)
         return;
@@ -39,9 +39,9 @@ void grade_token(token_record& record, file_stream& output, grading_run& run, se
     if (list && record.good == 0)
         list->add_token(record.text, static_cast<std::uint32_t>(record.spam));
     const auto length = static_cast<std::uint8_t>(record.text.size());
-    output.write(&length, 1);
-    output.write(record.text.data(), record.text.size());
-    output.write(&p, sizeof p);
+    output->write(&length, 1);
+    output->write(record.text.data(), record.text.size());
+    output->write(&p, sizeof p);
     ++run.records;
     run.bytes += std::uint32_t{length} + 5;
 }
@@ -70,8 +70,8 @@ bool token_accumulator::has_significant(const grading_run& run) noexcept {
     return false;
 }
 
-void token_accumulator::flush_accum(file_stream& output, grading_run& run, selective_list* list) {
-    if (!output.is_open())
+void token_accumulator::flush_accum(file_stream* output, grading_run& run, selective_list* list) {
+    if (!output)
         return;
     for (std::size_t i = 0; i < m_used; ++i)
         grade_token(m_records[i], output, run, list);

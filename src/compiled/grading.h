@@ -33,21 +33,22 @@ struct grading_run {
 // The probability, 0.01 to 0.99. Both message totals of the header must not be 0.
 [[nodiscard]] float probability(const token_record& record, const grading_run& run) noexcept;
 // Writes a significant record with its probability, counts it, and offers it to the list if it was never
-// seen in good mail. Does nothing with an empty half.
-void grade_token(token_record& record, file_stream& output, grading_run& run, selective_list* list);
+// seen in good mail. Does nothing without an output, or with an empty half. deliberate: whether the output
+// could be opened, or takes the record, is not looked at.
+void grade_token(token_record& record, file_stream* output, grading_run& run, selective_list* list);
 
 // The tokens of one hash value. Keeps its memory from one value to the next.
 class token_accumulator {
 public:
     void accumulate_token(std::string_view text, std::uint32_t count, bool is_spam);
     [[nodiscard]] bool has_significant(const grading_run& run) noexcept;
-    // Grades all records in the order in which they came, and forgets them. Without an open output they stay.
-    void flush_accum(file_stream& output, grading_run& run, selective_list* list);
+    // Grades all records in the order in which they came, and forgets them. Without an output they stay.
+    void flush_accum(file_stream* output, grading_run& run, selective_list* list);
 
 private:
     std::vector<token_record> m_records;
     std::size_t m_used = 0;
-    std::size_t m_tested = 0; // records that are known to be insignificant, while no output is open
+    std::size_t m_tested = 0; // records that are known to be insignificant, while there is no output
 };
 
 } // namespace tvr

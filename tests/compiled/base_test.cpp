@@ -148,6 +148,12 @@ TEST_F(Base, WritesTheSelectiveList) {
     generate();
     EXPECT_EQ(tvr::read_file(folder / "selective.txt"), opening + "a\\.b|(\\<\\|\\>)|\\\xBB\\\x96" + closing);
     EXPECT_FALSE(std::filesystem::exists(folder / "~selective.txt"));
+    std::filesystem::remove(root.path() / "base.rgd");
+    std::filesystem::create_directory(root.path() / "base.rgd");
+    put("selective.txt", "an older one");
+    EXPECT_TRUE(tvr::dict_pair(root.engine_path("base\\")).generate_base(root.engine_path("base.rgd")));
+    EXPECT_EQ(tvr::read_file(folder / "selective.txt"), opening + "a\\.b|(\\<\\|\\>)|\\\xBB\\\x96" + closing)
+        << "whether the base can be written plays no part";
 
     // A line ends in front of the text that would take it beyond 40000 bytes.
     tvr::selective_list list;
