@@ -9,8 +9,10 @@
 #include "common/path.h"
 #include "dict/atom.h"
 #include "platform/clock.h"
+#include "platform/presence.h"
 #include "settings/settings.h"
 #include "settings/settings_file.h"
+#include "signal/identity.h"
 #include "stat/statistic.h"
 
 namespace tvr {
@@ -133,6 +135,10 @@ void work_server::stop() {
         TVR_LOG(default_log, "All is done. The plugin is cleaned.");
     }
     TVR_LOG(default_log, "***STOP***");
+}
+
+void work_server::quit() {
+    platform::close_presence(server_class, server_title);
 }
 
 std::uint32_t work_server::load_training_information() {

@@ -32,6 +32,8 @@ public:
     void stop_again() { stop(); }
 
     void reinit() { m_transaction.reinit(); } // nothing calls it
+    // Asks the message loop to end, and waits until it has: not for the main thread. Nothing calls it.
+    void quit();
     // Reports the heads of the two old-style dictionaries in the log; answers 0. Nothing calls it.
     std::uint32_t load_training_information();
 
