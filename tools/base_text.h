@@ -16,12 +16,6 @@ struct base_text_sum {
     std::uint64_t messages = 0; // message IDs of both halves
 };
 
-// Bytes that could end a line or disturb a terminal become \xNN, and the backslash is doubled. Bytes above
-// 127 stay if all of the text is UTF-8.
-[[nodiscard]] std::string escape_text(std::string_view text);
-// False for what escape_text() never makes.
-[[nodiscard]] bool unescape_text(std::string_view text, std::string& out);
-
 // Gives out the lines of both dictionaries of a folder (with a trailing backslash), each with its end;
 // hinders nobody who works on the files. Memory: some pieces of a file. The reason of a failure, or an empty
 // text: what was given out until then has no last line.

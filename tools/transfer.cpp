@@ -93,7 +93,11 @@ int export_to(const std::string& path) {
     base_text_sum sum;
     const std::string why = export_base(
         working + "base\\", [&](std::string_view text) { return target.write(text); }, sum);
-    if (view.stage() || view.stamp() != stamp)
+    // Between two stages there is no marker for a moment.
+    bool disturbed = view.stage() != nullptr;
+    platform::sleep_for(poll_pause);
+    disturbed = disturbed || view.stage() || view.stamp() != stamp;
+    if (disturbed)
         return fail("a training began meanwhile: what was written is useless; export again");
     if (!why.empty())
         return fail(why);
@@ -114,8 +118,10 @@ std::string obstacle(const engine_view& view) {
     return {};
 }
 
-// Waits until the engine has put the imported base in place.
+// Waits until the engine has put the imported base in place, and has generated the compiled one from it,
+// which the new time mark tells: between two stages there is no marker for a moment.
 int publish(const engine_view& view) {
+    const std::uint64_t stamp = view.stamp();
     training_client client;
     if (const ipc_status status = client.raise(engine_event::add); !status) {
         std::printf("The base is ready; the engine will put it in place at its next start (%s).\n",
@@ -123,7 +129,7 @@ int publish(const engine_view& view) {
         return exit_code::done;
     }
     const std::uint32_t start = platform::tick_count();
-    while (view.stage()) {
+    while (view.stage() || view.stamp() == stamp) {
         const std::uint32_t waited = platform::tick_count() - start;
         if (waited > publish_patience || (waited > start_patience && engine_view::process_id() == 0))
             return fail("the base is ready, but the engine doesn't put it in place");

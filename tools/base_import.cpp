@@ -1,241 +1,27 @@
-#include "tools/base_text.h"
-
-#include <array>
 #include <charconv>
 #include <memory>
 #include <optional>
 #include <vector>
 
-#include "client/charset.h"
-#include "common/bytes.h"
 #include "common/file_stream.h"
 #include "common/files.h"
 #include "common/path.h"
-#include "common/text.h"
 #include "common/token_hash.h"
 #include "dict/atom.h"
 #include "msid/msidmap.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "stage/temp_folder.h"
-#include "tools/file_view.h"
+#include "tools/base_lines.h"
+#include "tools/base_text.h"
 #include "tools/signatures.h"
-#include "transact/transaction.h"
 
 namespace tvr {
 
 namespace {
 
-constexpr std::string_view first_line = "tessivar-base\t1";
 constexpr std::size_t longest_line = 4096; // bytes
-constexpr std::size_t longest_stem = 64;
-constexpr std::size_t atom_values = 5;
-constexpr std::size_t list_head = 16; // bytes
-constexpr std::size_t most_values = 30;
-
-struct half {
-    const char* name;
-    std::uint32_t stage; // whose folder holds the half before it is put in place
-};
-constexpr std::array<half, 2> halves = {
-    {{"nspamdict", stage_number::ready_good}, {"spamdict", stage_number::ready_spam}}};
-
-std::string_view text_of(const std::uint8_t* bytes, std::size_t size) {
-    return {reinterpret_cast<const char*>(bytes), size};
-}
-
-// The name of an atom without ".bye", as the engine and this text may have it.
-bool is_stem(std::string_view stem, std::string_view dictionary) {
-    if (!stem.starts_with(dictionary) || stem.size() > longest_stem)
-        return false;
-    for (const char c : stem)
-        if (!(c >= '0' && c <= '9') && !(c >= 'A' && c <= 'Z') && !(c >= 'a' && c <= 'z') && c != '-' &&
-            c != '_')
-            return false;
-    return true;
-}
-
-bool is_live_id(std::string_view id, std::uint32_t value) {
-    return value != 0 && !id.empty() && id.find('\0') == std::string_view::npos;
-}
-
-// ---- out
-
-using record_visitor = std::function<void(std::string_view text, std::uint32_t value)>;
-
-// Calls `visit` for the live records of a list that begins at the file's position. False if it is damaged.
-bool walk_list(file_view& file, const record_visitor& visit) {
-    if (!file.has(1))
-        return true; // a list without anything
-    if (!file.has(8))
-        return false;
-    const auto head = file.ahead(8);
-    const std::uint32_t values = load_u32(head.data() + 4);
-    if (load_u32(head.data()) != signature::list || values > most_values ||
-        !file.has(8 + 4 * std::size_t{values}))
-        return false;
-    file.skip(8 + 4 * std::size_t{values});
-    while (file.has(1)) {
-        const std::size_t length = file.ahead(1)[0];
-        const auto record = file.ahead(length + 5);
-        if (record.size() < length + 5) {
-            // The room behind the last record is zeros.
-            return text_of(record.data(), record.size()).find_first_not_of('\0') == std::string_view::npos;
-        }
-        const std::string_view id = text_of(record.data() + 1, length);
-        const std::uint32_t value = load_u32(record.data() + 1 + length);
-        if (is_live_id(id, value))
-            visit(id, value);
-        file.skip(length + 5);
-    }
-    return !file.failed();
-}
-
-struct atom_values_view {
-    std::array<std::uint32_t, atom_values> values{};
-    std::optional<std::uint64_t> ids; // how many message IDs of its own; nothing without such a part
-    bool is_fresh = false;            // a name without any content
-};
-
-// The reason of a failure, or an empty text.
-std::string walk_atom(file_view& file, atom_values_view& atom, const record_visitor& token,
-                      const record_visitor& id) {
-    constexpr std::size_t head_size = 8 + 4 * atom_values;
-    file.go_to(0);
-    const auto head = file.ahead(head_size);
-    if (file.failed())
-        return "can't be read";
-    if (head.size() < 8 || load_u32(head.data()) != signature::atom)
-        return "is no atom";
-    if (load_u32(head.data() + 4) == 3)
-        return "has the older form; the engine brings it up to date at its next training";
-    if (load_u32(head.data() + 4) != atom_values || head.size() < head_size)
-        return "has a damaged head";
-    for (std::size_t i = 0; i < atom_values; ++i)
-        atom.values.at(i) = load_u32(head.data() + 8 + 4 * i);
-    file.skip(head_size);
-    if (!file.has(1)) {
-        atom.is_fresh = true;
-        for (const std::uint32_t value : atom.values)
-            if (value != 0)
-                return "is cut off behind its head";
-        return {};
-    }
-    if (!file.has(8))
-        return "is cut off behind its head";
-    const std::uint32_t count = load_u32(file.ahead(8).data());
-    std::uint64_t left = load_u32(file.ahead(8).data() + 4);
-    file.skip(8);
-    if (count != atom.values[1])
-        return "tells two numbers of tokens";
-    std::uint32_t last_hash = 0;
-    for (std::uint32_t i = 0; i < count; ++i) {
-        const std::size_t length = file.has(1) ? file.ahead(1)[0] : 0;
-        const auto entry = file.ahead(length + 5);
-        if (entry.size() < length + 5 || left < length + 5)
-            return "is cut off in token " + std::to_string(i + 1);
-        const std::string_view text = text_of(entry.data() + 1, length);
-        const std::uint32_t hash = order_hash(text);
-        if (hash < last_hash)
-            return "has its tokens out of order, at token " + std::to_string(i + 1);
-        last_hash = hash;
-        token(text, load_u32(entry.data() + 1 + length));
-        left -= length + 5;
-        file.skip(length + 5);
-    }
-    if (left != 0)
-        return "has bytes behind its last token";
-    if (!file.has(1))
-        return file.failed() ? "can't be read" : "";
-    atom.ids = 0;
-    const bool whole = walk_list(file, [&](std::string_view text, std::uint32_t value) {
-        ++*atom.ids;
-        id(text, value);
-    });
-    return whole ? "" : "has damaged message IDs";
-}
-
-class exporter {
-public:
-    exporter(const std::function<bool(std::string_view)>& write, base_text_sum& sum)
-        : m_write(write), m_sum(sum) {}
-
-    std::string run(const std::string& folder) {
-        line(std::string(first_line));
-        for (const half& each : halves) {
-            platform::directory_search search;
-            platform::directory_entry entry;
-            for (bool more = search.first(folder + each.name + "*.bye", entry); more;
-                 more = search.next(entry))
-                if (!(entry.attributes & platform::attribute::directory))
-                    if (std::string why = atom(folder + entry.name, each.name); !why.empty())
-                        return why;
-            file_view list(folder + each.name + ".lst");
-            if (!file_exists(list.path()))
-                continue;
-            const bool whole = walk_list(list, [&](std::string_view id, std::uint32_t value) {
-                record("message", each.name, value, id);
-                ++m_sum.messages;
-            });
-            if (!whole)
-                return platform::display_path(list.path()) + ": damaged, or can't be read";
-        }
-        if (m_failed)
-            return "the text can't be written";
-        line("end\t" + std::to_string(m_sum.lines));
-        return m_failed ? "the text can't be written" : "";
-    }
-
-private:
-    std::string atom(const std::string& path, std::string_view dictionary) {
-        const std::string shown = platform::display_path(path);
-        std::string_view stem = file_part(path);
-        stem.remove_suffix(4);
-        if (!is_stem(stem, dictionary))
-            return shown + ": has a name that no atom has";
-        file_view file(path);
-        atom_values_view facts;
-        const auto nothing = [](std::string_view, std::uint32_t) {};
-        // Once to see that it is whole, once to tell.
-        if (const std::string why = walk_atom(file, facts, nothing, nothing); !why.empty())
-            return shown + ": " + why;
-        if (facts.is_fresh)
-            return {};
-        ++m_sum.atoms;
-        std::string text = "atom\t" + std::string(stem);
-        constexpr std::array<const char*, atom_values> names = {"messages", "tokens", "occurrences", "oldest",
-                                                                "newest"};
-        for (std::size_t i = 0; i < atom_values; ++i)
-            text += std::string("\t") + names.at(i) + "=" + std::to_string(facts.values.at(i));
-        line(text + "\tids=" + (facts.ids ? std::to_string(*facts.ids) : "-"));
-        atom_values_view again;
-        const std::string why = walk_atom(
-            file, again,
-            [&](std::string_view token, std::uint32_t count) {
-                record("token", stem, count, token);
-                ++m_sum.tokens;
-            },
-            [&](std::string_view id, std::uint32_t value) { record("atom-id", stem, value, id); });
-        if (!why.empty() || again.values != facts.values || again.ids != facts.ids)
-            return shown + ": has changed meanwhile";
-        return m_failed ? "the text can't be written" : "";
-    }
-    void record(const char* kind, std::string_view owner, std::uint32_t value, std::string_view text) {
-        line(std::string(kind) + "\t" + std::string(owner) + "\t" + std::to_string(value) + "\t" +
-             escape_text(text));
-    }
-    void line(std::string text) {
-        ++m_sum.lines;
-        text += '\n';
-        m_failed = m_failed || !m_write(text);
-    }
-
-    const std::function<bool(std::string_view)>& m_write;
-    base_text_sum& m_sum;
-    bool m_failed = false;
-};
-
-// ---- in
+constexpr std::size_t list_head = 16;      // bytes
 
 std::optional<std::uint32_t> number_of(std::string_view text) {
     std::uint32_t value = 0;
@@ -260,8 +46,9 @@ public:
             return "something follows the line \"end\"";
         ++m_sum.lines;
         if (m_sum.lines == 1)
-            return line == first_line ? ""
-                                      : "this is no token base: its first line must be \"tessivar-base\", 1";
+            return line == base_text_start
+                       ? ""
+                       : "this is no token base: its first line must be \"tessivar-base\", 1";
         const std::vector<std::string_view> fields = split(line);
         const std::string_view kind = fields[0];
         if (kind == "token" || kind == "atom-id" || kind == "message") {
@@ -307,9 +94,9 @@ private:
             return "has not eight fields";
         const std::string_view stem = fields[1];
         std::size_t place = m_half;
-        while (place < halves.size() && !is_stem(stem, halves.at(place).name))
+        while (place < base_halves.size() && !is_atom_stem(stem, base_halves.at(place).name))
             ++place;
-        if (place == halves.size())
+        if (place == base_halves.size())
             return "has no atom's name, or stands in the wrong half";
         if (place == m_half && (m_map || stem <= m_stem))
             return "is out of order";
@@ -363,14 +150,14 @@ private:
         if (std::string why = close_atom(); !why.empty())
             return why;
         std::size_t place = m_half;
-        while (place < halves.size() && dictionary != halves.at(place).name)
+        while (place < base_halves.size() && dictionary != base_halves.at(place).name)
             ++place;
-        if (place == halves.size())
+        if (place == base_halves.size())
             return "stands in the wrong half";
         enter(place);
-        m_path = folder() + halves.at(m_half).name + ".lst";
+        m_path = folder() + base_halves.at(m_half).name + ".lst";
         if (!m_map)
-            m_map = std::make_unique<msidmap>(folder(), halves.at(m_half).name);
+            m_map = std::make_unique<msidmap>(folder(), base_halves.at(m_half).name);
         if (!is_live_id(m_text, value))
             return "is no message ID with a time";
         if (m_map->search(m_text) != 0)
@@ -415,7 +202,7 @@ private:
         return m_file.write_u32(signature::list) && m_file.write_u32(2) &&
                m_file.write_u32(m_ids.value_or(0)) && m_file.write_u32(0);
     }
-    std::string folder() { return m_holder.folder().path(halves.at(m_half).stage); }
+    std::string folder() { return m_holder.folder().path(base_halves.at(m_half).stage); }
     [[nodiscard]] std::string write_failure() const {
         return platform::display_path(m_path) + " can't be written (error " +
                std::to_string(platform::last_error()) + ")";
@@ -471,50 +258,8 @@ std::string take_lines(importer& into, std::istream& in) {
 
 } // namespace
 
-std::string escape_text(std::string_view text) {
-    const bool keeps_high = is_utf8(text);
-    std::string out;
-    out.reserve(text.size());
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '\\')
-            out += "\\\\";
-        else if (byte < 0x20 || byte == 0x7F || (byte >= 0x80 && !keeps_high))
-            out += "\\x" + to_hex(byte, 2);
-        else
-            out += c;
-    }
-    return out;
-}
-
-bool unescape_text(std::string_view text, std::string& out) {
-    out.clear();
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if (byte < 0x20 || byte == 0x7F)
-            return false;
-        if (text[i] != '\\') {
-            out += text[i];
-        } else if (text.substr(i, 2) == "\\\\") {
-            out += text[++i];
-        } else {
-            const auto code = text.substr(i, 2) == "\\x" ? from_hex(text, i + 2) : std::nullopt;
-            if (!code)
-                return false;
-            out += static_cast<char>(*code);
-            i += 3;
-        }
-    }
-    return true;
-}
-
-std::string export_base(const std::string& folder, const std::function<bool(std::string_view)>& write,
-                        base_text_sum& sum) {
-    return exporter(write, sum).run(folder);
-}
-
 bool is_empty_base(const std::string& folder) {
-    for (const half& each : halves) {
+    for (const base_half& each : base_halves) {
         platform::directory_search search;
         platform::directory_entry entry;
         if (search.first(folder + each.name + "*.bye", entry))
@@ -531,7 +276,7 @@ std::string import_base(const std::string& folder, std::istream& in,
     make_folders(folder + "transact");
     tmpfld_holder holder;
     holder.init(folder);
-    for (const half& each : halves)
+    for (const base_half& each : base_halves)
         holder.folder().prepare(each.stage);
     std::string why;
     {
@@ -542,14 +287,14 @@ std::string import_base(const std::string& folder, std::istream& in,
         why = may_commit();
     if (why.empty()) {
         // Both marks must stand, or the engine throws both halves away.
-        for (const half& each : halves)
+        for (const base_half& each : base_halves)
             holder._mark_prepared(each.stage);
-        for (const half& each : halves)
+        for (const base_half& each : base_halves)
             if (file_size(holder.folder().path_of(each.stage, "prepared.txt")) != 9)
                 why = platform::display_path(holder.folder().path(each.stage)) + ": can't be written";
     }
     if (!why.empty())
-        for (const half& each : halves)
+        for (const base_half& each : base_halves)
             holder.folder().remove(each.stage);
     return why;
 }

@@ -1,0 +1,36 @@
+// What the two ways of the token base's text have in common.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "transact/transaction.h"
+
+namespace tvr {
+
+constexpr std::string_view base_text_start = "tessivar-base\t1"; // the first line
+constexpr std::array<const char*, 5> atom_value_names = {"messages", "tokens", "occurrences", "oldest",
+                                                         "newest"};
+
+struct base_half {
+    const char* name;
+    std::uint32_t stage; // whose folder holds the half before it is put in place
+};
+// In the order of the text; also that in which they are marked as ready: the engine throws the first one away
+// if the second isn't.
+constexpr std::array<base_half, 2> base_halves = {
+    {{"nspamdict", stage_number::ready_good}, {"spamdict", stage_number::ready_spam}}};
+
+// The name of an atom without ".bye", as the engine and the text may have it.
+[[nodiscard]] bool is_atom_stem(std::string_view stem, std::string_view dictionary);
+[[nodiscard]] bool is_live_id(std::string_view id, std::uint32_t value);
+// Bytes that could end a line or disturb a terminal become \xNN, and the backslash is doubled. Bytes above
+// 127 stay if all of the text is UTF-8.
+[[nodiscard]] std::string escape_text(std::string_view text);
+// False for what escape_text() never makes.
+[[nodiscard]] bool unescape_text(std::string_view text, std::string& out);
+
+} // namespace tvr
