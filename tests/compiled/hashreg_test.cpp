@@ -78,19 +78,15 @@ TEST_F(Reader, TellsWhatItMakesOfAFile) {
     const std::string deprecated = "[i] file is not valid. Checking if it is just deprecated...";
     const std::string neither = "[-] file is neither valid, nor deprecated. We are failed...";
     using lines = std::vector<std::string>;
-    const struct {
-        std::string bytes;
-        lines logged;
-    } cases[] = {
+    const std::pair<std::string, lines> cases[] = {
         {base_bytes(0x4A534144, 2, two), {begins}},
         {base_bytes(0x49534144, 2, two), {begins, deprecated}},
-        {base_bytes(0x4B534144, 2, two), {begins, deprecated, neither}},
         {le(0x4A534144, 31) + std::string(200, 'x'), {begins, deprecated, neither}},
         {le(0x4A534144, 0, 3, 2), {begins, "[-] init_from_file failed..."}},
     };
-    for (const auto& test : cases) {
-        EXPECT_EQ(load(test.bytes), test.logged.size() < 3 && !test.logged.back().starts_with("[-]"));
-        EXPECT_EQ(log.take(), test.logged);
+    for (const auto& [bytes, logged] : cases) {
+        EXPECT_EQ(load(bytes), !logged.back().starts_with("[-]"));
+        EXPECT_EQ(log.take(), logged);
     }
     EXPECT_FALSE(m_base.load(m_root.engine_path("absent")));
     const std::string fails =
