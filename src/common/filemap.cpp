@@ -7,11 +7,10 @@ namespace tvr {
 
 filemap_base::filemap_base(map_mode mode, std::string_view path, std::uint64_t size, std::uint64_t* size_out)
     : m_writable(mode == map_mode::read_write) {
-    const bool opened =
-        m_writable ? m_file.open(path, platform::access::read_write, platform::share::read,
-                                 platform::creation::open_always)
-                   : m_file.open(path, platform::access::read, platform::share::read,
-                                 platform::creation::open_existing);
+    const bool opened = m_writable ? m_file.open(path, platform::access::read_write, platform::share::read,
+                                                 platform::creation::open_always)
+                                   : m_file.open(path, platform::access::read, platform::share::read,
+                                                 platform::creation::open_existing);
     if (!opened)
         return;
     if (size_out)

@@ -10,8 +10,8 @@ namespace tvr {
 
 std::uint32_t file_size(std::string_view path) {
     platform::file probe;
-    if (path.empty() || !probe.open(path, platform::access::none, platform::share::read,
-                                    platform::creation::open_existing))
+    if (path.empty() ||
+        !probe.open(path, platform::access::none, platform::share::read, platform::creation::open_existing))
         return no_file_size;
     const auto size = probe.size();
     return size ? static_cast<std::uint32_t>(*size) : no_file_size;

@@ -153,8 +153,9 @@ public:
 
 private:
     [[nodiscard]] std::size_t position_of(std::size_t size) const noexcept {
-        const auto place = std::lower_bound(m_allocators.begin(), m_allocators.end(), size,
-                                            [](const fixed_allocator& a, std::size_t s) { return a.size() < s; });
+        const auto place =
+            std::lower_bound(m_allocators.begin(), m_allocators.end(), size,
+                             [](const fixed_allocator& a, std::size_t s) { return a.size() < s; });
         return static_cast<std::size_t>(place - m_allocators.begin());
     }
 

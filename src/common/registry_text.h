@@ -11,7 +11,7 @@ namespace tvr {
 
 class registry_text {
 public:
-    bool open(platform::registry_root root, std::string_view path);   // for reading
+    bool open(platform::registry_root root, std::string_view path); // for reading
     // Opens or makes the key with all rights; where that is denied, opens it for reading.
     bool create(platform::registry_root root, std::string_view path);
     void close() noexcept;

@@ -103,7 +103,8 @@ std::uint32_t zlib_loader::unpacked_size(std::span<const std::uint8_t> memory) {
 
 // deliberate: the count that compress_block reports leaves out the head, so the last 16 bytes of the stream
 // don't reach the file. restore_file is built around that.
-bool zlib_loader::WriteZFile(file_stream& file, std::span<const std::uint8_t> source, std::uint32_t* size_out) {
+bool zlib_loader::WriteZFile(file_stream& file, std::span<const std::uint8_t> source,
+                             std::uint32_t* size_out) {
     const auto size = static_cast<std::uint32_t>(source.size());
     const std::uint32_t room = bound(size);
     TVR_LOG(default_log, "WriteZFile (0x%08X, %d bytes, %d for output, %d will be allocated)",
@@ -157,7 +158,8 @@ bool zlib_loader::restore_file(file_stream& source, std::string_view target_path
         source.read(content.data(), content.size(), got);
     }
     file_stream target;
-    return target.create_to_write(target_path) && target.write(content.data(), content.size()) && target.close();
+    return target.create_to_write(target_path) && target.write(content.data(), content.size()) &&
+           target.close();
 }
 
 } // namespace tvr

@@ -24,7 +24,8 @@ public:
     // stream and receives its size alone, without the head.
     bool compress_block(std::span<const std::uint8_t> source, std::uint8_t* destination, std::uint32_t& size);
     // The data of a compressed form; `size` holds the room and receives the size of the data.
-    bool uncompress_block(std::span<const std::uint8_t> source, std::uint8_t* destination, std::uint32_t& size);
+    bool uncompress_block(std::span<const std::uint8_t> source, std::uint8_t* destination,
+                          std::uint32_t& size);
     static std::uint32_t bound(std::uint32_t size) noexcept; // room for a result: size + size / 1000 + 396
     // The size of the data of a compressed form; 0 if it is none.
     static std::uint32_t unpacked_size(std::span<const std::uint8_t> memory);

@@ -57,9 +57,9 @@ public:
     event(const event&) = delete;
     event& operator=(const event&) = delete;
 
-    bool create(bool manual_reset);             // unnamed, unsignalled
-    bool create_named(std::string_view name);   // auto-reset; opens an existing one
-    void close() noexcept;                      // not while another thread waits on it
+    bool create(bool manual_reset);           // unnamed, unsignalled
+    bool create_named(std::string_view name); // auto-reset; opens an existing one
+    void close() noexcept;                    // not while another thread waits on it
     [[nodiscard]] bool is_open() const noexcept;
 
     void set() noexcept;

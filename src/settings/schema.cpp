@@ -35,7 +35,9 @@ public:
 
 private:
     [[nodiscard]] bool declares() const { return m_mode == schema_mode::declare; }
-    [[nodiscard]] bool assigns(std::uint32_t group) const { return static_cast<std::uint32_t>(m_mode) == group; }
+    [[nodiscard]] bool assigns(std::uint32_t group) const {
+        return static_cast<std::uint32_t>(m_mode) == group;
+    }
 
     template <class T>
     void field(std::uint32_t group, field_type type, T& member, const char* key, T value) {

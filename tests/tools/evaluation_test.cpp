@@ -26,8 +26,7 @@ TEST(evaluation, area_under_the_curve) {
     EXPECT_DOUBLE_EQ(roc_area({{10, true}, {90, false}}), 0);
     EXPECT_DOUBLE_EQ(roc_area({{50, true}, {50, false}}), 0.5);
     // Of six pairs two are right and one is a tie.
-    EXPECT_DOUBLE_EQ(roc_area({{9, true}, {8, false}, {7, true}, {7, false}, {6, true}}),
-                     2.5 / 6);
+    EXPECT_DOUBLE_EQ(roc_area({{9, true}, {8, false}, {7, true}, {7, false}, {6, true}}), 2.5 / 6);
     EXPECT_DOUBLE_EQ(roc_area({{9, true}}), 0.5);
 }
 

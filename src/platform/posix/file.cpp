@@ -371,15 +371,16 @@ bool file::set_last_write_time(std::uint64_t time) {
 
 std::optional<std::size_t> peek_file(std::string_view path, std::uint64_t offset, void* buffer,
                                      std::size_t size) {
-    const posix::descriptor file(::open(posix::native_path(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    const posix::descriptor file(
+        ::open(posix::native_path(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
     if (!file.is_open()) {
         posix::fail_errno();
         return std::nullopt;
     }
     std::size_t got = 0;
     while (got < size) {
-        const ssize_t part = pread(file.get(), static_cast<char*>(buffer) + got, size - got,
-                                   static_cast<off_t>(offset + got));
+        const ssize_t part =
+            pread(file.get(), static_cast<char*>(buffer) + got, size - got, static_cast<off_t>(offset + got));
         if (part < 0 && errno == EINTR)
             continue;
         if (part < 0) {

@@ -29,7 +29,7 @@ bool write_all(int file, const std::string& text) {
 }
 
 bool lock_whole(int file) {
-    struct flock lock{};
+    struct flock lock {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
     while (fcntl(file, F_OFD_SETLKW, &lock) != 0)
@@ -42,7 +42,7 @@ bool lock_whole(int file) {
 
 std::optional<std::string> read_text_file(const std::string& native, std::size_t limit) {
     const descriptor file(open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    struct stat facts{};
+    struct stat facts {};
     if (!file.is_open() || fstat(file.get(), &facts) != 0) {
         fail_path(native);
         return std::nullopt;
