@@ -6,15 +6,13 @@
 #include "common/file_stream.h"
 #include "common/path.h"
 #include "dict/message_record.h"
-#include "platform/clock.h"
 #include "platform/error.h"
 
 namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t retry_pause = 5; // milliseconds
-constexpr std::uint64_t count_size = 4;  // bytes in front of the records
+constexpr std::uint64_t count_size = 4; // bytes in front of the records
 constexpr std::uint64_t largest = 0x7FFFFFFF;
 
 bool write_at(platform::file& file, std::uint64_t place, const void* data, std::size_t size) {
@@ -32,27 +30,11 @@ bool write_word(platform::file& file, std::uint64_t place, std::uint32_t word) {
 cache_writer::cache_writer(std::string_view path)
     : m_path(path), m_lock(join_path(folder_part(path), "lock.bin")) {}
 
-// Only a real lock file will do here. One that is just being deleted may refuse to be opened (5).
-bool cache_writer::acquire(std::uint32_t patience) {
-    const std::uint32_t start = platform::tick_count();
-    for (;;) {
-        if (m_lock.try_acquire() && m_lock.has_file())
-            return true;
-        const std::uint32_t code = platform::last_error();
-        m_lock.release();
-        platform::set_last_error(code);
-        if ((code != platform::error::sharing_violation && code != platform::error::access_denied) ||
-            platform::tick_count() - start >= patience)
-            return false;
-        platform::sleep_for(retry_pause);
-    }
-}
-
 append_result cache_writer::append(const record_batch& batch, std::uint32_t patience) {
     const platform::locker locker(m_locker);
     if (batch.count() == 0)
         return append_result::done;
-    if (!acquire(patience))
+    if (!m_lock.acquire_within(patience))
         return platform::last_error() == platform::error::sharing_violation ? append_result::locked
                                                                             : append_result::io_failed;
     const append_result result = append_locked(batch);
@@ -81,13 +63,11 @@ bool cache_writer::find_end(platform::file& cache) {
         !records.read_u32(count))
         return false;
     message_head record;
-    // What a record claims has to hold its head and the two counts of its tokens.
     while (record.read_head(records)) {
-        const std::uint64_t end = record.position + record.length;
-        if (end < records.position() + 2 * sizeof(std::uint32_t) || end > *size ||
-            !records.seek(static_cast<std::int64_t>(end), platform::origin::begin))
+        const auto end = record.whole_end(records, *size);
+        if (!end || !records.seek(static_cast<std::int64_t>(*end), platform::origin::begin))
             break;
-        m_end = end;
+        m_end = *end;
         ++m_count;
     }
     return true;

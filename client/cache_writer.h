@@ -34,7 +34,6 @@ public:
     [[nodiscard]] std::uint64_t end() const noexcept { return m_end; }
 
 private:
-    bool acquire(std::uint32_t patience);
     append_result append_locked(const record_batch& batch);
     bool find_end(platform::file& cache);
 

@@ -11,7 +11,6 @@ namespace tvr {
 
 namespace {
 
-constexpr std::size_t longest_msid = 255;
 constexpr std::size_t head_size = 32;               // bytes of a record in front of its message ID
 constexpr std::size_t limit = std::size_t{1} << 30; // bytes of a batch
 
@@ -28,7 +27,7 @@ training_message describe(const mail_facts& facts, std::size_t size, bool spam, 
 bool record_batch::add(const training_message& message, const token_table& tokens) {
     const auto entries = tokens.entries();
     const std::size_t length = head_size + 1 + message.msid.size() + 8 + entries.size();
-    if (message.msid.size() > longest_msid || length > limit || m_bytes.size() > limit - length)
+    if (message.msid.size() > message_head::longest_msid || length > limit || m_bytes.size() > limit - length)
         return false;
     const std::size_t start = m_bytes.size();
     m_bytes.resize(start + length);
@@ -38,7 +37,7 @@ bool record_batch::add(const training_message& message, const token_table& token
         at += 4;
     };
     put(message_head::signature);
-    put(6);
+    put(message_head::value_count);
     put(static_cast<std::uint32_t>(length));
     put((message.spam ? message_flag::spam : 0U) | (message.manual ? message_flag::manual : 0U));
     put(message.size);

@@ -7,7 +7,6 @@
 #include "common/text.h"
 #include "dict/dictbase.h"
 #include "dict/message_record.h"
-#include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/file.h"
 
@@ -15,11 +14,7 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t retry_pause = 5; // milliseconds
-constexpr std::uint32_t head_values = 6;
-constexpr std::size_t longest_name = 243; // bytes of a Message-ID within an ID of the cache
-constexpr std::size_t tail_size = 10;     // ">_" and eight digits
-constexpr std::size_t least_tokens = 8;   // bytes of a token block
+constexpr std::size_t tail_size = 10; // ">_" and eight digits
 
 // The Message-ID within an ID of the cache; empty if it has another form.
 std::string_view bare_id(std::string_view id) {
@@ -27,22 +22,6 @@ std::string_view bare_id(std::string_view id) {
         id.find_first_not_of("0123456789ABCDEF", id.size() - tail_size + 2) != std::string_view::npos)
         return {};
     return id.substr(1, id.size() - tail_size - 1);
-}
-
-// Only a real lock file will do here. One that is just being deleted may refuse to be opened (5).
-bool acquire(file_lock& lock, std::uint32_t patience) {
-    const std::uint32_t start = platform::tick_count();
-    for (;;) {
-        if (lock.try_acquire() && lock.has_file())
-            return true;
-        const std::uint32_t code = platform::last_error();
-        lock.release();
-        platform::set_last_error(code);
-        if ((code != platform::error::sharing_violation && code != platform::error::access_denied) ||
-            platform::tick_count() - start >= patience)
-            return false;
-        platform::sleep_for(retry_pause);
-    }
 }
 
 std::string failure(const std::string& path, const char* what) {
@@ -61,8 +40,8 @@ std::string mark_all(const std::string& path, mail_to_forget& messages) {
     message_head record;
     cache.read_u32(count); // no bound, here as for every other reader
     while (record.read_head(cache)) {
-        const std::uint64_t end = record.position + record.length;
-        if (end < cache.position() + least_tokens || end > size)
+        const auto end = record.whole_end(cache, size);
+        if (!end)
             break; // nobody reads on here
         auto found = messages.find(record.msid);
         if (found == messages.end())
@@ -70,14 +49,14 @@ std::string mark_all(const std::string& path, mail_to_forget& messages) {
         // A head of another size can't be written in place.
         if (found != messages.end() && record.flags & message_flag::deleted)
             ++found->second.already;
-        else if (found != messages.end() && record.header.filecount() != head_values)
+        else if (found != messages.end() && record.header.filecount() != message_head::value_count)
             return platform::display_path(path) + ": the message's record is damaged";
         else if (found != messages.end()) {
             if (!mark_deleted(cache, record.position))
                 return failure(path, "can't be written");
             ++found->second.marked;
         }
-        if (!cache.seek(static_cast<std::int64_t>(end), platform::origin::begin))
+        if (!cache.seek(static_cast<std::int64_t>(*end), platform::origin::begin))
             break;
     }
     return cache.close() ? std::string() : failure(path, "can't be written");
@@ -88,7 +67,7 @@ std::string mark_all(const std::string& path, mail_to_forget& messages) {
 std::string forget_key(std::string_view id) {
     if (!bare_id(id).empty())
         return std::string(id);
-    return std::string(trim(id, " \t\r\n<>").substr(0, longest_name));
+    return std::string(trim(id, " \t\r\n<>").substr(0, longest_msid_name));
 }
 
 std::string forget_waiting(const std::string& cache, mail_to_forget& messages, std::uint32_t patience) {
@@ -97,7 +76,7 @@ std::string forget_waiting(const std::string& cache, mail_to_forget& messages, s
         return {};
     const std::string lock_path = join_path(folder_part(cache), "lock.bin");
     file_lock lock(lock_path);
-    if (!acquire(lock, patience))
+    if (!lock.acquire_within(patience))
         return platform::last_error() == platform::error::sharing_violation
                    ? platform::display_path(lock_path) + ": another process holds the cache all the time"
                    : failure(lock_path, "can't be made");

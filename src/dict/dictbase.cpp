@@ -17,6 +17,7 @@ namespace tvr {
 
 namespace {
 
+constexpr std::uint32_t short_pause = 5;    // milliseconds, of those who wait for a while only
 constexpr std::uint32_t retry_pause = 200;  // milliseconds
 constexpr std::size_t copy_buffer = 409600; // bytes
 constexpr std::int64_t count_size = 4;      // bytes of the count in front of the records
@@ -59,6 +60,22 @@ bool file_lock::try_acquire() {
     m_file.write(word.data(), word.size());
     m_file.flush();
     return true;
+}
+
+// A lock file that is just being deleted may refuse to be opened (5).
+bool file_lock::acquire_within(std::uint32_t patience) {
+    const std::uint32_t start = platform::tick_count();
+    for (;;) {
+        if (try_acquire() && m_file.is_open())
+            return true;
+        const std::uint32_t code = platform::last_error();
+        release();
+        platform::set_last_error(code);
+        if ((code != platform::error::sharing_violation && code != platform::error::access_denied) ||
+            platform::tick_count() - start >= patience)
+            return false;
+        platform::sleep_for(short_pause);
+    }
 }
 
 void file_lock::acquire() {

@@ -23,8 +23,9 @@ public:
     void set_path(std::string_view path) { m_path = path; }
     // True if the lock is held by this object now; a holder may nest.
     bool try_acquire();
-    // False while it counts as held, but no lock file could be made.
-    [[nodiscard]] bool has_file() const noexcept { return m_file.is_open(); }
+    // The same for at most `patience` milliseconds, but only a real lock file will do. False sets
+    // last_error(): 32 if another process held it all the time.
+    bool acquire_within(std::uint32_t patience);
     void acquire(); // tries every 200 ms, without limit
     // Ends one hold; the last one deletes the file.
     void release();

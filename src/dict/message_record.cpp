@@ -9,16 +9,14 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t head_values = 6;
-constexpr std::size_t longest_msid = 255;
-constexpr std::size_t longest_name = 243; // characters of the client's first string in a message ID
+constexpr std::size_t table_head = 8; // bytes of the two counts of a token table
 
 // Reads the head at `position` and writes it back with the flags that `change` gives.
 template <class Change>
 bool change_flags(file_stream& file, std::uint64_t position, Change change) {
     message_head record;
     if (!file.seek(static_cast<std::int64_t>(position), platform::origin::begin) ||
-        !record.header.read(file, head_values))
+        !record.header.read(file, message_head::value_count))
         return false;
     const std::uint32_t flags = change(record.flags);
     if (flags == record.flags)
@@ -48,6 +46,13 @@ bool message_head::read(file_stream& file) {
     // A length of 0 would make a reader stand still. deliberate: any other is taken as it is.
     return length != 0 &&
            file.seek(static_cast<std::int64_t>(position + length), platform::origin::begin).has_value();
+}
+
+std::optional<std::uint64_t> message_head::whole_end(const file_stream& file, std::uint64_t file_size) const {
+    const std::uint64_t end = position + length;
+    if (end < file.position() + table_head || end > file_size)
+        return std::nullopt;
+    return end;
 }
 
 bool message_record::read_whole(file_stream& file) {
@@ -86,7 +91,7 @@ bool remark(file_stream& file, std::uint64_t position, bool spam, bool toggle) {
 }
 
 std::string make_msid(std::string_view a, std::string_view b, std::string_view d, std::string_view e) {
-    std::string text = "<" + std::string(a.substr(0, longest_name)) + ">_";
+    std::string text = "<" + std::string(a.substr(0, longest_msid_name)) + ">_";
     const std::string hashed = text + std::string(e) + std::string(b) + std::string(d);
     return text + to_hex(order_hash(hashed), 8);
 }

@@ -1,7 +1,9 @@
 // One record of the message cache: a message to be learned.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "common/fileheader.h"
@@ -21,6 +23,8 @@ constexpr std::uint32_t marked = 8; // kept by re-marking
 // The head of a record: everything in front of the token table.
 struct message_head {
     static constexpr std::uint32_t signature = 0x25062004;
+    static constexpr std::uint32_t value_count = 6;
+    static constexpr std::size_t longest_msid = 255; // bytes
 
     message_head();
     message_head(const message_head&) = delete;
@@ -31,6 +35,10 @@ struct message_head {
     bool read(file_stream& file);
     // Reads head and message ID, and stops in front of the token table. `hint` as in fileheader.
     bool read_head(file_stream& file, std::uint32_t hint = 0);
+    // After read_head(): the offset behind the record, if its length holds the head and the two counts of a
+    // token table, and ends within the file (of `file_size` bytes). For those who write behind or into it.
+    [[nodiscard]] std::optional<std::uint64_t> whole_end(const file_stream& file,
+                                                         std::uint64_t file_size) const;
 
     std::uint64_t position = 0; // of the record in its file; set by the readers
     std::uint32_t length = 0;   // bytes of the whole record
@@ -59,6 +67,7 @@ bool mark_deleted(file_stream& file, std::uint64_t position);
 // false. `toggle` asks for the change of message_flag::marked.
 bool remark(file_stream& file, std::uint64_t position, bool spam, bool toggle);
 
+constexpr std::size_t longest_msid_name = 243; // characters of `a` in a message ID
 // The message ID made of the client's strings: "<", the first 243 characters of a, ">_" and eight
 // hexadecimal digits over it, e, b and d.
 std::string make_msid(std::string_view a, std::string_view b, std::string_view d, std::string_view e);
