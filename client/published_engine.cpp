@@ -6,17 +6,15 @@
 
 #include "client/tvr_ipc_export.h"
 #include "common/bytes.h"
-#include "common/path.h"
 #include "platform/file.h"
-#include "platform/process.h"
 #include "settings/common_settings.h"
 
 namespace tvr {
 
 published_engine::published_engine() {
-    const std::string raw = common_settings::getsettingsfolder();
-    if (!raw.empty())
-        m_folder = join_path(platform::expand_environment(raw), "base\\");
+    const std::string working = common_settings::working_directory();
+    if (!working.empty())
+        m_folder = working + "base\\";
 }
 
 std::int32_t published_engine::query_interface(const interface_id& id, void** object) {

@@ -37,14 +37,12 @@ struct training_client::state {
     }
 
     std::string find_working_directory() {
-        const std::string raw = common_settings::getsettingsfolder();
-        std::string folder = platform::expand_environment(raw);
-        add_backslash(folder);
+        std::string folder = common_settings::working_directory();
         const std::string wanted = folder + std::string(cache_folder);
-        if (!raw.empty() && (make_folders(wanted) || file_exists(wanted)))
+        if (!folder.empty() && (make_folders(wanted) || file_exists(wanted)))
             return folder;
-        status = {ipc_error::no_folder, raw.empty() ? "the user's folder can't be found or made"
-                                                    : wanted + ": " + reason(platform::last_error())};
+        status = {ipc_error::no_folder, folder.empty() ? "the user's folder can't be found or made"
+                                                       : wanted + ": " + reason(platform::last_error())};
         return {};
     }
 

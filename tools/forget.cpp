@@ -4,8 +4,6 @@
 #include <memory>
 
 #include "client/tokenizer.h"
-#include "common/path.h"
-#include "platform/process.h"
 #include "settings/common_settings.h"
 #include "tools/command.h"
 #include "tools/file_view.h"
@@ -44,11 +42,9 @@ int forget(const std::string& id, const std::vector<std::string>& files) {
     messages.erase("");
     if (messages.empty())
         return fail("no message is named");
-    const std::string raw = common_settings::getsettingsfolder();
-    if (raw.empty())
+    const std::string folder = common_settings::working_directory();
+    if (folder.empty())
         return fail("the user's folder can't be found or made");
-    std::string folder = platform::expand_environment(raw);
-    add_backslash(folder);
     if (const std::string why = forget_waiting(folder + "base\\transact\\autotrain.bys", messages);
         !why.empty())
         return fail(why);

@@ -1,19 +1,18 @@
 #include "tools/published_base.h"
 
 #include "platform/file.h"
-#include "platform/process.h"
 #include "settings/common_settings.h"
 #include "tools/engine_view.h"
 
 namespace tvr {
 
 bool published_base::load() {
-    const std::string raw = common_settings::getsettingsfolder();
-    if (raw.empty()) {
+    const std::string working = common_settings::working_directory();
+    if (working.empty()) {
         m_error = "the user's folder can't be found or made";
         return false;
     }
-    const engine_view view(platform::expand_environment(raw));
+    const engine_view view(working);
     const std::string shown = platform::display_path(view.base_path());
     if (!platform::get_attributes(view.base_path())) {
         m_error = shown + ": no base is published yet; train some spam and some ham first";

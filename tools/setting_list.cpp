@@ -74,7 +74,6 @@ constexpr std::array<setting_facts, 5> common_facts = {{
     {"enable express", by_client, 0, 1, "filter in this mail program"},
     {"enable thebat", by_client, 0, 1, "filter in this mail program"},
 }};
-constexpr std::array<std::int32_t, 5> common_defaults = {85, 75, 1, 1, 1};
 
 const setting_facts* facts_of(std::string_view key) {
     const auto* const found = std::find_if(field_facts.begin(), field_facts.end(),
@@ -196,21 +195,19 @@ std::optional<std::string> changed_line(std::string_view line, std::string_view 
 } // namespace
 
 setting_list::setting_list() {
-    const std::string raw = common_settings::getsettingsfolder();
+    std::string raw = common_settings::getsettingsfolder();
+    add_backslash(raw);
     m_working = platform::expand_environment(raw);
-    add_backslash(m_working);
     m_root = root_folder();
-    add_fields();
+    add_fields(raw);
     add_common();
 }
 
-void setting_list::add_fields() {
-    std::string raw = common_settings::getsettingsfolder();
-    add_backslash(raw);
+void setting_list::add_fields(const std::string& raw_working) {
     settings plain;
     settings present;
-    take_defaults(plain, raw);
-    take_defaults(present, raw);
+    take_defaults(plain, raw_working);
+    take_defaults(present, raw_working);
     for (const std::string& folder : {m_working, m_root})
         if (const std::string seed = join_path(folder, "tvram.ini");
             m_seed.empty() && !folder.empty() && present.read_text(seed))
@@ -257,7 +254,7 @@ void setting_list::add_common() {
         view.group = setting_group::common;
         view.type = view.facts->most == 1 ? field_type::flag : field_type::number;
         view.value = std::to_string(common_settings::get_value(static_cast<common_value>(i)));
-        view.fallback = std::to_string(common_defaults.at(i));
+        view.fallback = std::to_string(common_settings::default_value(static_cast<common_value>(i)));
         if (folder)
             view.file = platform::display_path(*folder + "tessivar.ini");
         else

@@ -48,7 +48,7 @@ public:
 
 private:
     void add_common();
-    void add_fields();
+    void add_fields(const std::string& raw_working);
 
     std::vector<setting_view> m_all;
     std::string m_working; // with a trailing backslash; empty if there is none

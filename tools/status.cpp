@@ -6,7 +6,6 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/file.h"
-#include "platform/process.h"
 #include "settings/common_settings.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
@@ -82,10 +81,10 @@ void print_json(const engine_view& view, const status_view& state) {
 }
 
 int status(bool as_json) {
-    const std::string raw = common_settings::getsettingsfolder();
-    if (raw.empty())
+    const std::string working = common_settings::working_directory();
+    if (working.empty())
         return fail("the user's folder can't be found or made");
-    const engine_view view(platform::expand_environment(raw));
+    const engine_view view(working);
     status_view state;
     state.process = engine_view::process_id();
     state.stage = view.stage();

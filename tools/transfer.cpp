@@ -6,10 +6,8 @@
 #include <memory>
 
 #include "client/tvr_ipc.h"
-#include "common/path.h"
 #include "platform/clock.h"
 #include "platform/file.h"
-#include "platform/process.h"
 #include "settings/common_settings.h"
 #include "tools/base_text.h"
 #include "tools/command.h"
@@ -23,13 +21,6 @@ namespace {
 constexpr std::uint32_t poll_pause = 10;           // milliseconds
 constexpr std::uint32_t start_patience = 10000;    // until the engine is there
 constexpr std::uint32_t publish_patience = 600000; // until it has put the base in place
-
-// With a trailing backslash; empty on failure.
-std::string working_directory() {
-    std::string folder = platform::expand_environment(common_settings::getsettingsfolder());
-    add_backslash(folder);
-    return folder;
-}
 
 void print_sum(std::FILE* where, const char* what, const base_text_sum& sum) {
     std::fprintf(where, "%s %s atoms, %s tokens and %s message IDs.\n", what, grouped(sum.atoms).c_str(),
@@ -79,7 +70,7 @@ private:
 };
 
 int export_to(const std::string& path) {
-    const std::string working = working_directory();
+    const std::string working = common_settings::working_directory();
     if (working.empty())
         return fail("the user's folder can't be found or made");
     const engine_view view(working);
@@ -140,7 +131,7 @@ int publish(const engine_view& view) {
 }
 
 int import_from(const std::string& path, bool later) {
-    const std::string working = working_directory();
+    const std::string working = common_settings::working_directory();
     if (working.empty())
         return fail("the user's folder can't be found or made");
     const engine_view view(working);

@@ -2,8 +2,6 @@
 
 #include <iostream>
 
-#include "common/path.h"
-#include "platform/process.h"
 #include "settings/common_settings.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
@@ -16,11 +14,9 @@ namespace {
 constexpr int defective = 1;
 
 int verify() {
-    const std::string raw = common_settings::getsettingsfolder();
-    if (raw.empty())
+    const std::string folder = common_settings::working_directory();
+    if (folder.empty())
         return fail("the user's folder can't be found or made");
-    std::string folder = platform::expand_environment(raw);
-    add_backslash(folder);
     const bool runs = engine_view::process_id() != 0;
     if (runs)
         std::cout << "The engine runs: files may change meanwhile\n";

@@ -76,6 +76,12 @@ std::string common_settings::getsettingsfolder() {
     return *raw;
 }
 
+std::string common_settings::working_directory() {
+    std::string folder = platform::expand_environment(getsettingsfolder());
+    add_backslash(folder);
+    return folder;
+}
+
 std::optional<std::string> common_settings::_get_common_appdata() {
     std::string folder = platform::common_appdata_folder();
     if (!folder.empty())
@@ -89,6 +95,10 @@ std::optional<std::string> common_settings::common_folder() {
     if (folder)
         *folder = join_path(*folder, product_folder) + "\\";
     return folder;
+}
+
+std::int32_t common_settings::default_value(common_value index) {
+    return entry(index).value;
 }
 
 std::int32_t common_settings::get_value(common_value index) {

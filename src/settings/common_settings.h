@@ -21,8 +21,11 @@ public:
     // The raw path of the user's settings folder (it may hold %name% references), with a trailing backslash.
     // Makes the default folder where the remembered one can't be used. Empty on failure.
     static std::string getsettingsfolder();
+    // The same expanded: the working directory of the user. Empty on failure.
+    static std::string working_directory();
 
     static std::int32_t get_value(common_value index);
+    static std::int32_t default_value(common_value index);
     static bool set_value(std::uint32_t value, common_value index); // false if the folder can't be used
 
     static std::optional<std::string> _get_common_appdata(); // without a trailing backslash
