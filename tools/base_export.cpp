@@ -2,8 +2,10 @@
 #include <optional>
 
 #include "common/bytes.h"
+#include "common/fileheader.h"
 #include "common/path.h"
 #include "common/token_hash.h"
+#include "msid/list_record.h"
 #include "platform/file.h"
 #include "tools/base_lines.h"
 #include "tools/base_text.h"
@@ -15,7 +17,6 @@ namespace tvr {
 namespace {
 
 constexpr std::size_t atom_values = atom_value_names.size();
-constexpr std::size_t most_values = 30; // of a file's head
 
 std::string_view text_of(const std::uint8_t* bytes, std::size_t size) {
     return {reinterpret_cast<const char*>(bytes), size};
@@ -31,22 +32,20 @@ bool walk_list(file_view& file, const record_visitor& visit) {
         return false;
     const auto head = file.ahead(8);
     const std::uint32_t values = load_u32(head.data() + 4);
-    if (load_u32(head.data()) != signature::list || values > most_values ||
+    if (load_u32(head.data()) != signature::list || values > fileheader::limit ||
         !file.has(8 + 4 * std::size_t{values}))
         return false;
     file.skip(8 + 4 * std::size_t{values});
     while (file.has(1)) {
-        const std::size_t length = file.ahead(1)[0];
-        const auto record = file.ahead(length + 5);
-        if (record.size() < length + 5) {
+        const auto bytes = file.ahead(255 + list_record::overhead);
+        list_record record;
+        if (!read_record(bytes, 0, record)) {
             // The room behind the last record is zeros.
-            return text_of(record.data(), record.size()).find_first_not_of('\0') == std::string_view::npos;
+            return text_of(bytes.data(), bytes.size()).find_first_not_of('\0') == std::string_view::npos;
         }
-        const std::string_view id = text_of(record.data() + 1, length);
-        const std::uint32_t value = load_u32(record.data() + 1 + length);
-        if (is_live_id(id, value))
-            visit(id, value);
-        file.skip(length + 5);
+        if (record.is_live())
+            visit(record.id, record.value);
+        file.skip(record.size);
     }
     return !file.failed();
 }

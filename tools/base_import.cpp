@@ -8,6 +8,7 @@
 #include "common/path.h"
 #include "common/token_hash.h"
 #include "dict/atom.h"
+#include "msid/list_record.h"
 #include "msid/msidmap.h"
 #include "platform/error.h"
 #include "platform/file.h"
@@ -290,7 +291,7 @@ std::string import_base(const std::string& folder, std::istream& in,
         for (const base_half& each : base_halves)
             holder._mark_prepared(each.stage);
         for (const base_half& each : base_halves)
-            if (file_size(holder.folder().path_of(each.stage, "prepared.txt")) != 9)
+            if (file_size(holder.folder().path_of(each.stage, stage_marker_name)) != stage_marker_text.size())
                 why = platform::display_path(holder.folder().path(each.stage)) + ": can't be written";
     }
     if (!why.empty())

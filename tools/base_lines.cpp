@@ -21,10 +21,6 @@ bool is_atom_stem(std::string_view stem, std::string_view dictionary) {
     return true;
 }
 
-bool is_live_id(std::string_view id, std::uint32_t value) {
-    return value != 0 && !id.empty() && id.find('\0') == std::string_view::npos;
-}
-
 std::string escape_text(std::string_view text) {
     const bool keeps_high = is_utf8(text);
     std::string out;

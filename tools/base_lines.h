@@ -26,7 +26,6 @@ constexpr std::array<base_half, 2> base_halves = {
 
 // The name of an atom without ".bye", as the engine and the text may have it.
 [[nodiscard]] bool is_atom_stem(std::string_view stem, std::string_view dictionary);
-[[nodiscard]] bool is_live_id(std::string_view id, std::uint32_t value);
 // Bytes that could end a line or disturb a terminal become \xNN, and the backslash is doubled. Bytes above
 // 127 stay if all of the text is UTF-8.
 [[nodiscard]] std::string escape_text(std::string_view text);

@@ -7,6 +7,7 @@
 
 #include "common/bytes.h"
 #include "common/files.h"
+#include "common/path.h"
 #include "compiled/base_header.h"
 #include "dict/atom.h"
 #include "dict/dictbase.h"
@@ -14,6 +15,7 @@
 #include "platform/file.h"
 #include "platform/presence.h"
 #include "signal/identity.h"
+#include "stage/temp_folder.h"
 
 namespace tvr {
 
@@ -76,7 +78,7 @@ const char* engine_view::stage() const {
         {"0001", "sorting the messages"},
     }};
     for (const auto& [folder, text] : stages)
-        if (exists(m_transact + folder + "\\prepared.txt"))
+        if (exists(join_path(m_transact + folder, stage_marker_name)))
             return text;
     return snapshot_exists() ? "taking the messages" : nullptr;
 }

@@ -8,6 +8,7 @@
 #include "common/path.h"
 #include "common/text.h"
 #include "platform/file.h"
+#include "stage/temp_folder.h"
 #include "tools/signatures.h"
 
 namespace tvr {
@@ -70,11 +71,13 @@ std::string_view kind_text(file_kind kind) {
 }
 
 file_kind kind_of_name(std::string_view name) {
-    constexpr std::pair<std::string_view, file_kind> whole[] = {
-        {"stat.bin", file_kind::statistic},     {"~stat.bin", file_kind::statistic},
-        {"ipc.bin", file_kind::signals},        {"data.trr", file_kind::archive},
-        {"data.0", file_kind::archive},         {"settings.cfg", file_kind::settings},
-        {"prepared.txt", file_kind::stage_mark}};
+    constexpr std::pair<std::string_view, file_kind> whole[] = {{"stat.bin", file_kind::statistic},
+                                                                {"~stat.bin", file_kind::statistic},
+                                                                {"ipc.bin", file_kind::signals},
+                                                                {"data.trr", file_kind::archive},
+                                                                {"data.0", file_kind::archive},
+                                                                {"settings.cfg", file_kind::settings},
+                                                                {stage_marker_name, file_kind::stage_mark}};
     constexpr std::pair<std::string_view, file_kind> ends[] = {
         {".bye", file_kind::atom},  {".rgd", file_kind::base},    {".mrk", file_kind::time_mark},
         {".lst", file_kind::list},  {".idx", file_kind::index},   {".col", file_kind::columns},
@@ -106,8 +109,7 @@ file_kind kind_of(file_view& file) {
             return kind;
     if (start.size() >= 8 && load_u32(start.data() + 4) == signature::message)
         return file_kind::cache;
-    constexpr std::string_view marker("prepared", 9);
-    if (std::string_view(reinterpret_cast<const char*>(start.data()), start.size()) == marker)
+    if (std::string_view(reinterpret_cast<const char*>(start.data()), start.size()) == stage_marker_text)
         return file_kind::stage_mark;
     if (named == file_kind::unknown && start[0] == 3 && start[1] == 0 &&
         (start[2] == 1 || start[2] == 3 || start[2] == 4))

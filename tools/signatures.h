@@ -3,9 +3,15 @@
 
 #include <cstdint>
 
+#include "common/zfile.h"
 #include "compiled/base_header.h"
 #include "dict/atom.h"
 #include "dict/message_record.h"
+#include "dict/ring.h"
+#include "msid/list_record.h"
+#include "msid/page.h"
+#include "settings/storage.h"
+#include "stat/statistic.h"
 
 namespace tvr::signature {
 
@@ -13,11 +19,11 @@ constexpr std::uint32_t atom = atom_head::signature;
 constexpr std::uint32_t base = base_header::signature;
 constexpr std::uint32_t old_base = base_header::deprecated_signature;
 constexpr std::uint32_t message = message_head::signature;
-constexpr std::uint32_t list = 0x4449536E;
-constexpr std::uint32_t index = 0x12351237;
-constexpr std::uint32_t columns = 0x454A546F;
-constexpr std::uint32_t packed = 0x26072105;
-constexpr std::uint32_t statistic = 0x54415453; // "STAT"
-constexpr std::uint32_t settings = 0x61626261;  // "abba"
+constexpr std::uint32_t list = list_signature;
+constexpr std::uint32_t index = index_signature;
+constexpr std::uint32_t columns = column_signature;
+constexpr std::uint32_t packed = packed_signature;
+constexpr std::uint32_t statistic = tvr::statistic::signature;
+constexpr std::uint32_t settings = storage_object::signature;
 
 } // namespace tvr::signature

@@ -5,7 +5,9 @@
 
 #include "common/bytes.h"
 #include "common/path.h"
+#include "msid/list_record.h"
 #include "platform/file.h"
+#include "stage/temp_folder.h"
 #include "tools/file_view.h"
 #include "tools/signatures.h"
 #include "tools/text.h"
@@ -20,6 +22,10 @@ constexpr unsigned stages = 6;
 
 std::string shown(const std::string& path) {
     return visible(platform::display_path(path));
+}
+
+std::string marker_of(const std::string& stage_folder) {
+    return join_path(stage_folder, stage_marker_name);
 }
 
 bool is_folder(const std::string& path) {
@@ -96,7 +102,7 @@ public:
         m_in_chain = true;
         m_key = key;
         // What else has a value goes at the next making of the index.
-        if (id.empty() || id.find('\0') != std::string_view::npos)
+        if (!is_live_id(id, value))
             return;
         const auto found = m_index.find(key);
         if (!found)
@@ -199,16 +205,16 @@ void state_check::check_stages() {
     std::array<std::string, stages + 1> folders;
     for (unsigned stage = 1; stage <= stages; ++stage) {
         folders[stage] = transact + "000" + std::to_string(stage) + "\\";
-        marked[stage] = is_file(folders[stage] + "prepared.txt");
+        marked[stage] = is_file(marker_of(folders[stage]));
         if (is_folder(folders[stage]))
             check_stage(stage, folders[stage], marked[stage]);
     }
     if (marked[1] && !has_batch(folders[1]))
-        defect(folders[1] + "prepared.txt", "the engine is stuck: the marked batch isn't there");
+        defect(marker_of(folders[1]), "the engine is stuck: the marked batch isn't there");
     if (marked[2] && !is_file(folders[2] + "data.bys"))
-        defect(folders[2] + "prepared.txt", "the messages of the stage, data.bys, aren't there");
+        defect(marker_of(folders[2]), "the messages of the stage, data.bys, aren't there");
     if (marked[3] && !marked[2] && !marked[4])
-        defect(folders[3] + "prepared.txt", "the engine is stuck: stage 3 is marked without 2 and 4");
+        defect(marker_of(folders[3]), "the engine is stuck: stage 3 is marked without 2 and 4");
 }
 
 void state_check::run() {

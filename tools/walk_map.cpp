@@ -15,7 +15,6 @@ namespace tvr {
 namespace {
 
 constexpr std::uint32_t page_size = page_view::size;
-constexpr unsigned deepest = 64; // pages; the engine goes no deeper
 constexpr std::uint8_t leaf_flags = page_view::in_use;
 constexpr std::uint8_t inner_flags = page_view::in_use | page_view::inner;
 
@@ -48,7 +47,7 @@ public:
     // The keys of the page are not below `low`, and below `high` if there is one. False after a defect.
     bool walk(std::uint32_t offset, const key11& low, const key11* high, unsigned depth) {
         std::array<std::uint8_t, page_size> bytes;
-        if (depth > deepest || m_seen[offset / page_size])
+        if (depth > tree_depth_limit || m_seen[offset / page_size])
             return bad(offset, "the page is reached a second time");
         m_seen[offset / page_size] = true;
         if (platform::peek_file(m_path, offset, bytes.data(), bytes.size()).value_or(0) != bytes.size())
@@ -206,7 +205,7 @@ const std::uint8_t* index_view::page_at(std::uint32_t offset) {
 
 std::optional<std::uint32_t> index_view::find(const key11& key) {
     std::uint32_t at = m_root;
-    for (unsigned depth = 0; depth < deepest; ++depth) {
+    for (unsigned depth = 0; depth < tree_depth_limit; ++depth) {
         const std::uint8_t* const bytes = page_at(at);
         if (!bytes)
             return std::nullopt;

@@ -11,6 +11,8 @@
 #include "common/text.h"
 #include "platform/file.h"
 #include "settings/storage.h"
+#include "stage/archive_format.h"
+#include "stage/temp_folder.h"
 #include "tools/signatures.h"
 #include "tools/text.h"
 #include "tools/walks.h"
@@ -19,19 +21,14 @@ namespace tvr {
 
 namespace {
 
-enum archive_tag : std::uint8_t {
-    file_begins = 1,
-    file_ends = 2,
-    folder_begins = 3,
-    folder_ends = 4,
-    archive_ends = 5
-};
-
-constexpr unsigned deepest_folder = 32; // of an archive; the engine restores no deeper one
+bool is_tag(std::uint8_t byte, archive_tag tag) {
+    return byte == static_cast<std::uint8_t>(tag);
+}
 
 bool ends_at(const std::string& path, std::uint64_t offset) {
     std::uint8_t byte = 0;
-    return platform::peek_file(path, offset, &byte, 1).value_or(0) == 1 && byte == file_ends;
+    return platform::peek_file(path, offset, &byte, 1).value_or(0) == 1 &&
+           is_tag(byte, archive_tag::file_ends);
 }
 
 // What stands in front of the content of a file in an archive.
@@ -62,7 +59,7 @@ bool read_packed_head(file_view& file, packed_head& head) {
         return true;
     // The last 16 bytes of every packed file are missing; of a small one, part of this head is among them.
     for (std::size_t size = std::min(head_size, bytes.size()) - 1; size >= least_stream; --size) {
-        if (bytes[size] != file_ends || (size > 12 && bytes[12] != size))
+        if (!is_tag(bytes[size], archive_tag::file_ends) || (size > 12 && bytes[12] != size))
             continue;
         std::fill(words.begin() + static_cast<std::ptrdiff_t>(size), words.end(), std::uint8_t{0});
         head.size = load_u32(words.data() + 8);
@@ -76,7 +73,7 @@ bool read_packed_head(file_view& file, packed_head& head) {
 bool take_packed(file_view& file, view_sink& sink, const std::string& name) {
     packed_head head;
     if (!read_packed_head(file, head)) {
-        if (!file.has(1) || file.ahead(1)[0] != file_ends) {
+        if (!file.has(1) || !is_tag(file.ahead(1)[0], archive_tag::file_ends)) {
             sink.defect(file.position(), "the content of " + visible(name) + " has no end");
             return false;
         }
@@ -199,7 +196,7 @@ void walk_signals(file_view& file, view_sink& sink) {
 }
 
 void walk_stage_mark(file_view& file, view_sink& sink) {
-    constexpr std::string_view text("prepared", 9);
+    constexpr std::string_view text = stage_marker_text;
     const auto bytes = file.ahead(text.size() + 1);
     if (std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()) != text)
         sink.defect(0, "not the text of a stage marker");
@@ -244,26 +241,27 @@ void walk_archive(file_view& file, view_sink& sink) {
     std::vector<std::string> folders;
     std::string name;
     while (file.has(1)) {
-        const std::uint8_t tag = file.ahead(1)[0];
+        const auto tag = static_cast<archive_tag>(file.ahead(1)[0]);
         const std::uint64_t at = file.position();
         file.skip(1);
-        if (tag == archive_ends && folders.empty()) {
+        if (tag == archive_tag::archive_ends && folders.empty()) {
             expect_end(file, sink);
             return;
         }
-        if (tag == folder_ends && !folders.empty()) {
+        if (tag == archive_tag::folder_ends && !folders.empty()) {
             folders.pop_back();
             continue;
         }
-        const bool fits =
-            tag == folder_begins ? folders.size() < deepest_folder : tag == file_begins && !folders.empty();
+        const bool fits = tag == archive_tag::folder_begins
+                              ? folders.size() < deepest_archive_folder
+                              : tag == archive_tag::file_begins && !folders.empty();
         if (!fits) {
-            sink.defect(at, "tag " + grouped(tag) + " doesn't belong there");
+            sink.defect(at, "tag " + grouped(static_cast<std::uint64_t>(tag)) + " doesn't belong there");
             return;
         }
         if (!take_short_text(file, sink, name))
             return;
-        if (tag == folder_begins) {
+        if (tag == archive_tag::folder_begins) {
             folders.push_back(name);
             continue;
         }

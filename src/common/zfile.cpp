@@ -21,7 +21,7 @@ constexpr std::uint64_t size_slack = 65536;
 struct packed_head {
     std::uint32_t source_size = 0;
     std::uint32_t packed_size = 0;
-    fileheader header{0x26072105};
+    fileheader header{packed_signature};
     packed_head() { header.add(source_size, 0).add(packed_size, 0); }
     packed_head(const packed_head&) = delete;
     packed_head& operator=(const packed_head&) = delete;

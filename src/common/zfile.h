@@ -14,6 +14,8 @@ namespace tvr {
 
 class file_stream;
 
+inline constexpr std::uint32_t packed_signature = 0x26072105; // of a packed form's head
+
 class zlib_loader {
 public:
     // Loads the library by name, or else beside the logs. True if one is loaded, also from before.

@@ -16,9 +16,7 @@ namespace {
 constexpr std::size_t change_size = 9; // bytes
 
 struct column_head {
-    static constexpr std::uint32_t signature = 0x454A546F;
-
-    column_head() : header(signature) { header.add(atoms, 0); }
+    column_head() : header(column_signature) { header.add(atoms, 0); }
     column_head(const column_head&) = delete;
     column_head& operator=(const column_head&) = delete;
 

@@ -17,6 +17,8 @@
 
 namespace tvr {
 
+inline constexpr std::uint32_t column_signature = 0x454A546F; // of a .col file
+
 // Lives for one stage. Belongs to the transaction's thread.
 class bye_ring : public tmpfld_holder {
 public:

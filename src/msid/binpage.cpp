@@ -29,7 +29,7 @@ bool binpage::try_find(std::uint32_t at, const key11& key, std::uint32_t& out) {
 
 std::uint32_t binpage::find(const key11& key) {
     std::uint32_t at = m_root;
-    for (unsigned depth = 0; depth < depth_limit && is_page(at); ++depth) {
+    for (unsigned depth = 0; depth < tree_depth_limit && is_page(at); ++depth) {
         if (try_find(at, key, at))
             return at;
     }
@@ -207,7 +207,7 @@ bool binpage::are_siblings(std::uint32_t left, std::uint32_t at, std::uint32_t r
 
 binpage::outcome binpage::__insert(std::uint32_t at, std::uint32_t left, std::uint32_t right,
                                    const item& entry, unsigned depth) {
-    if (depth >= depth_limit || !are_siblings(left, at, right)) {
+    if (depth >= tree_depth_limit || !are_siblings(left, at, right)) {
         mark_damaged();
         return {};
     }

@@ -11,6 +11,13 @@
 
 namespace tvr {
 
+inline constexpr std::uint32_t list_signature = 0x4449536E; // "nSID", of a .lst file
+
+// Live records survive a rebuild.
+[[nodiscard]] inline bool is_live_id(std::string_view id, std::uint32_t value) noexcept {
+    return value != 0 && !id.empty() && id.find('\0') == std::string_view::npos;
+}
+
 struct list_record {
     static constexpr std::size_t overhead = 5; // bytes of a record without its ID
 
@@ -18,10 +25,7 @@ struct list_record {
     std::uint32_t value = 0;
     std::size_t size = 0; // bytes
 
-    // Live records survive a rebuild.
-    [[nodiscard]] bool is_live() const noexcept {
-        return value != 0 && !id.empty() && id.find('\0') == std::string_view::npos;
-    }
+    [[nodiscard]] bool is_live() const noexcept { return is_live_id(id, value); }
 };
 
 // Reads the record at `position`, which points into `list`. False if the list holds no whole one there.

@@ -17,7 +17,6 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t list_signature = 0x4449536E; // "nSID"
 constexpr std::uint64_t rebuild_percent = 5;
 constexpr std::uint32_t rebuild_least = 1024;     // bytes of garbage
 constexpr std::uint64_t least_growth = 64 * 1024; // bytes, while the list is held

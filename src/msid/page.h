@@ -10,6 +10,11 @@
 
 namespace tvr {
 
+inline constexpr std::uint32_t index_signature = 0x12351237; // of a .idx file
+// Pages on the way from the root to a leaf: far more than any sound tree needs, to end the walk through a
+// damaged one.
+inline constexpr unsigned tree_depth_limit = 64;
+
 // A page in the mapped file. Owns nothing; dies with the view. A slot is a value (4 bytes), flags (1) and
 // a key (11). A page holds leaf slots only or inner slots only, whose values are the offsets of children.
 class page_view {

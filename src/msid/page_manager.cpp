@@ -8,7 +8,6 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t index_signature = 0x12351237;
 constexpr std::uint64_t least_growth = 64 * 1024; // bytes
 
 } // namespace

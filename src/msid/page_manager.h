@@ -123,9 +123,6 @@ protected:
     void start_anew();
 
 private:
-    // Far more than any sound tree needs; ends the walk through a damaged one.
-    static constexpr unsigned depth_limit = 64;
-
     outcome insert_in_full_leaf(std::uint32_t at, std::uint32_t left, std::uint32_t right, const item& entry,
                                 unsigned depth);
     outcome add_child_to_full(std::uint32_t at, std::uint32_t left, std::uint32_t right, std::uint32_t child);

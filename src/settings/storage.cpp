@@ -12,7 +12,6 @@ namespace tvr {
 
 namespace {
 
-constexpr std::string_view magic = "abba";
 constexpr std::size_t version_offset = 4;
 constexpr std::uint8_t version = 1;
 constexpr std::size_t head_size = 8;      // bytes
@@ -171,7 +170,7 @@ bool storage_object::load(std::span<const std::uint8_t> bytes) {
     const guard locker(m_lock);
     clear();
     if (bytes.size() < head_size || bytes.size() > max_packed_size || bytes[version_offset] != version ||
-        std::memcmp(bytes.data(), magic.data(), magic.size()) != 0)
+        load_u32(bytes.data()) != signature)
         return false;
     std::span<const std::uint8_t> rest = bytes.subspan(head_size);
     if (load_names(rest) && m_root->load(rest) && rest.empty())
@@ -197,7 +196,7 @@ bool storage_object::pack(std::vector<std::uint8_t>& bytes) const {
     if (!m_root->save(nullptr, size) || size > max_packed_size)
         return false;
     bytes.assign(size, 0);
-    std::memcpy(bytes.data(), magic.data(), magic.size());
+    store_u32(bytes.data(), signature);
     bytes[version_offset] = version;
     std::size_t used = head_size;
     save_names(bytes.data(), used);

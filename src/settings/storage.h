@@ -52,6 +52,7 @@ struct storage_handle {
 // one whose place was cleared away meanwhile. Failures are told by the answer alone.
 class storage_object {
 public:
+    static constexpr std::uint32_t signature = 0x61626261; // "abba", in front of the file form
     // The largest form that is packed or unpacked (bytes); it bounds the memory that a damaged file can take.
     static constexpr std::size_t max_packed_size = std::size_t{1} << 22;
 

@@ -6,23 +6,14 @@
 #include "common/files.h"
 #include "common/path.h"
 #include "platform/file.h"
+#include "stage/archive_format.h"
 #include "stage/temp_folder.h"
 
 namespace tvr {
 
 namespace {
 
-enum tag : std::uint8_t {
-    file_begins = 1,
-    file_ends = 2,
-    folder_begins = 3,
-    folder_ends = 4,
-    archive_ends = 5
-};
-
-constexpr unsigned deepest = 32; // folders in an archive
-
-void write_tag(file_stream& archive, tag value) {
+void write_tag(file_stream& archive, archive_tag value) {
     archive.write(&value, 1);
 }
 
@@ -41,12 +32,12 @@ void temp_folder::pack(std::string& out, std::uint32_t stage) {
         return;
     // The outermost folder has no name.
     pack_folder(archive, path(stage), {});
-    write_tag(archive, archive_ends);
+    write_tag(archive, archive_tag::archive_ends);
     out = *made;
 }
 
 void temp_folder::pack_folder(file_stream& archive, const std::string& folder, std::string_view name) {
-    write_tag(archive, folder_begins);
+    write_tag(archive, archive_tag::folder_begins);
     write_short_string(archive, name);
     platform::directory_search search;
     platform::directory_entry entry;
@@ -61,34 +52,34 @@ void temp_folder::pack_folder(file_stream& archive, const std::string& folder, s
         file_stream probe;
         if (!probe.open_to_read(path) || probe.size().value_or(0) == 0)
             continue;
-        write_tag(archive, file_begins);
+        write_tag(archive, archive_tag::file_begins);
         write_short_string(archive, entry.name);
         m_zlib.compress_file(path, archive);
-        write_tag(archive, file_ends);
+        write_tag(archive, archive_tag::file_ends);
     }
-    write_tag(archive, folder_ends);
+    write_tag(archive, archive_tag::folder_ends);
 }
 
 void temp_folder::unpack(std::uint32_t stage, std::string_view archive_path) {
     file_stream archive;
     if (archive.open_to_read(archive_path))
-        unpack_folder(archive, path(stage), deepest);
+        unpack_folder(archive, path(stage), deepest_archive_folder);
 }
 
 // deliberate: a nested folder ends its level, so that a file behind one is not restored.
 void temp_folder::unpack_folder(file_stream& archive, const std::string& folder, unsigned levels) {
-    std::uint8_t value = 0;
+    archive_tag value{};
     std::string name;
     while (archive.read_exact(&value, 1)) {
-        if (value == file_ends)
+        if (value == archive_tag::file_ends)
             continue;
-        if (value != file_begins)
+        if (value != archive_tag::file_begins)
             break;
         if (!read_short_string(archive, name) || !is_plain_name(name) ||
             !m_zlib.restore_file(archive, join_path(folder, name)))
             return;
     }
-    if (value != folder_begins || levels == 0 || !read_short_string(archive, name))
+    if (value != archive_tag::folder_begins || levels == 0 || !read_short_string(archive, name))
         return;
     if (!name.empty() && !is_plain_name(name))
         return;

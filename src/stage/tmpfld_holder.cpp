@@ -5,13 +5,6 @@
 
 namespace tvr {
 
-namespace {
-
-constexpr const char* marker_name = "prepared.txt";
-constexpr char marker_text[] = "prepared"; // written with its terminating zero byte
-
-} // namespace
-
 bool tmpfld_holder::init(std::string_view base) {
     const platform::locker locker(m_lock);
     m_folder = std::make_unique<temp_folder>(join_path(base, "transact\\"));
@@ -34,18 +27,18 @@ void tmpfld_holder::_mark_prepared(std::uint32_t stage) {
     if (!reports_ready("_mark_prepared"))
         return;
     platform::file marker;
-    if (marker.open(m_folder->path_of(stage, marker_name), platform::access::write, platform::share::read,
-                    platform::creation::create_always))
-        marker.write(marker_text, sizeof marker_text);
+    if (marker.open(m_folder->path_of(stage, stage_marker_name), platform::access::write,
+                    platform::share::read, platform::creation::create_always))
+        marker.write(stage_marker_text.data(), stage_marker_text.size());
 }
 
 void tmpfld_holder::_mark_unsuccess(std::uint32_t stage) {
     if (reports_ready("_mark_unsuccess"))
-        platform::delete_file(m_folder->path_of(stage, marker_name));
+        platform::delete_file(m_folder->path_of(stage, stage_marker_name));
 }
 
 bool tmpfld_holder::_is_success(std::uint32_t stage) {
-    return reports_ready("_is_success") && file_exists(m_folder->path_of(stage, marker_name));
+    return reports_ready("_is_success") && file_exists(m_folder->path_of(stage, stage_marker_name));
 }
 
 } // namespace tvr

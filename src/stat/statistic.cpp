@@ -21,7 +21,6 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t magic = 0x54415453; // "STAT"
 constexpr std::size_t magic_size = 4;
 constexpr std::size_t entry_size = 36;       // hour number and record
 constexpr std::uint32_t retention = 60 * 24; // hours
@@ -101,7 +100,7 @@ void read_table(const std::string& path, statistic::table& entries) {
     if (!file.open(path, platform::access::read, platform::share::none, platform::creation::open_existing))
         return;
     std::uint32_t word = 0;
-    if (file.size().value_or(0) <= magic_size || !file.read_u32(word) || word != magic)
+    if (file.size().value_or(0) <= magic_size || !file.read_u32(word) || word != statistic::signature)
         return;
     std::array<std::uint8_t, entry_size> bytes{};
     while (file.read_exact(bytes.data(), bytes.size())) {
@@ -120,7 +119,7 @@ bool create(platform::file& file, const std::string& path) {
 void write_table(platform::file& file, const statistic::table& entries, std::uint32_t hour) {
     std::vector<std::uint8_t> bytes(magic_size + entry_size * entries.size());
     std::uint8_t* to = bytes.data();
-    store_u32(to, magic);
+    store_u32(to, statistic::signature);
     to += magic_size;
     for (const auto& [key, record] : entries) {
         if (hour - key >= retention)
