@@ -79,9 +79,16 @@ double grade_of_forms(const mail_scorer::grade_source& grades, std::string_view 
     return best;
 }
 
+// As a token_share, but for the text, which lies in the message's table.
+struct known_token {
+    std::string_view token;
+    double grade = 0;
+    double share = 0;
+};
+
 class combination {
 public:
-    combination(const score_settings& settings, std::vector<token_share>& tokens)
+    combination(const score_settings& settings, std::vector<known_token>& tokens)
         : m_settings(settings), m_tokens(tokens) {}
 
     double run() { // 0 to 1
@@ -103,24 +110,24 @@ public:
 
 private:
     void keep_deviating(double least) {
-        std::erase_if(m_tokens, [=](const token_share& t) { return std::abs(t.grade - 0.5) < least; });
-        for (token_share& t : m_tokens)
+        std::erase_if(m_tokens, [=](const known_token& t) { return std::abs(t.grade - 0.5) < least; });
+        for (known_token& t : m_tokens)
             t.share = logit(t.grade);
     }
 
     void keep_most_significant() {
-        std::stable_sort(m_tokens.begin(), m_tokens.end(), [](const token_share& a, const token_share& b) {
+        std::stable_sort(m_tokens.begin(), m_tokens.end(), [](const known_token& a, const known_token& b) {
             return std::abs(a.grade - 0.5) > std::abs(b.grade - 0.5);
         });
         if (m_tokens.size() > m_settings.significant_tokens)
             m_tokens.resize(m_settings.significant_tokens);
-        for (token_share& t : m_tokens)
+        for (known_token& t : m_tokens)
             t.share = logit(t.grade);
     }
 
     double product() const {
         double sum = 0;
-        for (const token_share& t : m_tokens)
+        for (const known_token& t : m_tokens)
             sum += t.share;
         return logistic(sum);
     }
@@ -128,7 +135,7 @@ private:
     // The sums of the logarithms of the grades, and of what they lack to 1.
     std::pair<double, double> logarithms() const {
         std::pair<double, double> sums;
-        for (const token_share& t : m_tokens) {
+        for (const known_token& t : m_tokens) {
             sums.first += std::log(t.grade);
             sums.second += std::log(1 - t.grade);
         }
@@ -157,10 +164,10 @@ private:
     double kinds() {
         double sum = 0;
         for (const kind_vote& vote : votes) {
-            const auto is_meant = [&vote](const token_share& t) { return t.token[0] == vote.kind; };
+            const auto is_meant = [&vote](const known_token& t) { return t.token[0] == vote.kind; };
             const auto n = static_cast<double>(std::count_if(m_tokens.begin(), m_tokens.end(), is_meant));
             const double factor = vote.weight / std::pow(n + 1, crowd);
-            for (token_share& t : m_tokens) {
+            for (known_token& t : m_tokens) {
                 if (!is_meant(t))
                     continue;
                 t.share *= factor;
@@ -171,7 +178,7 @@ private:
     }
 
     const score_settings& m_settings;
-    std::vector<token_share>& m_tokens;
+    std::vector<known_token>& m_tokens;
 };
 
 } // namespace
@@ -181,13 +188,13 @@ mail_scorer::mail_scorer(grade_source grades, const score_settings& settings)
 
 message_score mail_scorer::score(const token_table& tokens, bool explain) const {
     message_score result;
-    std::vector<token_share> known;
+    std::vector<known_token> known;
     tokens.for_each([&](std::string_view token, std::uint32_t) {
         double grade = m_grades(token);
         if (grade == 0 && m_settings.degenerate)
             grade = grade_of_forms(m_grades, token);
         if (grade > 0 && grade < 1)
-            known.push_back({std::string(token), grade, 0});
+            known.push_back({token, grade});
     });
     result.known = known.size();
     result.score = 100 * combination(m_settings, known).run();
@@ -195,10 +202,11 @@ message_score mail_scorer::score(const token_table& tokens, bool explain) const 
                       : result.score >= m_settings.unsure_threshold ? verdict::unsure
                                                                     : verdict::ham;
     if (explain) {
-        std::stable_sort(known.begin(), known.end(), [](const token_share& a, const token_share& b) {
-            return std::abs(a.share) > std::abs(b.share);
+        std::stable_sort(known.begin(), known.end(), [](const known_token& x, const known_token& y) {
+            return std::abs(x.share) > std::abs(y.share);
         });
-        result.tokens = std::move(known);
+        for (const known_token& t : known)
+            result.tokens.push_back({std::string(t.token), t.grade, t.share});
     }
     return result;
 }

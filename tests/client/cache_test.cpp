@@ -6,11 +6,11 @@
 #include <fstream>
 #include <map>
 #include <random>
-#include <sstream>
 
 #include "client/cache_writer.h"
 #include "platform/clock.h"
 #include "support/child_process.h"
+#include "support/file_bytes.h"
 #include "support/test_root.h"
 
 namespace tvr {
@@ -18,17 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
-
-std::string read_file(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-void write_file(const fs::path& path, const std::string& content) {
-    std::ofstream(path, std::ios::binary) << content;
-}
 
 // The record of a spam message with the ID "<1>", of 300 bytes, from minute 213,000,000, with two tokens.
 const std::string record = "\x04\x20\x06\x25\x06\0\0\0"           // signature, six values

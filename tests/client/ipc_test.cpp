@@ -4,7 +4,6 @@
 
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -20,11 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string cache_of(const tvr::test_root& root) {
-    std::ifstream in(root.path() / "appdata/Orvenix/Brackenhold/data/base/transact/autotrain.bys",
-                     std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return tvr::read_file(root.path() / "appdata/Orvenix/Brackenhold/data/base/transact/autotrain.bys");
 }
 
 TEST(ipc, appends_messages_and_mail) {

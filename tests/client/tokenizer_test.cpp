@@ -3,15 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <random>
 #include <set>
-#include <sstream>
 
 #include "client/charset.h"
 #include "client/html_text.h"
 #include "client/mail_date.h"
 #include "client/tokenizer.h"
+#include "support/file_bytes.h"
 
 namespace tvr {
 namespace {
@@ -157,10 +156,7 @@ TEST(tokenizer, takes_any_bytes) {
         if (entry.path().extension() != ".eml")
             continue;
         ++files;
-        std::ifstream in(entry.path(), std::ios::binary);
-        std::stringstream text;
-        text << in.rdbuf();
-        const std::string mail = text.str();
+        const std::string mail = read_file(entry.path());
         cutter.tokenize(mail);
         EXPECT_GT(cutter.tokens().size(), 20U) << entry.path();
         EXPECT_NE(cutter.facts().time, 0U) << entry.path();

@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
 
@@ -14,6 +13,7 @@
 #include "platform/process.h"
 #include "platform/registry.h"
 #include "signal/identity.h"
+#include "support/file_bytes.h"
 #include "tools/engine_view.h"
 
 namespace tvr {
@@ -24,13 +24,6 @@ namespace {
 
 constexpr std::uint32_t first_time = 213'000'000; // 2005, in minutes since 1601
 constexpr std::uint32_t patience = 60'000;        // milliseconds
-
-std::string read_file(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::string server_path() {
     return module_folder() + std::string(server_value);

@@ -11,6 +11,7 @@
 
 #include "common/path.h"
 #include "platform/file.h"
+#include "support/file_bytes.h"
 #include "system/engine_root.h"
 
 namespace tvr {
@@ -34,11 +35,6 @@ outcome tvrctl(const std::string& arguments) {
     const int status = pclose(pipe.get());
     result.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return result;
-}
-
-std::string content_of(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 nlohmann::json status() {
@@ -122,7 +118,7 @@ TEST(mail, is_scored_by_the_published_base) {
     EXPECT_EQ(none.code, 3);
     EXPECT_NE(none.text.find("no base is published yet"), std::string::npos);
     // Without a base the filter still lets the mail through.
-    EXPECT_TRUE(tvrctl("score --filter < " + ham).text.ends_with(content_of(ham)));
+    EXPECT_TRUE(tvrctl("score --filter < " + ham).text.ends_with(read_file(ham)));
 
     ASSERT_EQ(tvrctl("train --wait --spam " + sample + "/spam --ham " + sample + "/ham").code, 0);
     EXPECT_EQ(tvrctl("score " + spam).code, 0);
