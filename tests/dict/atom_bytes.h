@@ -13,6 +13,11 @@ struct head_values {
     std::uint32_t messages, tokens, occurrences, oldest, newest;
 };
 
+// A count that takes away.
+constexpr std::uint32_t minus(std::uint32_t number) {
+    return 0U - number;
+}
+
 inline std::string atom_head_bytes(const head_values& head) {
     return le(0x19780702, 5, head.messages, head.tokens, head.occurrences, head.oldest, head.newest);
 }

@@ -18,10 +18,7 @@ using tvr::bye_atom;
 using tvr::counted;
 using tvr::head_values;
 using tvr::le;
-
-constexpr std::uint32_t minus(std::uint32_t number) {
-    return 0U - number;
-}
+using tvr::minus;
 
 std::uint32_t count_of(tvr::hashmap_impl& map, std::string_view token) {
     const std::uint8_t* value = map._get_value(token);

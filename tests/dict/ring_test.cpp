@@ -15,11 +15,8 @@ using tvr::bye_ring;
 using tvr::counted;
 using tvr::head_values;
 using tvr::le;
+using tvr::minus;
 using tvr::pascal;
-
-constexpr std::uint32_t minus(std::uint32_t number) {
-    return 0U - number;
-}
 
 class Ring : public testing::Test {
 protected:
