@@ -16,6 +16,7 @@
 #include "server/log_merge.h"
 #include "server/registration.h"
 #include "server/score_dump.h"
+#include "server/self_test.h"
 #include "server/work_server.h"
 #include "signal/event_channel.h"
 #include "signal/identity.h"
@@ -47,7 +48,7 @@ struct command_key {
     void (*job)(std::string_view rest);
 };
 
-// In the order in which they are tested. A null job is one that this version doesn't have yet.
+// In the order in which they are tested. The null job is a normal start that tests in place of serving.
 constexpr std::array<command_key, 13> keys = {{
     {"/register", register_server},
     {"-register", register_server},
@@ -80,7 +81,7 @@ const command_key* find_key(std::string_view command_line) {
     platform::exit_process(0);
 }
 
-void run_server(app_module& module) {
+void run_server(app_module& module, bool testing) {
     TVR_LOG(default_log, "[i] called with no keys or with unknown keys. Assuming normal start...");
     if (platform::find_presence(server_class, server_title).found) {
         TVR_LOG(default_log, "[-] Another instance found. Aborting...");
@@ -96,8 +97,12 @@ void run_server(app_module& module) {
     static work_server server;
     if (server.init()) {
         platform::thread work_thread;
-        work_thread.start([] { return server.work(); });
-        module.run();
+        if (testing) {
+            run_self_tests(server.pipeline());
+        } else {
+            work_thread.start([] { return server.work(); });
+            module.run();
+        }
         server.stop();
         server.stop_again();
     }
@@ -112,11 +117,12 @@ int engine_main(std::string_view command_line) {
     logger::instance().rotate(default_log);
     if (const command_key* key = find_key(command_line)) {
         TVR_LOG(default_log, "[i] called with key %s", std::string(command_line).c_str());
-        // deliberate: one character is skipped, whichever it is, and nothing is trimmed.
-        if (key->job)
+        if (!key->job)
+            run_server(module, true);
+        else // deliberate: one character is skipped, whichever it is, and nothing is trimmed.
             key->job(command_line.substr(std::min(key->text.size() + 1, command_line.size())));
     } else {
-        run_server(module);
+        run_server(module, false);
     }
     return 0;
 }

@@ -31,6 +31,9 @@ public:
     void stop();
     void stop_again() { stop(); }
 
+    // For the self-tests: not yet started as long as work() doesn't run.
+    [[nodiscard]] transaction& pipeline() noexcept { return m_transaction; }
+
     void reinit() { m_transaction.reinit(); } // nothing calls it
     // Asks the message loop to end, and waits until it has: not for the main thread. Nothing calls it.
     void quit();

@@ -80,12 +80,12 @@ void temp_folder::create(std::uint32_t stage) {
 
 void temp_folder::clean(std::uint32_t stage) {
     const platform::locker locker(m_lock);
-    clean_path(path(stage));
+    empty_folder(path(stage));
 }
 
 // The search begins anew after every change, so that what was deleted can't disturb it. deliberate: an entry
 // that can't be deleted is found again and again; a file in use ends the cleaning.
-void temp_folder::clean_path(const std::string& folder) {
+void temp_folder::empty_folder(const std::string& folder) {
     for (;;) {
         platform::directory_search search;
         platform::directory_entry entry;
@@ -97,7 +97,7 @@ void temp_folder::clean_path(const std::string& folder) {
         search.close();
         const std::string path = join_path(folder, entry.name);
         if (entry.attributes & platform::attribute::directory) {
-            clean_path(path);
+            empty_folder(path);
             remove_folder(path);
             if (platform::get_attributes(path))
                 platform::sleep_for(1);

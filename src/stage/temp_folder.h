@@ -25,8 +25,9 @@ public:
     std::string path_of(std::uint32_t stage, std::string_view name);
     void prepare(std::uint32_t stage); // makes the folder, or empties it
     void create(std::uint32_t stage);
-    void clean(std::uint32_t stage);  // deletes all inside; stops at a file in use
-    void remove(std::uint32_t stage); // with all inside
+    void clean(std::uint32_t stage);                     // deletes all inside; stops at a file in use
+    void remove(std::uint32_t stage);                    // with all inside
+    static void empty_folder(const std::string& folder); // clean() for any folder
     // The first file of the folder whose name begins with `prefix`; `out` (may be null) gets its path.
     bool find_first(std::uint32_t stage, std::string* out, std::string_view prefix);
     // Makes a new empty file with a unique name; false if that fails. `prefix` empty: "dis".
@@ -38,7 +39,6 @@ public:
     void unpack(std::uint32_t stage, std::string_view archive);
 
 private:
-    void clean_path(const std::string& folder);
     void pack_folder(file_stream& archive, const std::string& folder, std::string_view name);
     void unpack_folder(file_stream& archive, const std::string& folder, unsigned levels);
 

@@ -4,6 +4,7 @@
 
 #include "platform/process.h"
 #include "platform/registry.h"
+#include "support/file_bytes.h"
 #include "system/engine_root.h"
 
 namespace tvr {
@@ -95,6 +96,37 @@ TEST(engine, registers_and_unregisters) {
     EXPECT_EQ(root.run_key("/UnRegServer"), 0);
     EXPECT_EQ(value(), "");
     EXPECT_EQ(engine_root::process(), 0U);
+}
+
+TEST(engine, tests_itself) {
+    engine_root root;
+    const fs::path scratch = root.path() / "tmp/tvrtest";
+    write_file(scratch / "base/cashe.mrk", "left by a test that died");
+    EXPECT_EQ(root.run_key("/test"), 0);
+    EXPECT_EQ(root.log("unit_test.log").find("[-]"), std::string::npos) << root.log("unit_test.log");
+    EXPECT_NE(root.log("unit_test.log").find("[i] all tests completed"), std::string::npos);
+    EXPECT_NE(root.log("profiler.log").find("[flush_ordered:0] "), std::string::npos);
+    const std::string log = root.log("tvr_srv.log");
+    EXPECT_NE(log.find("[i] running with /test key - only testing"), std::string::npos);
+    const std::size_t first_stop = log.find("***STOP***");
+    EXPECT_NE(log.find("***STOP***", first_stop + 1), std::string::npos) << log;
+    EXPECT_FALSE(fs::exists(scratch));
+    EXPECT_TRUE(root.base_files().empty()) << "the user's own base is no place for a test";
+
+    // Without its folder no test can succeed.
+    write_file(scratch, "a file of that name");
+    const std::string before = root.log("unit_test.log");
+    EXPECT_EQ(root.run_key("/TESTs"), 0);
+    EXPECT_EQ(root.log("unit_test.0"), before);
+    for (const char* name : {"filehead", "transaction", "dword_map"})
+        EXPECT_NE(root.log("unit_test.log").find("[-] " + std::string(name) + " test FAILED"),
+                  std::string::npos);
+    EXPECT_EQ(read_file(scratch), "a file of that name");
+
+    root.start(); // beside another one it doesn't test
+    const std::string failed = root.log("unit_test.log");
+    EXPECT_EQ(root.run_key("/test"), 0);
+    EXPECT_EQ(root.log("unit_test.log"), failed);
 }
 
 TEST(engine, trains_when_enough_messages_wait) {
