@@ -43,7 +43,8 @@ bool check(bool condition, const char* failure) {
 
 // A header with two to four values, and the file it is read from.
 struct header_reader {
-    header_reader(const std::string& path, std::uint32_t signature, std::initializer_list<std::uint32_t> defaults)
+    header_reader(const std::string& path, std::uint32_t signature,
+                  std::initializer_list<std::uint32_t> defaults)
         : header(signature) {
         std::size_t i = 0;
         for (const std::uint32_t value : defaults)
@@ -163,7 +164,8 @@ bool test_dword_map(const std::string& folder) {
     fill_at_random(map);
     const auto wanted = static_cast<int>(token_count);
     if (map.count() != token_count) {
-        TVR_LOG(unit_test_log, "[-] test failed on 1-st stage: wrong number of elements added - %d (must be %d)",
+        TVR_LOG(unit_test_log,
+                "[-] test failed on 1-st stage: wrong number of elements added - %d (must be %d)",
                 static_cast<int>(map.count()), wanted);
         return false;
     }
@@ -179,7 +181,8 @@ bool test_dword_map(const std::string& folder) {
     if (!check(file.open_to_read(path) && map.init_from_file(file), "[-] init_from_file() failed"))
         return false;
     if (map.count() != token_count) {
-        TVR_LOG(unit_test_log, "[-] test failed on 3-rd stage: wrong number of elements read (%d). Must be %d",
+        TVR_LOG(unit_test_log,
+                "[-] test failed on 3-rd stage: wrong number of elements read (%d). Must be %d",
                 static_cast<int>(map.count()), wanted);
         return false;
     }

@@ -1,5 +1,7 @@
 #include "system/engine_root.h"
 
+#include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
@@ -94,6 +96,20 @@ int engine_root::run_key(const std::string& key) const {
     const std::string program = platform::display_path(server_path());
     const int status = std::system(("'" + program.substr(0, program.size() - 4) + "' " + key).c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+engine_root::outcome engine_root::tvrctl(const std::string& arguments) {
+    const std::string program = platform::display_path(module_folder() + "tvrctl");
+    FILE* pipe = popen(("'" + program + "' " + arguments + " 2>&1").c_str(), "r");
+    if (!pipe)
+        throw std::runtime_error("no tvrctl");
+    outcome result;
+    std::array<char, 4096> piece;
+    while (const std::size_t got = std::fread(piece.data(), 1, piece.size(), pipe))
+        result.text.append(piece.data(), got);
+    const int status = pclose(pipe);
+    result.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
 }
 
 void engine_root::append(unsigned series, unsigned count, bool manual) {

@@ -53,6 +53,13 @@ public:
     [[nodiscard]] const std::filesystem::path& path() const { return m_root.path(); }
     training_client& client() { return m_client; }
 
+    // Runs the real tvrctl to its end.
+    struct outcome {
+        int code = -1;
+        std::string text; // of both outputs
+    };
+    static outcome tvrctl(const std::string& arguments);
+
     // Waits until the condition holds; throws after a minute.
     static void wait_for(const char* what, const std::function<bool()>& condition);
 

@@ -2,10 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
 #include <fstream>
-#include <sys/wait.h>
 
 #include <nlohmann/json.hpp>
 
@@ -19,22 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct outcome {
-    int code = -1;
-    std::string text; // of both outputs
-};
-
-outcome tvrctl(const std::string& arguments) {
-    const std::string program = platform::display_path(module_folder() + "tvrctl");
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(
-        popen(("'" + program + "' " + arguments + " 2>&1").c_str(), "r"), [](FILE*) { return 0; });
-    outcome result;
-    std::array<char, 4096> piece;
-    while (const std::size_t got = std::fread(piece.data(), 1, piece.size(), pipe.get()))
-        result.text.append(piece.data(), got);
-    const int status = pclose(pipe.get());
-    result.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
+engine_root::outcome tvrctl(const std::string& arguments) {
+    return engine_root::tvrctl(arguments);
 }
 
 nlohmann::json status() {

@@ -1,0 +1,165 @@
+// Each key of the engine and each command of tvrctl that the other system tests leave out, on real files.
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "common/path.h"
+#include "platform/file.h"
+#include "platform/registry.h"
+#include "support/file_bytes.h"
+#include "system/engine_root.h"
+
+namespace tvr {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string sample = TVR_SAMPLE_MAIL;
+
+platform::registry_key paths() {
+    platform::registry_key key;
+    EXPECT_TRUE(key.create(platform::registry_root::local_machine, paths_key));
+    return key;
+}
+
+std::string registered(const char* name) {
+    const auto value = paths().query(name);
+    return value ? value->data : "none";
+}
+
+TEST(keys, register_and_unregister) {
+    engine_root root;
+    const std::string self = module_folder() + "tvr_srv";
+    const std::string folder = platform::from_display_path((root.path() / "settings").string());
+    const struct {
+        const char* key;
+        std::string server, settings; // what the registry holds afterwards
+        bool runs;
+    } table[] = {
+        {"/register", self, folder, true},
+        {"-REGISTER", self, folder, true},
+        {"/Install", self, folder, true},
+        {"/regserver2", self, folder, true},
+        {"/RegServe", "moved", folder, true}, // no key: an engine, which finds the first
+        {"/Uninstall", "none", "none", false},
+        {"/clean", "moved", "none", false},
+        {"/UnRegServer", "none", folder, false},
+        {"/stop", "moved", folder, false},
+        {"/STOP", "moved", folder, false}, // nobody to stop
+    };
+    for (const auto& row : table) {
+        if (engine_root::process() == 0 && row.key != std::string("/STOP")) {
+            root.start();
+            engine_root::wait_for("its registration", [&] { return registered("tvr_srv.exe") == self; });
+        }
+        auto key = paths();
+        ASSERT_TRUE(key.set("tvr_srv.exe", platform::registry_type::string, "moved"));
+        ASSERT_TRUE(key.set("tvram settings", platform::registry_type::string, folder));
+        EXPECT_EQ(root.run_key(row.key), 0);
+        EXPECT_EQ(registered("tvr_srv.exe"), row.server) << row.key;
+        EXPECT_EQ(registered("tvram settings"), row.settings) << row.key;
+        EXPECT_EQ(engine_root::process() != 0, row.runs) << row.key;
+    }
+}
+
+TEST(keys, merge_logs_and_dump_scores) {
+    engine_root root;
+    root.start();
+    root.train(1, 20);
+    const std::string words = (root.path() / "words.txt").string();
+    write_file(words, "B offer\nB never seen");
+    EXPECT_EQ(root.run_key("/getscores " + words), 0);
+    EXPECT_EQ(read_file(root.path() / "words.out"), "B offer\t0.99\nB never seen\tn/f\n\tn/f\n");
+    EXPECT_EQ(root.run_key("/mergelog " + (root.path() / "log").string()), 0);
+    const std::string merged = read_file(root.path() / "log/common.log");
+    EXPECT_NE(merged.find(" transac   [i] transaction::init"), std::string::npos) << merged;
+    EXPECT_NE(merged.find(" tvr_srv   [i] called with key /mergelog "), std::string::npos);
+}
+
+class commands : public testing::Test {
+protected:
+    // The output of a run that must answer this.
+    static std::string run(const std::string& arguments, int code = 0) {
+        const auto result = engine_root::tvrctl(arguments);
+        EXPECT_EQ(result.code, code) << arguments << "\n" << result.text;
+        return result.text;
+    }
+    static void expect(const std::string& arguments, int code, const char* part) {
+        const std::string text = run(arguments, code);
+        EXPECT_NE(text.find(part), std::string::npos) << arguments << "\n" << text;
+    }
+    static void train() { run("train -q --wait --spam " + sample + "/spam --ham " + sample + "/ham"); }
+
+    engine_root root;
+};
+
+TEST_F(commands, look_at_the_files_of_a_training) {
+    train();
+    root.stop();
+    run("verify");
+    const std::pair<const char*, const char*> files[] = {
+        {"base/cashe.rgd", "compiled base"},        {"base/cashe.mrk", "time mark"},
+        {"base/spamdict0000.bye", "atom"},          {"base/nspamdict.lst", "message-ID list"},
+        {"base/transact/ipc.bin", "signals"},       {"~stat.bin", "statistic"},
+    };
+    for (const auto& [name, kind] : files) {
+        const std::string file = (root.base().parent_path() / name).string();
+        expect("inspect " + file, 0, kind);
+        const auto json = nlohmann::json::parse(run("inspect --all --json " + file));
+        EXPECT_EQ(json["file"], file) << json;
+    }
+    const fs::path atom = root.base() / "spamdict0000.bye";
+    const std::string whole = read_file(atom);
+    write_file(atom, whole.substr(0, whole.size() / 2));
+    expect("verify", 1, "spamdict0000.bye");
+    run("inspect " + atom.string(), 1);
+    run("inspect /absent", 1);
+}
+
+TEST_F(commands, carry_the_base_over) {
+    train();
+    const std::string text = (root.path() / "base.txt").string();
+    run("export " + text);
+    EXPECT_TRUE(run("export").starts_with(read_file(text)));
+    const auto before = root.base_files();
+    run("import " + text, 3); // over a base that is there
+    run("purge");
+    engine_root::wait_for("the purge", [&] { return root.base_files().size() <= 1; });
+    run("stop");
+    write_file(root.path() / "cut.txt", read_file(text).substr(0, 1000));
+    run("import " + (root.path() / "cut.txt").string(), 3);
+    EXPECT_LE(root.base_files().size(), 1U);
+    fs::remove(root.base() / "cashe.rgd");
+    run("import " + text);
+    auto after = root.base_files();
+    EXPECT_EQ(after.size(), before.size());
+    for (const auto& [name, bytes] : before)
+        EXPECT_TRUE(after[name] == bytes) << name;
+}
+
+TEST_F(commands, forget_what_waits) {
+    const std::string mail = fs::directory_iterator(sample + "/spam")->path().string();
+    run("train -q --later --spam " + sample + "/spam");
+    run("forget --file " + mail);
+    expect("forget '<nobody@nowhere.example>'", 1, "nobody");
+    run("train -q --wait --ham " + sample + "/ham");
+    EXPECT_EQ(root.messages(), 61U);
+    expect("forget --file " + mail, 1, "train");
+}
+
+TEST_F(commands, change_settings_that_the_engine_takes) {
+    fs::create_directory(root.path() / "install");
+    expect("config set 'no such key' 1", 2, "no such key");
+    run("config root " + (root.path() / "install").string());
+    expect("config set 'training delay' 0", 3, "training delay");
+    run("config set 'training delay' 1");
+    run("config set 'recalculating strategy' 1");
+    EXPECT_EQ(run("config get 'Training Delay'"), "1\n");
+    expect("config list", 0, "recalculating strategy             1\n");
+    run("train -q --later --spam " + sample + "/spam");
+    engine_root::wait_for("a training by itself", [&] { return !root.stamp().empty(); });
+}
+
+} // namespace
+} // namespace tvr
