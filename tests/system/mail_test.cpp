@@ -67,10 +67,14 @@ TEST(mail, equal_mail_gives_equal_bytes_on_any_number_of_threads) {
 
 TEST(mail, bad_input_is_named_and_counted) {
     engine_root root;
-    const std::string program = platform::display_path(module_folder() + "tvrctl");
+    const std::string program = (root.path() / "program").string();
+    write_file(program, std::string("\x7f"
+                                    "ELF\0\0\0\n\n",
+                                    9) +
+                            std::string(4000, '\xC3'));
     auto run = tvrctl("train --later --spam /absent " + program + " --ham - < " + sample + "/README.md");
     EXPECT_EQ(run.code, 1);
-    for (const char* text : {"/absent: No such file or directory; skipped", "tvrctl: no mail",
+    for (const char* text : {"/absent: No such file or directory; skipped", "program: no mail",
                              "standard input: no mail", "Took 0 messages", "skipped 3."})
         EXPECT_NE(run.text.find(text), std::string::npos) << text << "\n" << run.text;
     EXPECT_EQ(engine_root::process(), 0U); // nothing to do for it
