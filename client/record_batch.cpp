@@ -53,6 +53,39 @@ bool record_batch::add(const training_message& message, const token_table& token
     return true;
 }
 
+const char* record_defect(std::span<const std::uint8_t> record) noexcept {
+    constexpr std::uint32_t known_flags = message_flag::spam | message_flag::manual;
+    constexpr std::size_t table_head = 8;
+    if (record.size() < head_size + 1 + table_head)
+        return "it is too short";
+    const std::uint8_t* const at = record.data();
+    if (load_u32(at) != message_head::signature || load_u32(at + 4) != message_head::value_count)
+        return "it doesn't begin like a record";
+    if (load_u32(at + 8) != record.size())
+        return "its length is another";
+    if (load_u32(at + 12) & ~known_flags)
+        return "it has unknown marks";
+    const std::size_t table = head_size + 1 + at[head_size];
+    if (record.size() < table + table_head || load_u32(at + table + 4) != record.size() - table - table_head)
+        return "its tokens don't fill it";
+    std::size_t place = table + table_head;
+    for (std::uint32_t left = load_u32(at + table); left != 0; --left) {
+        const std::size_t length = place < record.size() ? at[place] : 0;
+        if (length == 0 || record.size() - place < length + 5)
+            return "its number of tokens is wrong";
+        place += length + 5;
+    }
+    return place == record.size() ? nullptr : "its number of tokens is wrong";
+}
+
+bool record_batch::add(std::span<const std::uint8_t> record) {
+    if (record_defect(record) || record.size() > limit || m_bytes.size() > limit - record.size())
+        return false;
+    m_bytes.insert(m_bytes.end(), record.begin(), record.end());
+    ++m_count;
+    return true;
+}
+
 void record_batch::clear() noexcept {
     m_bytes.clear();
     m_count = 0;

@@ -24,12 +24,19 @@ struct mail_facts;
 // The message that a tokenizer has cut up, of `size` bytes. One without a sane date counts as written now.
 TVR_IPC_EXPORT training_message describe(const mail_facts& facts, std::size_t size, bool spam, bool manual);
 
+// Why these bytes are no whole record as add() makes them, or null if they are one: its lengths fit, no token
+// is empty, and it has no marks but those of training_message.
+[[nodiscard]] TVR_IPC_EXPORT const char* record_defect(std::span<const std::uint8_t> record) noexcept;
+
 // Belongs to one thread. clear() keeps the memory.
 class TVR_IPC_EXPORT record_batch {
 public:
     // False, with nothing added, if the message ID is longer than 255 bytes or the batch would go beyond
     // 1 GiB.
     bool add(const training_message& message, const token_table& tokens);
+    // Adds a record that stands in the bytes of the cache already; see record_defect(). False, with nothing
+    // added, if it isn't sound or the batch would go beyond 1 GiB.
+    bool add(std::span<const std::uint8_t> record);
     void clear() noexcept;
 
     [[nodiscard]] std::uint32_t count() const noexcept { return m_count; } // records

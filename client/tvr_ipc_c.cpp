@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "client/mail_record.h"
 #include "client/tvr_ipc.h"
 
 struct tvr_client {
@@ -35,13 +36,6 @@ int guarded(Operation operation) noexcept {
     }
 }
 
-int append(tvr_client& client, const tvr::training_message& message, const tvr::token_table& tokens) {
-    tvr::record_batch batch;
-    if (!batch.add(message, tokens))
-        return bad_message("the message ID is longer than 255 bytes");
-    return answer(client.client.append(batch));
-}
-
 } // namespace
 
 extern "C" {
@@ -68,27 +62,26 @@ int tvr_append(tvr_client* client, const tvr_message* message) {
                 return bad_message("a token is empty or longer than 255 bytes");
             tokens.add({token.text, token.size}, token.count);
         }
-        return append(*client,
-                      {.msid = {message->msid, message->msid_size},
-                       .spam = (message->marks & tvr_mark_spam) != 0,
-                       .manual = (message->marks & tvr_mark_manual) != 0,
-                       .size = message->size,
-                       .time = message->time},
-                      tokens);
+        tvr::record_batch batch;
+        if (!batch.add({.msid = {message->msid, message->msid_size},
+                        .spam = (message->marks & tvr_mark_spam) != 0,
+                        .manual = (message->marks & tvr_mark_manual) != 0,
+                        .size = message->size,
+                        .time = message->time},
+                       tokens))
+            return bad_message("the message ID is longer than 255 bytes");
+        return answer(client->client.append(batch));
     });
 }
 
 int tvr_append_mail(tvr_client* client, const char* raw, size_t size, uint32_t marks) {
     return guarded([&] {
-        const std::string_view mail(raw, size);
-        if (!tvr::looks_like_mail(mail))
-            return bad_message("this is no mail: it doesn't begin with a header");
-        thread_local tvr::tokenizer tokenizer;
-        tokenizer.tokenize(mail);
-        return append(*client,
-                      tvr::describe(tokenizer.facts(), size, (marks & tvr_mark_spam) != 0,
-                                    (marks & tvr_mark_manual) != 0),
-                      tokenizer.tokens());
+        tvr::record_batch batch;
+        if (tvr::ipc_status status = tvr::add_mail(batch, {raw, size}, (marks & tvr_mark_spam) != 0,
+                                                   (marks & tvr_mark_manual) != 0);
+            !status)
+            return answer(std::move(status));
+        return answer(client->client.append(batch));
     });
 }
 

@@ -25,3 +25,17 @@ function(tvr_test)
     target_include_directories(${arg_NAME}_test PRIVATE ${CMAKE_SOURCE_DIR}/tests)
     gtest_discover_tests(${arg_NAME}_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
 endfunction()
+
+# tvr_header_only(target package header): a library of headers alone, as the target that its package makes. A cross
+# build has no such package; it takes the folder of these headers from the host, and nothing else of what lies there.
+function(tvr_header_only target package header)
+    if(NOT CMAKE_CROSSCOMPILING)
+        find_package(${package} REQUIRED)
+        return()
+    endif()
+    find_path(${package}_HOST_HEADERS ${header} NO_CMAKE_FIND_ROOT_PATH PATHS /usr/include /usr/local/include REQUIRED)
+    cmake_path(GET header PARENT_PATH folder)
+    file(COPY ${${package}_HOST_HEADERS}/${folder} DESTINATION ${CMAKE_BINARY_DIR}/headers)
+    add_library(${target} INTERFACE IMPORTED GLOBAL)
+    target_include_directories(${target} INTERFACE ${CMAKE_BINARY_DIR}/headers)
+endfunction()

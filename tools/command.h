@@ -17,10 +17,9 @@ constexpr int usage = 2;
 constexpr int failed = 3; // the engine or its files
 } // namespace exit_code
 
-// Each adds a command with its options to the program; running it sets `code`.
+// Each adds a command with its options to the program; running it sets `code`. Those that read mail stand in
+// mail_input.h.
 void add_train(CLI::App& program, int& code);
-void add_score(CLI::App& program, int& code);
-void add_eval(CLI::App& program, int& code);
 void add_status(CLI::App& program, int& code);
 void add_inspect(CLI::App& program, int& code);
 void add_verify(CLI::App& program, int& code);

@@ -3,11 +3,10 @@
 #include <cstdio>
 #include <memory>
 
-#include "client/tokenizer.h"
 #include "settings/common_settings.h"
 #include "tools/command.h"
 #include "tools/file_view.h"
-#include "tools/mail_source.h"
+#include "tools/mail_input.h"
 #include "tools/text.h"
 #include "tools/waiting_mail.h"
 
@@ -15,29 +14,11 @@ namespace tvr {
 
 namespace {
 
-// False if something could not be read.
-bool read_ids(const std::vector<std::string>& files, mail_to_forget& messages) {
-    bool failed = false;
-    mail_source source([&](const std::string& name, const std::string& why) {
-        failed = true;
-        fail(name + ": " + why);
-    });
-    for (const std::string& path : files)
-        source.add(path, false);
-    tokenizer cut;
-    mail_item mail;
-    while (source.next(mail)) {
-        cut.tokenize(mail.raw);
-        messages.try_emplace(cut.facts().msid);
-    }
-    return !failed;
-}
-
 int forget(const std::string& id, const std::vector<std::string>& files) {
     mail_to_forget messages;
     if (!id.empty())
         messages.try_emplace(forget_key(id));
-    if (!read_ids(files, messages))
+    if (!files.empty() && !add_message_ids(files, messages))
         return exit_code::failed;
     messages.erase("");
     if (messages.empty())

@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "tools/command.h"
+#include "tools/mail_input.h"
 
 namespace tvr {
 
@@ -22,6 +23,7 @@ int main(int count, char** arguments) try {
     tvr::add_train(program, code);
     tvr::add_score(program, code);
     tvr::add_eval(program, code);
+    tvr::add_tokenize(program, code);
     tvr::add_status(program, code);
     tvr::add_inspect(program, code);
     tvr::add_verify(program, code);

@@ -10,7 +10,7 @@
 
 #include "client/tokenizer.h"
 #include "common/text.h"
-#include "tools/command.h"
+#include "tools/mail_input.h"
 #include "tools/mail_source.h"
 #include "tools/published_base.h"
 

@@ -12,7 +12,7 @@
 #include "platform/process.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
-#include "tools/mail_reading.h"
+#include "tools/mail_input.h"
 #include "tools/train.h"
 
 namespace tvr {
@@ -24,51 +24,6 @@ using clock = std::chrono::steady_clock;
 double seconds_since(clock::time_point start) {
     return std::chrono::duration<double>(clock::now() - start).count();
 }
-
-// What has reached the cache.
-struct training_sum {
-    std::array<std::uint64_t, 2> messages{}; // ham, spam
-    std::uint64_t tokens = 0;
-
-    [[nodiscard]] std::uint64_t all() const { return messages[0] + messages[1]; }
-};
-
-// Appends each chunk to the cache.
-class training_worker final : public mail_worker {
-public:
-    training_worker(const train_options& options, training_client& client, training_sum& sum,
-                    ipc_status& failure)
-        : m_options(options), m_client(client), m_sum(sum), m_failure(failure) {}
-
-    void begin() override {
-        m_batch.clear();
-        m_chunk = {};
-    }
-    bool wants(const mail_item& mail) override { return !m_options.selects || m_options.selects(mail); }
-    void take(const mail_item& mail, const tokenizer& cut) override {
-        m_batch.add(describe(cut.facts(), mail.raw.size(), mail.spam, m_options.manual), cut.tokens());
-        ++m_chunk.messages[mail.spam ? 1 : 0];
-        m_chunk.tokens += cut.tokens().size();
-    }
-    bool commit() override {
-        if (ipc_status status = m_client.append(m_batch); !status) {
-            m_failure = std::move(status);
-            return false;
-        }
-        for (std::size_t half : {0U, 1U})
-            m_sum.messages[half] += m_chunk.messages[half];
-        m_sum.tokens += m_chunk.tokens;
-        return true;
-    }
-
-private:
-    const train_options& m_options;
-    training_client& m_client;
-    training_sum& m_sum;
-    ipc_status& m_failure;
-    record_batch m_batch;
-    training_sum m_chunk;
-};
 
 // Watches the engine until it is through with what was appended.
 class engine_watch {
@@ -157,11 +112,11 @@ int train(const train_options& options) {
         return fail(client.status().text);
     const std::uint64_t stamp_before = engine_view(client.working_directory()).stamp();
 
-    mail_reading reading(options.spam, options.ham, "Reading mail", options.quiet);
     training_sum sum;
-    ipc_status failure;
-    reading.run([&] { return std::make_unique<training_worker>(options, client, sum, failure); },
-                options.threads);
+    const ipc_status failure =
+        options.records.empty() ? take_mail(options, client, sum) : take_records(options, client, sum);
+    if (failure.error == ipc_error::no_mail)
+        return fail(failure.text);
     if (!failure)
         fail(failure.text);
     const double mail_seconds = seconds_since(start);
@@ -169,7 +124,7 @@ int train(const train_options& options) {
         std::printf("Took %s messages (%s spam, %s ham) with %s tokens in %.2f s; skipped %s.\n",
                     grouped(sum.all()).c_str(), grouped(sum.messages[1]).c_str(),
                     grouped(sum.messages[0]).c_str(), grouped(sum.tokens).c_str(), mail_seconds,
-                    grouped(reading.skipped()).c_str());
+                    grouped(sum.skipped).c_str());
     std::fflush(stdout);
     if (sum.all() == 0)
         return failure ? exit_code::nothing_taken : exit_code::failed;
@@ -195,15 +150,22 @@ int train(const train_options& options) {
 void add_train(CLI::App& program, int& code) {
     auto options = std::make_shared<train_options>();
     CLI::App* command = program.add_subcommand("train", "Learn mail as spam or as ham (good mail)");
+    auto* spam = command
+                     ->add_option("--spam", options->spam,
+                                  "Spam: files, mbox files, Maildirs, folders, or - for standard input")
+                     ->type_name("PATH");
+    auto* ham = command->add_option("--ham", options->ham, "Good mail, in the same forms")->type_name("PATH");
     command
-        ->add_option("--spam", options->spam,
-                     "Spam: files, mbox files, Maildirs, folders, or - for standard input")
-        ->type_name("PATH");
-    command->add_option("--ham", options->ham, "Good mail, in the same forms")->type_name("PATH");
+        ->add_option("--records", options->records,
+                     "What \"tvrctl tokenize\" wrote, in place of mail; - for standard input")
+        ->type_name("FILE")
+        ->excludes(spam)
+        ->excludes(ham);
     command->add_flag("--wait", options->wait, "Wait for the new base, and tell what it holds");
     command->add_flag("--later", options->later, "Leave the time of the training to the engine")
         ->excludes("--wait");
-    command->add_flag("--manual", options->manual, "Mark the messages as the user's own verdict");
+    command->add_flag("--manual", options->manual, "Mark the messages as the user's own verdict")
+        ->excludes("--records");
     command->add_flag("-q,--quiet", options->quiet, "Show no progress");
     command->add_option("--threads", options->threads, "Threads that read mail; 0 is one for each processor")
         ->check(CLI::Range(0, 64))
@@ -214,10 +176,11 @@ void add_train(CLI::App& program, int& code) {
     command->footer("Exit code 0: learned; 1: nothing could be taken; 3: the engine failed.\n\n"
                     "Examples:\n"
                     "  tvrctl train --wait --spam ~/Maildir/.Spam --ham ~/Maildir ~/mail/archive.mbox\n"
-                    "  tvrctl train --spam - < message.eml");
+                    "  tvrctl train --spam - < message.eml\n"
+                    "  tvrctl train --wait --records spam.records ham.records");
     command->callback([options, &code] {
-        if (options->spam.empty() && options->ham.empty())
-            throw CLI::RequiredError("--spam PATH or --ham PATH");
+        if (options->spam.empty() && options->ham.empty() && options->records.empty())
+            throw CLI::RequiredError("--spam PATH, --ham PATH or --records FILE");
         code = train(*options);
     });
 }

@@ -1,17 +1,22 @@
 // The training of mail, for the commands that need it.
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "tools/mail_source.h"
+#include "client/tvr_ipc.h"
 
 namespace tvr {
+
+struct mail_item;
 
 struct train_options {
     std::vector<std::string> spam;
     std::vector<std::string> ham;
+    std::vector<std::string> records; // streams of ready records; then there is neither spam nor ham
     bool wait = false;
     bool later = false;
     bool manual = false;
@@ -22,7 +27,20 @@ struct train_options {
     std::function<bool(const mail_item&)> selects; // empty: all
 };
 
-// Reads the mail, hands it to the engine, and reports on standard output. Answers the exit code.
+// What has reached the cache.
+struct training_sum {
+    std::array<std::uint64_t, 2> messages{}; // ham, spam
+    std::uint64_t tokens = 0;
+    std::uint64_t skipped = 0; // messages and files
+
+    [[nodiscard]] std::uint64_t all() const { return messages[0] + messages[1]; }
+};
+
+// Appends the records of the streams to the cache, up to the first damage. Answers the failure that ended it.
+ipc_status take_records(const train_options& options, training_client& client, training_sum& sum);
+
+// Reads the mail or the records, hands it to the engine, and reports on standard output. Answers the exit
+// code.
 int train(const train_options& options);
 
 } // namespace tvr

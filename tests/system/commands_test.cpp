@@ -37,15 +37,11 @@ TEST(keys, register_and_unregister) {
         std::string server, settings; // what the registry holds afterwards
         bool runs;
     } table[] = {
-        {"/register", self, folder, true},
-        {"-REGISTER", self, folder, true},
-        {"/Install", self, folder, true},
-        {"/regserver2", self, folder, true},
+        {"/register", self, folder, true},       {"-REGISTER", self, folder, true},
+        {"/Install", self, folder, true},        {"/regserver2", self, folder, true},
         {"/RegServe", "moved", folder, true}, // no key: an engine, which finds the first
-        {"/Uninstall", "none", "none", false},
-        {"/clean", "moved", "none", false},
-        {"/UnRegServer", "none", folder, false},
-        {"/stop", "moved", folder, false},
+        {"/Uninstall", "none", "none", false},   {"/clean", "moved", "none", false},
+        {"/UnRegServer", "none", folder, false}, {"/stop", "moved", folder, false},
         {"/STOP", "moved", folder, false}, // nobody to stop
     };
     for (const auto& row : table) {
@@ -99,9 +95,9 @@ TEST_F(commands, look_at_the_files_of_a_training) {
     root.stop();
     run("verify");
     const std::pair<const char*, const char*> files[] = {
-        {"base/cashe.rgd", "compiled base"},        {"base/cashe.mrk", "time mark"},
-        {"base/spamdict0000.bye", "atom"},          {"base/nspamdict.lst", "message-ID list"},
-        {"base/transact/ipc.bin", "signals"},       {"~stat.bin", "statistic"},
+        {"base/cashe.rgd", "compiled base"},  {"base/cashe.mrk", "time mark"},
+        {"base/spamdict0000.bye", "atom"},    {"base/nspamdict.lst", "message-ID list"},
+        {"base/transact/ipc.bin", "signals"}, {"~stat.bin", "statistic"},
     };
     for (const auto& [name, kind] : files) {
         const std::string file = (root.base().parent_path() / name).string();

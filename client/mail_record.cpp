@@ -1,0 +1,17 @@
+#include "client/mail_record.h"
+
+#include "client/tokenizer.h"
+
+namespace tvr {
+
+ipc_status add_mail(record_batch& batch, std::string_view raw, bool spam, bool manual) {
+    if (!looks_like_mail(raw))
+        return {ipc_error::bad_message, "this is no mail: it doesn't begin with a header"};
+    thread_local tokenizer cut;
+    cut.tokenize(raw);
+    if (!batch.add(describe(cut.facts(), raw.size(), spam, manual), cut.tokens()))
+        return {ipc_error::bad_message, "the message is too large"};
+    return {};
+}
+
+} // namespace tvr

@@ -1,0 +1,27 @@
+// What the commands do with mail. A build without a mail parser has no_mail.cpp in place of all this, which
+// says so wherever mail is asked for.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "client/tvr_ipc.h"
+#include "tools/command.h"
+#include "tools/train.h"
+#include "tools/waiting_mail.h"
+
+namespace tvr {
+
+void add_score(CLI::App& program, int& code);
+void add_eval(CLI::App& program, int& code);
+void add_tokenize(CLI::App& program, int& code);
+
+// Appends the mail that the options name to the cache. Answers the failure that ended it; ipc_error::no_mail
+// in a build that reads none.
+ipc_status take_mail(const train_options& options, training_client& client, training_sum& sum);
+
+// Adds the message IDs of the mail in these files. False if something could not be read, which has been
+// reported.
+bool add_message_ids(const std::vector<std::string>& files, mail_to_forget& messages);
+
+} // namespace tvr
