@@ -1,0 +1,291 @@
+// The same for those beside the engine: a client in an append, tvrctl in each of its writes; and two engines
+// at a time.
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
+#include <unistd.h>
+
+#include "platform/presence.h"
+#include "signal/identity.h"
+#include "support/file_bytes.h"
+#include "torture/trained_base.h"
+
+int tvrctl_main(int count, char** arguments);
+
+namespace tvr::torture {
+namespace {
+
+std::uint32_t word_at(const std::string& bytes, std::size_t place) {
+    std::uint32_t word = 0;
+    for (std::size_t i = 4; i-- > 0;)
+        word = word << 8 | static_cast<unsigned char>(bytes.at(place + i));
+    return word;
+}
+
+// The records of a cache that a reader finds, each in its bytes.
+std::vector<std::string> records_of(const std::string& cache) {
+    std::vector<std::string> records;
+    for (std::size_t place = 4; cache.size() >= place + 33;) {
+        const std::uint32_t length = word_at(cache, place + 8);
+        if (word_at(cache, place) != 0x25062004 || word_at(cache, place + 4) != 6 || length < 41 ||
+            length > cache.size() - place)
+            break;
+        records.push_back(cache.substr(place, length));
+        place += length;
+    }
+    return records;
+}
+
+bool is_prefix(const std::vector<std::string>& part, const std::vector<std::string>& all) {
+    return part.size() <= all.size() && std::equal(part.begin(), part.end(), all.begin());
+}
+
+// One process that changes files, and what may be left when it is killed.
+struct job {
+    const char* name;
+    const char* start;          // the saved root
+    std::function<int()> work;  // in a child
+    // Answers the outcome; `before` and `after` are the files without the death.
+    std::function<std::string(const files& left, const files& before, const files& after)> judge;
+    unsigned usual_stride = 1;
+};
+
+// Kills the job at each of its changes.
+void torture(const job& each) {
+    trained_base& base = the_base();
+    base.box.restore(each.start);
+    const files before = base.content(true);
+    ASSERT_EQ(in_child(base.box, {}, each.work), 0) << each.name;
+    const std::uint32_t points = shared_board().begun;
+    const files after = base.content(true);
+    ASSERT_NE(after, before) << each.name << " changes nothing";
+    tally outcomes(std::string("Death of ") + each.name + " (" + std::to_string(points) + " changes)");
+    const unsigned step = stride(each.usual_stride);
+    unsigned turn = 0;
+    for (const fate what : {fate::die_before, fate::die_within, fate::die_after})
+        for (std::uint32_t index = 0; index < points; ++index) {
+            if (turn++ % step != 0)
+                continue;
+            base.box.restore(each.start);
+            ASSERT_EQ(in_child(base.box, {what, index}, each.work), killed);
+            const file_change hit = shared_board().hit_change();
+            SCOPED_TRACE(std::string(each.name) + " " + name_of(what) + " change " + std::to_string(index) +
+                         ": " + hit.what + " " + hit.path);
+            outcomes.add(each.judge(base.content(true), before, after));
+        }
+}
+
+// Runs tvrctl in this process.
+int tvrctl(std::vector<std::string> words) {
+    words.insert(words.begin(), "tvrctl");
+    std::vector<char*> arguments;
+    for (std::string& word : words)
+        arguments.push_back(word.data());
+    if (!std::freopen("/dev/null", "w", stdout))
+        return 98;
+    return tvrctl_main(static_cast<int>(arguments.size()), arguments.data());
+}
+
+// The same beside something that looks like an engine, so that none is started.
+int tvrctl_with_engine(const std::vector<std::string>& words) {
+    platform::presence engine;
+    {
+        const spared nothing;
+        engine.create(server_class, server_title);
+    }
+    return tvrctl(words);
+}
+
+std::string cache_of(const files& content) {
+    const auto found = content.find(cache_file);
+    return found == content.end() ? std::string() : found->second;
+}
+
+// Nothing but the cache may differ.
+void expect_only_cache(const files& left, const files& before) {
+    files one = left;
+    files other = before;
+    one.erase(cache_file);
+    other.erase(cache_file);
+    trained_base::expect_equal("beside the cache", one, other);
+}
+
+// An append is there as a whole or not at all, and the next one stands right behind.
+std::string judge_append(const files& left, const files& before, const files& after) {
+    expect_only_cache(left, before);
+    const auto old = records_of(cache_of(before));
+    const auto whole = records_of(cache_of(after));
+    const auto found = records_of(cache_of(left));
+    EXPECT_TRUE(found == old || found == whole);
+    trained_base& base = the_base();
+    EXPECT_EQ(in_child(base.box, {}, [] { return append_messages(20, 3) ? 0 : 1; }), 0);
+    const std::string next = read_file(base.path(cache_file));
+    const auto then = records_of(next);
+    EXPECT_TRUE(is_prefix(found, then));
+    EXPECT_EQ(then.size(), found.size() + 3);
+    EXPECT_EQ(word_at(next, 0), then.size());
+    EXPECT_EQ(base.run("the training", [](engine_driver& engine) { engine.train(); }), verdict::rest);
+    EXPECT_FALSE(base.content(true).contains(cache_file));
+    if (found == old)
+        return "nothing is appended";
+    return word_at(cache_of(left), 0) == found.size() ? "all is appended"
+                                                      : "all is appended, and the count is behind until the next";
+}
+
+TEST(client_death, appends_all_or_nothing) {
+    const auto append = [] { return append_messages(trained_base::next_series, 5) ? 0 : 1; };
+    torture({"a client that makes a cache", "trained", append, judge_append, 6});
+    torture({"a client that adds to a cache", "waiting", append, judge_append, 6});
+}
+
+// Messages reach the cache in their order, each whole.
+std::string judge_train(const files& left, const files& before, const files& after) {
+    expect_only_cache(left, before);
+    const auto found = records_of(cache_of(left));
+    EXPECT_TRUE(is_prefix(records_of(cache_of(before)), found));
+    EXPECT_TRUE(is_prefix(found, records_of(cache_of(after))));
+    trained_base& base = the_base();
+    EXPECT_EQ(base.run("the training", [](engine_driver& engine) { engine.train(); }), verdict::rest);
+    return found.size() == records_of(cache_of(before)).size() ? "nothing is appended"
+           : found == records_of(cache_of(after))              ? "all is appended"
+                                                               : "some messages are appended, whole";
+}
+
+// Each record is as it was, or marked as deleted.
+std::string judge_forget(const files& left, const files& before, const files& after) {
+    expect_only_cache(left, before);
+    const auto old = records_of(cache_of(before));
+    const auto whole = records_of(cache_of(after));
+    const auto found = records_of(cache_of(left));
+    EXPECT_EQ(found.size(), old.size());
+    for (std::size_t i = 0; i < found.size() && i < old.size(); ++i)
+        EXPECT_TRUE(found[i] == old[i] || found[i] == whole[i]) << i;
+    return found == old ? "not marked" : "marked";
+}
+
+// Only one file may differ, and it is the old one or the new one.
+std::string judge_one_file(const std::string& path, const files& left, const files& before, const files& after) {
+    const auto content = [&](const files& all) {
+        const auto found = all.find(path);
+        return found == all.end() ? std::nullopt : std::optional(found->second);
+    };
+    EXPECT_TRUE(content(left) == content(before) || content(left) == content(after)) << path;
+    for (const auto& line : differences(left, before))
+        EXPECT_TRUE(line.starts_with(path + " ") || line.ends_with("tmp is too much") ||
+                    line.ends_with(".part is too much"))
+            << line;
+    return content(left) == content(after) ? "the new file" : "the old file";
+}
+
+// The engine comes to an empty base, or to the imported one.
+std::string judge_import(const files&, const files& before, const files& after) {
+    trained_base& base = the_base();
+    const auto restarted = [&](const files& start) {
+        base.box.save("meanwhile");
+        base.box.empty();
+        for (const auto& [path, bytes] : start)
+            write_file(base.path(path), bytes);
+        EXPECT_EQ(base.restart(), verdict::rest);
+        const files found = base.content(true);
+        base.box.restore("meanwhile");
+        return found;
+    };
+    static const files nothing = restarted(before);
+    static const files imported = restarted(after);
+    const verdict end = base.restart();
+    const files found = base.content(true);
+    EXPECT_EQ(end, verdict::rest) << name_of(end);
+    const bool is_old = !found.contains(compiled_base);
+    trained_base::expect_equal("the engine's start", found, is_old ? nothing : imported);
+    EXPECT_EQ(base.train_next(), verdict::rest);
+    return is_old ? "nothing is imported" : "all is imported";
+}
+
+TEST(tool_death, leaves_the_old_or_the_new) {
+    trained_base& base = the_base();
+    const std::string mail = TVR_SAMPLE_MAIL;
+    base.box.restore("trained");
+    const std::string text = base.path("export.txt");
+    ASSERT_EQ(in_child(base.box, {}, [&] { return tvrctl({"export", text}); }), 0);
+    const std::string exported = read_file(text);
+    base.box.empty();
+    ASSERT_EQ(in_child(base.box, {},
+                       [] {
+                           prepare_root();
+                           return append_messages(1, 1) ? 0 : 1;
+                       }),
+              0);
+    base.remove(cache_file);
+    write_file(text, exported);
+    base.box.save("empty");
+
+    const auto one_file = [](const std::string& path) {
+        return [path](const files& left, const files& before, const files& after) {
+            return judge_one_file(path, left, before, after);
+        };
+    };
+    torture({"tvrctl train", "waiting",
+             [&] {
+                 return tvrctl_with_engine(
+                     {"train", "--later", "-q", "--threads", "1", "--spam", mail + "/spam", "--ham", mail + "/ham"});
+             },
+             judge_train, 6});
+    torture({"tvrctl forget", "waiting", [] { return tvrctl({"forget", "<7.2@x>_0123ABCD"}); }, judge_forget, 6});
+    torture({"tvrctl config set", "waiting", [] { return tvrctl({"config", "set", "training delay", "77"}); },
+             one_file("advanced.ini"), 6});
+    torture({"tvrctl export", "trained", [&] { return tvrctl({"export", text}); }, one_file("export.txt"), 4});
+    torture({"tvrctl import", "empty", [&] { return tvrctl({"import", "--later", text}); }, judge_import, 25});
+}
+
+// One engine is stopped in front of a change, another is started meanwhile, and the first one goes on.
+TEST(two_engines, train_as_one) {
+    trained_base& base = the_base();
+    const auto train = [](engine_driver& engine) { engine.train(); };
+    base.box.restore("waiting");
+    ASSERT_EQ(in_child(base.box, {}, [&] { return run_engine(train); }), 0);
+    const std::uint32_t points = shared_board().begun;
+    tally outcomes("Two engines, the first one stopped at a change (" + std::to_string(points) + " changes)");
+    board& first = board_of(0);
+    board& second = board_of(1);
+    const auto wait_until = [](const std::function<bool()>& condition) {
+        while (!condition())
+            usleep(500);
+    };
+    for (std::uint32_t index = 0; index < points; index += stride(40)) {
+        base.box.restore("waiting");
+        first.clear();
+        second.clear();
+        const int a = start_child(base.box, {fate::halt, index}, [&] { return run_engine(train); });
+        wait_until([&] { return first.halted != 0 || first.verdict != 0; });
+        const int b = start_child(base.box, {.board = 1}, [&] {
+            const int code = run_engine([&](engine_driver& engine) {
+                engine.train();
+                second.halted = 1;
+                wait_until([&] { return second.resume != 0; });
+            });
+            return code;
+        });
+        wait_until([&] { return second.halted != 0 || second.verdict != 0; });
+        first.resume = 1;
+        EXPECT_EQ(join_child(a), 0);
+        second.resume = 1;
+        EXPECT_EQ(join_child(b), 0);
+        const auto end_a = static_cast<verdict>(first.verdict.load());
+        const auto end_b = static_cast<verdict>(second.verdict.load());
+        SCOPED_TRACE("change " + std::to_string(index) + ": " + first.hit_change().what + " " +
+                     first.hit_change().path + "; the first " + name_of(end_a) + ", the second " + name_of(end_b));
+        EXPECT_TRUE((end_a == verdict::rest) != (end_b == verdict::rest));
+        EXPECT_TRUE((end_a == verdict::left) != (end_b == verdict::left));
+        trained_base::expect_equal("trained", base.content(), base.after);
+        outcomes.add(end_a == verdict::rest ? "the first one trains to the same bytes, the second one leaves"
+                                            : "the second one trains to the same bytes, the first one leaves");
+    }
+}
+
+} // namespace
+} // namespace tvr::torture

@@ -1,0 +1,64 @@
+// A base with history in a root: several atoms in both halves, older ones gone, messages corrected, deleted
+// and wrongly dated; logs are on, and a batch waits in the cache. And what an undisturbed engine makes of it.
+#pragma once
+
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "torture/engine_run.h"
+#include "torture/sandbox.h"
+
+namespace tvr::torture {
+
+inline const std::string data_folder = "appdata/Orvenix/Brackenhold/data/";
+inline const std::string base_folder = data_folder + "base/";
+inline const std::string transact_folder = base_folder + "transact/";
+inline const std::string cache_file = transact_folder + "autotrain.bys";
+inline const std::string time_mark = base_folder + "cashe.mrk";
+inline const std::string compiled_base = base_folder + "cashe.rgd";
+inline const std::string statistic_file = data_folder + "~stat.bin";
+
+class trained_base {
+public:
+    static constexpr unsigned history = 6;     // transactions
+    static constexpr unsigned waiting = 7;     // the series in the cache
+    static constexpr unsigned next_series = 8; // trained after whatever went wrong
+    static constexpr unsigned batch = 14;      // messages
+
+    trained_base();
+
+    // The root without what the dead leave behind and nobody looks at: the lock file, temporary files, and
+    // unmarked stage folders. Nor does it have the archives of batches, of which each must be one that an
+    // undisturbed engine makes, unless `any_archive` is set.
+    files content(bool any_archive = false);
+
+    // Runs an engine in a child, and answers how it ended; a crash fails the test.
+    verdict run(const std::string& what, const std::function<void(engine_driver&)>& driver);
+    verdict restart();    // to its rest
+    verdict train_next(); // the same, and the next series after that
+    // Removes a file or a folder of the root.
+    void remove(const std::string& path) const;
+    [[nodiscard]] std::string path(const std::string& name) const { return box.root() + "/" + name; }
+
+    // Equal files; of the time mark only the size is looked at.
+    static void expect_equal(const std::string& when, files found, files expected);
+    // The compiled base of these files, made by an engine that finds nothing but the last marker.
+    std::string generated(const files& dictionaries);
+
+    sandbox box;   // saved: "waiting" and "trained"
+    files before;  // a batch waits
+    files after;   // it is trained
+    files both_apart, both_together, next_only; // the next series too, or alone
+
+private:
+    bool m_complete = false; // the undisturbed runs are done
+    std::set<std::string> m_archives;
+    std::map<files, std::string> m_generated;
+};
+
+// The one of this program.
+trained_base& the_base();
+
+} // namespace tvr::torture
