@@ -110,10 +110,11 @@ static_assert(std::is_sorted(std::begin(known_headers), std::end(known_headers),
                              [](const auto& a, const auto& b) { return a.first < b.first; }));
 
 header_kind kind_of_header(std::string_view name) {
-    // The verdicts of other filters, and what mailing lists put into every message that passes them, spam or
-    // not.
-    for (const auto start : {"x-spam"sv, "x-bogosity"sv, "x-virus"sv, "x-mozilla-"sv, "list-"sv,
-                             "x-mailman"sv, "x-beenthere"sv, "x-list"sv, "x-original"sv, "mailing-list"sv})
+    // The verdicts of filters, this one's too, and what mailing lists put into every message that passes
+    // them, spam or not.
+    for (const auto start :
+         {"x-tessivar"sv, "x-spam"sv, "x-bogosity"sv, "x-virus"sv, "x-mozilla-"sv, "list-"sv, "x-mailman"sv,
+          "x-beenthere"sv, "x-list"sv, "x-original"sv, "mailing-list"sv})
         if (name.starts_with(start))
             return header_kind::ignored;
     const auto* const found =

@@ -38,6 +38,10 @@ TEST(tokenizer, finds_what_a_mail_is_made_of) {
          {"F from:jane@shop.example", "F from:shop.example", "H from:Jane", "H subject:Free",
           "H subject:OFFER", "H x-mailer:Bulk", "M header:x-mailer", "M no date", "M no message-id", "B Hi"},
          {"B from", "M no subject", "M no from"}},
+        {"verdicts of filters",
+         "Subject: a\nX-Tessivar: spam, score=99.00\nX-Spam-Flag: YES\n\nHi\n",
+         {"B Hi"},
+         {"M header:x-tessivar", "H x-tessivar:spam", "M header:x-spam-flag", "H x-spam-flag:YES"}},
         {"encoded words",
          "Subject: =?ISO-8859-1?Q?Gr=FC=DFe?= =?utf-8?B?w7ZsCg==?=\n\nx\n",
          {"B Gr\xC3\xBC\xC3\x9F"
