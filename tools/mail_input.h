@@ -15,6 +15,7 @@ namespace tvr {
 void add_score(CLI::App& program, int& code);
 void add_eval(CLI::App& program, int& code);
 void add_tokenize(CLI::App& program, int& code);
+void add_watch(CLI::App& program, int& code);
 
 // Appends the mail that the options name to the cache. Answers the failure that ended it; ipc_error::no_mail
 // in a build that reads none.

@@ -16,20 +16,19 @@ namespace fs = std::filesystem;
 
 namespace {
 
-bool is_mail_store_file(const std::string& name) {
-    // What mail programs keep beside the messages of a folder.
-    constexpr std::array<std::string_view, 4> starts = {"dovecot", "maildirfolder", "courierimap",
-                                                        "subscriptions"};
-    return std::any_of(starts.begin(), starts.end(),
-                       [&](std::string_view start) { return name.starts_with(start); });
-}
-
 bool is_maildir(const fs::path& folder) {
     std::error_code error;
     return fs::is_directory(folder / "cur", error) && fs::is_directory(folder / "new", error);
 }
 
 } // namespace
+
+bool is_mail_store_file(std::string_view name) noexcept {
+    constexpr std::array<std::string_view, 4> starts = {"dovecot", "maildirfolder", "courierimap",
+                                                        "subscriptions"};
+    return std::any_of(starts.begin(), starts.end(),
+                       [&](std::string_view start) { return name.starts_with(start); });
+}
 
 bool is_mbox_line(std::string_view line) noexcept {
     if (!line.starts_with("From "))

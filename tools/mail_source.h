@@ -69,4 +69,7 @@ private:
 // True for the line that begins a message in an mbox: "From ", a sender, and a date.
 [[nodiscard]] bool is_mbox_line(std::string_view line) noexcept;
 
+// True for the names of what mail programs keep beside the messages of a folder.
+[[nodiscard]] bool is_mail_store_file(std::string_view name) noexcept;
+
 } // namespace tvr

@@ -21,6 +21,7 @@ int main(int count, char** arguments) try {
     program.require_subcommand(1);
     program.footer("\"tvrctl COMMAND --help\" tells more, with examples.");
     tvr::add_train(program, code);
+    tvr::add_watch(program, code);
     tvr::add_score(program, code);
     tvr::add_eval(program, code);
     tvr::add_tokenize(program, code);

@@ -30,6 +30,10 @@ void add_tokenize(CLI::App& program, int& code) {
     add_without_mail(program, code, "tokenize", "Cut mail into records for another machine to learn");
 }
 
+void add_watch(CLI::App& program, int& code) {
+    add_without_mail(program, code, "watch", "Learn the mail that comes into folders");
+}
+
 ipc_status take_mail(const train_options&, training_client&, training_sum&) {
     return {ipc_error::no_mail, no_mail};
 }

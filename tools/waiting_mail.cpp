@@ -29,7 +29,10 @@ std::string failure(const std::string& path, const char* what) {
            ")";
 }
 
-std::string mark_all(const std::string& path, mail_to_forget& messages) {
+// Calls change(cache, record) for each whole record. A reason that it answers ends the walk; so does an
+// empty text, which stands for a failure to write.
+template <class Change>
+std::string walk_cache(const std::string& path, Change change) {
     file_stream cache;
     if (!cache.open(path, platform::access::read_write, platform::share::read,
                     platform::creation::open_existing))
@@ -43,24 +46,38 @@ std::string mark_all(const std::string& path, mail_to_forget& messages) {
         const auto end = record.whole_end(cache, size);
         if (!end)
             break; // nobody reads on here
-        auto found = messages.find(record.msid);
-        if (found == messages.end())
-            found = messages.find(bare_id(record.msid));
-        // A head of another size can't be written in place.
-        if (found != messages.end() && record.flags & message_flag::deleted)
-            ++found->second.already;
-        else if (found != messages.end() && record.header.filecount() != message_head::value_count)
-            return platform::display_path(path) + ": the message's record is damaged";
-        else if (found != messages.end()) {
-            if (!mark_deleted(cache, record.position))
-                return failure(path, "can't be written");
-            ++found->second.marked;
-        }
+        if (const char* const problem = change(cache, record))
+            return *problem == '\0' ? failure(path, "can't be written")
+                                    : platform::display_path(path) + ": " + problem;
         if (!cache.seek(static_cast<std::int64_t>(*end), platform::origin::begin))
             break;
     }
     return cache.close() ? std::string() : failure(path, "can't be written");
 }
+
+// The same under the lock.
+template <class Change>
+std::string change_cache(const std::string& path, std::uint32_t patience, Change change) {
+    if (!file_exists(path))
+        return {};
+    const std::string lock_path = join_path(folder_part(path), "lock.bin");
+    file_lock lock(lock_path);
+    if (!lock.acquire_within(patience))
+        return platform::last_error() == platform::error::sharing_violation
+                   ? platform::display_path(lock_path) + ": another process holds the cache all the time"
+                   : failure(lock_path, "can't be made");
+    std::string why = walk_cache(path, change);
+    lock.release();
+    return why;
+}
+
+// A head of another size can't be written in place.
+bool is_writable(const message_head& record) {
+    return record.header.filecount() == message_head::value_count;
+}
+
+constexpr const char* done = nullptr;
+constexpr const char* not_written = "";
 
 } // namespace
 
@@ -72,17 +89,50 @@ std::string forget_key(std::string_view id) {
 
 std::string forget_waiting(const std::string& cache, mail_to_forget& messages, std::uint32_t patience) {
     messages.erase(""); // it is the key of every ID of another form
-    if (!file_exists(cache))
-        return {};
-    const std::string lock_path = join_path(folder_part(cache), "lock.bin");
-    file_lock lock(lock_path);
-    if (!lock.acquire_within(patience))
-        return platform::last_error() == platform::error::sharing_violation
-                   ? platform::display_path(lock_path) + ": another process holds the cache all the time"
-                   : failure(lock_path, "can't be made");
-    std::string why = mark_all(cache, messages);
-    lock.release();
-    return why;
+    return change_cache(cache, patience, [&](file_stream& file, const message_head& record) {
+        auto found = messages.find(record.msid);
+        if (found == messages.end())
+            found = messages.find(bare_id(record.msid));
+        if (found == messages.end())
+            return done;
+        if (record.flags & message_flag::deleted) {
+            ++found->second.already;
+            return done;
+        }
+        if (!is_writable(record))
+            return "the message's record is damaged";
+        if (!mark_deleted(file, record.position))
+            return not_written;
+        ++found->second.marked;
+        return done;
+    });
+}
+
+std::string correct_waiting(const std::string& cache, wanted_verdicts& messages, std::uint32_t patience) {
+    return change_cache(cache, patience, [&](file_stream& file, const message_head& record) {
+        const auto found = messages.find(record.msid);
+        if (found == messages.end() || record.flags & message_flag::deleted)
+            return done;
+        waiting_verdict& message = found->second;
+        const bool is_spam = (record.flags & message_flag::spam) != 0;
+        if (is_spam == message.spam) {
+            ++message.waiting;
+            return done;
+        }
+        if (!is_writable(record)) // it stays; the message can still be appended anew
+            return done;
+        if (message.spam) {
+            if (!remark(file, record.position, true, true))
+                return not_written;
+            ++message.waiting;
+            ++message.remarked;
+        } else {
+            if (!mark_deleted(file, record.position))
+                return not_written;
+            ++message.deleted;
+        }
+        return done;
+    });
 }
 
 } // namespace tvr

@@ -1,4 +1,4 @@
-// The messages that wait in the cache, and the way to take one of them back.
+// The messages that wait in the cache, and the ways to take one of them back or to change its verdict.
 #pragma once
 
 #include <cstdint>
@@ -24,5 +24,22 @@ using mail_to_forget = std::map<std::string, forgotten_mail, std::less<>>;
 // milliseconds for that. A missing cache holds none. The reason of a failure, or an empty text.
 [[nodiscard]] std::string forget_waiting(const std::string& cache, mail_to_forget& messages,
                                          std::uint32_t patience = 30000);
+
+// A message's verdict, and what came of it.
+struct waiting_verdict {
+    bool spam = false;          // wanted
+    std::uint32_t waiting = 0;  // records that have this verdict now
+    std::uint32_t remarked = 0; // those among them that had the other one before
+    std::uint32_t deleted = 0;  // records of the other verdict that are marked as deleted now
+};
+
+// By the ID in the cache.
+using wanted_verdicts = std::map<std::string, waiting_verdict, std::less<>>;
+
+// Gives the records of these messages another verdict, in place, under the same conditions as above. Good
+// mail becomes spam. The mark of spam stays on a record for good, so that one is marked as deleted instead,
+// and the caller has to append the message anew if none is `waiting` then.
+[[nodiscard]] std::string correct_waiting(const std::string& cache, wanted_verdicts& messages,
+                                          std::uint32_t patience = 30000);
 
 } // namespace tvr

@@ -36,13 +36,13 @@ public:
 
     bool open();
     // Watches the files of a folder, without the folders below it, and answers a number for it; or, without
-    // `files`, only tells when it is lost. The folder that is watched under this path already keeps its number;
-    // another one in its place gets a new one. 1450 if the system allows no more of them.
+    // `files`, only tells when it is lost. The folder that is watched under this path already keeps its
+    // number; another one in its place gets a new one. 1450 if the system allows no more of them.
     std::optional<int> add(std::string_view path, bool files = true);
     // Late changes of a folder may still come in.
     void remove(int folder) noexcept;
-    // Waits at most `milliseconds`, and appends what has happened since the last call, some thousand changes at
-    // once. A rename within the watched folders is `gone` and then `completed`.
+    // Waits at most `milliseconds`, and appends what has happened since the last call, some thousand changes
+    // at once. A rename within the watched folders is `gone` and then `completed`.
     folder_wait wait(std::uint32_t milliseconds, std::vector<folder_change>& changes);
 
     // From now on the first request to end this process (Ctrl-C, a closed terminal, a shutdown) makes every

@@ -35,7 +35,8 @@ TEST(records, cut_from_mail_train_as_it_would_itself) {
     root.stop();
     EXPECT_TRUE(read_file(root.transact() / "autotrain.bys") == expected);
 
-    EXPECT_NE(tvrctl("train --records " + spam + ".absent").text.find(".absent: No such file"), std::string::npos);
+    EXPECT_NE(tvrctl("train --records " + spam + ".absent").text.find(".absent: No such file"),
+              std::string::npos);
     fs::resize_file(spam, fs::file_size(spam) - 1);
     const auto cut = tvrctl("train --later --records " + spam);
     EXPECT_EQ(cut.code, 3);

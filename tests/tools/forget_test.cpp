@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <fstream>
 #include <iterator>
 
@@ -92,6 +93,30 @@ TEST_F(forget_test, leaves_damaged_records_alone) {
         EXPECT_EQ(forget(word(1) + record(a, 0, values), a), word(1) + record(a, 0, values));
         EXPECT_NE(m_why.find("damaged"), std::string::npos);
     }
+}
+
+TEST_F(forget_test, gives_another_verdict) {
+    const std::string odd = record(a, 2, 7); // its head can't be written in place
+    std::ofstream(m_root.path() / "cache.bys", std::ios::binary)
+        << word(9) + record(a, 0) + record(b, 2) + record(a, 5) + record("c", 6) + record(b, 0) +
+               record(a, 2) + record(a, 8) + record("d", 6) + odd;
+    wanted_verdicts messages;
+    for (const std::string& id : {a, std::string("d"), std::string("e")})
+        messages[id].spam = id != "d";
+    messages[b].spam = false;
+    EXPECT_EQ(correct_waiting(m_root.engine_path("cache.bys"), messages, 50), "");
+    std::ifstream file(m_root.path() / "cache.bys", std::ios::binary);
+    // Spam and the mark of a change; the latter goes when it was there.
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}),
+              word(9) + record(a, 10) + record(b, 3) + record(a, 5) + record("c", 6) + record(b, 0) +
+                  record(a, 2) + record(a, 2) + record("d", 7) + odd);
+    const auto sum = [&](const std::string& id) {
+        return std::array{messages[id].waiting, messages[id].remarked, messages[id].deleted};
+    };
+    EXPECT_EQ(sum(a), (std::array{4U, 2U, 0U}));
+    EXPECT_EQ(sum(b), (std::array{1U, 0U, 1U}));
+    EXPECT_EQ(sum("d"), (std::array{0U, 0U, 1U}));
+    EXPECT_EQ(sum("e"), (std::array{0U, 0U, 0U}));
 }
 
 TEST_F(forget_test, waits_for_the_lock_but_not_for_ever) {

@@ -26,11 +26,9 @@
 // The linker puts this in front of platform::wait_any, so that the test knows when the transaction thread has
 // nothing left to do.
 extern "C" {
-std::uint32_t
-__real__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(
+std::uint32_t __real__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(
     std::span<tvr::platform::event* const> events, std::uint32_t milliseconds);
-std::uint32_t
-__wrap__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(
+std::uint32_t __wrap__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(
     std::span<tvr::platform::event* const> events, std::uint32_t milliseconds);
 }
 
@@ -38,7 +36,7 @@ namespace tvr::torture {
 
 namespace {
 
-constexpr std::uint32_t training_delay = 3600;           // seconds
+constexpr std::uint32_t training_delay = 3600; // seconds
 constexpr auto patience = std::chrono::seconds(60);
 constexpr std::uint32_t enough_rounds = 4;
 constexpr std::uint32_t minutes_a_day = 1440;
@@ -46,9 +44,9 @@ constexpr std::uint32_t minutes_a_day = 1440;
 // Minutes since 1601. Fixed for the whole program, since it reaches the dictionaries.
 const std::uint32_t first_time =
     194'074'560 - 40 * minutes_a_day +
-    static_cast<std::uint32_t>(std::chrono::duration_cast<std::chrono::minutes>(
-                                   std::chrono::system_clock::now().time_since_epoch())
-                                   .count());
+    static_cast<std::uint32_t>(
+        std::chrono::duration_cast<std::chrono::minutes>(std::chrono::system_clock::now().time_since_epoch())
+            .count());
 
 [[noreturn]] void end_with(verdict what) {
     shared_board().verdict = static_cast<std::uint32_t>(what);
@@ -110,9 +108,13 @@ verdict last_verdict() {
 }
 
 const char* name_of(verdict what) {
-    constexpr std::array names = {"was killed", "comes to rest",
-                                  "goes round without a batch", "goes round without a marker",
-                                  "has ended",  "was stopped", "hangs"};
+    constexpr std::array names = {"was killed",
+                                  "comes to rest",
+                                  "goes round without a batch",
+                                  "goes round without a marker",
+                                  "has ended",
+                                  "was stopped",
+                                  "hangs"};
     return names.at(static_cast<std::size_t>(what));
 }
 
@@ -149,8 +151,7 @@ bool append_messages(unsigned series, unsigned count) {
             tokens.add("B w" + std::to_string((i * 7 + word * series) % 40));
         const std::string msid =
             "<" + std::to_string(comes_back ? series - 1 : series) + "." + std::to_string(i) + "@x>_0123ABCD";
-        const std::uint32_t time =
-            i % 11 == 5 ? 1000 + i : first_time + series * minutes_a_day + i * 3;
+        const std::uint32_t time = i % 11 == 5 ? 1000 + i : first_time + series * minutes_a_day + i * 3;
         batch.add({.msid = msid, .spam = spam, .manual = i % 9 == 4, .size = 1000 + i, .time = time}, tokens);
     }
     training_client client;
@@ -159,11 +160,10 @@ bool append_messages(unsigned series, unsigned count) {
 
 } // namespace tvr::torture
 
-std::uint32_t
-__wrap__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(
+std::uint32_t __wrap__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(
     std::span<tvr::platform::event* const> events, std::uint32_t milliseconds) {
     if (milliseconds == tvr::torture::training_delay * 1000)
         tvr::torture::note_idle();
     return __real__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(events,
-                                                                                          milliseconds);
+                                                                                           milliseconds);
 }

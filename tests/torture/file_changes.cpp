@@ -83,7 +83,8 @@ auto made(std::string_view what, std::string_view full_path, Call call, Half hal
         put(all.hit, what, path);
     }
     was_asked = false;
-    const bool chosen = number == the_plan.index && the_plan.what != fate::none && the_plan.what != fate::fail;
+    const bool chosen =
+        number == the_plan.index && the_plan.what != fate::none && the_plan.what != fate::fail;
     if (chosen) {
         put(all.hit, what, path);
         if (the_plan.what == fate::halt) {
@@ -113,8 +114,8 @@ auto made(std::string_view what, std::string_view full_path, Call call) {
     return made(what, full_path, call, [] {});
 }
 
-constexpr std::array<const char*, 10> hook_words = {"create", "write",  "cut",    "delete", "rename",
-                                                    "link",   "make",   "remove", "time",   "mode"};
+constexpr std::array<const char*, 10> hook_words = {"create", "write", "cut",    "delete", "rename",
+                                                    "link",   "make",  "remove", "time",   "mode"};
 
 std::uint32_t ask(platform::change what, std::string_view path) {
     if (!watching())
@@ -159,8 +160,8 @@ const char* name_of(fate what) {
 }
 
 void board::clear() {
-    for (auto* number : {&begun, &asked, &unseen, &done, &ready, &halted, &resume, &idle, &no_batch,
-                         &no_marker, &verdict})
+    for (auto* number :
+         {&begun, &asked, &unseen, &done, &ready, &halted, &resume, &idle, &no_batch, &no_marker, &verdict})
         *number = 0;
     hit = {};
 }

@@ -27,7 +27,8 @@ enum class fate : std::uint32_t {
 const char* name_of(fate what);
 
 struct file_change {
-    std::string what; // "create", "write", "cut", "grow", "copy", "delete", "rename", "link", "make", "remove", "time", "mode"
+    std::string what; // "create", "write", "cut", "grow", "copy", "delete", "rename", "link", "make",
+                      // "remove", "time", "mode"
     std::string path; // below the root, with slashes; the target of a rename or link
 };
 
@@ -46,8 +47,8 @@ struct board {
     std::atomic<std::uint32_t> ready;  // entries of `log` that are complete
     std::atomic<std::uint32_t> halted; // the halting thread stands
     std::atomic<std::uint32_t> resume;
-    std::atomic<std::uint32_t> idle;       // how often the transaction thread came to its wait
-    std::atomic<std::uint32_t> no_batch;   // lines of the two endless rounds in the log
+    std::atomic<std::uint32_t> idle;     // how often the transaction thread came to its wait
+    std::atomic<std::uint32_t> no_batch; // lines of the two endless rounds in the log
     std::atomic<std::uint32_t> no_marker;
     std::atomic<std::uint32_t> verdict; // how the child ended
     entry hit;                          // the change that the plan met
@@ -58,8 +59,8 @@ struct board {
     [[nodiscard]] file_change hit_change() const;
 };
 
-// That of this process; made before the first child. A test has the first one, and so have its children unless
-// their plan names the other.
+// That of this process; made before the first child. A test has the first one, and so have its children
+// unless their plan names the other.
 board& shared_board();
 board& board_of(unsigned number); // 0 or 1
 

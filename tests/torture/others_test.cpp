@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <optional>
 #include <string>
-#include <vector>
 #include <unistd.h>
+#include <vector>
 
 #include "platform/presence.h"
 #include "signal/identity.h"
@@ -48,8 +48,8 @@ bool is_prefix(const std::vector<std::string>& part, const std::vector<std::stri
 // One process that changes files, and what may be left when it is killed.
 struct job {
     const char* name;
-    const char* start;          // the saved root
-    std::function<int()> work;  // in a child
+    const char* start;         // the saved root
+    std::function<int()> work; // in a child
     // Answers the outcome; `before` and `after` are the files without the death.
     std::function<std::string(const files& left, const files& before, const files& after)> judge;
     unsigned usual_stride = 1;
@@ -133,8 +133,9 @@ std::string judge_append(const files& left, const files& before, const files& af
     EXPECT_FALSE(base.content(true).contains(cache_file));
     if (found == old)
         return "nothing is appended";
-    return word_at(cache_of(left), 0) == found.size() ? "all is appended"
-                                                      : "all is appended, and the count is behind until the next";
+    return word_at(cache_of(left), 0) == found.size()
+               ? "all is appended"
+               : "all is appended, and the count is behind until the next";
 }
 
 TEST(client_death, appends_all_or_nothing) {
@@ -169,7 +170,8 @@ std::string judge_forget(const files& left, const files& before, const files& af
 }
 
 // Only one file may differ, and it is the old one or the new one.
-std::string judge_one_file(const std::string& path, const files& left, const files& before, const files& after) {
+std::string judge_one_file(const std::string& path, const files& left, const files& before,
+                           const files& after) {
     const auto content = [&](const files& all) {
         const auto found = all.find(path);
         return found == all.end() ? std::nullopt : std::optional(found->second);
@@ -231,15 +233,30 @@ TEST(tool_death, leaves_the_old_or_the_new) {
     };
     torture({"tvrctl train", "waiting",
              [&] {
-                 return tvrctl_with_engine(
-                     {"train", "--later", "-q", "--threads", "1", "--spam", mail + "/spam", "--ham", mail + "/ham"});
+                 return tvrctl_with_engine({"train", "--later", "-q", "--threads", "1", "--spam",
+                                            mail + "/spam", "--ham", mail + "/ham"});
              },
              judge_train, 6});
-    torture({"tvrctl forget", "waiting", [] { return tvrctl({"forget", "<7.2@x>_0123ABCD"}); }, judge_forget, 6});
-    torture({"tvrctl config set", "waiting", [] { return tvrctl({"config", "set", "training delay", "77"}); },
+    torture({"tvrctl forget", "waiting",
+             [] {
+                 return tvrctl({"forget", "<7.2@x>_0123ABCD"});
+             },
+             judge_forget, 6});
+    torture({"tvrctl config set", "waiting",
+             [] {
+                 return tvrctl({"config", "set", "training delay", "77"});
+             },
              one_file("advanced.ini"), 6});
-    torture({"tvrctl export", "trained", [&] { return tvrctl({"export", text}); }, one_file("export.txt"), 4});
-    torture({"tvrctl import", "empty", [&] { return tvrctl({"import", "--later", text}); }, judge_import, 25});
+    torture({"tvrctl export", "trained",
+             [&] {
+                 return tvrctl({"export", text});
+             },
+             one_file("export.txt"), 4});
+    torture({"tvrctl import", "empty",
+             [&] {
+                 return tvrctl({"import", "--later", text});
+             },
+             judge_import, 25});
 }
 
 // One engine is stopped in front of a change, another is started meanwhile, and the first one goes on.
@@ -278,12 +295,14 @@ TEST(two_engines, train_as_one) {
         const auto end_a = static_cast<verdict>(first.verdict.load());
         const auto end_b = static_cast<verdict>(second.verdict.load());
         SCOPED_TRACE("change " + std::to_string(index) + ": " + first.hit_change().what + " " +
-                     first.hit_change().path + "; the first " + name_of(end_a) + ", the second " + name_of(end_b));
+                     first.hit_change().path + "; the first " + name_of(end_a) + ", the second " +
+                     name_of(end_b));
         EXPECT_TRUE((end_a == verdict::rest) != (end_b == verdict::rest));
         EXPECT_TRUE((end_a == verdict::left) != (end_b == verdict::left));
         trained_base::expect_equal("trained", base.content(), base.after);
-        outcomes.add(end_a == verdict::rest ? "the first one trains to the same bytes, the second one leaves"
-                                            : "the second one trains to the same bytes, the first one leaves");
+        outcomes.add(end_a == verdict::rest
+                         ? "the first one trains to the same bytes, the second one leaves"
+                         : "the second one trains to the same bytes, the first one leaves");
     }
 }
 

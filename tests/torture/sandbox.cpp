@@ -24,7 +24,8 @@ void copy_tree(const fs::path& from, const fs::path& to) {
 
 sandbox::sandbox() {
     const fs::path memory = "/dev/shm";
-    std::string name = ((access(memory.c_str(), W_OK) == 0 ? memory : fs::temp_directory_path()) / "tvrXXXXXX");
+    std::string name =
+        ((access(memory.c_str(), W_OK) == 0 ? memory : fs::temp_directory_path()) / "tvrXXXXXX");
     if (!mkdtemp(name.data()))
         throw std::runtime_error("no temporary folder");
     m_folder = name;

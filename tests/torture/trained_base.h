@@ -47,9 +47,9 @@ public:
     // The compiled base of these files, made by an engine that finds nothing but the last marker.
     std::string generated(const files& dictionaries);
 
-    sandbox box;   // saved: "waiting" and "trained"
-    files before;  // a batch waits
-    files after;   // it is trained
+    sandbox box;                                // saved: "waiting" and "trained"
+    files before;                               // a batch waits
+    files after;                                // it is trained
     files both_apart, both_together, next_only; // the next series too, or alone
 
 private:

@@ -104,7 +104,8 @@ std::optional<int> folder_watch::add(std::string_view path, bool files) {
         fail(m_state ? error::path_not_found : error::invalid_handle);
         return std::nullopt;
     }
-    const int number = inotify_add_watch(m_state->queue.get(), native.c_str(), files ? of_itself | of_files : of_itself);
+    const int number =
+        inotify_add_watch(m_state->queue.get(), native.c_str(), files ? of_itself | of_files : of_itself);
     if (number >= 0)
         return number;
     if (errno == ENOSPC)
@@ -125,7 +126,8 @@ folder_wait folder_watch::wait(std::uint32_t milliseconds, std::vector<folder_ch
         return folder_wait::failed;
     }
     std::array<pollfd, 2> waited{{{m_state->queue.get(), POLLIN, 0}, {stop_event.load(), POLLIN, 0}}};
-    const int ready = poll(waited.data(), waited.size(), static_cast<int>(std::min(milliseconds, 0x7FFFFFFFU)));
+    const int ready =
+        poll(waited.data(), waited.size(), static_cast<int>(std::min(milliseconds, 0x7FFFFFFFU)));
     if (stop_requested())
         return folder_wait::stopped;
     if (ready < 0 && errno != EINTR) {

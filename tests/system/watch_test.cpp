@@ -1,0 +1,262 @@
+// tvrctl watch over real folders, told by the records in the cache.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fcntl.h>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "common/bytes.h"
+#include "common/path.h"
+#include "platform/file.h"
+#include "support/file_bytes.h"
+#include "system/engine_root.h"
+
+namespace tvr {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A Maildir with a folder for spam, a plain folder for ham, and a process that watches them.
+class watch_test : public testing::Test {
+protected:
+    watch_test() {
+        for (const char* folder : {"Maildir", "Maildir/.Spam"})
+            for (const char* part : {"new", "cur", "tmp"})
+                fs::create_directories(m_root.path() / folder / part);
+        fs::create_directories(m_plain);
+    }
+    ~watch_test() override {
+        if (m_process != 0)
+            kill(m_process, SIGKILL);
+        join();
+    }
+
+    void start(const std::string& option = {}) {
+        const std::string program = platform::display_path(module_folder() + "tvrctl");
+        std::vector<std::string> words = {program,         "watch", (m_root.path() / "Maildir").string(),
+                                          m_spam.string(), "--ham", m_plain.string()};
+        if (!option.empty())
+            words.push_back(option);
+        std::vector<char*> pointers;
+        for (std::string& word : words)
+            pointers.push_back(word.data());
+        pointers.push_back(nullptr);
+        fs::remove(m_out);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, m_out.c_str(), O_WRONLY | O_CREAT, 0600);
+        posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+        ASSERT_EQ(posix_spawn(&m_process, program.c_str(), &actions, nullptr, pointers.data(), environ), 0);
+        posix_spawn_file_actions_destroy(&actions);
+        wait_for_line("watching"); // what is there has been seen by then
+    }
+    void wait_for_line(const std::string& text) {
+        engine_root::wait_for(text.c_str(), [&] { return read_file(m_out).find(text) != std::string::npos; });
+    }
+    int join() {
+        int status = 0;
+        if (m_process != 0)
+            waitpid(m_process, &status, 0);
+        m_process = 0;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    int stop() {
+        kill(m_process, SIGTERM);
+        return join();
+    }
+
+    static std::string mail(const std::string& id) {
+        return "From: a@b.example\nTo: c@d.example\nSubject: about " + id + "\nMessage-ID: <" + id +
+               "@x>\nDate: Thu, 22 Aug 2002 18:26:25 +0000\n\nWords of " + id + ".\n";
+    }
+    static void deliver(const fs::path& maildir, const std::string& id) {
+        write_file(maildir / "tmp" / id, mail(id));
+        fs::rename(maildir / "tmp" / id, maildir / "new" / id);
+    }
+
+    // The records in the cache, as "id flags", in their order.
+    std::string records() const {
+        const std::string bytes = read_file(m_root.transact() / "autotrain.bys");
+        std::string text;
+        for (std::size_t at = 4; at + 33 < bytes.size(); at += load_u32(bytes.data() + at + 8)) {
+            const std::string id = bytes.substr(at + 33, static_cast<std::uint8_t>(bytes[at + 32]));
+            text += id.substr(1, id.find('@') - 1) + " " + std::to_string(load_u32(bytes.data() + at + 12)) +
+                    ", ";
+            if (load_u32(bytes.data() + at) != 0x25062004)
+                return text + "damaged";
+        }
+        return text;
+    }
+    void expect_records(const std::string& wanted) {
+        try {
+            engine_root::wait_for("the records", [&] { return records() == wanted; });
+        } catch (const std::exception&) {
+            FAIL() << "wanted " << wanted << "\nfound  " << records() << "\n" << read_file(m_out);
+        }
+    }
+
+    engine_root m_root;
+    fs::path m_maildir = m_root.path() / "Maildir";
+    fs::path m_spam = m_maildir / ".Spam";
+    fs::path m_plain = m_root.path() / "plain";
+    fs::path m_out = m_root.path() / "watch.out";
+    fs::path m_memory = m_root.base().parent_path() / "watch.bin";
+    pid_t m_process = 0;
+};
+
+// Flags: 1 deleted, 2 spam, 4 by the user's hand, 8 re-marked.
+
+TEST_F(watch_test, mail_is_learned_once_and_corrected_while_it_waits) {
+    deliver(m_maildir, "old");
+    start();
+    deliver(m_maildir, "a");
+    expect_records("a 0, ");
+    // By a link, as some programs deliver.
+    write_file(m_spam / "tmp/b", mail("b"));
+    fs::create_hard_link(m_spam / "tmp/b", m_spam / "new/b");
+    fs::remove(m_spam / "tmp/b");
+    expect_records("a 0, b 2, ");
+
+    // Read, flagged, a copy, names that are no messages: nothing new.
+    fs::rename(m_maildir / "new/a", m_maildir / "cur/a:2,");
+    fs::rename(m_maildir / "new/old", m_maildir / "cur/old:2,S");
+    fs::rename(m_maildir / "cur/a:2,", m_maildir / "cur/a:2,S");
+    write_file(m_maildir / "tmp/half", mail("half"));
+    write_file(m_plain / ".hidden", mail("hidden"));
+    write_file(m_plain / "copy", mail("a"));
+    write_file(m_plain / "c", mail("c"));
+    expect_records("a 0, b 2, c 0, ");
+
+    // Ham becomes spam in place; the mark of spam stays on a record, which gives way to another.
+    fs::rename(m_maildir / "cur/a:2,S", m_spam / "cur/a:2,S");
+    expect_records("a 10, b 2, c 0, ");
+    fs::rename(m_spam / "new/b", m_maildir / "cur/b:2,S");
+    expect_records("a 10, b 3, c 0, b 4, ");
+    // And back.
+    fs::rename(m_maildir / "cur/b:2,S", m_spam / "cur/b:2,S");
+    expect_records("a 10, b 3, c 0, b 6, ");
+    EXPECT_EQ(stop(), 0);
+    EXPECT_EQ(records(), "a 10, b 3, c 0, b 6, ");
+    EXPECT_NE(engine_root::process(), 0U); // started on demand, and left alone
+}
+
+TEST_F(watch_test, what_came_meanwhile_is_learned_at_the_next_start) {
+    deliver(m_maildir, "old");
+    start();
+    deliver(m_maildir, "a");
+    write_file(m_plain / "p", mail("p"));
+    expect_records("a 0, p 0, ");
+    ASSERT_EQ(stop(), 0);
+    fs::rename(m_maildir / "new/old", m_maildir / "cur/old:2,S");
+    fs::rename(m_maildir / "new/a", m_spam / "cur/a:2,S");
+    deliver(m_spam, "b");
+    start();
+    expect_records("a 10, p 0, b 2, ");
+    // At once, too, and whatever state its memory is in: a death in the middle leaves half an entry.
+    kill(m_process, SIGKILL);
+    join();
+    std::ofstream(m_memory, std::ios::binary | std::ios::app) << "half";
+    deliver(m_spam, "c");
+    start();
+    expect_records("a 10, p 0, b 2, c 2, ");
+    ASSERT_EQ(stop(), 0);
+    start("--all");
+    expect_records("a 10, p 0, b 2, c 2, old 0, ");
+}
+
+TEST_F(watch_test, what_is_folded_in_is_trained_into_the_other_half) {
+    start();
+    for (const char* id : {"a", "b", "c"})
+        deliver(m_maildir, id);
+    for (const char* id : {"d", "e"})
+        deliver(m_spam, id);
+    engine_root::wait_for("five records", [&] {
+        return load_u32(read_file(m_root.transact() / "autotrain.bys").append(4, '\0').data()) == 5;
+    });
+    m_root.force();
+    engine_root::wait_for("the base", [&] { return m_root.messages() == 5; });
+    fs::rename(m_maildir / "new/b", m_spam / "cur/b:2,S");
+    expect_records("b 6, ");
+    wait_for_line("trained 1 as spam");
+}
+
+TEST_F(watch_test, a_queue_that_overflows_is_no_loss) {
+    unsigned events = 0;
+    std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> events;
+    if (events == 0 || events > 100'000)
+        GTEST_SKIP() << "the queue can't be filled";
+    start();
+    kill(m_process, SIGSTOP);
+    // Created, closed and deleted: three events each, of two names by turns, so that no two are merged.
+    for (unsigned i = 0; i < events / 3 + 10; ++i) {
+        const fs::path name = m_maildir / "new" / (i % 2 ? "x" : "y");
+        std::ofstream(name).close();
+        fs::remove(name);
+    }
+    deliver(m_spam, "a");
+    kill(m_process, SIGCONT);
+    expect_records("a 2, ");
+    wait_for_line("read anew");
+}
+
+TEST_F(watch_test, a_folder_goes_and_comes_back) {
+    deliver(m_spam, "old");
+    start();
+    for (const fs::path& folder : {m_spam, m_plain}) {
+        const fs::path away = m_root.path() / "away";
+        fs::rename(folder, away);
+        wait_for_line(folder.string() + ": has gone");
+        write_file(away / (folder == m_spam ? "new/a" : "b"), mail(folder == m_spam ? "a" : "b"));
+        fs::rename(away, folder);
+        wait_for_line(folder.string() + ": is back");
+    }
+    expect_records("a 2, b 0, ");
+    deliver(m_spam, "c");
+    expect_records("a 2, b 0, c 2, ");
+}
+
+TEST_F(watch_test, a_file_is_read_when_it_is_written_to_its_end) {
+    // Not for the process that is started meanwhile.
+    const std::unique_ptr<FILE, int (*)(FILE*)> early(std::fopen((m_plain / "early").c_str(), "we"),
+                                                      [](FILE*) { return 0; });
+    ASSERT_TRUE(early);
+    std::fputs(mail("early").c_str(), early.get());
+    std::fflush(early.get());
+    start();
+    std::ofstream late(m_plain / "late");
+    late << mail("late").substr(0, 60) << std::flush;
+    deliver(m_spam, "a");
+    expect_records("a 2, ");
+    late << mail("late").substr(60);
+    late.close();
+    expect_records("a 2, late 0, ");
+    std::fputs("It was there before, but has changed since.\n", early.get());
+    std::fclose(early.get());
+    expect_records("a 2, late 0, early 0, ");
+}
+
+TEST_F(watch_test, wrong_use_is_told) {
+    const std::string program = platform::display_path(module_folder() + "tvrctl");
+    const auto run = [&](const std::string& arguments) {
+        const int status =
+            std::system(("'" + program + "' watch " + arguments + " 2>" + m_out.string()).c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    EXPECT_EQ(run(""), 2);
+    EXPECT_EQ(run(m_plain.string()), 2);
+    EXPECT_NE(read_file(m_out).find("use --spam or --ham"), std::string::npos);
+    EXPECT_EQ(run("--spam " + m_plain.string() + " --ham " + m_plain.string() + "/."), 2);
+    EXPECT_EQ(run("--spam /absent"), 2);
+    start();
+    EXPECT_EQ(run(m_spam.string()), 3); // a second one
+}
+
+} // namespace
+} // namespace tvr
