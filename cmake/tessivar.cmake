@@ -21,9 +21,16 @@ endfunction()
 function(tvr_test)
     cmake_parse_arguments(arg "" "NAME" "SOURCES;DEPS" ${ARGN})
     add_executable(${arg_NAME}_test ${arg_SOURCES})
-    target_link_libraries(${arg_NAME}_test PRIVATE ${arg_DEPS} tvr_options GTest::gtest GTest::gtest_main)
+    target_link_libraries(${arg_NAME}_test PRIVATE ${arg_DEPS} tvr_test_support tvr_platform tvr_options GTest::gtest
+        GTest::gtest_main)
     target_include_directories(${arg_NAME}_test PRIVATE ${CMAKE_SOURCE_DIR}/tests)
-    gtest_discover_tests(${arg_NAME}_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+    if(CMAKE_CROSSCOMPILING)
+        # One start of the emulator for each program.
+        add_test(NAME ${arg_NAME}_test COMMAND ${arg_NAME}_test)
+        set_tests_properties(${arg_NAME}_test PROPERTIES TIMEOUT 240)
+    else()
+        gtest_discover_tests(${arg_NAME}_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+    endif()
 endfunction()
 
 # tvr_header_only(target package header): a library of headers alone, as the target that its package makes. A cross

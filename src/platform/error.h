@@ -27,6 +27,7 @@ constexpr std::uint32_t invalid_parameter = 87;
 constexpr std::uint32_t disk_full = 112;
 constexpr std::uint32_t invalid_name = 123;
 constexpr std::uint32_t module_not_found = 126;
+constexpr std::uint32_t negative_seek = 131; // to a place before the file
 constexpr std::uint32_t directory_not_empty = 145;
 constexpr std::uint32_t already_exists = 183;
 constexpr std::uint32_t name_too_long = 206;

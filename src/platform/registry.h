@@ -27,6 +27,11 @@ struct registry_value {
 // value, 5 without the right to do it.
 class registry_key {
 public:
+    registry_key() = default;
+    ~registry_key() { close(); }
+    registry_key(const registry_key&) = delete;
+    registry_key& operator=(const registry_key&) = delete;
+
     // Opens an existing key; `writable` asks for all rights.
     bool open(registry_root root, std::string_view path, bool writable = false);
     // Opens or makes a key, with all rights.

@@ -1,11 +1,13 @@
 // What only this backend promises: where things lie, and who may see them.
 #include <cstdlib>
+#include <deque>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/change_hook.h"
+#include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/presence.h"
@@ -150,6 +152,37 @@ TEST(posix_test, drives_are_folders_of_the_root) {
     EXPECT_TRUE(set_current_directory(before));
 }
 
+TEST(posix_test, named_events_have_sixty_four_places) {
+    const test_root root;
+    std::deque<event> many;
+    for (int i = 0; i < 64; ++i)
+        ASSERT_TRUE(many.emplace_back().create_named(std::to_string(i)));
+    event extra;
+    EXPECT_FALSE(extra.create_named("one too many"));
+    EXPECT_TRUE(extra.create_named("62"));
+    many.pop_front();
+    EXPECT_TRUE(extra.create_named("in the freed place"));
+}
+
+TEST(posix_test, ini_files_keep_their_line_ends) {
+    const test_root root;
+    const std::pair<const char*, const char*> table[] = {
+        {"[S]\r\nk=old\r\nx=1\r\n", "[S]\r\nk=v\r\nx=1\r\n"},
+        {"[S]\nk=old", "[S]\nk=v"},
+        {"\n[S]\n\nx=1", "\n[S]\n\nx=1\nk=v\n"},
+    };
+    for (const auto& [before, after] : table) {
+        write_file(root.path() / "x.ini", before);
+        EXPECT_TRUE(write_profile_string("S", "k", "v", root.engine_path("x.ini")));
+        EXPECT_EQ(read_file(root.path() / "x.ini"), after);
+    }
+}
+
+TEST(posix_test, a_year_without_29_february) {
+    EXPECT_EQ(local_to_file_time({2021, 2, 29, 0, 0, 0}), 0U);
+    EXPECT_NE(local_to_file_time({2020, 2, 29, 0, 0, 0}), 0U);
+}
+
 TEST(posix_test, damaged_stores) {
     const test_root root;
     const std::string good = "[Software\\Test]\nname=1:41\n";
@@ -222,7 +255,7 @@ TEST(posix_test, starts_programs) {
     const test_root root;
     event ready;
     ASSERT_TRUE(ready.create_named("ready"));
-    setenv("TVR_CHILD_ROLE", "started", 1);
+    set_environment_variable(child_process::role_variable, "started");
     for (const auto& [arguments, told] : {std::pair(""sv, "apart"s), {"/stop  -x", "/stop\0-x\0apart"s}}) {
         // The suffix of the reference platform is dropped if there is no such file.
         for (const char* suffix : {"", ".exe"}) {
@@ -231,7 +264,7 @@ TEST(posix_test, starts_programs) {
             EXPECT_EQ(read_file(root.path() / "told"), told);
         }
     }
-    unsetenv("TVR_CHILD_ROLE");
+    set_environment_variable(child_process::role_variable, "");
     write_file(root.path() / "no_program", "text");
     EXPECT_FALSE(start_process(root.engine_path("no_program")));
     EXPECT_EQ(last_error(), error::access_denied);

@@ -1,10 +1,8 @@
 #include "settings/storage.h"
 
 #include <array>
-#include <csignal>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/resource.h>
 #include <vector>
 
 #include "common/logger.h"
@@ -12,6 +10,7 @@
 #include "platform/registry.h"
 #include "platform/sync.h"
 #include "tests/support/file_bytes.h"
+#include "tests/support/platform_limits.h"
 #include "tests/support/test_root.h"
 
 namespace tvr {
@@ -269,13 +268,8 @@ TEST(storage_file_test, tells_what_fails) {
     platform::set_change_hook([](platform::change, std::string_view) -> std::uint32_t { return 5; });
     fails(file.write(false), "can't create file");
     platform::set_change_hook(nullptr);
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit usual{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &usual), 0);
-    const rlimit few{10, usual.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &few), 0);
-    fails(file.write(false), "can't write all data to", ", err = 112, wrote 10");
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &usual), 0);
+    if (const file_size_limit few(10); few.holds())
+        fails(file.write(false), "can't write all data to", ", err = 112, wrote 10");
     put(file, "a", std::string(storage_object::max_packed_size, 'v'));
     fails(file.write(false), "can't pack data for");
     logger::instance().set_writer_hook([](const char*, std::string_view) {});

@@ -110,6 +110,8 @@ TEST_F(event_channel_test, a_channel_without_a_file_makes_none) {
 TEST(deaf_channel_test, answers_at_once) {
     const test_root root;
     write_file(root.path() / "run", "no folder");
+    if (platform::event().create_named("probe"))
+        GTEST_SKIP() << "events need no folder on this platform";
     event_channel deaf;
     EXPECT_EQ(deaf.wait(platform::infinite), ev_timeout);
     deaf.raise(ev_add);
@@ -160,9 +162,9 @@ TEST_F(start_server_test, finds_the_server_that_it_has_started) {
     event_channel channel;
     platform::event ready;
     ASSERT_TRUE(ready.create_named("ready"));
-    setenv("TVR_CHILD_ROLE", "server", 1);
+    platform::set_environment_variable(child_process::role_variable, "server");
     EXPECT_EQ(channel.start_server(true), start_result::started);
-    unsetenv("TVR_CHILD_ROLE");
+    platform::set_environment_variable(child_process::role_variable, "");
     ASSERT_TRUE(ready.wait(patience));
     EXPECT_EQ(channel.start_server(true), start_result::running);
     EXPECT_EQ(channel.start_server(false), start_result::running);

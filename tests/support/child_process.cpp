@@ -1,23 +1,13 @@
 #include "tests/support/child_process.h"
 
 #include <cstdlib>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <map>
-#include <signal.h>
-#include <spawn.h>
-#include <stdexcept>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace tvr {
 
 namespace {
-
-constexpr const char* role_variable = "TVR_CHILD_ROLE";
-constexpr const char* argument_variable = "TVR_CHILD_ARGUMENT";
 
 std::map<std::string, child_role::body, std::less<>>& roles() {
     static std::map<std::string, child_role::body, std::less<>> all;
@@ -28,20 +18,16 @@ std::map<std::string, child_role::body, std::less<>>& roles() {
 class role_runner : public testing::Environment {
 public:
     void SetUp() override {
-        const char* name = std::getenv(role_variable);
-        if (name == nullptr)
+        const char* name = std::getenv(child_process::role_variable);
+        if (name == nullptr || *name == '\0')
             return;
         const auto role = roles().find(std::string_view(name));
-        const char* argument = std::getenv(argument_variable);
+        const char* argument = std::getenv(child_process::argument_variable);
         std::_Exit(role != roles().end() ? role->second(argument != nullptr ? argument : "") : 125);
     }
 };
 
 const testing::Environment* const runner = testing::AddGlobalTestEnvironment(new role_runner);
-
-std::string variable(const char* name, std::string_view value) {
-    return std::string(name).append("=").append(value);
-}
 
 } // namespace
 
@@ -49,55 +35,20 @@ child_role::child_role(std::string_view name, body run) {
     roles().emplace(name, run);
 }
 
-child_process::child_process(std::string_view role, std::string_view argument) {
-    std::string program = "/proc/self/exe";
-    std::string role_text = variable(role_variable, role);
-    std::string argument_text = variable(argument_variable, argument);
-    char* arguments[] = {program.data(), nullptr};
-    std::vector<char*> environment = {role_text.data(), argument_text.data()};
-    for (char** entry = environ; *entry != nullptr; ++entry)
-        if (!std::string_view(*entry).starts_with("GTEST_"))
-            environment.push_back(*entry);
-    environment.push_back(nullptr);
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    const int failure = posix_spawn(&m_id, program.c_str(), &actions, nullptr, arguments, environment.data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (failure != 0)
-        throw std::runtime_error("no child process");
-}
-
 child_process::~child_process() {
     kill();
 }
 
 child_process::child_process(child_process&& other) noexcept
-    : m_id(std::exchange(other.m_id, 0)), m_result(other.m_result) {}
+    : m_id(std::exchange(other.m_id, 0)), m_handle(std::exchange(other.m_handle, 0)),
+      m_result(other.m_result) {}
 
 child_process& child_process::operator=(child_process&& other) noexcept {
     kill();
     m_id = std::exchange(other.m_id, 0);
+    m_handle = std::exchange(other.m_handle, 0);
     m_result = other.m_result;
     return *this;
-}
-
-int child_process::kill() {
-    if (m_id != 0)
-        ::kill(m_id, SIGKILL);
-    return join();
-}
-
-int child_process::join() {
-    if (m_id != 0) {
-        int status = 0;
-        while (waitpid(m_id, &status, 0) < 0 && errno == EINTR)
-            continue;
-        m_id = 0;
-        m_result = WIFEXITED(status) ? WEXITSTATUS(status) : killed;
-    }
-    return m_result;
 }
 
 } // namespace tvr

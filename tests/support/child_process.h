@@ -25,6 +25,9 @@ public:
 class child_process {
 public:
     static constexpr int killed = -1;
+    // What tells a process that it is a child, for those who start one by other means.
+    static constexpr const char* role_variable = "TVR_CHILD_ROLE";
+    static constexpr const char* argument_variable = "TVR_CHILD_ARGUMENT";
 
     explicit child_process(std::string_view role, std::string_view argument = {});
     ~child_process(); // kills it if it still runs
@@ -40,7 +43,8 @@ public:
     int join();
 
 private:
-    int m_id = 0; // 0: ended
+    int m_id = 0;               // 0: ended
+    std::intptr_t m_handle = 0; // the backend's own
     int m_result = 0;
 };
 

@@ -1,24 +1,26 @@
 // A root of its own for one test: every store, run-time object and file of the engine lies below it.
 #pragma once
 
-#include <cstdlib>
 #include <filesystem>
-#include <stdexcept>
+#include <random>
 #include <string>
+
+#include "platform/process.h"
 
 namespace tvr {
 
 class test_root {
 public:
     test_root() {
-        std::string name = (std::filesystem::temp_directory_path() / "tvrXXXXXX").string();
-        if (!mkdtemp(name.data()))
-            throw std::runtime_error("no temporary folder");
-        m_path = name;
-        setenv("TESSIVAR_ROOT", name.c_str(), 1);
+        std::random_device random;
+        do
+            m_path = std::filesystem::temp_directory_path() / ("tvr" + std::to_string(random()));
+        while (!std::filesystem::create_directory(m_path));
+        std::filesystem::permissions(m_path, std::filesystem::perms::owner_all);
+        platform::set_environment_variable("TESSIVAR_ROOT", m_path.string());
     }
     ~test_root() {
-        unsetenv("TESSIVAR_ROOT");
+        platform::set_environment_variable("TESSIVAR_ROOT", "");
         std::error_code ignored;
         std::filesystem::remove_all(m_path, ignored);
     }

@@ -306,7 +306,7 @@ std::optional<std::uint64_t> file::seek(std::int64_t distance, origin from) {
     }
     std::int64_t place = 0;
     if (__builtin_add_overflow(static_cast<std::int64_t>(start), distance, &place) || place < 0) {
-        posix::fail(error::invalid_parameter);
+        posix::fail(error::negative_seek);
         return std::nullopt;
     }
     m_state->position = static_cast<std::uint64_t>(place);

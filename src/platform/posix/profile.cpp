@@ -33,6 +33,7 @@ struct place {
     bool key_found = false;
     std::size_t line = 0;     // offset of the key's line, or of the end of the section
     std::size_t line_end = 0; // offset behind that line, without its end
+    std::string_view key;     // as the line has it
     std::string_view value;
 };
 
@@ -52,6 +53,7 @@ place find_key(std::string_view text, std::string_view section, std::string_view
                 result.key_found = true;
                 result.line = start;
                 result.line_end = end > start && text[end - 1] == '\r' ? end - 1 : end;
+                result.key = trimmed(line.substr(0, equals));
                 result.value = trimmed(line.substr(equals + 1));
                 return result;
             }
@@ -86,7 +88,7 @@ bool write_profile_string(std::string_view section, std::string_view key, std::s
             text += '\n';
             found = find_key(text, section, key);
         }
-        const std::string line = std::string(key) + "=" + std::string(value);
+        const std::string line = std::string(found.key_found ? found.key : key).append("=").append(value);
         if (found.key_found) {
             text.replace(found.line, found.line_end - found.line, line);
         } else if (found.section_found) {

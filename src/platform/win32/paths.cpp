@@ -1,0 +1,89 @@
+#include "platform/win32/paths.h"
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+
+#include "platform/process.h"
+#include "platform/win32/system.h"
+
+#include <shlobj.h>
+
+namespace tvr::platform::win32 {
+
+namespace {
+
+void drop_trailing_backslashes(std::string& path) {
+    while (path.size() > 3 && (path.back() == '\\' || path.back() == '/'))
+        path.pop_back();
+}
+
+bool is_folder(const std::string& native) {
+    const DWORD attributes = GetFileAttributesA(native.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+} // namespace
+
+std::string native_path(std::string_view path) {
+    return path.find('\0') == std::string_view::npos ? std::string(path) : std::string();
+}
+
+std::string full_path(const std::string& native) {
+    std::array<char, MAX_PATH> room{};
+    const DWORD length = GetFullPathNameA(native.c_str(), MAX_PATH, room.data(), nullptr);
+    return length < MAX_PATH ? std::string(room.data(), length) : std::string();
+}
+
+std::optional<std::string> moved_root() {
+    const auto value = environment_variable("TESSIVAR_ROOT");
+    if (!value || value->empty())
+        return std::nullopt;
+    std::string path = full_path(*value);
+    drop_trailing_backslashes(path);
+    return path;
+}
+
+std::optional<std::string> moved_folder(std::string_view name) {
+    auto folder = moved_root();
+    if (folder) {
+        folder->append("\\").append(name);
+        if (!make_folders(*folder))
+            folder->clear();
+    }
+    return folder;
+}
+
+std::string root_mark() {
+    const auto root = moved_root();
+    if (!root)
+        return {};
+    std::uint64_t hash = 14695981039346656037U;
+    for (const char c : *root) {
+        const char lowered = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+        hash = (hash ^ static_cast<unsigned char>(lowered)) * 1099511628211U;
+    }
+    std::array<char, 18> digits{};
+    std::snprintf(digits.data(), digits.size(), ".%08X%08X", static_cast<unsigned>(hash >> 32),
+                  static_cast<unsigned>(hash));
+    return digits.data();
+}
+
+std::string known_folder(int number) {
+    std::array<char, MAX_PATH> room{};
+    if (SHGetFolderPathA(nullptr, number, nullptr, SHGFP_TYPE_CURRENT, room.data()) != S_OK)
+        return {};
+    std::string path = room.data();
+    drop_trailing_backslashes(path);
+    return path;
+}
+
+bool make_folders(const std::string& native) {
+    if (is_folder(native))
+        return true;
+    for (std::size_t cut = native.find('\\', 3); cut != std::string::npos; cut = native.find('\\', cut + 1))
+        CreateDirectoryA(native.substr(0, cut).c_str(), nullptr);
+    return CreateDirectoryA(native.c_str(), nullptr) != 0 || is_folder(native);
+}
+
+} // namespace tvr::platform::win32
