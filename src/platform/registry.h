@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace tvr::platform {
 
@@ -29,6 +30,9 @@ class registry_key {
 public:
     registry_key() = default;
     ~registry_key() { close(); }
+    registry_key(registry_key&& other) noexcept
+        : m_open(std::exchange(other.m_open, false)), m_writable(other.m_writable), m_root(other.m_root),
+          m_path(std::move(other.m_path)), m_handle(other.m_handle) {}
     registry_key(const registry_key&) = delete;
     registry_key& operator=(const registry_key&) = delete;
 
