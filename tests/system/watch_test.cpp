@@ -36,6 +36,9 @@ protected:
         if (m_process != 0)
             kill(m_process, SIGKILL);
         join();
+        // One that was started for what was learned may not be there yet.
+        if (fs::exists(m_root.transact() / "autotrain.bys"))
+            engine_root::wait_for("the engine", [] { return engine_root::process() != 0; });
     }
 
     void start(const std::string& option = {}) {
