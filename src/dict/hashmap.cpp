@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "common/bytes.h"
 #include "common/file_stream.h"
@@ -28,7 +29,7 @@ constexpr std::uint32_t fallback_step = 101;
 constexpr unsigned suspicious_probes = 64; // far more than the load asks for
 constexpr std::size_t commit_step = 16384; // bytes; a multiple of the page size wherever this runs
 constexpr std::size_t entry_overhead = 5;  // length byte and value
-constexpr std::uint64_t tolerated_shortage = std::uint64_t{1} << 20; // bytes that a file may lack
+constexpr std::uint64_t filled_up = 4096; // bytes of zeros behind a file that is cut short
 
 std::size_t round_up(std::size_t size, std::size_t unit) {
     return (size + unit - 1) / unit * unit;
@@ -258,8 +259,14 @@ void hashmap_impl::__resize() {
     if (!m_hashmem || !commit_table())
         return;
     std::size_t offset = 0;
+    bool has_empty = false;
     for (std::uint32_t i = 0; i < m_count; ++i) {
         const std::string_view key(reinterpret_cast<const char*>(m_data + offset + 1), m_data[offset]);
+        if (key.empty() && std::exchange(has_empty, true)) {
+            // There may be a great many of them; one has a slot.
+            offset += 1 + value_size();
+            continue;
+        }
         const std::uint32_t first = probe_hash(key) % m_tablesize;
         std::uint32_t slot = first;
         if (m_slots[slot] != 0) {
@@ -346,14 +353,14 @@ bool hashmap_impl::init_from_file(file_stream& file) {
     std::uint32_t head[2];
     if (!read_head(file, head))
         return false;
-    m_count = head[0];
-    m_datasize = head[1];
+    if (head[0] > head[1] / entry_overhead)
+        return false;
+    // deliberate: what a file lacks reads as zeros, which are empty entries. They mean nothing, so that the
+    // first of them will do, and a head that lies costs no more than its file.
     const std::uint64_t size = file.size().value_or(0);
     const std::uint64_t left = size - std::min(size, file.position());
-    if (m_datasize > left + tolerated_shortage || m_count > m_datasize / entry_overhead) {
-        clear();
-        return false;
-    }
+    m_count = head[0];
+    m_datasize = static_cast<std::uint32_t>(std::min<std::uint64_t>(head[1], left + filled_up));
     const std::size_t wanted = round_up(m_datasize, commit_step);
     if (wanted == 0)
         return true;

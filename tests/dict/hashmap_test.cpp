@@ -189,8 +189,9 @@ TEST_F(TokenMap, SurvivesBlocksWhoseCountsLie) {
         {"count too high", le(3, 12) + a + b, false, ""},
         {"count a little too high", le(2, 12) + counted("abcdefg", 1), true, "abcdefg=1 "},
         {"4 billion entries", le(0xFFFFFFFF, 12) + a + b, false, ""},
-        {"size far beyond the file", le(2, 0xFFFFFFF0) + a + b, false, ""},
+        {"size far beyond the file", le(2, 0xFFFFFFF0) + a + b, true, "a=1 b=2 "},
         {"size beyond the file", le(2, 60) + a + b, true, "a=1 b=2 "},
+        {"entry cut", le(1, 7) + "\2ab\5"s, true, "ab=5 "},
         {"length byte over the end", le(2, 12) + a + "\x64"s + "bcde?", true, "a=1 "},
         {"value cut", le(2, 10) + a + b, true, "a=1 "},
     };

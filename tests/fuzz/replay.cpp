@@ -1,0 +1,135 @@
+// Without a fuzzer: runs a target over its seeds and over changed ones, always the same.
+//
+//     fuzz_replay MAILS TARGET [ROUNDS]     runs it
+//     fuzz_replay MAILS TARGET FILE...      runs it over these inputs
+//     fuzz_replay MAILS --write FOLDER      writes the seeds, a folder for each target
+//     fuzz_replay MAILS --list              names the targets
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+
+#include "support/test_root.h"
+#include "targets.h"
+
+namespace {
+
+using tvr::fuzz::target;
+
+// Small changes of the kinds that damage a file: bytes, numbers, and pieces lost, doubled or exchanged.
+class mutator {
+public:
+    explicit mutator(const std::vector<std::string>& seeds) : m_seeds(seeds) {}
+
+    std::string next() {
+        std::string bytes = m_seeds[below(m_seeds.size())];
+        for (std::size_t steps = 1 + below(4); steps != 0; --steps)
+            change(bytes);
+        return bytes;
+    }
+
+private:
+    std::size_t below(std::size_t limit) { return limit == 0 ? 0 : m_random() % limit; }
+
+    void change(std::string& bytes) {
+        constexpr std::array<std::uint32_t, 10> numbers = {
+            0, 1, 0x7F, 0xFF, 0x100, 0xFFFF, 0x10000000, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
+        const std::size_t at = below(bytes.size() + 1);
+        const std::size_t size = below(std::min<std::size_t>(64, bytes.size() - at) + 1);
+        switch (below(7)) {
+        case 0:
+            if (at < bytes.size())
+                bytes[at] = static_cast<char>(m_random());
+            break;
+        case 1: // most heads lie in front
+        case 2:
+            if (const std::size_t place = below(2) == 0 ? at : below(48); place + 4 <= bytes.size()) {
+                const std::uint32_t value = numbers.at(below(numbers.size()));
+                for (unsigned i = 0; i < 4; ++i)
+                    bytes[place + i] = static_cast<char>(value >> 8 * i);
+            }
+            break;
+        case 3:
+            bytes.erase(at, size);
+            break;
+        case 4:
+            bytes.insert(at, bytes.substr(at, size));
+            break;
+        case 5:
+            bytes.resize(at);
+            break;
+        default: {
+            const std::string& other = m_seeds[below(m_seeds.size())];
+            bytes = bytes.substr(0, at) + other.substr(below(other.size() + 1));
+            break;
+        }
+        }
+    }
+
+    const std::vector<std::string>& m_seeds;
+    std::mt19937 m_random{20'050'625};
+};
+
+void run_text(const target& which, const std::string& input) {
+    tvr::fuzz::run(which, {reinterpret_cast<const std::uint8_t*>(input.data()), input.size()});
+}
+
+int write_seeds(const std::map<std::string, std::vector<std::string>>& seeds,
+                const std::filesystem::path& folder) {
+    for (const auto& [name, inputs] : seeds) {
+        std::filesystem::create_directories(folder / name);
+        for (std::size_t i = 0; i < inputs.size(); ++i)
+            std::ofstream(folder / name / ("seed" + std::to_string(i)), std::ios::binary) << inputs[i];
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (arguments.size() < 2) {
+        std::fputs("fuzz_replay MAILS TARGET [ROUNDS | FILE...] | --write FOLDER | --list\n", stderr);
+        return 2;
+    }
+    const tvr::test_root root; // for the registry
+    const std::vector<target> targets = tvr::fuzz::all_targets();
+    if (arguments[1] == "--list") {
+        for (const target& each : targets)
+            std::printf("%s %zu\n", each.name, each.longest);
+        return 0;
+    }
+    const auto seeds = tvr::fuzz::make_seeds(arguments[0]);
+    if (arguments[1] == "--write")
+        return arguments.size() == 3 ? write_seeds(seeds, arguments[2]) : 2;
+    const auto which = std::find_if(targets.begin(), targets.end(),
+                                    [&](const target& each) { return each.name == arguments[1]; });
+    const auto inputs = seeds.find(arguments[1]);
+    if (which == targets.end() || inputs == seeds.end()) {
+        std::fprintf(stderr, "fuzz_replay: no target %s, or no seeds for it\n", arguments[1].c_str());
+        return 2;
+    }
+    unsigned long rounds = 0;
+    if (arguments.size() > 2 && std::filesystem::exists(arguments[2])) {
+        for (std::size_t i = 2; i < arguments.size(); ++i) {
+            std::ifstream file(arguments[i], std::ios::binary);
+            run_text(*which, {std::istreambuf_iterator<char>(file), {}});
+        }
+        return 0;
+    }
+    if (arguments.size() > 2)
+        rounds = std::strtoul(arguments[2].c_str(), nullptr, 10);
+    run_text(*which, {});
+    for (const std::string& input : inputs->second)
+        run_text(*which, input);
+    mutator mutated(inputs->second);
+    for (unsigned long i = 0; i < rounds; ++i)
+        run_text(*which, mutated.next());
+    std::printf("%zu seeds, %lu changed ones\n", inputs->second.size(), rounds);
+    return 0;
+}

@@ -1,0 +1,161 @@
+// Counters, archives, logs, mail, the base as text, and the onlooker's view of all files.
+
+#include <array>
+#include <ostream>
+#include <sstream>
+
+#include "client/html_text.h"
+#include "client/record_batch.h"
+#include "client/tokenizer.h"
+#include "common/file_stream.h"
+#include "common/zfile.h"
+#include "memory_disk.h"
+#include "server/log_merge.h"
+#include "stage/temp_folder.h"
+#include "stat/statistic.h"
+#include "targets.h"
+#include "tools/base_text.h"
+#include "tools/inspection.h"
+
+namespace tvr::fuzz {
+
+namespace {
+
+void run_statistic(raw_bytes input) {
+    put_file("\\work\\stat.bin", input);
+    put_file("\\work\\~stat.bin", input);
+    statistic counters;
+    counters.read("\\work\\stat.bin");
+    counters.add_message({2, 100, 213'000'000}, true, true);
+    counters.add_message({0, 100, 213'000'000}, true, false);
+    counters.save_transaction();
+    statistic_record sum;
+    counters.get_period(24, sum);
+    counters.commit_transaction();
+    counters.close();
+    must(file_bytes("\\work\\stat.bin").size() <= input.size() * 2 + 40, "no more hours than there were");
+}
+
+void run_archive(raw_bytes input) {
+    put_file("\\work\\data.trr", input);
+    static temp_folder folder("\\work\\base\\transact\\"); // loads zlib only once
+    folder.prepare(2);
+    folder.unpack(2, "\\work\\data.trr");
+    for (const std::string& path : all_files())
+        must(path.starts_with("\\work\\base\\transact\\0002\\") || path == "\\work\\data.trr" ||
+                 path == "\\work\\base\\transact\\there",
+             "nothing is restored outside of the folder");
+    std::string packed;
+    folder.pack(packed, 2);
+    folder.prepare(3);
+    folder.unpack(3, packed);
+    folder.remove(2);
+    folder.remove(3);
+}
+
+void run_packed(raw_bytes input) {
+    static zlib_loader* const zlib = [] {
+        static zlib_loader loader;
+        loader.load("zlib1.dll");
+        return &loader;
+    }();
+    put_file("\\work\\packed", input);
+    file_stream file;
+    file.open_to_read("\\work\\packed");
+    if (zlib->restore_file(file, "\\work\\plain"))
+        must(file_bytes("\\work\\plain").size() <= input.size() * 1032 + 65536, "zlib packs no better");
+    std::array<std::uint8_t, 4096> room;
+    auto size = static_cast<std::uint32_t>(room.size());
+    zlib->uncompress_block(input, room.data(), size);
+    must(size <= room.size(), "no more than there is room for");
+    static_cast<void>(zlib_loader::unpacked_size(input));
+}
+
+// A log for each part between two zero bytes.
+void run_logs(raw_bytes input) {
+    constexpr std::array<const char*, 3> names = {"tvr_ipc.log", "tvr_srv.log", "transact.log"};
+    std::string_view rest = text_of(input);
+    for (const char* name : names) {
+        const std::string_view part = rest.substr(0, rest.find('\0'));
+        put_file("\\work\\" + std::string(name), part);
+        rest.remove_prefix(std::min(rest.size(), part.size() + 1));
+    }
+    merge_logs("\\work");
+    // A mark and a line's end for each line, which has one byte at least.
+    must(file_bytes("\\work\\common.log").size() <= 12 * input.size(), "each line once");
+}
+
+void run_html(raw_bytes input) {
+    static html_text html;
+    html.strip(text_of(input));
+    must(html.text().size() <= 4 * input.size() + 64, "the text is no longer than its source");
+    must(html.links().size() <= html_text::most_links, "links have a bound");
+}
+
+void run_mail(raw_bytes input) {
+    static tokenizer cutter;
+    cutter.tokenize(text_of(input));
+    static_cast<void>(looks_like_mail(text_of(input)));
+    must(cutter.tokens().size() <= tokenizer_limits().tokens, "tokens have a bound");
+    record_batch batch;
+    must(batch.add(describe(cutter.facts(), input.size(), true, false), cutter.tokens()),
+         "any mail can be trained");
+}
+
+void run_import(raw_bytes input) {
+    std::istringstream text{std::string(text_of(input))};
+    base_text_sum sum;
+    const std::string why = import_base(
+        std::string(base_folder), text, [] { return std::string(); }, sum);
+    must(why.empty() == has_file(in_base("transact\\0003\\prepared.txt")), "all of it, or nothing");
+    if (!why.empty())
+        return;
+    // What was taken must come out again as it is. It stands in the folder of each half.
+    std::string out;
+    for (const char* name : {"nspamdict", "spamdict"})
+        for (const std::string& path : all_files())
+            if (path.find(std::string("\\") + name) != std::string::npos)
+                put_file(in_base(path.substr(path.rfind('\\') + 1)), file_bytes(path));
+    base_text_sum exported;
+    const auto take = [&](std::string_view line) {
+        out += line;
+        return true;
+    };
+    must(export_base(std::string(base_folder), take, exported).empty(), "an imported base can be exported");
+    must(exported.atoms == sum.atoms && exported.tokens == sum.tokens && exported.messages == sum.messages,
+         "with all that it has");
+}
+
+// The first byte says what the file is called.
+void run_inspect(raw_bytes input) {
+    constexpr std::array<const char*, 12> names = {
+        "spamdict0000.bye", "cashe.rgd",      "cashe.mrk", "spamdict.lst", "spamdict.idx", "spamdict.col",
+        "autotrain.bys",    "~autotrain.bys", "stat.bin",  "ipc.bin",      "data.trr",     "settings.cfg"};
+    if (input.empty())
+        return;
+    const std::string path = "\\work\\" + std::string(names.at(input[0] % names.size()));
+    put_file(path, input.subspan(1));
+    for (const bool json : {false, true}) {
+        std::ostringstream out;
+        std::ostringstream errors;
+        inspect_file(path, {.all = true, .json = json}, out, errors);
+        must(out.str().size() <= 400 * input.size() + 4096, "the view is of the size of the file");
+    }
+}
+
+constexpr std::array<target, 8> targets = {{{"statistic", run_statistic, 4096},
+                                            {"archive", run_archive, 8192},
+                                            {"packed", run_packed, 4096},
+                                            {"logs", run_logs, 16384},
+                                            {"html", run_html, 8192},
+                                            {"mail", run_mail, 16384},
+                                            {"import", run_import, 32768},
+                                            {"inspect", run_inspect, 16384}}};
+
+} // namespace
+
+std::span<const target> other_targets() {
+    return targets;
+}
+
+} // namespace tvr::fuzz
