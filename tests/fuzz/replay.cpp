@@ -125,8 +125,10 @@ int main(int argc, char** argv) {
     if (arguments.size() > 2)
         rounds = std::strtoul(arguments[2].c_str(), nullptr, 10);
     run_text(*which, {});
-    for (const std::string& input : inputs->second)
+    for (const std::string& input : inputs->second) {
+        tvr::fuzz::must(input.size() <= which->longest, "seeds are short enough");
         run_text(*which, input);
+    }
     mutator mutated(inputs->second);
     for (unsigned long i = 0; i < rounds; ++i)
         run_text(*which, mutated.next());

@@ -4,9 +4,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "client/cache_writer.h"
 #include "client/tokenizer.h"
+#include "common/minutes.h"
 #include "common/path.h"
 #include "memory_disk.h"
 #include "settings/settings.h"
@@ -15,6 +17,7 @@
 #include "stat/statistic.h"
 #include "targets.h"
 #include "tools/base_text.h"
+#include "tools/record_stream.h"
 #include "transact/transaction.h"
 
 namespace tvr::fuzz {
@@ -111,11 +114,15 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
         counters.read(std::string(working_folder) + "stat.bin");
         tokenizer cutter({.tokens = 40});
         std::size_t taken = 0;
+        std::ostringstream records;
+        record_writer stream(records);
         for (const mail& each : read_mails(mail_folder)) {
             cutter.tokenize(each.text);
             record_batch batch;
             batch.add(describe(cutter.facts(), each.text.size(), each.spam, false), cutter.tokens());
             cache_writer(cache).append(batch);
+            if (taken < batch_size)
+                stream.write(batch);
             add("mail", each.text);
             if (each.text.find("<html") != std::string::npos || each.text.find("<HTML") != std::string::npos)
                 add("html", each.text);
@@ -123,6 +130,8 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
                 train();
         }
         train();
+        stream.finish();
+        add("records", records.str());
     }
     keep_deleted(nullptr);
     for (const std::string& path : all_files())
@@ -152,6 +161,10 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
         }
     }
     add("packed", number(5) + "plain");
+    std::string hours = "STAT"; // the mails are too old for it
+    for (std::uint32_t hour = now_minutes() / 60 - 30; hour < now_minutes() / 60; hour += 10)
+        hours += number(hour) + number(hour % 100) + std::string(28, '\2');
+    add("statistic", hours);
 
     base_text_sum sum;
     std::string text;

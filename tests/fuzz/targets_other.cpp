@@ -4,11 +4,13 @@
 #include <ostream>
 #include <sstream>
 
+#include "client/cache_writer.h"
 #include "client/html_text.h"
 #include "client/record_batch.h"
 #include "client/tokenizer.h"
 #include "common/file_stream.h"
 #include "common/zfile.h"
+#include "dict/message_record.h"
 #include "memory_disk.h"
 #include "server/log_merge.h"
 #include "stage/temp_folder.h"
@@ -16,6 +18,7 @@
 #include "targets.h"
 #include "tools/base_text.h"
 #include "tools/inspection.h"
+#include "tools/record_stream.h"
 
 namespace tvr::fuzz {
 
@@ -126,6 +129,25 @@ void run_import(raw_bytes input) {
          "with all that it has");
 }
 
+// Training records that another program has made.
+void run_records(raw_bytes input) {
+    std::istringstream stream{std::string(text_of(input))};
+    record_reader reader(stream);
+    record_batch batch;
+    while (reader.next(batch))
+        must(batch.bytes().size() <= input.size(), "no more records than the stream has");
+    must(!reader.error().empty() || reader.position() == input.size(),
+         "what isn't damaged is read to its end");
+    const std::string path = in_base("transact\\autotrain.bys");
+    must(cache_writer(path).append(batch) == append_result::done, "records can be appended");
+    message_record record;
+    file_stream cache;
+    cache.open_to_read(path);
+    cache.seek(4, platform::origin::begin);
+    for (std::uint32_t i = 0; i < batch.count(); ++i)
+        must(record.read_whole(cache), "each record is one for the engine");
+}
+
 // The first byte says what the file is called.
 void run_inspect(raw_bytes input) {
     constexpr std::array<const char*, 12> names = {
@@ -143,13 +165,14 @@ void run_inspect(raw_bytes input) {
     }
 }
 
-constexpr std::array<target, 8> targets = {{{"statistic", run_statistic, 4096},
+constexpr std::array<target, 9> targets = {{{"statistic", run_statistic, 4096},
                                             {"archive", run_archive, 8192},
                                             {"packed", run_packed, 4096},
                                             {"logs", run_logs, 16384},
                                             {"html", run_html, 8192},
                                             {"mail", run_mail, 16384},
                                             {"import", run_import, 32768},
+                                            {"records", run_records, 16384},
                                             {"inspect", run_inspect, 16384}}};
 
 } // namespace
