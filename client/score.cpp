@@ -17,22 +17,60 @@ double logistic(double x) {
     return 1 / (1 + std::exp(-x));
 }
 
-// The weight of a vote, by the kind of its tokens. Measured, as are the other figures of this rule: with all
-// tokens in one pot, the many words of the body drown the few of sender and links.
-struct kind_vote {
-    char kind;
-    double weight;
-};
-constexpr std::array<kind_vote, 6> votes = {
-    {{'B', 2.0}, {'W', 0.5}, {'H', 1.2}, {'F', 1.7}, {'M', 0.5}, {'U', 0.4}}};
-constexpr double least_deviation = 0.4; // from 0.5: closer grades have no say
-constexpr double crowd = 0.65;          // the n tokens of a kind count as n to the power of 1 - this
-// From the sum of the votes to the scale on which 85 is spam and 75 unsure, with the usual thresholds: a sum
-// of 20.5 is spam, 12 unsure.
-constexpr double scale = 0.0748;
-constexpr double middle = 20.5 - 1.7346 / scale;
+// The kinds that vote, each with the tokens that begin as told. The first that fits counts.
+enum kind : std::size_t { subject, received, body, header, address, structure, path, kind_count, no_kind };
+constexpr std::array<std::pair<std::string_view, kind>, 7> kind_starts = {{{"H subject:", subject},
+                                                                           {"F rcvd:", received},
+                                                                           {"B ", body},
+                                                                           {"H ", header},
+                                                                           {"F ", address},
+                                                                           {"M ", structure},
+                                                                           {"U ", path}}};
 
-constexpr double deviation_of_mean = 0.1; // the same for the rules that go by means
+kind kind_of(std::string_view token) {
+    for (const auto& [start, what] : kind_starts)
+        if (token.starts_with(start))
+            return what;
+    return no_kind;
+}
+
+// The classes of grades: those that stand at the ends, since one half alone has the token, and those that
+// lean to a side. What lies between has no say.
+enum grade_class : std::size_t { ham_only, mostly_ham, mostly_spam, spam_only, class_count, no_class };
+
+grade_class class_of(double grade) {
+    return grade <= 0.0101   ? ham_only
+           : grade <= 0.3    ? mostly_ham
+           : grade <= 0.7    ? no_class
+           : grade <= 0.9899 ? mostly_spam
+                             : spam_only;
+}
+
+// What the tokens of a kind say: n of them count as log(1 + n), times the weight of their class. With all
+// tokens in one pot, the many words of the body would drown the few of sender and links. How many of the kind
+// are known and how many are not makes up for the length of the message and the age of the base.
+//
+// The weights are a logistic regression over the public corpus: cut 60/40 by the seeds 101 to 110 of "tvrctl
+// eval", the same with a third and a tenth of the mail to learn from, and learned from spam-2 and easy-ham-2
+// to tell the other groups. The middle is set so that of the good mail of the seeds 101 to 115 about one in a
+// thousand goes wrong.
+struct kind_weights {
+    std::array<double, class_count> classes; // in the order of grade_class
+    double known, unknown;
+};
+constexpr std::array<kind_weights, kind_count> weights = {{
+    {{-0.22, -0.32, 0.12, 0.31}, -0.22, -0.28}, // subject
+    {{-0.07, 0.00, 0.32, 0.58}, 0.15, 0.32},    // received
+    {{-1.06, -1.09, 1.18, 1.05}, -0.07, 0.31},  // body
+    {{-0.57, -0.01, 0.01, 0.34}, -0.03, -0.28}, // header
+    {{-0.57, 0.00, 0.23, 0.38}, -0.04, 0.37},   // address
+    {{-1.09, -0.46, 0.45, 0.68}, 0.01, -0.26},  // structure
+    {{-0.30, -0.36, 0.30, 0.00}, -0.44, -0.67}, // path
+}};
+constexpr double middle = -0.5;
+
+constexpr double least_deviation = 0.4;   // from 0.5: the closer grades have no say in Fisher's rule
+constexpr double deviation_of_mean = 0.1; // the same for the geometric mean
 
 // The upper tail of the chi-squared distribution with an even number of degrees of freedom. By logarithms,
 // since the terms of long messages are beyond every double.
@@ -86,10 +124,12 @@ struct known_token {
     double share = 0;
 };
 
+using kind_counts = std::array<std::uint32_t, kind_count>;
+
 class combination {
 public:
-    combination(const score_settings& settings, std::vector<known_token>& tokens)
-        : m_settings(settings), m_tokens(tokens) {}
+    combination(const score_settings& settings, std::vector<known_token>& tokens, const kind_counts& unknown)
+        : m_settings(settings), m_tokens(tokens), m_unknown(unknown) {}
 
     double run() { // 0 to 1
         switch (m_settings.rule) {
@@ -103,7 +143,6 @@ public:
             keep_deviating(least_deviation);
             return inverse_chi_squared();
         default:
-            keep_deviating(least_deviation);
             return kinds();
         }
     }
@@ -162,23 +201,37 @@ private:
     }
 
     double kinds() {
-        double sum = 0;
-        for (const kind_vote& vote : votes) {
-            const auto is_meant = [&vote](const known_token& t) { return t.token[0] == vote.kind; };
-            const auto n = static_cast<double>(std::count_if(m_tokens.begin(), m_tokens.end(), is_meant));
-            const double factor = vote.weight / std::pow(n + 1, crowd);
-            for (known_token& t : m_tokens) {
-                if (!is_meant(t))
-                    continue;
-                t.share *= factor;
-                sum += t.share;
-            }
+        kind_counts known{};
+        std::array<std::array<std::uint32_t, class_count>, kind_count> counts{};
+        for (const known_token& t : m_tokens) {
+            const kind what = kind_of(t.token);
+            if (what == no_kind)
+                continue;
+            ++known[what];
+            if (const grade_class is = class_of(t.grade); is != no_class)
+                ++counts[what][is];
         }
-        return m_tokens.empty() ? 0.5 : logistic(scale * (sum - middle));
+        std::erase_if(m_tokens, [](const known_token& t) {
+            return kind_of(t.token) == no_kind || class_of(t.grade) == no_class;
+        });
+        for (known_token& t : m_tokens) {
+            const kind what = kind_of(t.token);
+            const grade_class is = class_of(t.grade);
+            t.share = weights[what].classes[is] * std::log1p(counts[what][is]) / counts[what][is];
+        }
+        if (m_tokens.empty())
+            return 0.5;
+        double sum = middle;
+        for (const known_token& t : m_tokens)
+            sum += t.share;
+        for (std::size_t i = 0; i < kind_count; ++i)
+            sum += weights[i].known * std::log1p(known[i]) + weights[i].unknown * std::log1p(m_unknown[i]);
+        return logistic(sum);
     }
 
     const score_settings& m_settings;
     std::vector<known_token>& m_tokens;
+    const kind_counts& m_unknown; // tokens that have no grade
 };
 
 } // namespace
@@ -189,15 +242,18 @@ mail_scorer::mail_scorer(grade_source grades, const score_settings& settings)
 message_score mail_scorer::score(const token_table& tokens, bool explain) const {
     message_score result;
     std::vector<known_token> known;
+    kind_counts unknown{};
     tokens.for_each([&](std::string_view token, std::uint32_t) {
         double grade = m_grades(token);
         if (grade == 0 && m_settings.degenerate)
             grade = grade_of_forms(m_grades, token);
         if (grade > 0 && grade < 1)
             known.push_back({token, grade});
+        else if (const kind what = kind_of(token); what != no_kind)
+            ++unknown[what];
     });
     result.known = known.size();
-    result.score = 100 * combination(m_settings, known).run();
+    result.score = 100 * combination(m_settings, known, unknown).run();
     result.decision = result.score >= m_settings.spam_threshold     ? verdict::spam
                       : result.score >= m_settings.unsure_threshold ? verdict::unsure
                                                                     : verdict::ham;

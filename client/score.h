@@ -17,7 +17,7 @@ enum class verdict { ham, unsure, spam };
 
 // How the grades are combined.
 enum class score_rule {
-    kinds,    // each kind of token has its vote; the default
+    kinds,    // each kind of token has its vote, by the number of its tokens and their grades; the default
     graham,   // the product of the most significant grades
     robinson, // the geometric mean
     fisher,   // the inverse chi-squared of their product

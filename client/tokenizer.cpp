@@ -9,6 +9,7 @@
 #include <gmime/gmime.h>
 
 #include "client/charset.h"
+#include "client/header_shape.h"
 #include "client/html_text.h"
 #include "client/mail_date.h"
 #include "client/word_scanner.h"
@@ -74,17 +75,9 @@ std::size_t power_of_two_below(std::size_t number) {
     return power;
 }
 
-// The counts of a token in a message, however often it stands there: how many messages have a word tells more
-// than how often they repeat it. What has a weight of 3 is graded from its second spam message or its first
-// good one on; of the pairs, which are many, only those that come back.
+// The count of a token in a message, however often it stands there: how many messages have a word tells more
+// than how often they repeat it. With 3 it is graded from its second spam message or its first good one on.
 constexpr std::uint32_t weight = 3;
-constexpr std::uint32_t pair_weight = 1;
-constexpr unsigned most_pairs = 100; // of a message: its beginning tells the most
-
-bool is_ip(std::string_view host) {
-    return !host.empty() && host.find_first_not_of("0123456789.") == std::string_view::npos &&
-           std::count(host.begin(), host.end(), '.') == 3;
-}
 
 enum class header_kind { words, addresses, received, marked, ignored };
 
@@ -141,7 +134,7 @@ private:
     void link(std::string_view address) override;
     void mail_address(std::string_view address) override;
 
-    void put(std::string_view token) { m_tokens.mark(token, token[0] == 'W' ? pair_weight : weight); }
+    void put(std::string_view token) { m_tokens.mark(token, weight); }
     void add(std::string_view kind, std::string_view text);
     void mark(std::string_view text) { put((short_text() << "M "sv << text).view()); }
     void mark(std::string_view text, std::size_t number) {
@@ -176,13 +169,10 @@ private:
     std::size_t m_text_left = 0;
     std::size_t m_text_seen = 0;
     std::size_t m_links = 0;
-    unsigned m_pairs = 0;
-    std::string m_last_word; // of the body text at hand
     std::string m_charset_room;
     std::string m_decoded;
     std::string m_header_name;
-    std::string m_message_id, m_subject, m_date, m_from, m_received;
-    bool m_has_to = false;
+    header_lines m_lines;
 };
 
 tokenizer::tokenizer(const tokenizer_limits& limits) : m_it(std::make_unique<implementation>(limits)) {}
@@ -224,11 +214,6 @@ void tokenizer::implementation::word(std::string_view text) {
     if (m_prefix.empty()) {
         if (text.size() >= 2)
             add(m_kind, text);
-        if (m_kind == "B ") {
-            if (!m_last_word.empty() && m_pairs++ < most_pairs)
-                add("W ", (short_text() << m_last_word << " "sv << text).view());
-            m_last_word = text;
-        }
         return;
     }
     short_text prefixed;
@@ -332,7 +317,6 @@ void tokenizer::implementation::mail_address(std::string_view address) {
 void tokenizer::implementation::words(std::string_view text, std::string_view kind, std::string_view prefix) {
     m_kind = kind;
     m_prefix = prefix;
-    m_last_word.clear();
     m_scanner.scan(text, *this);
     m_kind = "B ";
     m_prefix = {};
@@ -449,15 +433,15 @@ void tokenizer::implementation::header(std::string_view name, std::string_view v
 }
 
 void tokenizer::implementation::absent_headers() {
-    if (m_date.empty())
+    if (m_lines.date.empty())
         mark("no date");
-    if (m_from.empty())
+    if (m_lines.from.empty())
         mark("no from");
-    if (m_subject.empty())
+    if (m_lines.subject.empty())
         mark("no subject");
-    if (m_message_id.empty())
+    if (m_lines.message_id.empty())
         mark("no message-id");
-    if (!m_has_to)
+    if (m_lines.to.empty())
         mark("no to");
 }
 
@@ -475,15 +459,22 @@ void tokenizer::implementation::headers(GMimeMessage* message) {
             if (target.empty() && m_header_name == name)
                 target = value.substr(0, 1024);
         };
-        keep("message-id", m_message_id);
-        keep("subject", m_subject);
-        keep("date", m_date);
-        keep("from", m_from);
-        keep("received", m_received);
-        m_has_to = m_has_to || m_header_name == "to";
+        keep("message-id", m_lines.message_id);
+        keep("subject", m_lines.subject);
+        keep("date", m_lines.date);
+        keep("from", m_lines.from);
+        keep("to", m_lines.to);
+        keep("reply-to", m_lines.reply_to);
+        keep("return-path", m_lines.return_path);
+        keep("received", m_lines.newest_hop);
+        if (m_header_name == "received") {
+            m_lines.oldest_hop = value.substr(0, 1024);
+            ++m_lines.hops;
+        }
         header(m_header_name, value);
     }
     absent_headers();
+    header_marks(m_lines, [this](std::string_view text) { mark(text); });
 }
 
 // --- parts
@@ -586,7 +577,7 @@ void tokenizer::implementation::part(GMimeObject* object, unsigned depth) {
 // --- the whole
 
 void tokenizer::implementation::make_facts(std::string_view raw, std::string_view mbox_date) {
-    std::string_view id = trim(m_message_id, " \t\r\n<>");
+    std::string_view id = trim(m_lines.message_id, " \t\r\n<>");
     std::string made;
     if (id.empty()) {
         std::uint64_t hash = 0xCBF29CE484222325ULL;
@@ -596,10 +587,11 @@ void tokenizer::implementation::make_facts(std::string_view raw, std::string_vie
                to_hex(static_cast<std::uint32_t>(hash), 8);
         id = made;
     }
-    m_facts.msid = make_msid(id, m_subject, m_date, m_from);
-    m_facts.time = minutes_from_mail_date(m_date);
+    m_facts.msid = make_msid(id, m_lines.subject, m_lines.date, m_lines.from);
+    m_facts.time = minutes_from_mail_date(m_lines.date);
     if (m_facts.time == 0)
-        m_facts.time = minutes_from_mail_date(std::string_view(m_received).substr(m_received.rfind(';') + 1));
+        m_facts.time = minutes_from_mail_date(
+            std::string_view(m_lines.newest_hop).substr(m_lines.newest_hop.rfind(';') + 1));
     if (m_facts.time == 0)
         m_facts.time = minutes_from_mail_date(mbox_date);
 }
@@ -607,12 +599,10 @@ void tokenizer::implementation::make_facts(std::string_view raw, std::string_vie
 void tokenizer::implementation::tokenize(std::string_view raw) {
     const std::size_t full_size = raw.size();
     m_tokens.clear();
-    m_parts = m_pairs = 0;
+    m_parts = 0;
     m_text_left = m_limits.all_text;
     m_text_seen = m_links = 0;
-    m_has_to = false;
-    for (std::string* text : {&m_message_id, &m_subject, &m_date, &m_from, &m_received})
-        text->clear();
+    m_lines = {};
     std::string_view mbox_date;
     if (raw.starts_with("From ")) {
         const std::string_view line = raw.substr(0, raw.find('\n'));

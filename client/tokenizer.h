@@ -33,10 +33,9 @@ struct tokenizer_limits {
 
 // The kinds of its tokens, in front of the text:
 //   "B "  words of the body and the subject
-//   "W "  pairs of neighbouring ones
 //   "H "  words of a header, with its name: "H subject:free"
-//   "F "  addresses and hosts: "F from:a@b.example", "F link:b.example"
-//   "M "  marks of the structure: "M type:text/html", "M no date"
+//   "F "  addresses and hosts: "F from:a@b.example", "F link:b.example", "F rcvd:c.example"
+//   "M "  marks of the structure: "M type:text/html", "M no date", "M reply-to not from"
 //   "U "  words of links behind the host
 // Each counts by its kind, not by how often it stands in the message.
 // One object belongs to one thread, and is made to be used for many messages.

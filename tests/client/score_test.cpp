@@ -28,7 +28,7 @@ message_score score_of(const grades& base, std::initializer_list<const char*> to
 
 const grades base = {{"B spam", 0.99}, {"B spam2", 0.99}, {"B ham", 0.01},  {"B so", 0.8},
                      {"B mid", 0.5},   {"F ham", 0.01},   {"F spam", 0.99}, {"B nan", std::nan("")},
-                     {"B high", 1.5},  {"B neg", -1},     {"W spam", 0.99}, {"H spam", 0.99}};
+                     {"B high", 1.5},  {"B neg", -1},     {"X spam", 0.99}};
 
 TEST(score, is_that_of_the_rules) {
     const struct {
@@ -49,7 +49,12 @@ TEST(score, is_that_of_the_rules) {
         {score_rule::graham, {"B unknown"}, 50},
         {score_rule::robinson, {}, 50},
         {score_rule::fisher, {"B mid"}, 50},
-        {score_rule::kinds, {"B mid", "B so"}, 50},
+        {score_rule::kinds, {"B mid", "X spam"}, 50},
+        // The middle, the one that leans to spam, and two known ones: 1 / (1 + e^-x), with
+        // x = -0.5 + 1.18 ln 2 - 0.07 ln 3.
+        {score_rule::kinds, {"B mid", "B so"}, 55.9963},
+        // Of two kinds, with one unknown: x = -0.5 + (1.05 - 0.07) ln 2 - (0.57 + 0.04) ln 2 + 0.37 ln 2.
+        {score_rule::kinds, {"B spam", "F ham", "F unknown"}, 50.3232},
         // What no base holds counts as unknown.
         {score_rule::graham, {"B spam", "B nan", "B high", "B neg"}, 99},
     };
