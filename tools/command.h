@@ -23,6 +23,8 @@ void add_train(CLI::App& program, int& code);
 void add_status(CLI::App& program, int& code);
 void add_inspect(CLI::App& program, int& code);
 void add_verify(CLI::App& program, int& code);
+void add_repair(CLI::App& program, int& code);
+void add_trim(CLI::App& program, int& code);
 void add_engine_commands(CLI::App& program, int& code); // start, stop, force, purge
 void add_log(CLI::App& program, int& code);
 void add_config(CLI::App& program, int& code);

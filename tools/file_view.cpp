@@ -10,6 +10,7 @@
 #include "platform/file.h"
 #include "stage/temp_folder.h"
 #include "tools/signatures.h"
+#include "tools/text.h"
 
 namespace tvr {
 
@@ -35,6 +36,8 @@ void file_view::skip(std::uint64_t size) {
 }
 
 void file_view::go_to(std::uint64_t position) {
+    if (position >= m_position && position - m_position < m_end - m_begin)
+        return skip(position - m_position);
     m_position = position;
     m_begin = m_end = 0;
 }
@@ -115,6 +118,30 @@ file_kind kind_of(file_view& file) {
         (start[2] == 1 || start[2] == 3 || start[2] == 4))
         return file_kind::archive;
     return named;
+}
+
+std::string defect_count::rest() const {
+    return m_all <= most ? std::string() : "and " + grouped(m_all - most) + " more defects";
+}
+
+bool is_file(const std::string& path) {
+    const auto attributes = platform::get_attributes(path);
+    return attributes && (*attributes & platform::attribute::directory) == 0;
+}
+
+bool is_folder(const std::string& path) {
+    const auto attributes = platform::get_attributes(path);
+    return attributes && (*attributes & platform::attribute::directory) != 0;
+}
+
+std::vector<std::string> file_names(const std::string& folder, const char* pattern) {
+    std::vector<std::string> names;
+    platform::directory_search search;
+    platform::directory_entry entry;
+    for (bool more = search.first(folder + pattern, entry); more; more = search.next(entry))
+        if ((entry.attributes & platform::attribute::directory) == 0)
+            names.push_back(entry.name);
+    return names;
 }
 
 std::string visible(std::string_view text) {

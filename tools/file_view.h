@@ -12,6 +12,7 @@
 #include <string_view>
 #include <utility>
 #include <variant>
+#include <vector>
 
 namespace tvr {
 
@@ -66,6 +67,20 @@ enum class file_kind {
 using view_value = std::variant<std::uint64_t, double, bool, std::string>;
 using view_item = std::pair<const char*, view_value>;
 
+// Which of the defects of one file are told: the first 20, and the number of the others.
+class defect_count {
+public:
+    [[nodiscard]] bool tells_next() noexcept { return ++m_all <= most; }
+    [[nodiscard]] std::uint64_t all() const noexcept { return m_all; }
+    // "and 5 more defects"; empty if all were told.
+    [[nodiscard]] std::string rest() const;
+
+private:
+    static constexpr std::uint64_t most = 20;
+
+    std::uint64_t m_all = 0;
+};
+
 // Told what is found in a file, in the order of the file.
 class view_sink {
 public:
@@ -78,6 +93,10 @@ public:
         return false;
     } // of entries: the tokens of a message, the changes of an atom
     virtual void defect(std::uint64_t offset, const std::string& reason) = 0;
+    // A defect that goes if the word at `offset` becomes `right`.
+    virtual void wrong_total(std::uint64_t offset, const std::string& reason, std::uint32_t) {
+        defect(offset, reason);
+    }
     // What can be held against other files: each whole record of a list, and each position that a column file
     // names.
     virtual void list_record(std::uint64_t, std::string_view, std::uint32_t) {}
@@ -87,6 +106,12 @@ public:
 // Reads the whole file from its start. Memory: a few pieces, but for settings 40 times a file of at most 4
 // MiB.
 void walk_file(file_kind kind, file_view& file, view_sink& sink);
+
+// What stands at a path.
+[[nodiscard]] bool is_file(const std::string& path);
+[[nodiscard]] bool is_folder(const std::string& path);
+// The names of the files (not the folders) in a folder, with a trailing backslash, in ascending order.
+[[nodiscard]] std::vector<std::string> file_names(const std::string& folder, const char* pattern = "*.*");
 
 // The bytes of a text that could disturb a terminal as \xNN.
 [[nodiscard]] std::string visible(std::string_view text);

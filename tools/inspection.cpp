@@ -14,7 +14,6 @@ namespace tvr {
 namespace {
 
 constexpr std::uint64_t first_entries = 10;
-constexpr std::uint64_t most_defects = 20; // that are told of one file
 
 std::string dump(const nlohmann::json& json) {
     return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
@@ -51,7 +50,7 @@ public:
     bool wants_details() override { return m_options.all; }
     bool wants_entry() override { return ++m_entries <= first_entries || m_options.all; }
     void defect(std::uint64_t offset, const std::string& reason) override {
-        if (++m_defects > most_defects)
+        if (!m_defects.tells_next())
             return;
         m_errors << "tvrctl: " << m_name << ": offset " << offset << ": " << reason << "\n";
         keep_defect(offset, reason);
@@ -69,11 +68,10 @@ public:
     virtual void begin(std::string_view kind, std::uint64_t size) = 0;
     bool finish() {
         end_list();
-        if (m_defects > most_defects)
-            m_errors << "tvrctl: " << m_name << ": and " << grouped(m_defects - most_defects)
-                     << " more defects\n";
+        if (const std::string rest = m_defects.rest(); !rest.empty())
+            m_errors << "tvrctl: " << m_name << ": " << rest << "\n";
         end();
-        return m_defects == 0;
+        return m_defects.all() == 0;
     }
 
 protected:
@@ -96,7 +94,7 @@ private:
 
     std::ostream& m_errors;
     std::uint64_t m_entries = 0; // of the list
-    std::uint64_t m_defects = 0;
+    defect_count m_defects;
     bool m_in_list = false;
 };
 

@@ -28,6 +28,8 @@ int main(int count, char** arguments) try {
     tvr::add_status(program, code);
     tvr::add_inspect(program, code);
     tvr::add_verify(program, code);
+    tvr::add_repair(program, code);
+    tvr::add_trim(program, code);
     tvr::add_engine_commands(program, code);
     tvr::add_log(program, code);
     tvr::add_config(program, code);

@@ -1,15 +1,13 @@
 #include "tools/state_check.h"
 
 #include <array>
-#include <cstdio>
 
 #include "common/bytes.h"
 #include "common/path.h"
 #include "msid/list_record.h"
 #include "platform/file.h"
-#include "stage/temp_folder.h"
-#include "tools/file_view.h"
 #include "tools/signatures.h"
+#include "tools/stage_state.h"
 #include "tools/text.h"
 #include "tools/walks.h"
 
@@ -17,34 +15,10 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint64_t most_defects = 20; // that are told of one file
-constexpr unsigned stages = 6;
+constexpr unsigned generating_stage = 6;
 
 std::string shown(const std::string& path) {
     return visible(platform::display_path(path));
-}
-
-std::string marker_of(const std::string& stage_folder) {
-    return join_path(stage_folder, stage_marker_name);
-}
-
-bool is_folder(const std::string& path) {
-    const auto attributes = platform::get_attributes(path);
-    return attributes && (*attributes & platform::attribute::directory) != 0;
-}
-
-bool is_file(const std::string& path) {
-    const auto attributes = platform::get_attributes(path);
-    return attributes && (*attributes & platform::attribute::directory) == 0;
-}
-
-template <class Visitor>
-void for_each_file(const std::string& folder, const char* pattern, Visitor&& visit) {
-    platform::directory_search search;
-    platform::directory_entry entry;
-    for (bool more = search.first(join_path(folder, pattern), entry); more; more = search.next(entry))
-        if ((entry.attributes & platform::attribute::directory) == 0)
-            visit(entry.name);
 }
 
 } // namespace
@@ -52,17 +26,24 @@ void for_each_file(const std::string& folder, const char* pattern, Visitor&& vis
 // Tells the defects of one file, and holds it against others.
 class file_check : public view_sink {
 public:
-    file_check(state_check& state, std::string path) : m_state(state), m_path(std::move(path)) {}
+    file_check(state_check& state, std::string path, file_kind kind)
+        : m_state(state), m_path(std::move(path)), m_finding{.path = m_path, .kind = kind} {}
     ~file_check() override {
-        if (m_defects > most_defects)
-            m_state.defect(m_path, "and " + grouped(m_defects - most_defects) + " more defects");
+        if (const std::string rest = m_defects.rest(); !rest.empty())
+            m_state.defect(m_path, rest);
+        if (m_defects.all() != 0)
+            m_state.m_findings.push_back(std::move(m_finding));
     }
     file_check(const file_check&) = delete;
     file_check& operator=(const file_check&) = delete;
 
     void defect(std::uint64_t offset, const std::string& reason) override {
-        if (++m_defects <= most_defects)
-            m_state.defect(m_path, "offset " + std::to_string(offset) + ": " + reason);
+        m_finding.only_totals = false;
+        tell(offset, reason);
+    }
+    void wrong_total(std::uint64_t offset, const std::string& reason, std::uint32_t right) override {
+        m_finding.totals.emplace_back(offset, right);
+        tell(offset, reason);
     }
 
     // A column file points at the records of the batch beside it.
@@ -75,12 +56,18 @@ public:
             defect(offset, "no record of data.bys stands at " + grouped(position));
     }
 
-    [[nodiscard]] std::uint64_t defects() const noexcept { return m_defects; }
+    [[nodiscard]] std::uint64_t defects() const noexcept { return m_defects.all(); }
 
 private:
+    void tell(std::uint64_t offset, const std::string& reason) {
+        if (m_defects.tells_next())
+            m_state.defect(m_path, "offset " + std::to_string(offset) + ": " + reason);
+    }
+
     state_check& m_state;
     std::string m_path;
-    std::uint64_t m_defects = 0;
+    file_finding m_finding;
+    defect_count m_defects;
 };
 
 namespace {
@@ -89,7 +76,7 @@ namespace {
 class index_check final : public file_check {
 public:
     index_check(state_check& state, const std::string& list_path, index_view& index)
-        : file_check(state, list_path), m_index(index) {}
+        : file_check(state, list_path, file_kind::list), m_index(index) {}
 
     void list_record(std::uint64_t offset, std::string_view id, std::uint32_t value) override {
         if (value == 0) {
@@ -142,7 +129,7 @@ void state_check::check_file(const std::string& path) {
     if (kind == file_kind::unknown && !file.failed())
         return note(path, "no file of the engine");
     ++m_files;
-    file_check check(*this, path);
+    file_check check(*this, path, kind);
     if (!file.failed())
         walk_file(kind, file, check);
     if (!file.failed()) {
@@ -170,54 +157,38 @@ void state_check::check_index(const std::string& list_path) {
 }
 
 void state_check::check_folder(const std::string& folder) {
-    for_each_file(folder, "*.*", [&](const std::string& name) {
+    for (const std::string& name : file_names(folder)) {
         if (name == "lock.bin")
             note(folder + name, "somebody writes to the message cache");
         else if (name != "selective.txt") // plain text of the user
             check_file(folder + name);
-    });
-}
-
-bool state_check::has_batch(const std::string& folder) const {
-    bool found = false;
-    for_each_file(folder, "dis*.*", [&](const std::string& name) {
-        std::uint8_t byte = 0;
-        found = found || platform::peek_file(folder + name, 0, &byte, 1).value_or(0) == 1;
-    });
-    return found;
-}
-
-void state_check::check_stage(unsigned stage, const std::string& folder, bool marked) {
-    if (marked)
-        return check_folder(folder);
-    if (m_engine_runs)
-        return note(folder, "a stage without its marker; the engine may be at work on it");
-    if (stage != 1)
-        return defect(folder, "a stage without its marker: it was broken off");
-    if (has_batch(folder))
-        return defect(folder, "a batch without its marker: its messages will be lost");
-    note(folder, "an empty stage without its marker");
+        if (m_progress)
+            m_progress(++m_seen, m_total);
+    }
 }
 
 void state_check::check_stages() {
-    const std::string transact = m_working + "base\\transact\\";
-    std::array<bool, stages + 1> marked{};
-    std::array<std::string, stages + 1> folders;
-    for (unsigned stage = 1; stage <= stages; ++stage) {
-        folders[stage] = transact + "000" + std::to_string(stage) + "\\";
-        marked[stage] = is_file(marker_of(folders[stage]));
-        if (is_folder(folders[stage]))
-            check_stage(stage, folders[stage], marked[stage]);
+    const stage_state state(m_working);
+    for (unsigned stage = 1; stage <= stage_state::stages; ++stage)
+        if (state.marked(stage)) {
+            if (stage == generating_stage) // what it holds is made anew from the start
+                check_file(state.marker(stage));
+            else
+                check_folder(state.folder(stage));
+        }
+    for (const stage_problem& problem : state.problems(m_engine_runs)) {
+        if (problem.fault == stage_fault::copy_left)
+            note(problem.path, problem.reason);
+        else
+            defect(problem.path, problem.reason);
     }
-    if (marked[1] && !has_batch(folders[1]))
-        defect(marker_of(folders[1]), "the engine is stuck: the marked batch isn't there");
-    if (marked[2] && !is_file(folders[2] + "data.bys"))
-        defect(marker_of(folders[2]), "the messages of the stage, data.bys, aren't there");
-    if (marked[3] && !marked[2] && !marked[4])
-        defect(marker_of(folders[3]), "the engine is stuck: stage 3 is marked without 2 and 4");
 }
 
 void state_check::run() {
+    const stage_state state(m_working);
+    m_total = file_names(state.base()).size() + file_names(state.transact()).size();
+    for (unsigned stage = 1; stage <= stage_state::stages; ++stage)
+        m_total += state.marked(stage) ? file_names(state.folder(stage)).size() : 0;
     for (const char* name : {"stat.bin", "~stat.bin", "settings.cfg"})
         if (is_file(m_working + name))
             check_file(m_working + name);

@@ -1,10 +1,13 @@
 // tvrctl verify: whether the user's files are sound.
 
 #include <iostream>
+#include <sstream>
 
+#include "platform/process.h"
 #include "settings/common_settings.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
+#include "tools/progress.h"
 #include "tools/state_check.h"
 
 namespace tvr {
@@ -20,9 +23,17 @@ int verify() {
     const bool runs = engine_view::process_id() != 0;
     if (runs)
         std::cout << "The engine runs: files may change meanwhile\n";
-    state_check check(folder, runs, std::cout);
-    check.run();
-    std::cout << grouped(check.files()) << " files, " << grouped(check.defects()) << " defects\n";
+    std::ostringstream lines; // apart from the bar
+    state_check check(folder, runs, lines);
+    {
+        progress bar("Checking", !platform::is_terminal(stderr));
+        check.on_progress([&](std::uint64_t done, std::uint64_t total) {
+            bar.show(done, total, grouped(done) + " files");
+        });
+        check.run();
+    }
+    std::cout << lines.str() << grouped(check.files()) << " files, " << grouped(check.defects())
+              << " defects\n";
     if (!std::cout.flush())
         return fail("standard output can't be written");
     return check.defects() == 0 ? exit_code::done : defective;

@@ -115,6 +115,8 @@ void walk_list(file_view& file, view_sink& sink) {
     fileheader header(signature::list);
     header.add(told_records, 0).add(told_garbage, 0);
     const std::uint64_t start = file.position();
+    if (start == 0 && !file.has(1))
+        return; // of a half that never had a message
     if (!take_header(file, sink, header))
         return;
     std::uint64_t live = 0, dead = 0, dead_bytes = 0;

@@ -123,8 +123,9 @@ bool walk_block(file_view& file, view_sink& sink, token_reader& reader, std::uin
 void compare(view_sink& sink, std::uint64_t offset, const char* what, std::uint64_t told,
              std::uint64_t found) {
     if (told != found)
-        sink.defect(offset,
-                    "the header tells " + grouped(told) + " " + what + ", there are " + grouped(found));
+        sink.wrong_total(offset,
+                         "the header tells " + grouped(told) + " " + what + ", there are " + grouped(found),
+                         static_cast<std::uint32_t>(found));
 }
 
 void show_token(view_sink& sink, const token& entry) {

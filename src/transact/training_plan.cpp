@@ -10,8 +10,7 @@ namespace tvr {
 namespace {
 
 constexpr std::uint32_t element_step = 100;
-constexpr std::uint32_t too_small = 10000;           // minutes; logged, and used as it is
-constexpr std::uint32_t last_wrong_time = 183554940; // 1949-12-31 17:00 UTC: up to here a time is wrong
+constexpr std::uint32_t too_small = 10000; // minutes; logged, and used as it is
 
 } // namespace
 

@@ -13,6 +13,10 @@
 
 namespace tvr {
 
+// 1949-12-31 17:00 UTC, in minutes: up to here the time of a message is wrong, and it is filed at another
+// one.
+inline constexpr std::uint32_t last_wrong_time = 183554940;
+
 // Filled record by record, then handed once to the half's ring. One thread.
 class trainingplan {
 public:

@@ -118,6 +118,7 @@ struct presence::state {
     shared_page page;
     std::uint32_t owner = 0;
     std::uint32_t private_message = 0;
+    std::uint32_t previous_process = 0;
 
     state() = default;
     state(const state&) = delete;
@@ -141,7 +142,7 @@ struct presence::state {
         std::uint32_t number = shared().owner.load() + 1;
         number += number == 0;
         shared().owner.store(number);
-        shared().process_id.store(current_process_id());
+        previous_process = shared().process_id.exchange(current_process_id());
         shared().visible.store(0);
         shared().close_request.store(0);
         for (auto& word : shared().messages)
@@ -177,6 +178,10 @@ void presence::set_private_message(std::uint32_t number) noexcept {
 void presence::set_visible(bool visible) noexcept {
     if (m_state)
         m_state->shared().visible.store(visible ? 1 : 0);
+}
+
+std::uint32_t presence::previous_process() const noexcept {
+    return m_state ? m_state->previous_process : 0;
 }
 
 void presence::run() {

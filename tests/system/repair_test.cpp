@@ -1,0 +1,398 @@
+// tvrctl repair and trim on the files of a real engine: damaged, cut off by a death, or only old.
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sstream>
+#include <unistd.h>
+
+#include "msid/msidmap.h"
+#include "platform/change_hook.h"
+#include "support/child_process.h"
+#include "support/file_bytes.h"
+#include "system/engine_root.h"
+#include "tools/engine_pause.h"
+#include "tools/engine_view.h"
+#include "tools/repair_plan.h"
+
+namespace tvr {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::change;
+using std::string_literals::operator""s;
+
+std::string run(const std::string& arguments, int code) {
+    const auto result = engine_root::tvrctl(arguments);
+    EXPECT_EQ(result.code, code) << arguments << "\n" << result.text;
+    return result.text;
+}
+
+bool holds(const std::string& text, std::string_view part) {
+    return text.find(part) != std::string::npos;
+}
+
+// A root whose files can be put back.
+class repair : public testing::Test {
+protected:
+    fs::path data() const { return root.base().parent_path(); }
+    fs::path saved() const { return root.path() / "saved"; }
+    void save() { fs::copy(data(), saved(), fs::copy_options::recursive); }
+    void restore() {
+        fs::remove_all(data());
+        fs::copy(saved(), data(), fs::copy_options::recursive);
+    }
+    // Of the spam half and the good one.
+    std::pair<std::uint64_t, std::uint64_t> learned() {
+        const engine_view view(root.client().working_directory());
+        return {view.half("spamdict").messages, view.half("nspamdict").messages};
+    }
+    // With another ten messages.
+    void expect_to_learn(std::uint64_t spam, std::uint64_t good) {
+        root.start();
+        root.append(9, 10);
+        root.force();
+        const engine_view view(root.client().working_directory());
+        engine_root::wait_for("the training",
+                              [&] { return learned() == std::pair(spam + 5, good + 5) && !view.stage(); });
+        root.stop();
+        run("verify", 0);
+    }
+    // What was set aside, under its path below the data folder.
+    std::map<std::string, std::string> set_aside() const {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : fs::recursive_directory_iterator(data() / "repair"))
+            if (entry.is_regular_file())
+                files[fs::relative(entry.path(), *fs::directory_iterator(data() / "repair")).string()] =
+                    read_file(entry.path());
+        return files;
+    }
+
+    engine_root root;
+};
+
+std::string flipped(std::string bytes, std::size_t at) {
+    bytes.at(at) = static_cast<char>(bytes.at(at) ^ 0x40);
+    return bytes;
+}
+
+// Cuts the tail of a text, or a file's.
+std::string cut(const std::string& bytes, std::size_t tail) {
+    return bytes.substr(0, bytes.size() - tail);
+}
+
+TEST_F(repair, mends_or_sets_aside_what_is_damaged) {
+    root.start();
+    root.train(1, 30);
+    root.stop();
+    root.append(2, 20); // they wait
+    save();
+    const auto saved_file = [&](const char* name) { return read_file(saved() / name); };
+    const std::string atom = saved_file("base/spamdict0000.bye");
+    const std::string compiled = saved_file("base/cashe.rgd");
+    const std::string list = saved_file("base/spamdict.lst");
+    const std::string cache = saved_file("base/transact/autotrain.bys");
+    const std::string statistic = saved_file("~stat.bin");
+    const std::size_t second = 4 + static_cast<unsigned char>(cache[12]) + // by the first record's length
+                               256 * static_cast<unsigned char>(cache[13]);
+    ASSERT_EQ(cache.substr(second, 4), le(0x25062004));
+
+    const struct {
+        const char* file;
+        std::string bytes;  // "" takes it away
+        const char* found;  // by verify
+        const char* told;   // by repair
+        std::string mended; // what the file is afterwards; "" if it is set aside
+        std::pair<unsigned, unsigned> learned = {25, 25}; // in the end, with the waiting messages
+    } rows[] = {
+        {"base/spamdict0000.bye", cut(atom, 100), "the file ends inside token", "set aside", "", {10, 25}},
+        {"base/spamdict0000.bye", flipped(atom, 60), "out of order", "set aside", "", {10, 25}},
+        {"base/spamdict0000.bye", flipped(atom, 16), "occurrences", "set the totals", atom},
+        {"base/cashe.rgd", flipped(compiled, 0), "the signature is", "generates the compiled base", ""},
+        {"base/cashe.rgd", "", "the compiled base is missing", "generates the compiled base", ""},
+        {"base/spamdict.lst", flipped(list, 0), "the signature is", "of 15 message IDs", list},
+        {"base/spamdict.lst", flipped(list, 8), "the header tells", "of 15 message IDs", list},
+        {"base/spamdict.lst", list + "\x20x", "the file ends inside record 16", "of 15 message IDs", list},
+        {"base/spamdict.lst", "junk", "the signature is", "no ID of it can be read", ""},
+        {"base/spamdict.idx", std::string(512, 'x'), "the signature is", "of 15 message IDs", "made"},
+        {"base/transact/autotrain.bys",
+         flipped(cache, second),
+         "the signature is",
+         "keep 19 messages",
+         le(19) + cache.substr(4, second - 4),
+         {25, 24}},
+        {"base/transact/autotrain.bys",
+         flipped(cache, second + 8),
+         "a length of",
+         "keep 19 messages",
+         le(19) + cache.substr(4, second - 4),
+         {25, 24}},
+        {"base/transact/autotrain.bys",
+         cut(cache, 1),
+         "the file ends inside token",
+         "keep 19 messages",
+         le(19),
+         {25, 24}},
+        {"base/transact/autotrain.bys", flipped(cache, 0), "the header tells", "20 at offset 0", cache},
+        {"base/transact/autotrain.bys", cache + le(0, 6), "the signature is", "keep 20 messages", cache},
+        {"base/transact/autotrain.bys", "123", "the number of records", "set aside", "", {15, 15}},
+        {"~stat.bin", statistic + "cut", "the file ends inside entry", "keep the whole entries", statistic},
+        {"~stat.bin", "text", "doesn't begin with STAT", "set aside", ""},
+        {"settings.cfg", "abba", "damaged", "set aside", ""},
+        {"base/transact/ipc.bin", "123", "inside the signals", "set aside", ""},
+        {"base/data.trr", "\3\0\5"s, "doesn't belong there", "set aside", ""},
+        {"base/transact/0006/prepared.txt", "prepared", "not the text of a stage marker", "anew",
+         "prepared\0"s},
+        {"base/transact/0003/spamdict0000.bye", atom, "0003/: a stage without", "set aside", ""},
+        {"base/transact/0001/dis1.tmp",
+         cut(cache, 1),
+         "its messages will be lost",
+         "mark stage 1",
+         "",
+         {35, 34}},
+        {"base/transact/0001/prepared.txt", "prepared\0"s, "the marked batch isn't there", "set aside", ""},
+        {"base/transact/0002/prepared.txt", "prepared\0"s, "data.bys, aren't there", "set aside", ""},
+        {"base/transact/0003/prepared.txt", "prepared\0"s, "stage 3 is marked without", "half of stage 3",
+         ""},
+        {"base/transact/0004/prepared.txt", "prepared\0"s, "stage 4 is marked without", "half of stage 4",
+         ""},
+        {"base/transact/~~autotrain.bys", cache, "a merge of waiting messages", "the snapshot", ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.file) + ": " + row.found);
+        restore();
+        const fs::path file = data() / row.file;
+        const std::string before = read_file(file);
+        if (row.bytes.empty())
+            fs::remove(file);
+        else
+            write_file(file, row.bytes);
+        EXPECT_TRUE(holds(run("verify", 1), row.found));
+        EXPECT_TRUE(holds(run("repair --dry-run", 1), row.told));
+        EXPECT_EQ(read_file(file), row.bytes);
+        const std::string told = run("repair --yes", 0);
+        EXPECT_TRUE(holds(told, row.told)) << told;
+        if (row.mended.empty())
+            EXPECT_FALSE(fs::exists(file));
+        else if (row.mended != "made")
+            EXPECT_TRUE(read_file(file).starts_with(row.mended));
+        if (!row.bytes.empty() && row.file != std::string("base/transact/0006/prepared.txt") &&
+            !holds(row.file, "0001/dis") && !holds(row.file, "~~"))
+            EXPECT_EQ(set_aside()[row.file], row.bytes);
+        EXPECT_TRUE(holds(run("repair", 0), "nothing to do"));
+        run("verify", 0);
+        if (row.file == std::string("base/cashe.rgd")) {
+            root.start();
+            engine_root::wait_for("the compiled base", [&] { return fs::exists(file) && !root.marker(6); });
+            EXPECT_TRUE(read_file(file) == compiled);
+            root.stop();
+        }
+        expect_to_learn(row.learned.first, row.learned.second);
+    }
+}
+
+TEST_F(repair, keeps_apart_from_the_engine) {
+    root.start();
+    EXPECT_TRUE(holds(run("repair", 3), "the engine runs"));
+    EXPECT_TRUE(holds(run("trim", 3), "the engine runs"));
+    root.stop();
+    engine_pause pause;
+    EXPECT_EQ(pause.begin(), "");
+    EXPECT_EQ(root.run_key(""), 0);
+    EXPECT_TRUE(holds(root.log("tvr_srv.log"), "Another instance found"));
+}
+
+struct death {
+    const char* name;
+    change what;
+    const char* path; // end of the path that is about to be changed
+
+    friend std::ostream& operator<<(std::ostream& out, const death& point) { return out << point.name; }
+};
+
+// The base of two transactions undisturbed.
+const std::map<std::string, std::string>& expected_files() {
+    static const auto all = [] {
+        engine_root root;
+        root.start();
+        root.train(1, 30);
+        root.train(2, 20);
+        return root.base_files();
+    }();
+    return all;
+}
+
+unsigned changes_left = 0;
+
+std::uint32_t die_later(change, std::string_view) {
+    if (changes_left-- == 0)
+        kill(getpid(), SIGKILL);
+    return 0;
+}
+
+// The reason of a failure, or an empty text.
+std::string repair_all(const std::string& working) {
+    repair_folder folder(working);
+    for (unsigned round = 0; round < 8; ++round) {
+        const auto steps = plan_repair(folder);
+        if (steps.empty())
+            return {};
+        for (const repair_step& step : steps)
+            if (const std::string why = step.run(); !why.empty())
+                return why;
+    }
+    return "no end";
+}
+
+// The argument is the number of changes before the death, a blank, and the working directory.
+const child_role mortal_repair("mortal_repair", [](std::string_view argument) {
+    const std::size_t blank = argument.find(' ');
+    changes_left = static_cast<unsigned>(std::atoi(std::string(argument.substr(0, blank)).c_str()));
+    platform::set_change_hook(die_later);
+    return repair_all(std::string(argument.substr(blank + 1))).empty() ? 0 : 1;
+});
+
+class repair_after_death : public repair, public testing::WithParamInterface<death> {
+protected:
+    void SetUp() override {
+        expected_files();
+        setenv("TESSIVAR_ROOT", root.path().c_str(), 1);
+    }
+    void die() {
+        root.start();
+        root.train(1, 30);
+        root.kill();
+        child_process engine("mortal_engine",
+                             std::to_string(static_cast<int>(GetParam().what)) + " " + GetParam().path);
+        engine_root::wait_for("the mortal engine", [] { return engine_root::process() != 0; });
+        root.append(2, 20);
+        root.force();
+        ASSERT_EQ(engine.join(), child_process::killed);
+    }
+};
+
+// From whatever point, and though the repair dies at each of its own changes: nothing is lost, and nothing
+// counts twice.
+TEST_P(repair_after_death, ends_as_an_undisturbed_run) {
+    die();
+    run("verify", 1);
+    save();
+    const std::string working = root.client().working_directory();
+    for (unsigned changes = 0;; ++changes) {
+        SCOPED_TRACE(changes);
+        restore();
+        const int code = child_process("mortal_repair", std::to_string(changes) + " " + working).join();
+        ASSERT_NE(code, 1);
+        run("repair --yes", 0);
+        // Each end needs no engine of its own.
+        if (code != 0 && changes % 7 != 3)
+            continue;
+        root.start();
+        const engine_view view(working);
+        engine_root::wait_for("the rest of the training", [&] { return !view.stage(); });
+        engine_root::wait_for("all files", [&] { return root.base_files() == expected_files(); });
+        root.kill();
+        if (code == 0)
+            break;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    at, repair_after_death,
+    testing::Values(death{"entering", change::create_file, "\\0001\\prepared.txt"},
+                    death{"sorting", change::create_file, "\\0002\\nspamdict.col"},
+                    death{"the_sorted_marker", change::create_file, "\\0002\\prepared.txt"},
+                    death{"leaving_folder_1", change::delete_file, "\\0001\\prepared.txt"},
+                    death{"finalizing_good", change::create_file, "\\0004\\prepared.txt"},
+                    death{"the_good_list", change::delete_file, "base\\nspamdict.idx"},
+                    death{"a_good_atom", change::rename_file, "base\\nspamdict0001.bye"},
+                    death{"the_second_half", change::delete_file, "base\\spamdict.lst"},
+                    death{"a_spam_atom", change::rename_file, "base\\spamdict0001.bye"},
+                    death{"leaving_folder_3", change::remove_folder, "\\0003\\"}),
+    [](const auto& point) { return point.param.name; });
+
+TEST_F(repair, sorts_again_what_is_damaged_behind_the_sorting) {
+    const struct {
+        const char* file;
+        std::size_t at;
+        std::pair<unsigned, unsigned> learned;
+    } rows[] = {
+        {"0002/data.bys", 4, {24, 25}},       // the signature of the first message
+        {"0002/spamdict.col", 0, {25, 25}},   // nothing of the plan can be read
+        {"0002/nspamdict.col", 12, {25, 25}}, // a name's length
+        {"0003/spamdict0000.bye", 0, {25, 25}},
+    };
+    root.start();
+    root.train(1, 30);
+    root.kill();
+    child_process engine("mortal_engine",
+                         std::to_string(static_cast<int>(change::create_file)) + " \\0004\\prepared.txt");
+    engine_root::wait_for("the mortal engine", [] { return engine_root::process() != 0; });
+    root.append(2, 20);
+    root.force();
+    ASSERT_EQ(engine.join(), child_process::killed);
+    save();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.file);
+        restore();
+        const fs::path file = root.transact() / row.file;
+        // Not the bytes of the base, of which it may be a link.
+        const std::string bytes = flipped(read_file(file), row.at);
+        fs::remove(file);
+        write_file(file, bytes);
+        run("verify", 1);
+        run("repair --yes", 0);
+        EXPECT_TRUE(holds(run("repair", 0), "nothing to do"));
+        expect_to_learn(row.learned.first, row.learned.second);
+    }
+}
+
+TEST(trim, drops_the_ids_of_what_was_forgotten) {
+    engine_root root;
+    write_file(root.path() / "advanced.ini", "training delay = 3600\noptimal base size per half = 20\n"
+                                             "optimal one dict size = 10\nmin optimal one dict size = 5\n");
+    root.start();
+    for (unsigned series = 1; series <= 4; ++series)
+        root.train(series, 30);
+    root.stop();
+    const engine_view view(root.client().working_directory());
+    const std::uint32_t oldest = view.half("spamdict").oldest;
+    const std::string folder = root.client().working_directory() + "base\\";
+    constexpr std::uint32_t first_time = 213'000'000;
+    ASSERT_GT(oldest, first_time + 1000 + 28); // series 1 is forgotten
+    unsigned stale = 0;
+    for (unsigned series = 1; series <= 4; ++series)
+        for (unsigned i = 0; i < 30; i += 2)
+            stale += first_time + series * 1000 + i < oldest ? 1 : 0;
+    const std::string head = "spamdict: ";
+    const std::string counts = std::to_string(stale) + " of 60 message IDs";
+    const std::string before = read_file(root.base() / "spamdict.lst");
+    EXPECT_TRUE(holds(run("trim --dry-run", 0), head + "would drop " + counts));
+    EXPECT_TRUE(read_file(root.base() / "spamdict.lst") == before);
+    EXPECT_TRUE(holds(run("trim", 0), head + "dropped " + counts));
+    EXPECT_LT(read_file(root.base() / "spamdict.lst").size(), before.size());
+    EXPECT_TRUE(holds(run("trim", 0), head + "dropped 0 of " + std::to_string(60 - stale)));
+    run("verify", 0);
+
+    // What is left answers as before, and the engine goes on with it.
+    const auto expect_ids = [&] {
+        msidmap map(folder, "spamdict");
+        for (unsigned series = 1; series <= 4; ++series)
+            for (unsigned i = 0; i < 30; i += 2) {
+                const std::uint32_t time = first_time + series * 1000 + i;
+                const std::string id =
+                    make_msid("<" + std::to_string(series) + "." + std::to_string(i) + ">", "", "", "");
+                EXPECT_EQ(map.search(id), time < oldest ? 0 : time) << id;
+            }
+        return map.records();
+    };
+    EXPECT_EQ(expect_ids(), 60 - stale);
+    root.start();
+    root.train(5, 10);
+    root.stop();
+    EXPECT_EQ(expect_ids(), 65 - stale);
+    run("verify", 0);
+}
+
+} // namespace
+} // namespace tvr

@@ -1,0 +1,21 @@
+// Keeps the engine away while its files are changed.
+#pragma once
+
+#include <string>
+
+#include "platform/presence.h"
+
+namespace tvr {
+
+// Takes the engine's place among the processes, so that none starts while the object lives. Clients go on:
+// what they append waits in the cache.
+class engine_pause {
+public:
+    // The reason of a failure, or an empty text: an engine runs, or one that was told to stop doesn't end.
+    std::string begin();
+
+private:
+    platform::presence m_presence;
+};
+
+} // namespace tvr

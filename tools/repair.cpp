@@ -1,0 +1,136 @@
+// tvrctl repair: puts the user's files right, as far as that goes.
+
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <sstream>
+
+#include "dict/dictbase.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/process.h"
+#include "settings/common_settings.h"
+#include "tools/command.h"
+#include "tools/engine_pause.h"
+#include "tools/progress.h"
+#include "tools/repair_plan.h"
+#include "tools/state_check.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr int defective = 1;
+constexpr std::uint32_t lock_patience = 30000; // milliseconds
+constexpr unsigned most_rounds = 8;            // plans that follow each other
+
+struct repair_options {
+    bool yes = false;
+    bool dry = false;
+};
+
+// True if nothing is wrong.
+bool tell_state(const char* when, const std::string& folder) {
+    std::ostringstream lines; // apart from the bar
+    state_check check(folder, false, lines);
+    {
+        progress bar("Checking", !platform::is_terminal(stderr));
+        check.on_progress([&](std::uint64_t done, std::uint64_t total) {
+            bar.show(done, total, grouped(done) + " files");
+        });
+        check.run();
+    }
+    std::cout << when << ":\n"
+              << lines.str() << grouped(check.files()) << " files, " << grouped(check.defects())
+              << " defects\n";
+    return check.defects() == 0;
+}
+
+bool is_confirmed() {
+    if (!platform::is_terminal(stdin)) {
+        std::cout << "Nothing was changed; --yes does it.\n";
+        return false;
+    }
+    std::cout << "Do it? [y/N] " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+// The reason of a failure, or an empty text.
+std::string run_steps(repair_folder& folder) {
+    const std::string lock_path = folder.working() + "base\\transact\\lock.bin";
+    file_lock lock(lock_path);
+    if (!lock.acquire_within(lock_patience))
+        return platform::last_error() == platform::error::sharing_violation
+                   ? platform::display_path(lock_path) + ": another process holds the cache all the time"
+                   : platform::display_path(lock_path) + ": can't be made";
+    std::string why;
+    for (unsigned round = 0; round < most_rounds && why.empty(); ++round) {
+        const std::vector<repair_step> steps = plan_repair(folder);
+        if (steps.empty())
+            break;
+        progress bar("Repairing", !platform::is_terminal(stderr));
+        std::size_t done = 0;
+        for (const repair_step& step : steps) {
+            bar.show(done++, steps.size(), step.text);
+            if (why = step.run(); !why.empty())
+                break;
+            bar.clear();
+            std::cout << "Done: " << step.text << "\n";
+        }
+    }
+    lock.release();
+    return why;
+}
+
+int repair(const repair_options& options) {
+    const std::string working = common_settings::working_directory();
+    if (working.empty())
+        return fail("the user's folder can't be found or made");
+    engine_pause pause;
+    if (const std::string why = pause.begin(); !why.empty())
+        return fail(why);
+    repair_folder folder(working);
+    const bool sound = tell_state("Before", working);
+    const std::vector<repair_step> steps = plan_repair(folder);
+    if (steps.empty()) {
+        std::cout << "There is nothing to do.\n";
+        return std::cout.flush() ? (sound ? exit_code::done : defective) : exit_code::failed;
+    }
+    std::cout << "To be done:\n";
+    for (const repair_step& step : steps)
+        std::cout << "  " << step.text << "\n";
+    if (options.dry || (!options.yes && !is_confirmed()))
+        return std::cout.flush() ? defective : exit_code::failed;
+    const std::string why = run_steps(folder);
+    if (!why.empty())
+        fail(why);
+    const bool good = tell_state("After", working);
+    if (!folder.aside().empty())
+        std::cout << "What was set aside is in " << platform::display_path(folder.aside()) << "\n";
+    if (!std::cout.flush())
+        return fail("standard output can't be written");
+    return good && why.empty() ? exit_code::done : defective;
+}
+
+} // namespace
+
+void add_repair(CLI::App& program, int& code) {
+    auto options = std::make_shared<repair_options>();
+    CLI::App* command = program.add_subcommand("repair", "Put the engine's files right");
+    auto* yes = command->add_flag("-y,--yes", options->yes, "Don't ask");
+    command->add_flag("-n,--dry-run", options->dry, "Only tell what is to be done")->excludes(yes);
+    command->footer(
+        "The engine must not run. What can be made anew is made anew, the rest is set aside in the folder\n"
+        "\"repair\" among the user's data; nothing is deleted. A training that was stuck goes on at the "
+        "engine's\n"
+        "next start.\n\n"
+        "Exit code: 0 if the files are sound, 1 if not (or not yet); 3 an error.\n\n"
+        "Examples:\n"
+        "  tvrctl stop; tvrctl repair\n"
+        "  tvrctl repair --dry-run");
+    command->callback([options, &code] { code = repair(*options); });
+}
+
+} // namespace tvr
