@@ -241,6 +241,7 @@ private:
         case stage_fault::merge_broken_off:
             return plan_merge();
         case stage_fault::base_missing:
+        case stage_fault::generation_unmarked:
             return regenerate();
         case stage_fault::time_mark_missing:
             return add("write " + shown(problem.path) + " anew",

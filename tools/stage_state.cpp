@@ -124,14 +124,17 @@ void stage_state::add_batch_problems(std::vector<stage_problem>& found) const {
     } else if (exists(1) && !marked(1)) {
         found.push_back({stage_fault::copy_left, 1, folder(1), "an empty stage without its marker"});
     }
+    const bool publishes = publishing_cut_off() || (!marked(2) && marked(3) != marked(4));
     for (unsigned stage = 2; stage <= stages; ++stage) {
-        const bool publishes =
-            stage == 6 && (publishing_cut_off() || (marked(3) && !marked(2) && !marked(4)));
-        if (!exists(stage) || marked(stage) || publishes || (stage == 2 && moved_on && marked(1)))
-            continue;
         const bool holds_batch = stage == 2 && moved_on;
-        found.push_back({holds_batch ? stage_fault::batch_moved_on : stage_fault::broken_off, stage,
-                         folder(stage), "a stage without its marker: it was broken off"});
+        if (!exists(stage) || marked(stage) || (stage == 6 && publishes) || (holds_batch && marked(1)))
+            continue;
+        if (stage == 6 && !marked(3) && !marked(4))
+            found.push_back({stage_fault::generation_unmarked, stage, folder(stage),
+                             "both halves are in place, but no compiled base was made of them"});
+        else
+            found.push_back({holds_batch ? stage_fault::batch_moved_on : stage_fault::broken_off, stage,
+                             folder(stage), "a stage without its marker: it was broken off"});
     }
 }
 
@@ -139,7 +142,7 @@ void stage_state::add_base_problems(std::vector<stage_problem>& found) const {
     if (is_file(m_transact + "~~autotrain.bys"))
         found.push_back({stage_fault::merge_broken_off, 0, m_transact + "~~autotrain.bys",
                          "left of a merge of waiting messages that was broken off"});
-    const bool generates = marked(6) || (marked(3) && marked(4)) || marked(2);
+    const bool generates = exists(6) || (marked(3) && marked(4)) || marked(2);
     if (is_file(m_base + "cashe.rgd")) {
         if (!generates && !is_file(m_base + "cashe.mrk"))
             found.push_back({stage_fault::time_mark_missing, 0, m_base + "cashe.mrk",
@@ -163,6 +166,7 @@ std::vector<stage_problem> stage_state::problems(bool quiet) const {
         found, [](const stage_problem& problem) { return problem.fault == stage_fault::publishing_cut_off; });
     for (stage_problem& problem : found)
         if (problem.fault == stage_fault::broken_off || problem.fault == stage_fault::batch_unmarked ||
+            problem.fault == stage_fault::generation_unmarked ||
             (problem.fault == stage_fault::batch_moved_on && problem.stage == 2)) {
             problem.fault = stage_fault::copy_left;
             problem.reason = "a stage without its marker; the engine may be at work on it";

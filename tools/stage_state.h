@@ -9,18 +9,19 @@
 namespace tvr {
 
 enum class stage_fault {
-    batch_missing,      // stage 1 is marked
-    batch_moved_on,     // to stage 2, which was not marked any more
-    batch_unmarked,     // in stage 1
-    messages_missing,   // stage 2 is marked
-    half_alone,         // stage 3 or 4 is marked, without the other and without stage 2
-    half_out_of_turn,   // stage 4 is marked without 3
-    publishing_cut_off, // both halves are marked, but part of one is in the base already
-    broken_off,         // a stage without its marker
-    merge_broken_off,   // of the snapshot with new messages
-    base_missing,       // the compiled one
-    time_mark_missing,  // of the compiled base
-    copy_left,          // no fault: a stage that the engine begins anew
+    batch_missing,       // stage 1 is marked
+    batch_moved_on,      // to stage 2, which was not marked any more
+    batch_unmarked,      // in stage 1
+    messages_missing,    // stage 2 is marked
+    half_alone,          // stage 3 or 4 is marked, without the other and without stage 2
+    half_out_of_turn,    // stage 4 is marked without 3
+    publishing_cut_off,  // both halves are marked, but part of one is in the base already
+    generation_unmarked, // both halves are in place
+    broken_off,          // a stage without its marker
+    merge_broken_off,    // of the snapshot with new messages
+    base_missing,        // the compiled one
+    time_mark_missing,   // of the compiled base
+    copy_left,           // no fault: a stage that the engine begins anew
 };
 
 struct stage_problem {

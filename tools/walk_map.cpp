@@ -151,11 +151,15 @@ void walk_list(file_view& file, view_sink& sink) {
     sink.field("live", live);
     sink.field("dead", dead);
     if (told_records < live || told_records > live + dead)
-        sink.defect(start + 8, "the header tells " + grouped(told_records) + " records, there are " +
-                                   grouped(live) + " and " + grouped(dead) + " dead ones");
+        sink.wrong_total(start + 8,
+                         "the header tells " + grouped(told_records) + " records, there are " +
+                             grouped(live) + " and " + grouped(dead) + " dead ones",
+                         static_cast<std::uint32_t>(live));
     if (told_garbage > dead_bytes)
-        sink.defect(start + 12, "the header tells " + grouped(told_garbage) +
-                                    " bytes of dead records, there are " + grouped(dead_bytes));
+        sink.wrong_total(start + 12,
+                         "the header tells " + grouped(told_garbage) + " bytes of dead records, there are " +
+                             grouped(dead_bytes),
+                         static_cast<std::uint32_t>(dead_bytes));
 }
 
 void walk_index(file_view& file, view_sink& sink) {

@@ -123,6 +123,11 @@ void presence::set_visible(bool visible) noexcept {
         ShowWindow(m_state->window, visible ? SW_SHOWNA : SW_HIDE);
 }
 
+// The window of another process tells nothing once it is gone.
+std::uint32_t presence::previous_process() const noexcept {
+    return 0;
+}
+
 void presence::run() {
     if (!m_state)
         return;
