@@ -26,7 +26,7 @@ namespace tvr {
 namespace {
 
 constexpr std::string_view unfinished_folder = "repair\\unfinished\\";
-constexpr std::size_t list_head = 16; // bytes
+constexpr std::uint64_t most_in_vain = 64; // bytes read for each byte of damage
 
 std::string failure(const std::string& path, const char* what) {
     return platform::display_path(path) + ": " + what + " (error " + std::to_string(platform::last_error()) +
@@ -206,7 +206,8 @@ std::string repair_folder::replace(const std::string& made, const std::string& p
 cache_scan scan_cache(const std::string& path) {
     cache_scan scan;
     file_view file(path);
-    std::uint64_t at = 4; // behind the count
+    std::uint64_t at = 4;      // behind the count
+    std::uint64_t in_vain = 0; // bytes that were read of what is no record
     std::optional<std::uint64_t> next = at;
     for (file.go_to(at); next && file.has(1); file.go_to(at)) {
         if (const auto end = record_end(file, at)) {
@@ -217,7 +218,11 @@ cache_scan scan_cache(const std::string& path) {
             at = *end;
             continue;
         }
+        // What looks like records again and again is not worth any time.
+        in_vain += file.position() - std::min(file.position(), at);
         next = next_record(file, at);
+        if (next && in_vain > most_in_vain * (*next + file_view::piece))
+            next.reset();
         if (next) {
             scan.lost += *next - at;
             at = *next;

@@ -111,7 +111,7 @@ void stage_state::add_half_problems(std::vector<stage_problem>& found) const {
 }
 
 void stage_state::add_batch_problems(std::vector<stage_problem>& found) const {
-    const bool moved_on = !marked(2) && m_has_messages && !m_has_batch;
+    const bool moved_on = !marked(2) && m_has_messages && !m_has_batch && !marked(3) && !marked(4);
     if (marked(1) && !m_has_batch)
         found.push_back({moved_on ? stage_fault::batch_moved_on : stage_fault::batch_missing, 1, marker(1),
                          "the engine is stuck: the marked batch isn't there"});
