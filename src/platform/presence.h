@@ -25,7 +25,8 @@ public:
     // The message that ends the process at once with exit code -1 while run() pumps; 0 for none.
     void set_private_message(std::uint32_t number) noexcept;
     void set_visible(bool visible) noexcept;
-    // The process that had the presence before this one, and may still be about to end; 0 if that isn't known.
+    // The process that had the presence before this one, and may still be about to end; 0 if that isn't
+    // known.
     [[nodiscard]] std::uint32_t previous_process() const noexcept;
     // Serves requests until somebody asks to close; the presence is given up before it returns.
     void run();
