@@ -77,7 +77,8 @@ void add_trim(CLI::App& program, int& code) {
     command->footer(
         "The engine forgets old messages, but keeps their IDs. The engine must not run meanwhile. IDs that\n"
         "are older than the oldest atom of their half go.\n\n"
-        "Example:\n"
+        "Examples:\n"
+        "  tvrctl trim --dry-run\n"
         "  tvrctl stop; tvrctl trim");
     command->callback([dry, &code] { code = trim(*dry); });
 }
