@@ -144,13 +144,21 @@ bool transaction::__sorting_stage() {
             return false;
         }
     }
-    if (!platform::move_file(batch_path, folder.path_of(stage_number::sorted, "data.bys"))) {
+    const std::string sorted_path = folder.path_of(stage_number::sorted, "data.bys");
+    if (!platform::move_file(batch_path, sorted_path)) {
         const std::uint32_t code = platform::last_error();
         TVR_LOG(transact_log, "[-] Stage S_SORTED failed to move data file (0x%08X)", code);
         return false;
     }
     TVR_LOG(transact_log, "[i] Stage S_SORTED is prepared.");
     m_holder._mark_prepared(stage_number::sorted);
+    if (!m_holder._is_success(stage_number::sorted)) {
+        // The batch goes only after the marker: the stage runs again.
+        const std::uint32_t code = platform::last_error();
+        TVR_LOG(transact_log, "[-] Stage S_SORTED can't be marked (%d)", printable(code));
+        platform::move_file(sorted_path, batch_path);
+        return false;
+    }
     folder.remove(stage_number::entered);
     if (logger::enabled())
         keep_batch_copy();

@@ -265,15 +265,26 @@ bool transaction::__entering_stage() {
     temp_folder& folder = m_holder.folder();
     folder.prepare(stage_number::entered);
     std::string target;
-    folder.tmp_filename_for_stage(stage_number::entered, target, true);
+    const bool has_target = folder.tmp_filename_for_stage(stage_number::entered, target, true);
     const platform::locker locker(m_feedlock);
     const std::string snapshot = tilde_name(m_cache.path());
-    link_or_copy(snapshot, target, false);
-    if (platform::delete_file(snapshot)) {
-        m_holder._mark_prepared(stage_number::entered);
-    } else {
+    // Without a copy the snapshot stays, for the next training.
+    if ((!has_target || !link_or_copy(snapshot, target, false)) && file_exists(snapshot)) {
+        const std::uint32_t code = platform::last_error();
+        TVR_LOG(transact_log, "[-] unable to take over the snapshot (%d)", static_cast<int>(code));
+        return true;
+    }
+    if (!platform::delete_file(snapshot)) {
         const std::uint32_t code = platform::last_error();
         TVR_LOG(transact_log, "[i] unable to delete source (%d)", static_cast<int>(code));
+        return true;
+    }
+    m_holder._mark_prepared(stage_number::entered);
+    if (!m_holder._is_success(stage_number::entered)) {
+        const std::uint32_t code = platform::last_error();
+        TVR_LOG(transact_log, "[-] unable to mark stage 1 (%d), the snapshot goes back",
+                static_cast<int>(code));
+        platform::move_file(target, snapshot);
     }
     return true;
 }
