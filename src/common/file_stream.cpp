@@ -155,12 +155,12 @@ bool file_stream::write_through(const void* data, std::size_t size) {
         return true;
     }
     m_file_position = unknown;
+    m_lost = true;
     return false;
 }
 
 bool file_stream::write_collected() {
     const bool written = m_used == 0 || write_through(m_buffer.get(), m_used);
-    m_lost |= !written;
     empty_buffer_at(position());
     return written;
 }

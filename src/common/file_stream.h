@@ -32,7 +32,7 @@ public:
     // The two common ways: for reading, shared for reading; new for writing, shared for reading.
     bool open_to_read(std::string_view path);
     bool create_to_write(std::string_view path);
-    // False if the stream wasn't open, or if any collected data since open() could not be written.
+    // False if the stream wasn't open, or if anything written since open() is lost.
     bool close();
     [[nodiscard]] bool is_open() const noexcept { return m_file.is_open(); }
 
@@ -66,7 +66,7 @@ public:
     std::optional<std::uint64_t> seek(std::int64_t distance, platform::origin from);
     [[nodiscard]] std::uint64_t position() const noexcept { return m_base + m_offset; } // 0 if not open
     std::optional<std::uint64_t> size(); // with what is still collected
-    // Hands the collected data to the system. False if any since open() was lost.
+    // Hands the collected data to the system. False if anything written since open() is lost.
     bool flush();
     bool set_end(); // cuts or grows the file to the position
 
@@ -100,7 +100,7 @@ private:
     std::uint64_t m_file_position = 0; // of m_file, so that it need not be asked or set
     platform::access m_rights = platform::access::none;
     bool m_writing = false; // the buffer is there and collects
-    bool m_lost = false;    // collected data could not be written
+    bool m_lost = false;    // something could not be written
 };
 
 } // namespace tvr

@@ -192,14 +192,19 @@ bool bye_atom::write_file(const std::string& target, dword_map& counts) {
         TVR_LOG(transact_log, "[i] .bye opening for writing failed (%s)", target.c_str());
         return false;
     }
-    header.write(file);
-    counts.flush_ordered(file);
+    bool whole = header.write(file) && counts.flush_ordered(file);
     if (msidmap* const own = msids()) {
         own->write_out(file);
         m_msids.reset();
     }
-    file.close();
-    return true;
+    whole = file.close() && whole;
+    if (whole)
+        return true;
+    // A cut atom would take the place of a good one: what was there stays, without the changes.
+    TVR_LOG(transact_log, "[-] .bye writing failed (%s)", target.c_str());
+    platform::delete_file(target);
+    link_or_copy(m_path, target, false);
+    return false;
 }
 
 void bye_atom::give_span_to(bye_atom& target) {

@@ -74,8 +74,8 @@ public:
     void apply_changes(dword_map& final, message_reader& reader, msid_access& msids);
     // Writes the atom with the differences of `final` to `folder`: a link if they change nothing, no file if
     // no token is left. `strict`: takes the differences as they are and clears `final`; otherwise no count
-    // falls below 0, and `final` keeps what could not be taken out. False if a file can't be opened or
-    // linked.
+    // falls below 0, and `final` keeps what could not be taken out. False if a file can't be opened, linked
+    // or written whole; in the last case the atom stands there as it was.
     bool rewrite(dword_map& final, std::string_view folder, bool strict);
     // Dissolves the atom: its span and message IDs go to `target` (may be null), its changes and all its
     // tokens to `final`. The file stays.

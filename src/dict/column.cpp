@@ -6,6 +6,7 @@
 #include "common/bytes.h"
 #include "common/file_stream.h"
 #include "common/files.h"
+#include "common/logger.h"
 #include "common/path.h"
 #include "dict/ring.h"
 
@@ -69,18 +70,23 @@ std::string bye_ring::col_path(std::uint32_t stage) {
     return folder().path_of(stage, m_name + ".col");
 }
 
-// deliberate: an old file is not cut. The count in the head makes what is left of it harmless.
+// deliberate: an old file is not cut. The count in the head makes what is left of it harmless. A file that
+// can't be written whole goes again: read as a part, it would cost the half all atoms that it doesn't name.
 void bye_ring::save_col(std::uint32_t stage) {
+    const std::string path = col_path(stage);
     file_stream file;
-    if (!file.open(col_path(stage), platform::access::read_write, platform::share::read,
+    if (!file.open(path, platform::access::read_write, platform::share::read,
                    platform::creation::open_always))
         return;
     column_head head;
     head.atoms = static_cast<std::uint32_t>(m_atoms.size());
-    head.header.write(file);
+    bool whole = head.header.write(file);
     for (const auto& atom : m_atoms)
-        atom->save_record(file);
-    file.close();
+        whole = whole && atom->save_record(file);
+    if (!file.close() || !whole) {
+        TVR_LOG(transact_log, "[-] .col writing failed (%s)", path.c_str());
+        platform::delete_file(path);
+    }
 }
 
 // What is missing behind the head of a damaged file is not reported: the ring gets the atoms that are there.
