@@ -161,8 +161,10 @@ bool msidmap::has_header() {
 void msidmap::grow_list(std::uint64_t needed) {
     if (!m_list)
         return;
-    if (!m_list->is_valid() || needed > m_list->size())
-        m_list->resize(needed + std::max(least_growth, needed / 4));
+    if (m_list->is_valid() && needed <= m_list->size())
+        return;
+    if (!m_list->resize(needed + std::max(least_growth, needed / 4)))
+        m_list->resize(needed); // a disk that is nearly full may have room for that
 }
 
 void msidmap::write_header() {

@@ -61,7 +61,8 @@ std::uint32_t pmanager::allocate_page() {
     }
     const std::uint64_t needed = std::uint64_t{offset} + page_view::size;
     // The view grows in steps ahead of the pages; the destructor cuts the file to what is in use.
-    if (needed > m_map.size() && !m_map.resize(needed + std::max(least_growth, needed / 2))) {
+    if (needed > m_map.size() && !m_map.resize(needed + std::max(least_growth, needed / 2)) &&
+        !m_map.resize(needed)) {
         mark_damaged();
         return 0;
     }

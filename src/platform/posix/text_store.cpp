@@ -87,8 +87,11 @@ bool replace_text_file(const std::string& native, std::size_t limit,
             return fail_path(fresh);
         if (!may_change(change::write_file, path))
             return false;
-        if (!write_all(file.get(), text))
-            return fail_errno();
+        if (!write_all(file.get(), text)) {
+            fail_errno();
+            unlink(fresh.c_str());
+            return false;
+        }
     }
     if (!may_change(change::rename_file, path))
         return false;
