@@ -42,6 +42,9 @@ void sandbox::save(const std::string& name) const {
 void sandbox::restore(const std::string& name) const {
     copy_tree(m_folder / name, root());
 }
+void sandbox::fill(const std::string& name) const {
+    fs::copy(m_folder / name, root(), fs::copy_options::recursive);
+}
 void sandbox::empty() const {
     fs::remove_all(root());
     fs::create_directory(root());

@@ -28,6 +28,7 @@ public:
     [[nodiscard]] std::filesystem::path base() const { return m_folder / "root" / base_folder; }
     void save(const std::string& name) const;    // the root under a name
     void restore(const std::string& name) const; // the root as it was saved
+    void fill(const std::string& name) const;    // into the empty root
     void empty() const;                          // a root without anything
     [[nodiscard]] files content() const;
 
