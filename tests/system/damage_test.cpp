@@ -39,6 +39,7 @@
 #include "tools/engine_view.h"
 #include "tools/inspection.h"
 #include "tools/mail_source.h"
+#include "tools/record_stream.h"
 #include "tools/setting_list.h"
 #include "tools/state_check.h"
 #include "tools/waiting_mail.h"
@@ -152,6 +153,11 @@ struct scene {
         base_text_sum sum;
         (void)export_base(
             engine("base\\"), [&](std::string_view line) { return files["export"] += line, true; }, sum);
+        std::ostringstream records;
+        record_writer writer(records);
+        writer.write(four_messages(0));
+        writer.finish();
+        files["records"] = records.str();
         files["mail"] = "From a@b Thu Aug 22 18:30:05 2002\n" +
                         read_file(fs::directory_iterator(TVR_SAMPLE_MAIL "/spam")->path()).substr(0, 4000);
         files["log"] = "2006/07/14 09:05:03   a\r\n2006/07/14 09:05:02   b\r\nr of it\r\n";
@@ -161,7 +167,7 @@ struct scene {
         base = snapshot();
     }
 
-    void append(unsigned first) const {
+    static record_batch four_messages(unsigned first) {
         record_batch batch;
         for (unsigned i = first; i < first + 4; ++i) {
             const bool spam = i % 2 == 0;
@@ -171,7 +177,12 @@ struct scene {
             const std::string msid = "<" + std::to_string(i) + ">";
             batch.add({.msid = msid, .spam = spam, .size = 100, .time = some_time + i}, tokens);
         }
-        EXPECT_EQ(cache_writer(engine("base\\transact\\autotrain.bys")).append(batch), append_result::done);
+        return batch;
+    }
+
+    void append(unsigned first) const {
+        EXPECT_EQ(cache_writer(engine("base\\transact\\autotrain.bys")).append(four_messages(first)),
+                  append_result::done);
     }
 
     // Folds what waits in the cache. Never ends without a new mark: then nothing is left that could be ended.
@@ -443,6 +454,15 @@ void read_export(const scene& s, const std::string& bytes) {
     EXPECT_EQ(why.empty(), !fs::is_empty(s.path("base/transact"))) << why;
 }
 
+void read_records(const scene&, const std::string& bytes) {
+    std::istringstream stream(bytes);
+    record_reader reader(stream);
+    record_batch batch;
+    while (reader.next(batch))
+        continue;
+    EXPECT_TRUE(!reader.error().empty() || reader.position() == bytes.size());
+}
+
 void read_mail(const scene& s, const std::string& bytes) {
     s.put("mail", bytes);
     mail_source source([](const std::string& name, const std::string& reason) {
@@ -589,10 +609,10 @@ INSTANTIATE_TEST_SUITE_P(
                     kind{"rgd", 200, read_base}, kind{"mrk", 200, read_mark}, kind{"lst", 200, read_list},
                     kind{"idx", 60, read_index}, kind{"col", 200, read_columns}, kind{"bys", 200, read_cache},
                     kind{"trr", 150, read_archive}, kind{"ipc", 200, read_signals},
-                    kind{"export", 60, read_export}, kind{"mail", 100, read_mail},
-                    kind{"log", 200, read_logs}, kind{"xlt", 60, read_table},
-                    kind{"registry", 60, read_registry}, kind{"batch", 40, train_on_batch},
-                    kind{"learned_atom", 40, train_on_atom}, kind{"learned_list", 40, train_on_list}),
+                    kind{"export", 60, read_export}, kind{"records", 200, read_records},
+                    kind{"mail", 100, read_mail}, kind{"log", 200, read_logs}, kind{"xlt", 60, read_table},
+                    kind{"registry", 60, read_registry}, kind{"batch", 25, train_on_batch},
+                    kind{"learned_atom", 25, train_on_atom}, kind{"learned_list", 25, train_on_list}),
     [](const auto& tested) { return tested.param.name; });
 
 } // namespace
