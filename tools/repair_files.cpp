@@ -293,7 +293,8 @@ std::string remake_map(const std::string& list, repair_folder& folder,
     }
     if (!written)
         return failure(new_list, "can't be written");
-    // The index goes first: without one, any list is right.
+    // The index goes first: without one, any list is right. The engine makes one where there is none.
+    const bool had_index = is_file(index);
     if (std::string why = folder.set_aside(index); !why.empty())
         return why;
     if (kept == 0)
@@ -306,7 +307,7 @@ std::string remake_map(const std::string& list, repair_folder& folder,
     flushed.close();
     if (std::string why = folder.replace(new_list, list); !why.empty())
         return why;
-    return folder.replace(new_index, index);
+    return had_index ? folder.replace(new_index, index) : std::string();
 }
 
 std::string write_patched(const std::string& from,

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <functional>
 #include <sstream>
 #include <unistd.h>
 
@@ -322,16 +323,28 @@ INSTANTIATE_TEST_SUITE_P(
                     death{"leaving_folder_3", change::remove_folder, "\\0003\\"}),
     [](const auto& point) { return point.param.name; });
 
-TEST_F(repair, sorts_again_what_is_damaged_behind_the_sorting) {
+// The engine dies with stages 2 and 3 marked, and all of 4 there but its marker.
+TEST_F(repair, begins_again_or_goes_on_behind_the_sorting) {
+    const auto flip = [&](const char* name, std::size_t at) {
+        const fs::path file = root.transact() / name;
+        const std::string bytes = flipped(read_file(file), at);
+        fs::remove(file); // it may be a link of a file in the base
+        write_file(file, bytes);
+    };
+    const auto drop = [&](const char* name) { fs::remove_all(root.transact() / name); };
+    const auto mark = [&](const char* name) { write_file(root.transact() / name, "prepared\0"s); };
     const struct {
-        const char* file;
-        std::size_t at;
+        const char* name;
+        std::function<void()> damage;
         std::pair<unsigned, unsigned> learned;
     } rows[] = {
-        {"0002/data.bys", 4, {24, 25}},       // the signature of the first message
-        {"0002/spamdict.col", 0, {25, 25}},   // nothing of the plan can be read
-        {"0002/nspamdict.col", 12, {25, 25}}, // a name's length
-        {"0003/spamdict0000.bye", 0, {25, 25}},
+        {"a message", [&] { flip("0002/data.bys", 4); }, {24, 25}},
+        {"a plan", [&] { flip("0002/spamdict.col", 0); }, {25, 25}},
+        {"a path in a plan", [&] { flip("0002/nspamdict.col", 12); }, {25, 25}},
+        {"a finished atom", [&] { flip("0003/spamdict0000.bye", 0); }, {25, 25}},
+        {"the messages", [&] { drop("0002/data.bys"); }, {25, 15}}, // the spam of them is learned
+        {"stage 3", [&] { drop("0003/prepared.txt"), mark("0004/prepared.txt"); }, {25, 25}},
+        {"stages 2 and 3", [&] { drop("0002"), drop("0003"), mark("0004/prepared.txt"); }, {15, 25}},
     };
     root.start();
     root.train(1, 30);
@@ -344,17 +357,42 @@ TEST_F(repair, sorts_again_what_is_damaged_behind_the_sorting) {
     ASSERT_EQ(engine.join(), child_process::killed);
     save();
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.file);
+        SCOPED_TRACE(row.name);
         restore();
-        const fs::path file = root.transact() / row.file;
-        // Not the bytes of the base, of which it may be a link.
-        const std::string bytes = flipped(read_file(file), row.at);
-        fs::remove(file);
-        write_file(file, bytes);
+        row.damage();
         run("verify", 1);
         run("repair --yes", 0);
         EXPECT_TRUE(holds(run("repair", 0), "nothing to do"));
         expect_to_learn(row.learned.first, row.learned.second);
+    }
+}
+
+// A snapshot of 20 messages that was being joined with 10 new ones: each counts once.
+TEST_F(repair, ends_a_merge_of_waiting_messages) {
+    root.append(1, 20);
+    const std::string old = read_file(root.transact() / "autotrain.bys");
+    root.append(2, 10);
+    const std::string both = read_file(root.transact() / "autotrain.bys");
+    const std::string fresh = le(10) + both.substr(old.size());
+    const struct {
+        const char* point;
+        std::string merged, snapshot;
+    } rows[] = {
+        {"after the copy", old, old},
+        {"within the append", cut(both, 100), old},
+        {"before the new snapshot is there", both, ""},
+        {"after it", both, both},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.point);
+        fs::remove_all(data());
+        write_file(root.transact() / "autotrain.bys", fresh);
+        write_file(root.transact() / "~~autotrain.bys", row.merged);
+        if (!row.snapshot.empty())
+            write_file(root.transact() / "~autotrain.bys", row.snapshot);
+        EXPECT_TRUE(holds(run("verify", 1), "a merge of waiting messages"));
+        run("repair --yes", 0);
+        expect_to_learn(15, 15);
     }
 }
 
