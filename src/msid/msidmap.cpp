@@ -204,7 +204,7 @@ msidmap::chain msidmap::measure_chain(std::size_t offset, std::string_view id, c
     for (std::size_t at = offset; read_record(list, at, record); at += record.size) {
         if (record.value == 0 || key11::of(record.id) != key)
             break;
-        if (record.id == id)
+        if (!result.match && record.id == id)
             result.match = at;
         result.bytes += record.size;
         ++result.records;
@@ -242,8 +242,7 @@ bool msidmap::insert(std::string_view id, std::uint32_t value) {
     write_record(at + moved, id, value);
     ++m_records;
     write_header();
-    m_tree->insert(key, static_cast<std::uint32_t>(end), !follows);
-    remake_damaged_index();
+    tell_index(key, static_cast<std::uint32_t>(end), !follows);
     check_garbage();
     return true;
 }
@@ -283,8 +282,9 @@ bool msidmap::remove(std::string_view id) {
     check_garbage();
     // deliberate: this counts as an insertion of the index, which is then made anew at the next opening.
     if (found.records == 1 && m_tree)
-        m_tree->insert(key, 0, false);
-    remake_damaged_index();
+        tell_index(key, 0, false);
+    else if (m_tree && m_tree->damaged())
+        __rebuild_index(true);
     return true;
 }
 
@@ -326,8 +326,12 @@ void msidmap::check_garbage() {
         __rebuild_index(true);
 }
 
-void msidmap::remake_damaged_index() {
-    if (m_tree && m_tree->damaged())
+// An index that doesn't know what it has just been told is damaged, and made anew.
+void msidmap::tell_index(const key11& key, std::uint32_t offset, bool replace) {
+    m_tree->insert(key, offset, replace);
+    const std::uint32_t known = m_tree->find(key);
+    const bool sound = replace || offset == 0 ? known == offset : known != 0 && known <= offset;
+    if (!sound || m_tree->damaged())
         __rebuild_index(true);
 }
 

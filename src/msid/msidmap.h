@@ -79,7 +79,7 @@ private:
     bool upgrade();
     bool __rebuild_index(bool with_index);
     void check_garbage();
-    void remake_damaged_index();
+    void tell_index(const key11& key, std::uint32_t offset, bool replace);
     void drop_files();
     void copy_in(file_stream& file);
 
