@@ -3,6 +3,7 @@
 #include "client/cache_writer.h"
 #include "common/path.h"
 #include "platform/error.h"
+#include "platform/file.h"
 #include "platform/presence.h"
 #include "platform/process.h"
 #include "settings/common_settings.h"
@@ -39,7 +40,7 @@ struct training_client::state {
     std::string find_working_directory() {
         std::string folder = common_settings::working_directory();
         const std::string wanted = folder + std::string(cache_folder);
-        if (!folder.empty() && (make_folders(wanted) || file_exists(wanted)))
+        if (!folder.empty() && (make_folders(wanted) || platform::get_attributes(wanted)))
             return folder;
         status = {ipc_error::no_folder, folder.empty() ? "the user's folder can't be found or made"
                                                        : wanted + ": " + reason(platform::last_error())};

@@ -14,7 +14,7 @@ std::string_view folder_part(std::string_view path); // up to and with the last 
 std::string tilde_name(std::string_view path);
 void add_backslash(std::string& path); // unless it ends with one, or is empty
 
-bool file_exists(std::string_view path); // it can be opened with no rights asked; a file or a folder
+bool file_exists(std::string_view path); // it can be opened with no rights asked, which a folder can't
 // Makes every folder of the path. False if the last one could not be made (183: it was there).
 bool make_folders(std::string_view path);
 

@@ -48,7 +48,7 @@ public:
     file(const file&) = delete;
     file& operator=(const file&) = delete;
 
-    // Opens a file, closing the one held before. A folder gives 5, except with access::none. A write
+    // Opens a file, closing the one held before. A folder gives 5. A write
     // access to a file with the read-only attribute gives 5. `attributes` are those of a new file;
     // attribute::temporary also says that flush() need not reach the disk.
     bool open(std::string_view path, access rights, share sharing, creation mode,
@@ -104,11 +104,12 @@ std::optional<std::string> make_temp_file(std::string_view folder, std::string_v
 // The user's folder of temporary files, with a trailing backslash. Private to the user.
 std::string temp_folder_path();
 
-std::string current_directory(); // without a trailing backslash
+std::string current_directory(); // without a trailing backslash, but for a root folder
 bool set_current_directory(std::string_view path);
 
-// For onlookers: reads up to `size` bytes at `offset` (bytes), and takes no part in sharing, so that nobody
-// who works on the file is hindered. The number read; nothing if the file can't be opened or read.
+// For onlookers: reads up to `size` bytes at `offset` (bytes), and hinders nobody who works on the file. On
+// the reference platform a read counts as one for as long as it takes: it fails with 32 where reading isn't
+// shared. The number read; nothing if the file can't be opened or read.
 std::optional<std::size_t> peek_file(std::string_view path, std::uint64_t offset, void* buffer,
                                      std::size_t size);
 // The path as the users of this system write it, and the reverse.

@@ -58,7 +58,7 @@ public:
     event& operator=(const event&) = delete;
 
     bool create(bool manual_reset);           // unnamed, unsignalled
-    bool create_named(std::string_view name); // auto-reset; opens an existing one
+    bool create_named(std::string_view name); // auto-reset, opens an existing one; 1 to 100 bytes
     void close() noexcept;                    // not while another thread waits on it
     [[nodiscard]] bool is_open() const noexcept;
 

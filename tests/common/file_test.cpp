@@ -61,7 +61,7 @@ TEST_F(files, a_stream_is_a_string_with_a_position) {
         put(model);
         std::size_t place = 0;
         file_stream stream;
-        ASSERT_TRUE(stream.open(at("f"), platform::access::read_write, platform::share::none,
+        ASSERT_TRUE(stream.open(at("f"), platform::access::read_write, platform::share::read,
                                 platform::creation::open_existing));
         std::vector<char> buffer(most);
         for (int step = 0; step < 600; ++step) {

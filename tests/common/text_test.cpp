@@ -133,8 +133,10 @@ TEST(path_test, folders_are_made_and_proved) {
     EXPECT_FALSE(make_folders(root.engine_path("file\\e")));
     EXPECT_EQ(check_directory(root.engine_path("file")), folder_state::not_creatable_file);
     EXPECT_EQ(check_directory(root.engine_path("file\\e")), folder_state::not_writable);
-    EXPECT_TRUE(file_exists(root.engine_path("file")) && file_exists(root.engine_path("a\\b")));
-    EXPECT_FALSE(file_exists(root.engine_path("no")) || file_exists(""));
+    EXPECT_TRUE(file_exists(root.engine_path("file")));
+    for (const char* no_file : {"a\\b", "a\\b\\", "no"})
+        EXPECT_FALSE(file_exists(root.engine_path(no_file))) << no_file;
+    EXPECT_FALSE(file_exists(""));
 }
 
 TEST(path_test, the_registry_names_the_root) {

@@ -200,6 +200,7 @@ TEST_F(files, failures_have_their_numbers_and_change_nothing) {
         {3, "no path", [&] { return f.open("", access::read, share::read, creation::open_always); }},
         {80, "make present", [&] { return open(f, "empty", access::write, creation::create_new); }},
         {5, "open folder", [&] { return open(f, "folder", access::read, creation::open_existing); }},
+        {5, "look at folder", [&] { return open(f, "folder", access::none, creation::open_existing); }},
         {87, "cut unwritten", [&] { return open(f, "file", access::read, creation::truncate_existing); }},
         {2, "delete missing", [&] { return delete_file(at("no")); }},
         {5, "delete folder", [&] { return delete_file(at("folder")); }},

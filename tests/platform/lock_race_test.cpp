@@ -12,6 +12,7 @@
 #include "platform/mapping.h"
 #include "platform/process.h"
 #include "tests/support/child_process.h"
+#include "tests/support/platform_limits.h"
 #include "tests/support/test_root.h"
 
 namespace tvr {
@@ -21,8 +22,8 @@ namespace {
 using counter = std::atomic<std::uint32_t>;
 
 constexpr std::size_t racers = 8;
-constexpr std::uint32_t acquisitions_wanted = 100'000;
-constexpr std::uint32_t kills_wanted = 60;
+const std::uint32_t acquisitions_wanted = race_length(100'000);
+const std::uint32_t kills_wanted = race_length(60);
 
 // What the holders of the lock have done, in a file that all map.
 struct tally {

@@ -16,6 +16,7 @@
 #include "platform/file.h"
 #include "platform/mapping.h"
 #include "tests/support/child_process.h"
+#include "tests/support/platform_limits.h"
 #include "tests/support/test_root.h"
 
 namespace tvr {
@@ -101,7 +102,7 @@ TEST_P(auto_reset_events, wake_one_sleeper_for_one_raise) {
 
 // A raise may fall between the sleeper's last look and its sleep.
 TEST_P(auto_reset_events, wake_a_thread_that_is_about_to_sleep) {
-    constexpr int rounds = 20'000;
+    const int rounds = static_cast<int>(race_length(20'000));
     std::atomic<bool> lost = false;
     platform::thread sleeper;
     ASSERT_TRUE(sleeper.start([&] {
@@ -405,8 +406,8 @@ TEST(named_event_test, a_killed_holder_holds_nothing) {
 constexpr std::size_t event_count = 8; // the lower half is held throughout, the upper half comes and goes
 constexpr std::size_t held_count = 4;
 constexpr int racer_count = 8;
-constexpr std::uint32_t raises_wanted = 100'000;
-constexpr std::uint32_t phases = 50;
+const std::uint32_t raises_wanted = race_length(100'000);
+const std::uint32_t phases = race_length(50);
 constexpr int kills_in_a_phase = 4;
 
 using counter = std::atomic<std::uint32_t>;

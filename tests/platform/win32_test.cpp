@@ -83,8 +83,9 @@ TEST_F(without_root, values_are_in_the_system_registry) {
     EXPECT_TRUE(key.set("name", registry_type::string, "text"));
     char text[8] = {};
     DWORD size = sizeof text;
-    EXPECT_EQ(RegGetValueA(HKEY_CURRENT_USER, "Software\\tvr_test", "name", RRF_RT_REG_SZ, nullptr, text, &size),
-              ERROR_SUCCESS);
+    EXPECT_EQ(
+        RegGetValueA(HKEY_CURRENT_USER, "Software\\tvr_test", "name", RRF_RT_REG_SZ, nullptr, text, &size),
+        ERROR_SUCCESS);
     EXPECT_STREQ(text, "text");
     key.close();
     EXPECT_EQ(RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\tvr_test"), ERROR_SUCCESS);

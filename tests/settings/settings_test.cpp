@@ -379,8 +379,9 @@ TEST(common_settings_test, values_of_all_components) {
     EXPECT_EQ(common_settings::get_value(common_value::enable_thebat), 1);
     EXPECT_TRUE(common_settings::set_value(90, common_value::spam_threshold));
     EXPECT_TRUE(common_settings::set_value(0, common_value::enable_thebat));
-    EXPECT_EQ(read_file(root.path() / "common" / "Orvenix" / "Brackenhold" / "tessivar.ini"),
-              "[Settings]\nspam threshold=90\nenable thebat=0\n");
+    std::string text = read_file(root.path() / "common" / "Orvenix" / "Brackenhold" / "tessivar.ini");
+    std::erase(text, '\r'); // lines end as is usual on the platform
+    EXPECT_EQ(text, "[Settings]\nspam threshold=90\nenable thebat=0\n");
     EXPECT_EQ(common_settings::get_value(common_value::spam_threshold), 90);
     EXPECT_EQ(common_settings::get_value(common_value::enable_thebat), 0);
     EXPECT_EQ(common_settings::get_value(common_value::enable_outlook), 1);

@@ -27,7 +27,7 @@ protected:
     std::string listed(const char* stage) const {
         std::map<std::string, std::string> all;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(transact / stage))
-            all[entry.path().lexically_relative(transact / stage).string() +
+            all[entry.path().lexically_relative(transact / stage).generic_string() +
                 (entry.is_directory() ? "/" : "=")] = entry.is_directory() ? "" : read_file(entry.path());
         std::string text;
         for (const auto& [name, content] : all)

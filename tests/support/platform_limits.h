@@ -10,6 +10,13 @@ namespace tvr {
 // host, which lets root do everything.
 [[nodiscard]] bool read_only_holds(const std::filesystem::path& read_only_file);
 
+// The number of hard links of a file.
+[[nodiscard]] unsigned link_count(const std::filesystem::path& file);
+
+// How much of a long race is run: all of it, or a twentieth under Wine, where each step of it costs some
+// messages to another process.
+[[nodiscard]] std::uint32_t race_length(std::uint32_t full) noexcept;
+
 // A limit to the size of the files that this process writes, as a full disk would be one. Lifted by the
 // destructor. Windows has no such limit.
 class file_size_limit {

@@ -81,7 +81,7 @@ protected:
         for (const model::atom& atom : half.atoms)
             expected[atom.name] = atom.file();
         for (const auto& entry : fs::directory_iterator(m_base)) {
-            const std::string name = entry.path().filename();
+            const std::string name = entry.path().filename().string();
             if (name.starts_with(half.name) && name.ends_with(".bye"))
                 found[name] = read_file(entry.path());
         }

@@ -159,7 +159,7 @@ private:
         if (fstat(handle.get(), &m_info) != 0)
             return posix::fail_errno();
         if (m_rights == access::none && !cuts(m_mode))
-            return true;
+            return !S_ISDIR(m_info.st_mode) || posix::fail(error::access_denied);
         if (!S_ISREG(m_info.st_mode))
             return posix::fail(error::access_denied);
         const bool writing = has(m_rights, access::write) || cuts(m_mode);

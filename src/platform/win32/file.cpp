@@ -147,7 +147,9 @@ std::optional<std::uint64_t> file::seek(std::int64_t distance, origin from) {
     LARGE_INTEGER wanted{};
     LARGE_INTEGER place{};
     wanted.QuadPart = distance;
-    const DWORD start = from == origin::begin ? FILE_BEGIN : from == origin::current ? FILE_CURRENT : FILE_END;
+    const DWORD start = from == origin::begin     ? FILE_BEGIN
+                        : from == origin::current ? FILE_CURRENT
+                                                  : FILE_END;
     if (!m_state)
         closed();
     else if (!SetFilePointerEx(m_state->handle.get(), wanted, &place, start))

@@ -47,9 +47,9 @@ void* library::symbol(unsigned number) const noexcept {
 
 std::string library::path() const {
     std::array<char, MAX_PATH + 1> room{};
-    return m_handle != nullptr ? std::string(room.data(), GetModuleFileNameA(module_of(m_handle), room.data(),
-                                                                             MAX_PATH))
-                               : m_name;
+    return m_handle != nullptr
+               ? std::string(room.data(), GetModuleFileNameA(module_of(m_handle), room.data(), MAX_PATH))
+               : m_name;
 }
 
 } // namespace tvr::platform

@@ -38,8 +38,7 @@ HMODULE own_module() {
 }
 
 bool is_set(const std::string& name) {
-    return GetEnvironmentVariableA(name.c_str(), nullptr, 0) != 0 ||
-           GetLastError() != ERROR_ENVVAR_NOT_FOUND;
+    return GetEnvironmentVariableA(name.c_str(), nullptr, 0) != 0 || GetLastError() != ERROR_ENVVAR_NOT_FOUND;
 }
 
 std::string appdata_folder() {
@@ -182,7 +181,8 @@ bool set_environment_variable(std::string_view name, std::string_view value) {
 }
 
 std::string expand_environment(std::string_view text) {
-    // "appdata" is replaced here, since a moved root has a folder of its own for it; the system does the rest.
+    // "appdata" is replaced here, since a moved root has a folder of its own for it; the system does the
+    // rest.
     std::string prepared;
     while (!text.empty()) {
         const std::size_t start = text.find('%');

@@ -19,9 +19,8 @@ std::string ini_file(std::string_view path) {
 
 std::int32_t profile_int(std::string_view section, std::string_view key, std::int32_t fallback,
                          std::string_view path) {
-    return static_cast<std::int32_t>(GetPrivateProfileIntA(std::string(section).c_str(),
-                                                           std::string(key).c_str(), fallback,
-                                                           ini_file(path).c_str()));
+    return static_cast<std::int32_t>(GetPrivateProfileIntA(
+        std::string(section).c_str(), std::string(key).c_str(), fallback, ini_file(path).c_str()));
 }
 
 bool write_profile_string(std::string_view section, std::string_view key, std::string_view value,

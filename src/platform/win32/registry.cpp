@@ -22,8 +22,8 @@ place place_of(registry_root root, std::string_view path) {
     const std::string mark = win32::root_mark();
     if (mark.empty())
         return {machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER, std::string(path)};
-    return {HKEY_CURRENT_USER, "Software\\Tessivar" + mark + (machine ? "\\machine\\" : "\\user\\") +
-                                   std::string(path)};
+    return {HKEY_CURRENT_USER,
+            "Software\\Tessivar" + mark + (machine ? "\\machine\\" : "\\user\\") + std::string(path)};
 }
 
 HKEY key_of(std::uintptr_t handle) {

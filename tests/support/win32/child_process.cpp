@@ -19,7 +19,8 @@ std::string environment_block(std::string_view role, std::string_view argument) 
     add(std::string(child_process::argument_variable).append("=").append(argument));
     const std::unique_ptr<char, BOOL(WINAPI*)(LPCH)> own(GetEnvironmentStringsA(), FreeEnvironmentStringsA);
     for (const char* entry = own.get(); *entry != '\0'; entry += std::string_view(entry).size() + 1)
-        if (!std::string_view(entry).starts_with("GTEST_") && !std::string_view(entry).starts_with("TVR_CHILD_"))
+        if (!std::string_view(entry).starts_with("GTEST_") &&
+            !std::string_view(entry).starts_with("TVR_CHILD_"))
             add(entry);
     block += '\0';
     return block;
@@ -29,8 +30,8 @@ std::string environment_block(std::string_view role, std::string_view argument) 
 
 child_process::child_process(std::string_view role, std::string_view argument) {
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-    const platform::win32::handle nowhere(CreateFileA("NUL", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                                      &inherited, OPEN_EXISTING, 0, nullptr));
+    const platform::win32::handle nowhere(CreateFileA(
+        "NUL", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited, OPEN_EXISTING, 0, nullptr));
     STARTUPINFOA start{};
     start.cb = sizeof start;
     start.dwFlags = STARTF_USESTDHANDLES;
