@@ -4,6 +4,7 @@
 #   scripts/install-deps.sh --demo    also npm, with which the demo fetches its corpus
 #   scripts/install-deps.sh --mail    also the mail programs of scripts/try-recipes.sh
 #   scripts/install-deps.sh --dev     also the tools of scripts/check.sh, scripts/fuzz.sh and bench/
+#   scripts/install-deps.sh --windows also the cross compiler and Wine, for the Windows build
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config zlib1g-dev libgmime-3.0-dev libcli11-dev nlohmann-json3-dev
@@ -13,6 +14,7 @@ for option in "$@"; do
     --demo) command -v npm >/dev/null || packages+=(npm) ;;
     --mail) packages+=(procmail maildrop dovecot-core dovecot-imapd dovecot-sieve) ;;
     --dev) packages+=(clang clang-format clang-tidy libclang-rt-14-dev bogofilter time) ;;
+    --windows) packages+=(g++-mingw-w64-x86-64-posix libz-mingw-w64 googletest wine64) ;;
     *) echo "install-deps.sh: unknown option $option" >&2; exit 2 ;;
     esac
 done

@@ -8,16 +8,18 @@
 #include <span>
 #include <string_view>
 
+#include "native_lock.h" // the backend's own
+
 namespace tvr::platform {
 
 // A lock between the threads of this process. The owner may enter again.
 class critical_section {
 public:
-    void lock() { m_mutex.lock(); }
-    void unlock() { m_mutex.unlock(); }
+    void lock() { m_lock.lock(); }
+    void unlock() { m_lock.unlock(); }
 
 private:
-    std::recursive_mutex m_mutex;
+    native_lock m_lock;
 };
 
 // Holds a critical section for a scope.

@@ -14,6 +14,33 @@ std::uint32_t current_thread_id() noexcept {
     return GetCurrentThreadId();
 }
 
+// --- critical sections ---
+
+namespace {
+
+CRITICAL_SECTION* section_in(std::byte* room) {
+    return reinterpret_cast<CRITICAL_SECTION*>(room);
+}
+
+} // namespace
+
+native_lock::native_lock() noexcept {
+    static_assert(sizeof m_section >= sizeof(CRITICAL_SECTION));
+    InitializeCriticalSection(section_in(m_section));
+}
+
+native_lock::~native_lock() {
+    DeleteCriticalSection(section_in(m_section));
+}
+
+void native_lock::lock() noexcept {
+    EnterCriticalSection(section_in(m_section));
+}
+
+void native_lock::unlock() noexcept {
+    LeaveCriticalSection(section_in(m_section));
+}
+
 // --- threads ---
 
 struct thread::state {
