@@ -8,6 +8,7 @@ namespace {
 
 constexpr double highest = 0.99;
 constexpr double lowest = 0.01;
+constexpr std::size_t few = 64; // records that are looked through one by one
 
 std::int32_t add(std::int32_t count, std::uint32_t more) noexcept {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(count) + more);
@@ -46,21 +47,33 @@ void grade_token(token_record& record, file_stream* output, grading_run& run, se
     run.bytes += std::uint32_t{length} + 5;
 }
 
-void token_accumulator::accumulate_token(std::string_view text, std::uint32_t count, bool is_spam) {
-    const auto used_end = m_records.begin() + static_cast<std::ptrdiff_t>(m_used);
-    auto entry =
-        std::find_if(m_records.begin(), used_end, [&](const token_record& r) { return r.text == text; });
-    if (entry == used_end) {
-        if (m_used == m_records.size())
-            m_records.resize(m_used + 100);
-        entry = m_records.begin() + static_cast<std::ptrdiff_t>(m_used++);
-        entry->text = text;
-        entry->good = entry->spam = 0;
+std::size_t token_accumulator::place_of(std::string_view text) {
+    if (m_used <= few) {
+        const auto used_end = m_records.begin() + static_cast<std::ptrdiff_t>(m_used);
+        const auto found =
+            std::find_if(m_records.begin(), used_end, [&](const token_record& r) { return r.text == text; });
+        return static_cast<std::size_t>(found - m_records.begin());
     }
-    std::int32_t& sum = is_spam ? entry->spam : entry->good;
+    for (std::size_t i = m_places.size(); i < m_used; ++i)
+        m_places.emplace(m_records[i].text, i);
+    const auto found = m_places.find(std::string(text));
+    return found == m_places.end() ? m_used : found->second;
+}
+
+void token_accumulator::accumulate_token(std::string_view text, std::uint32_t count, bool is_spam) {
+    const std::size_t place = place_of(text);
+    if (place == m_used) {
+        if (m_used == m_records.size())
+            m_records.resize(m_used + 100 + m_used / 2);
+        ++m_used;
+        m_records[place].text = text;
+        m_records[place].good = m_records[place].spam = 0;
+    }
+    token_record& entry = m_records[place];
+    std::int32_t& sum = is_spam ? entry.spam : entry.good;
     sum = add(sum, count);
-    entry->significant = false;
-    m_tested = std::min(m_tested, static_cast<std::size_t>(entry - m_records.begin()));
+    entry.significant = false;
+    m_tested = std::min(m_tested, place);
 }
 
 bool token_accumulator::has_significant(const grading_run& run) noexcept {
@@ -76,6 +89,8 @@ void token_accumulator::flush_accum(file_stream* output, grading_run& run, selec
     for (std::size_t i = 0; i < m_used; ++i)
         grade_token(m_records[i], output, run, list);
     m_used = m_tested = 0;
+    if (!m_places.empty())
+        m_places.clear();
 }
 
 } // namespace tvr

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "common/file_stream.h"
@@ -46,8 +47,13 @@ public:
     void flush_accum(file_stream* output, grading_run& run, selective_list* list);
 
 private:
+    std::size_t place_of(std::string_view text); // m_used if it is new
+
     std::vector<token_record> m_records;
     std::size_t m_used = 0;
+    // Where the records stand, once there are many: whoever wants to can write mail full of words of one
+    // hash.
+    std::unordered_map<std::string, std::size_t> m_places;
     std::size_t m_tested = 0; // records that are known to be insignificant, while there is no output
 };
 
