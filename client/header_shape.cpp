@@ -16,9 +16,9 @@ constexpr std::size_t longest_shape = 60;
 constexpr std::size_t longest_hop = 100;
 
 // Words of a Received line that its server chose, not its client.
-constexpr std::array hop_words = {"EHLO"sv, "ESMTP"sv, "HELO"sv, "HTTP"sv, "SMTP"sv,      "by"sv,   "esmtp"sv,
-                                  "for"sv,  "from"sv,  "helo"sv, "id"sv,   "localhost"sv, "smtp"sv, "unknown"sv,
-                                  "via"sv,  "with"sv};
+constexpr std::array hop_words = {"EHLO"sv,  "ESMTP"sv,   "HELO"sv, "HTTP"sv, "SMTP"sv, "by"sv,
+                                  "esmtp"sv, "for"sv,     "from"sv, "helo"sv, "id"sv,   "localhost"sv,
+                                  "smtp"sv,  "unknown"sv, "via"sv,  "with"sv};
 static_assert(std::is_sorted(hop_words.begin(), hop_words.end()));
 
 constexpr bool is_digit(char c) {

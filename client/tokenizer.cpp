@@ -155,6 +155,7 @@ private:
     void part(GMimeObject* object, unsigned depth);
     void leaf(GMimePart* object);
     void text(std::string_view decoded, bool html, const char* charset);
+    void text_shape(std::string_view text, std::string_view type);
     std::string_view content(GMimePart* object);
 
     tokenizer_limits m_limits;
@@ -506,9 +507,35 @@ std::string_view tokenizer::implementation::content(GMimePart* object) {
     return m_decoded;
 }
 
+// How the text of a part looks from afar. `type` is "plain " or "html ".
+void tokenizer::implementation::text_shape(std::string_view text, std::string_view type) {
+    constexpr std::size_t long_line = 80;
+    std::size_t lines = 0, quoted = 0, blank = 0, overlong = 0;
+    for (std::size_t start = 0; start <= text.size(); ++lines) {
+        const std::size_t end = std::min(text.find('\n', start), text.size());
+        const std::string_view line = text.substr(start, end - start);
+        start = end + 1;
+        quoted += line.starts_with('>') || line.starts_with('|');
+        blank += line.find_first_not_of(" \t\r") == std::string_view::npos;
+        overlong += line.size() > long_line;
+    }
+    const auto put_shape = [&](std::string_view what, std::size_t number) {
+        put((short_text() << "M "sv << type << what << number).view());
+    };
+    const auto count = [&](char c) {
+        return static_cast<std::size_t>(std::count(text.begin(), text.end(), c));
+    };
+    put_shape("quoted ", quoted * 8 / lines);
+    put_shape("blank ", blank * 10 / lines);
+    put_shape("overlong ", overlong * 8 / lines);
+    put_shape("exclamations ", power_of_two_below(count('!')));
+    put_shape("dollars ", power_of_two_below(count('$')));
+}
+
 void tokenizer::implementation::text(std::string_view decoded, bool html, const char* charset) {
     const std::string_view utf8 = to_utf8(decoded, view_of(charset), m_charset_room);
     if (!html) {
+        text_shape(utf8, "plain ");
         words(utf8, "B ", {});
         m_text_seen += utf8.size();
         return;
@@ -519,6 +546,7 @@ void tokenizer::implementation::text(std::string_view decoded, bool html, const 
             mark_pair("html ", html_text::feature_name(bit));
     for (const std::string& address : m_html.links())
         link(address);
+    text_shape(m_html.text(), "html ");
     words(m_html.text(), "B ", {});
     m_text_seen += m_html.text().size();
     // How much of it is seen at all, in eighths.

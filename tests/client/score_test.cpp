@@ -50,11 +50,12 @@ TEST(score, is_that_of_the_rules) {
         {score_rule::robinson, {}, 50},
         {score_rule::fisher, {"B mid"}, 50},
         {score_rule::kinds, {"B mid", "X spam"}, 50},
-        // The middle, the one that leans to spam, and two known ones: 1 / (1 + e^-x), with
-        // x = -0.5 + 1.18 ln 2 - 0.07 ln 3.
-        {score_rule::kinds, {"B mid", "B so"}, 55.9963},
-        // Of two kinds, with one unknown: x = -0.5 + (1.05 - 0.07) ln 2 - (0.57 + 0.04) ln 2 + 0.37 ln 2.
-        {score_rule::kinds, {"B spam", "F ham", "F unknown"}, 50.3232},
+        // The middle, and one word of the body that leans to spam: 1 / (1 + e^-x), x = -0.45 + 1.13 ln 2.
+        {score_rule::kinds, {"B mid", "B so"}, 58.2551},
+        // Two such, and one unknown: x = -0.45 + 1.01 ln 3 + 0.33 ln 2.
+        {score_rule::kinds, {"B spam", "B spam2", "B unknown"}, 70.8547},
+        // Of two kinds: x = -0.45 + 1.01 ln 2 - 0.58 ln 2 + 0.39 ln 2.
+        {score_rule::kinds, {"B spam", "F ham", "F unknown"}, 52.9561},
         // What no base holds counts as unknown.
         {score_rule::graham, {"B spam", "B nan", "B high", "B neg"}, 99},
     };

@@ -52,6 +52,11 @@ TEST(tokenizer, finds_what_a_mail_is_made_of) {
           "M id form:<9B.a-9", "M message-id as from", "M reply-to not from", "M return-path not from",
           "M to not from", "M from shape:a9", "M from form:quoted", "M to form:name", "M subject names to"},
          {"M return-path as from"}},
+        {"how a text looks",
+         "Subject: a\n\n> you said\n>  so\n\nwin $5, $6, $7!!\n",
+         {"M plain quoted 3", "M plain blank 4", "M plain overlong 0", "M plain exclamations 1",
+          "M plain dollars 1"},
+         {}},
         {"encoded words",
          "Subject: =?ISO-8859-1?Q?Gr=FC=DFe?= =?utf-8?B?w7ZsCg==?=\n\nx\n",
          {"B Gr\xC3\xBC\xC3\x9F"
