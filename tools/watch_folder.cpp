@@ -26,6 +26,10 @@ std::string absolute_path(const std::string& path) {
     return text;
 }
 
+std::string_view file_name(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
 template <std::size_t size>
 bool is_one_of(std::string_view word, const std::array<std::string_view, size>& words) {
     return std::find(words.begin(), words.end(), word) != words.end();
@@ -66,11 +70,11 @@ std::uint64_t mail_folder::name_key(std::string_view name) const {
 }
 
 std::optional<folder_file> mail_folder::look_at(const std::string& part, const std::string& name) const {
-    const fs::path path = fs::path(part) / name;
+    const std::string path = part + "/" + name;
     std::error_code error;
     if (!fs::is_regular_file(path, error))
         return std::nullopt;
-    folder_file file{.path = path.string(), .name = name_key(name)};
+    folder_file file{.path = path, .name = name_key(name)};
     if (is_maildir())
         return file;
     const std::uintmax_t size = fs::file_size(path, error);
@@ -98,7 +102,7 @@ std::optional<std::vector<folder_file>> mail_folder::list() const {
             return std::nullopt;
     }
     std::sort(files.begin(), files.end(), [](const folder_file& a, const folder_file& b) {
-        return fs::path(a.path).filename() < fs::path(b.path).filename();
+        return file_name(a.path) < file_name(b.path);
     });
     return files;
 }

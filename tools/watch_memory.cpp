@@ -179,6 +179,7 @@ void watch_memory::forget_old_verdicts() {
 std::vector<watch_memory::entry> watch_memory::all_entries() const {
     std::vector<entry> all;
     std::vector<std::pair<std::uint64_t, entry>> verdicts; // by turn
+    verdicts.reserve(m_verdicts.size());
     for (const auto& [message, known] : m_verdicts)
         verdicts.push_back({known.turn, {known.spam ? kind::spam : kind::ham, 0, message}});
     std::sort(verdicts.begin(), verdicts.end(),

@@ -23,7 +23,7 @@ constexpr std::uint32_t failure_pause = 10000;
 constexpr std::uint32_t engine_pause = 11000; // the client holds back a second start within ten seconds
 
 constexpr std::size_t most_pending = 4096;
-constexpr std::size_t chunk_messages = 64;
+constexpr std::size_t chunk_messages = 1024; // the cache is walked once for each chunk
 constexpr std::size_t chunk_bytes = std::size_t{4} << 20;
 
 std::uint32_t since(std::uint32_t tick) {
@@ -388,6 +388,8 @@ void watch_session::learn(chunk& mails) {
     for (const arrival& mail : mails.files)
         m_memory.add_file(m_folders[mail.folder].folder.key(), mail.file.name, mail.file.stamp);
     save();
+    if (!mails.candidates.empty() && !m_try_again)
+        m_failure.clear();
     if (fresh != 0)
         m_told("learned " + grouped(fresh) + " as " + name_of(mails.spam), false);
     if (remarked != 0)
@@ -415,7 +417,9 @@ void watch_session::save() {
 void watch_session::try_later(const std::string& why) {
     m_failed = platform::tick_count();
     m_try_again = true;
-    m_told(why + "; trying again", true);
+    if (why != m_failure)
+        m_told(why + "; trying again", true);
+    m_failure = why;
 }
 
 } // namespace tvr

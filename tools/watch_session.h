@@ -92,6 +92,7 @@ private:
     std::uint32_t m_first_pending = 0; // tick of the oldest one
     std::uint32_t m_checked = 0;       // tick of the last look at the folders themselves
     std::uint32_t m_failed = 0;        // tick of the last failure
+    std::string m_failure;             // told last, and not overcome since
     bool m_try_again = false;          // to read the folders, some time after the failure
     std::uint32_t m_raised = 0;        // tick of the last attempt to reach the engine
     unsigned m_not_reached = 0;        // such attempts in a row that failed
