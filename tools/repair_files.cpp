@@ -154,7 +154,7 @@ std::string repair_folder::unfinished(std::string_view name) {
     make_folders(folder);
     if (!is_folder(folder))
         return {};
-    const std::string path = folder + std::string(name);
+    std::string path = folder + std::string(name);
     platform::delete_file(path);
     return path;
 }

@@ -349,13 +349,13 @@ private:
         cache_scan scan = scan_cache(path);
         if (scan.records == 0)
             return set_aside(path);
-        add("keep " + grouped(scan.records) + " messages of " + shown(path) + "; " + grouped(scan.lost) +
-                " bytes between or behind them are damaged",
-            [this_folder = &m_folder, path, scan = std::move(scan)] {
-                const std::string made = this_folder->unfinished(file_part(path));
-                return in_turn([&] { return write_cache(path, scan, made); },
-                               [&] { return this_folder->replace(made, path); });
-            });
+        std::string text = "keep " + grouped(scan.records) + " messages of " + shown(path) + "; " +
+                           grouped(scan.lost) + " bytes between or behind them are damaged";
+        add(std::move(text), [this_folder = &m_folder, path, scan = std::move(scan)] {
+            const std::string made = this_folder->unfinished(file_part(path));
+            return in_turn([&] { return write_cache(path, scan, made); },
+                           [&] { return this_folder->replace(made, path); });
+        });
     }
 
     void plan_statistic(const std::string& path) {
