@@ -160,7 +160,7 @@ void state_check::check_folder(const std::string& folder) {
     for (const std::string& name : file_names(folder)) {
         if (name == "lock.bin")
             note(folder + name, "somebody writes to the message cache");
-        else if (name != "selective.txt") // plain text of the user
+        else if (name != "selective.txt" && name != "~selective.txt") // plain text
             check_file(folder + name);
         if (m_progress)
             m_progress(++m_seen, m_total);
