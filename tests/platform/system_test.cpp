@@ -1,5 +1,6 @@
 // Presence, registry, ini files, processes, libraries, memory and time.
 #include <array>
+#include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
 #include <optional>
@@ -140,6 +141,23 @@ TEST_F(presence_test, a_close_waits_until_the_owner_is_gone) {
     EXPECT_TRUE(ready.wait(patience));
     EXPECT_TRUE(closer.running());
     own.reset();
+    closer.join();
+}
+
+TEST_F(presence_test, runs_until_it_is_closed_whatever_was_before) {
+    EXPECT_TRUE(presence().create(class_name, title));
+    presence own;
+    ASSERT_TRUE(own.create(class_name, title));
+    std::atomic<bool> asked = false;
+    thread closer;
+    ASSERT_TRUE(closer.start([&] {
+        asked = true;
+        close_presence(class_name, title);
+        return 0U;
+    }));
+    own.run();
+    EXPECT_TRUE(asked);
+    EXPECT_FALSE(find_presence(class_name, title).found);
     closer.join();
 }
 

@@ -46,7 +46,7 @@ std::optional<std::string> moved_root() {
 
 std::optional<std::string> moved_folder(std::string_view name) {
     auto folder = moved_root();
-    if (folder) {
+    if (folder && !folder->empty()) {
         folder->append("\\").append(name);
         if (!make_folders(*folder))
             folder->clear();

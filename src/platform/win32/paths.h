@@ -13,7 +13,8 @@ std::string native_path(std::string_view path);
 // The absolute form. Empty on failure.
 std::string full_path(const std::string& native);
 
-// TESSIVAR_ROOT as an absolute path without a trailing backslash, or nothing if it isn't set.
+// TESSIVAR_ROOT as an absolute path without a trailing backslash, or nothing if it isn't set. Empty if
+// it can be no path.
 std::optional<std::string> moved_root();
 // The folder of that name in the moved root, made on demand, without a trailing backslash. Nothing without a
 // root; empty if it can't be made.

@@ -52,8 +52,12 @@ struct presence::state {
     state(const state&) = delete;
     state& operator=(const state&) = delete;
     ~state() {
-        if (window != nullptr)
-            DestroyWindow(window);
+        if (window == nullptr)
+            return;
+        // Not an end that somebody asked for: the next presence of this thread must not take it for one.
+        SetWindowLongPtrA(window, GWLP_USERDATA, 0);
+        owning.close();
+        DestroyWindow(window);
     }
 
     bool take(std::string_view class_name, std::string_view title) {
@@ -92,12 +96,12 @@ struct presence::state {
             ExitProcess(static_cast<UINT>(-1));
         if (message != WM_DESTROY)
             return DefWindowProcA(window, message, first, second);
-        // The name is free before whoever asked for the close goes on.
         if (self != nullptr) {
+            // The name is free before whoever asked for the close goes on.
             self->window = nullptr;
             self->owning.close();
+            PostQuitMessage(0);
         }
-        PostQuitMessage(0);
         return 0;
     }
 };

@@ -46,8 +46,9 @@ struct directory_search::state {
         do
             entries.push_back(entry_of(found));
         while (FindNextFileA(search, &found));
+        const DWORD end = GetLastError();
         std::sort(entries.begin(), entries.end(), comes_first);
-        return GetLastError() == ERROR_NO_MORE_FILES || win32::fail_last();
+        return end == ERROR_NO_MORE_FILES || win32::fail(end);
     }
 };
 
