@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t head_size = 16;
 constexpr std::uint64_t most_packing = 1032; // zlib's best ratio; more in a head is damage
-constexpr std::uint64_t size_slack = 65536;
+constexpr std::uint64_t size_slack = 1024;
 
 struct packed_head {
     std::uint32_t source_size = 0;
@@ -143,7 +143,8 @@ bool zlib_loader::restore_file(file_stream& source, std::string_view target_path
         head.packed_size = head.source_size;
     }
     const std::uint64_t left = bytes_left(source);
-    const std::uint64_t most = packed ? left * most_packing + size_slack : left;
+    const std::uint64_t most =
+        packed ? std::min<std::uint64_t>(head.packed_size, left) * most_packing + size_slack : left;
     if (head.source_size > most || head.packed_size > left + head_size)
         return false;
     std::vector<std::uint8_t> content(head.source_size);

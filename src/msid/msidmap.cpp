@@ -298,21 +298,33 @@ bool msidmap::delete_if(const std::function<bool(std::string_view id, std::uint3
         return false;
     }
     list_record record;
+    std::vector<std::uint8_t> gone; // lengths of the IDs of a chain that are taken out
     for (std::size_t at = m_header.size(); read_record(in_use(), at, record);) {
         if (record.value == 0) {
             at += record.size;
             continue;
         }
+        // What stays moves to the chain's start, garbage of the same sizes follows.
         const chain whole = measure_chain(at, record.id, key11::of(record.id));
-        const std::size_t end = at + whole.bytes;
+        std::size_t kept = at;
         for (std::size_t left = whole.records; left != 0; --left) {
             read_record(in_use(), at, record);
-            if (predicate(record.id, record.value))
-                kill_record(at, record.size, end);
-            else
-                at += record.size;
+            const std::size_t size = record.size;
+            if (predicate(record.id, record.value)) {
+                gone.push_back(*m_list->at(at));
+                m_garbage += static_cast<std::uint32_t>(size);
+            } else {
+                std::memmove(m_list->at(kept), m_list->at(at), size);
+                kept += size;
+            }
+            at += size;
         }
-        at = end;
+        for (const std::uint8_t length : gone) {
+            *m_list->at(kept) = length;
+            blank_record(m_list->at(kept), length + list_record::overhead);
+            kept += length + list_record::overhead;
+        }
+        gone.clear();
     }
     write_header();
     check_garbage();
