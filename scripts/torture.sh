@@ -2,7 +2,8 @@
 # Takes the promises and the known gaps of docs/reliability.md to the test at every point, and prints the figures.
 # The suite runs a short form of the same.
 #   scripts/torture.sh                all sections
-#   scripts/torture.sh SECTION...     these: death (minutes), failure (minutes)
+#   scripts/torture.sh SECTION...     these: death (minutes), failure (minutes), crowd (a quarter of an hour),
+#                                     long (minutes; writes docs/long-life.svg anew)
 # As root, `failure` also fills a small disk; it leaves that out, and says so, for everybody else.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -22,6 +23,31 @@ section_death() {
 section_failure() {
     build torture_test
     TORTURE_STRIDE=1 build/release/bin/torture_test --gtest_filter='*_failure.*:full_disk.*'
+}
+
+# Many clients beside an engine that is killed at random: ten minutes, and a minute under the thread sanitizer.
+section_crowd() {
+    build load_test tvr_srv tvr_ipc
+    CROWD_SECONDS=600 build/release/bin/load_test --gtest_filter='crowd.*'
+    cmake --preset tsan >/dev/null
+    cmake --build --preset tsan --target load_test tvr_srv tvr_ipc
+    local reports=$PWD/build/tsan/crowd-reports
+    rm -rf "$reports"
+    mkdir -p "$reports"
+    CROWD_SECONDS=60 TSAN_OPTIONS="ignore_noninstrumented_modules=1 log_path=$reports/of" \
+        build/tsan/bin/load_test --gtest_filter='crowd.every*'
+    if [ -n "$(ls -A "$reports")" ]; then
+        head -n 60 "$reports"/* >&2
+        return 1
+    fi
+    echo "thread sanitizer: no report"
+}
+
+# Three years of mail in 1000 transactions of one engine.
+section_long() {
+    build load_test tvr_srv tvr_ipc
+    LONG_TRANSACTIONS=1000 LONG_TABLE=build/release/long-life.csv build/release/bin/load_test --gtest_filter='long_life.*'
+    scripts/long-life.py build/release/long-life.csv docs/long-life.svg
 }
 
 if [ "$#" -eq 0 ]; then

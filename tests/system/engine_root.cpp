@@ -130,6 +130,10 @@ void engine_root::append(unsigned series, unsigned count, bool manual) {
                    .time = first_time + series * 1000 + i},
                   tokens);
     }
+    append(batch);
+}
+
+void engine_root::append(const record_batch& batch) {
     m_stamp_before = stamp();
     if (const ipc_status status = m_client.append(batch); !status)
         throw std::runtime_error(status.text);
@@ -138,7 +142,10 @@ void engine_root::append(unsigned series, unsigned count, bool manual) {
 void engine_root::wait_until_trained() {
     const engine_view view(m_client.working_directory());
     wait_for("a new base", [&] {
-        return view.cache_size() < m_client.appended_until() && !view.stage() && stamp() != m_stamp_before;
+        // A stamp that is just being written is none yet, nor is it one of which the next differs.
+        const std::string now = stamp();
+        return view.cache_size() < m_client.appended_until() && !view.stage() && now.size() == 8 &&
+               now != m_stamp_before;
     });
 }
 

@@ -35,6 +35,7 @@ public:
 
     // Appends `count` messages of which every second one is spam; `series` makes them differ.
     void append(unsigned series, unsigned count, bool manual = false);
+    void append(const record_batch& batch);
     void force() { m_client.raise(engine_event::train, false); }
     // Waits until a base of all that was appended is published.
     void wait_until_trained();

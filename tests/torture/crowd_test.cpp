@@ -1,0 +1,364 @@
+// Many clients at once, and an engine that is killed again and again: each message must be in the base
+// exactly as often as it was appended, by a count that shares no code with the engine. And whoever holds the
+// lock of the cache when it should not.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <random>
+#include <set>
+#include <sstream>
+
+#include "client/cache_writer.h"
+#include "dict/dictbase.h"
+#include "platform/clock.h"
+#include "platform/process.h"
+#include "support/child_process.h"
+#include "support/file_bytes.h"
+#include "system/engine_root.h"
+
+namespace tvr {
+namespace {
+
+namespace fs = std::filesystem;
+using counts = std::map<std::string, std::uint64_t>;
+
+constexpr std::uint32_t first_time = 213'000'000; // 2005, in minutes since 1601
+constexpr unsigned crowd_size = 8;
+
+// 0 in the short form of the suite.
+unsigned full_seconds() {
+    const char* text = std::getenv("CROWD_SECONDS");
+    return text ? static_cast<unsigned>(std::atoi(text)) : 0;
+}
+
+// From 0 to `end` - 1.
+unsigned pick(std::mt19937& random, unsigned end) {
+    return static_cast<unsigned>(random() % end);
+}
+
+std::string message_name(unsigned client, unsigned message) {
+    return std::to_string(client) + "-" + std::to_string(message);
+}
+
+const char* half_name(bool spam) {
+    return spam ? "spamdict" : "nspamdict";
+}
+
+// A client; the argument is its number, the seconds, and the folder of the journals. Each line of its journal
+// is a message that was appended: the half and the name.
+int run_client(std::string_view argument) {
+    std::istringstream words{std::string(argument)};
+    unsigned number = 0, seconds = 0;
+    std::string folder;
+    words >> number >> seconds >> folder;
+    std::ofstream journal(folder + "/journal." + std::to_string(number));
+    std::mt19937 random(number);
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    unsigned next = 0;
+    while (std::chrono::steady_clock::now() < until) {
+        training_client client; // they come and go, so that a dead engine is started again soon
+        for (unsigned round = pick(random, 8) + 1; round != 0; --round) {
+            record_batch batch;
+            std::string lines;
+            for (unsigned left = pick(random, 4) + 1; left != 0; --left) {
+                // Now and then one comes again, with whatever verdict.
+                const unsigned message = next > 0 && pick(random, 10) == 0 ? pick(random, next) : next++;
+                const bool spam = pick(random, 2) == 0;
+                const std::string name = message_name(number, message);
+                token_table tokens;
+                tokens.add("B " + name);
+                tokens.add("B common", 2);
+                for (unsigned word = 0; word < 12; ++word)
+                    tokens.add("B w" + std::to_string(pick(random, 500)));
+                const std::string msid = "<" + name + "@crowd>";
+                batch.add({.msid = msid, .spam = spam, .size = 1000, .time = first_time + message}, tokens);
+                lines += std::string(half_name(spam)) + " " + name + "\n";
+            }
+            if (const ipc_status status = client.append(batch); !status) {
+                journal << "failed: " << status.text << std::endl;
+                return 1;
+            }
+            journal << lines << std::flush;
+            client.raise(pick(random, 3) == 0 ? engine_event::train : engine_event::add);
+            platform::sleep_for(pick(random, 60));
+        }
+    }
+    return 0;
+}
+const child_role crowd_client("crowd_client", run_client);
+
+std::uint32_t word_at(const std::string& bytes, std::size_t place) {
+    std::uint32_t word = 0;
+    for (std::size_t i = 4; i-- > 0;)
+        word = word << 8 | static_cast<unsigned char>(bytes.at(place + i));
+    return word;
+}
+
+// The tokens of all atoms of a half, and under "" the messages.
+counts tokens_of(const fs::path& base, const std::string& half) {
+    counts all;
+    for (const auto& entry : fs::directory_iterator(base)) {
+        const std::string name = entry.path().filename().string();
+        if (!name.starts_with(half) || entry.path().extension() != ".bye")
+            continue;
+        const std::string bytes = read_file(entry.path());
+        EXPECT_EQ(word_at(bytes, 0), 0x19780702U) << name;
+        EXPECT_EQ(word_at(bytes, 4), 5U) << name;
+        all[""] += word_at(bytes, 8);
+        std::size_t place = 28 + 8;
+        for (std::uint32_t left = word_at(bytes, 28); left != 0; --left) {
+            const std::size_t length = static_cast<unsigned char>(bytes.at(place));
+            all[bytes.substr(place + 1, length)] += word_at(bytes, place + 1 + length);
+            place += length + 5;
+        }
+    }
+    return all;
+}
+
+// How often each ID stands in the list of a half.
+counts ids_of(const fs::path& base, const std::string& half) {
+    counts all;
+    const std::string bytes = read_file(base / (half + ".lst"));
+    for (std::size_t place = 16; place < bytes.size();) {
+        const std::size_t length = static_cast<unsigned char>(bytes.at(place));
+        if (word_at(bytes, place + 1 + length) != 0)
+            ++all[bytes.substr(place + 1, length)];
+        place += length + 5;
+    }
+    return all;
+}
+
+// What a death at this moment would bring about, as the files tell.
+struct moment {
+    std::string name;
+    bool gap; // something is lost, doubled or stuck, as docs/reliability.md has it
+};
+
+// Of an engine that doesn't move.
+moment look(const fs::path& base) {
+    const fs::path transact = base / "transact";
+    const auto marked = [&](int stage) {
+        return fs::exists(transact / ("000" + std::to_string(stage)) / "prepared.txt");
+    };
+    const auto batch = [&] {
+        if (fs::exists(transact / "0001"))
+            for (const auto& entry : fs::directory_iterator(transact / "0001"))
+                if (entry.path().filename().string().starts_with("dis") && fs::file_size(entry) > 4)
+                    return true;
+        return false;
+    };
+    if (fs::exists(transact / "~~autotrain.bys"))
+        return {"gap: waiting messages are merged", true};
+    const std::string cache = read_file(transact / "autotrain.bys");
+    if (cache.size() > 4 && read_file(transact / "~autotrain.bys").ends_with(cache.substr(4)))
+        return {"gap: waiting messages are merged", true};
+    if (marked(6))
+        return {"generation", false};
+    if (marked(3) && !marked(2) && fs::exists(transact / "0006") &&
+        !fs::exists(transact / "0004/nspamdict.lst"))
+        return {"gaps 4 and 5: publishing", true};
+    if (marked(4))
+        return {"publishing, before the first file", false};
+    if (marked(1) && marked(2))
+        return {"gap 3: two markers", true};
+    if (marked(3))
+        return {"half nspamdict", false};
+    if (marked(2))
+        return {"half spamdict", false};
+    if (marked(1))
+        return batch() ? moment{"sorting", false} : moment{"gap 2: the batch is moved", true};
+    if (fs::exists(transact / "~autotrain.bys"))
+        return {"snapshot", false};
+    return batch() ? moment{"gap 1: the snapshot is deleted", true} : moment{"no transaction", false};
+}
+
+// Stops a process, and waits until the last of its threads stands. False if it has ended.
+bool stop_process(std::uint32_t process) {
+    if (kill(static_cast<pid_t>(process), SIGSTOP) != 0)
+        return false;
+    const fs::path threads = "/proc/" + std::to_string(process) + "/task";
+    for (bool moving = true; moving; platform::sleep_for(1)) {
+        std::error_code gone;
+        moving = false;
+        const fs::directory_iterator all(threads, gone);
+        if (gone)
+            return false;
+        for (const auto& entry : all) {
+            const std::string facts = read_file(entry.path() / "stat");
+            const std::size_t name_end = facts.rfind(')');
+            if (name_end == std::string::npos || facts.size() < name_end + 3)
+                return false;
+            if (facts[name_end + 2] == 'Z' || facts[name_end + 2] == 'X')
+                return false;
+            moving = moving || facts[name_end + 2] != 'T';
+        }
+    }
+    return true;
+}
+
+class crowd : public testing::Test {
+protected:
+    // No message ages out, and no half is cut.
+    crowd() {
+        std::ofstream(m_root.path() / "advanced.ini")
+            << "training delay = 3600\nrecalculating strategy = 1000000\n"
+               "optimal base size per half = 1000000\noptimal one dict size = 2000\n"
+               "min optimal one dict size = 1000\n";
+    }
+
+    // Kills the engine at random, but not in a gap, as long as the clients are at it.
+    void kill_at_random(std::chrono::steady_clock::time_point until) {
+        std::mt19937 random(1);
+        while (std::chrono::steady_clock::now() < until) {
+            platform::sleep_for(100 + pick(random, 1000));
+            const std::uint32_t process = engine_root::process();
+            if (process == 0 || !stop_process(process))
+                continue;
+            const moment now = look(m_root.base());
+            const std::string holder = read_file(m_root.transact() / "lock.bin");
+            m_held += holder.size() == 4 && word_at(holder, 0) == process ? 1 : 0;
+            if (now.gap) {
+                ++m_spared[now.name];
+                kill(static_cast<pid_t>(process), SIGCONT);
+                continue;
+            }
+            ++m_killed[now.name];
+            kill(static_cast<pid_t>(process), SIGKILL);
+            engine_root::wait_for("the engine's end", [&] { return !platform::process_exists(process); });
+        }
+    }
+
+    // Until nothing is left to be trained.
+    void drain() {
+        const auto has_left = [&](const char* name) { return fs::exists(m_root.transact() / name); };
+        while (has_left("autotrain.bys") || has_left("~autotrain.bys")) {
+            m_root.client().raise(engine_event::train);
+            engine_root::wait_for("the engine's start", [] { return engine_root::process() != 0; });
+            m_root.client().raise(engine_event::train);
+            engine_root::wait_for("the snapshot", [&] { return !has_left("autotrain.bys"); });
+            engine_root::wait_for("the snapshot", [&] { return !has_left("~autotrain.bys"); });
+        }
+        engine_root::wait_for("the transaction", [&] {
+            const moment now = look(m_root.base());
+            return !now.gap && now.name == "no transaction";
+        });
+        m_root.stop();
+    }
+
+    engine_root m_root;
+    counts m_killed;
+    counts m_spared;
+    unsigned m_held = 0; // stops at which the engine had the lock of the cache
+};
+
+TEST_F(crowd, every_message_is_trained_as_often_as_it_was_appended) {
+    const unsigned seconds = full_seconds() ? full_seconds() : 6;
+    std::vector<child_process> clients;
+    for (unsigned i = 0; i < crowd_size; ++i)
+        clients.emplace_back("crowd_client", std::to_string(i) + " " + std::to_string(seconds) + " " +
+                                                 m_root.path().string());
+    kill_at_random(std::chrono::steady_clock::now() + std::chrono::seconds(seconds));
+    std::map<std::string, counts> appended;
+    std::map<std::string, counts> ids;
+    std::uint64_t messages = 0;
+    for (unsigned i = 0; i < crowd_size; ++i) {
+        EXPECT_EQ(clients[i].join(), 0) << "client " << i;
+        std::ifstream journal(m_root.path() / ("journal." + std::to_string(i)));
+        for (std::string half, name; journal >> half >> name; ++messages) {
+            ASSERT_NE(half, "failed:") << journal.rdbuf();
+            ++appended[half]["B " + name];
+            ++appended[half][""];
+            appended[half]["B common"] += 2;
+            ids[half]["<" + name + "@crowd>"] = 1;
+        }
+    }
+    drain();
+    for (const bool spam : {false, true}) {
+        const std::string half = half_name(spam);
+        counts found = tokens_of(m_root.base(), half);
+        std::erase_if(found, [](const auto& entry) { return entry.first.starts_with("B w"); });
+        unsigned wrong = 0;
+        for (const auto& [token, count] : appended[half])
+            if (found[token] != count && ++wrong < 10)
+                ADD_FAILURE() << half << ": '" << token << "' " << found[token] << " times, not " << count;
+        EXPECT_EQ(wrong, 0U) << half;
+        EXPECT_EQ(found.size(), appended[half].size()) << half << ": messages that nobody has appended";
+        EXPECT_EQ(ids_of(m_root.base(), half), ids[half]) << half;
+    }
+    EXPECT_GT(messages, 100U);
+    EXPECT_FALSE(m_killed.empty());
+    std::printf("%u seconds, %llu messages appended; lock.bin was the stopped engine's %u times\n", seconds,
+                static_cast<unsigned long long>(messages), m_held);
+    for (const auto& [name, count] : m_killed)
+        std::printf("%6llu killed: %s\n", static_cast<unsigned long long>(count), name.c_str());
+    for (const auto& [name, count] : m_spared)
+        std::printf("%6llu spared: %s\n", static_cast<unsigned long long>(count), name.c_str());
+}
+
+// Takes the lock of the path, and keeps it until it is told to go on.
+const child_role lock_holder("lock_holder", [](std::string_view path) {
+    file_lock lock(path);
+    if (!lock.try_acquire())
+        return 1;
+    platform::event held, go_on;
+    held.create_named("held");
+    go_on.create_named("go_on");
+    held.set();
+    go_on.wait(platform::infinite);
+    lock.release();
+    return 0;
+});
+
+// The holder of lock.bin hangs or is stopped, and then dies or goes on.
+TEST_F(crowd, a_holder_of_the_lock_only_delays) {
+    const std::string working = m_root.client().working_directory() + "base\\transact\\";
+    m_root.start();
+    m_root.train(1, 20);
+    for (const bool stopped : {false, true})
+        for (const bool dies : {true, false}) {
+            SCOPED_TRACE(std::string(stopped ? "stopped" : "hanging") + (dies ? ", then dead" : ""));
+            const std::uint32_t before = m_root.messages();
+            m_root.append(2 + (stopped ? 1 : 0) + (dies ? 2 : 0), 20);
+            const std::string cache = read_file(m_root.transact() / "autotrain.bys");
+            platform::event held, go_on;
+            ASSERT_TRUE(held.create_named("held") && go_on.create_named("go_on"));
+            child_process holder("lock_holder", working + "lock.bin");
+            ASSERT_TRUE(held.wait(60'000));
+            ASSERT_TRUE(!stopped || stop_process(holder.id()));
+
+            // A client waits for 30 seconds and then says so; nothing has changed.
+            token_table tokens;
+            tokens.add("B common");
+            record_batch batch;
+            batch.add({.msid = "<late>", .spam = true, .size = 1, .time = first_time}, tokens);
+            if (full_seconds())
+                EXPECT_EQ(training_client().append(batch).error, ipc_error::locked);
+            else
+                EXPECT_EQ(cache_writer(working + "autotrain.bys").append(batch, 300), append_result::locked);
+            EXPECT_EQ(read_file(m_root.transact() / "autotrain.bys"), cache);
+
+            // The engine waits without limit, can be closed meanwhile, and waits again.
+            m_root.force();
+            platform::sleep_for(300);
+            m_root.stop();
+            m_root.start();
+            m_root.force();
+            platform::sleep_for(300);
+            EXPECT_EQ(read_file(m_root.transact() / "autotrain.bys"), cache);
+
+            if (!dies) {
+                kill(static_cast<pid_t>(holder.id()), SIGCONT);
+                go_on.set();
+            }
+            EXPECT_EQ(dies ? holder.kill() : holder.join(), dies ? child_process::killed : 0);
+            m_root.wait_until_trained();
+            EXPECT_EQ(m_root.messages(), before + 20);
+        }
+}
+
+} // namespace
+} // namespace tvr
