@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "client/utf8.h"
+
 namespace tvr {
 
 // To be called by whoever uses GMime; the first call sets it up.
@@ -13,11 +15,5 @@ void ready_gmime();
 // `room`. `charset` is a name as in a mail, perhaps empty or unknown: such text counts as UTF-8 if it is
 // that, and as windows-1252 if not. Bytes that mean nothing in the charset become U+FFFD.
 std::string_view to_utf8(std::string_view bytes, std::string_view charset, std::string& room);
-
-[[nodiscard]] bool is_ascii(std::string_view bytes) noexcept;
-[[nodiscard]] bool is_utf8(std::string_view bytes) noexcept;
-
-// The code point at `at`, which moves behind it; U+FFFD, and one byte on, where there is none.
-[[nodiscard]] char32_t next_code_point(std::string_view text, std::size_t& at) noexcept;
 
 } // namespace tvr

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "platform/streams.h"
 #include "tools/command.h"
 #include "tools/mail_input.h"
 
@@ -16,9 +17,11 @@ int fail(const std::string& text) {
 } // namespace tvr
 
 int main(int count, char** arguments) try {
+    tvr::platform::use_binary_streams();
     int code = tvr::exit_code::done;
     CLI::App program("Trains and watches the Tessivar spam filter engine.\n", "tvrctl");
     program.require_subcommand(1);
+    program.allow_windows_style_options(false); // on every platform the same
     program.footer("\"tvrctl COMMAND --help\" tells more, with examples.");
     tvr::add_train(program, code);
     tvr::add_watch(program, code);

@@ -1,11 +1,13 @@
 // tvrctl export and import: the token base as text.
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
 
 #include "client/tvr_ipc.h"
+#include "common/file_stream.h"
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "settings/common_settings.h"
@@ -31,42 +33,43 @@ void print_sum(std::FILE* where, const char* what, const base_text_sum& sum) {
 class text_target {
 public:
     explicit text_target(const std::string& path) : m_path(path) {
-        if (path == "-") {
-            m_file = stdout;
+        if (path == "-")
             return;
-        }
         m_beside = path + ".part";
-        m_file = std::fopen(m_beside.c_str(), "wbx");
+        m_made = m_file.open(platform::from_display_path(m_beside), platform::access::write,
+                             platform::share::none, platform::creation::create_new);
     }
     ~text_target() {
-        if (m_file && m_file != stdout)
-            std::fclose(m_file);
-        if (m_file && !m_beside.empty())
+        m_file.close();
+        if (m_made)
             std::remove(m_beside.c_str());
     }
     text_target(const text_target&) = delete;
     text_target& operator=(const text_target&) = delete;
 
-    [[nodiscard]] bool is_open() const { return m_file != nullptr; }
+    [[nodiscard]] bool is_open() const { return m_made || m_beside.empty(); }
     [[nodiscard]] const std::string& opened() const { return m_beside; }
     bool write(std::string_view text) {
-        return std::fwrite(text.data(), 1, text.size(), m_file) == text.size();
+        return m_made ? m_file.write(text.data(), text.size())
+                      : std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
     }
     bool finish() {
-        if (m_file == stdout)
+        if (!m_made)
             return std::fflush(stdout) == 0;
-        std::FILE* const file = m_file;
-        m_file = nullptr;
-        const bool done = std::fclose(file) == 0 && std::rename(m_beside.c_str(), m_path.c_str()) == 0;
-        if (!done)
-            std::remove(m_beside.c_str());
-        return done;
+        std::error_code error;
+        if (m_file.close())
+            std::filesystem::rename(m_beside, m_path, error);
+        else
+            error = std::make_error_code(std::errc::io_error);
+        m_made = static_cast<bool>(error);
+        return !m_made;
     }
 
 private:
     std::string m_path;
     std::string m_beside;
-    std::FILE* m_file = nullptr;
+    file_stream m_file;
+    bool m_made = false; // and still there
 };
 
 int export_to(const std::string& path) {

@@ -3,10 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "common/path.h"
 #include "platform/entry.h"
+#include "platform/process.h"
 #include "support/file_bytes.h"
 #include "support/test_root.h"
 
@@ -14,7 +13,7 @@ namespace tvr {
 
 namespace {
 
-constexpr const char* fake_engine = "libtvr_fake_engine.so";
+constexpr const char* fake_engine = TVR_FAKE_ENGINE;
 
 class score_dump : public testing::Test {
 protected:
@@ -59,9 +58,9 @@ TEST_F(score_dump, tells_failures_in_the_output) {
     const std::string unloadable = "Unable to load " + module_folder() + "tvr_no_such.dll\n";
     EXPECT_EQ(dump("fine\n", "tvr_no_such.dll"), unloadable);
     EXPECT_EQ(dump("fine\n", "zlib1.dll"), "GetEngine failed.\n"); // it has no such export
-    setenv("TVR_NO_ENGINE", "1", 1);
+    platform::set_environment_variable("TVR_NO_ENGINE", "1");
     EXPECT_EQ(dump("fine\n"), "GetEngine failed.\n");
-    unsetenv("TVR_NO_ENGINE");
+    platform::set_environment_variable("TVR_NO_ENGINE", "");
 
     const std::string absent = root.engine_path("absent");
     const std::string unreadable = "Unable to open input file " + absent + "\n";

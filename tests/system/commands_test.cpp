@@ -15,8 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::string sample = TVR_SAMPLE_MAIL;
-
 platform::registry_key paths() {
     platform::registry_key key;
     EXPECT_TRUE(key.create(platform::registry_root::local_machine, paths_key));
@@ -25,12 +23,12 @@ platform::registry_key paths() {
 
 std::string registered(const char* name) {
     const auto value = paths().query(name);
-    return value ? value->data : "none";
+    return value ? value->data.substr(0, value->data.find('\0')) : "none";
 }
 
 TEST(keys, register_and_unregister) {
     engine_root root;
-    const std::string self = module_folder() + "tvr_srv";
+    const std::string self = engine_root::server();
     const std::string folder = platform::from_display_path((root.path() / "settings").string());
     const struct {
         const char* key;
@@ -85,7 +83,10 @@ protected:
         const std::string text = run(arguments, code);
         EXPECT_NE(text.find(part), std::string::npos) << arguments << "\n" << text;
     }
-    static void train() { run("train -q --wait --spam " + sample + "/spam --ham " + sample + "/ham"); }
+    void train() {
+        root.start();
+        root.train(1, 60);
+    }
 
     engine_root root;
 };
@@ -121,7 +122,7 @@ TEST_F(commands, carry_the_base_over) {
     const auto before = root.base_files();
     run("import " + text, 3); // over a base that is there
     run("purge");
-    engine_root::wait_for("the purge", [&] { return root.base_files().size() <= 1; });
+    root.wait_for_purge();
     run("stop");
     write_file(root.path() / "cut.txt", read_file(text).substr(0, 1000));
     run("import " + (root.path() / "cut.txt").string(), 3);
@@ -135,26 +136,52 @@ TEST_F(commands, carry_the_base_over) {
 }
 
 TEST_F(commands, forget_what_waits) {
-    const std::string mail = fs::directory_iterator(sample + "/spam")->path().string();
-    run("train -q --later --spam " + sample + "/spam");
-    run("forget --file " + mail);
-    expect("forget '<nobody@nowhere.example>'", 1, "nobody");
-    run("train -q --wait --ham " + sample + "/ham");
-    EXPECT_EQ(root.messages(), 61U);
-    expect("forget --file " + mail, 1, "train");
+    root.append(1, 10);
+    expect("forget \"<1.3>\"", 0, "won't be learned");
+    expect("forget \"<nobody@nowhere.example>\"", 1, "nobody");
+    root.start();
+    root.force();
+    root.wait_until_trained();
+    EXPECT_EQ(root.messages(), 9U);
+    expect("forget \"<1.3>\"", 1, "train");
 }
 
 TEST_F(commands, change_settings_that_the_engine_takes) {
     fs::create_directory(root.path() / "install");
-    expect("config set 'no such key' 1", 2, "no such key");
+    expect("config set \"no such key\" 1", 2, "no such key");
     run("config root " + (root.path() / "install").string());
-    expect("config set 'training delay' 0", 3, "training delay");
-    run("config set 'training delay' 1");
-    run("config set 'recalculating strategy' 1");
-    EXPECT_EQ(run("config get 'Training Delay'"), "1\n");
+    expect("config set \"training delay\" 0", 3, "training delay");
+    run("config set \"training delay\" 1");
+    run("config set \"recalculating strategy\" 1");
+    EXPECT_EQ(run("config get \"Training Delay\""), "1\n");
     expect("config list", 0, "recalculating strategy             1\n");
-    run("train -q --later --spam " + sample + "/spam");
+    root.append(1, 10);
+    run("start");
     engine_root::wait_for("a training by itself", [&] { return !root.stamp().empty(); });
+}
+
+TEST_F(commands, control_the_engine) {
+    run("start");
+    const std::uint32_t process = engine_root::process();
+    EXPECT_NE(process, 0U);
+    expect("start", 0, ("runs already, as process " + std::to_string(process)).c_str());
+    root.append(1, 10);
+    run("force");
+    root.wait_until_trained();
+    run("purge");
+    root.wait_for_purge();
+    run("stop");
+    EXPECT_EQ(engine_root::process(), 0U);
+    run("stop");
+
+    run("log off");
+    const std::string before = root.log("tvr_srv.log");
+    root.start();
+    root.stop();
+    EXPECT_EQ(root.log("tvr_srv.log"), before);
+    run("log on");
+    root.start();
+    EXPECT_NE(root.log("tvr_srv.log"), before);
 }
 
 } // namespace

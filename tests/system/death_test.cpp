@@ -3,15 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <cstdlib>
 #include <ostream>
-#include <unistd.h>
 
 #include "platform/change_hook.h"
-#include "platform/entry.h"
 #include "support/child_process.h"
 #include "system/engine_root.h"
+#include "system/mortal_engine.h"
 
 namespace tvr {
 namespace {
@@ -26,24 +23,6 @@ struct death {
 
     friend std::ostream& operator<<(std::ostream& out, const death& point) { return out << point.name; }
 };
-
-change fatal_change{};
-std::string fatal_path;
-
-std::uint32_t die_there(change what, std::string_view path) {
-    if (what == fatal_change && path.ends_with(fatal_path))
-        kill(getpid(), SIGKILL);
-    return 0;
-}
-
-// The engine, but for its death. The argument is the number of the change, a blank, and the path.
-const child_role mortal_engine("mortal_engine", [](std::string_view argument) {
-    const std::size_t blank = argument.find(' ');
-    fatal_change = static_cast<change>(std::atoi(std::string(argument.substr(0, blank)).c_str()));
-    fatal_path = argument.substr(blank + 1);
-    platform::set_change_hook(die_there);
-    return engine_main("");
-});
 
 using files = std::map<std::string, std::string>;
 
@@ -85,8 +64,7 @@ protected:
 
     // Kills an engine in the second transaction.
     void die() {
-        child_process engine("mortal_engine",
-                             std::to_string(static_cast<int>(GetParam().what)) + " " + GetParam().path);
+        child_process engine("mortal_engine", mortal_engine_argument(GetParam().what, GetParam().path));
         engine_root::wait_for("the mortal engine", [] { return engine_root::process() != 0; });
         m_root->append(2, 20);
         m_root->force();

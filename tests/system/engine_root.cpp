@@ -1,14 +1,11 @@
 #include "system/engine_root.h"
 
-#include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <stdexcept>
-#include <sys/wait.h>
 
 #include "common/bytes.h"
 #include "common/path.h"
+#include "dict/message_record.h"
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/presence.h"
@@ -58,6 +55,11 @@ void engine_root::set_training(unsigned delay, unsigned messages) const {
         << "training delay = " << delay << "\nrecalculating strategy = " << messages << "\n";
 }
 
+std::string engine_root::server() {
+    const std::string own = platform::module_path();
+    return module_folder() + "tvr_srv" + (own.ends_with(".exe") ? ".exe" : "");
+}
+
 std::uint32_t engine_root::process() {
     return engine_view::process_id();
 }
@@ -71,8 +73,12 @@ void engine_root::wait_for(const char* what, const std::function<bool()>& condit
     }
 }
 
-void engine_root::start() {
+void engine_root::launch() {
     platform::start_process(server_path());
+}
+
+void engine_root::start() {
+    launch();
     wait_for("the engine's start", [] { return process() != 0; });
 }
 
@@ -93,23 +99,11 @@ void engine_root::kill() {
 }
 
 int engine_root::run_key(const std::string& key) const {
-    const std::string program = platform::display_path(server_path());
-    const int status = std::system(("'" + program.substr(0, program.size() - 4) + "' " + key).c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run_program("tvr_srv", key).code;
 }
 
-engine_root::outcome engine_root::tvrctl(const std::string& arguments) {
-    const std::string program = platform::display_path(module_folder() + "tvrctl");
-    FILE* pipe = popen(("'" + program + "' " + arguments + " 2>&1").c_str(), "r");
-    if (!pipe)
-        throw std::runtime_error("no tvrctl");
-    outcome result;
-    std::array<char, 4096> piece;
-    while (const std::size_t got = std::fread(piece.data(), 1, piece.size(), pipe))
-        result.text.append(piece.data(), got);
-    const int status = pclose(pipe);
-    result.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
+program_result engine_root::tvrctl(const std::string& arguments) {
+    return run_program("tvrctl", arguments);
 }
 
 void engine_root::append(unsigned series, unsigned count, bool manual) {
@@ -122,7 +116,7 @@ void engine_root::append(unsigned series, unsigned count, bool manual) {
         tokens.add("H subject:" + std::to_string(series) + "-" + std::to_string(i % 5));
         for (unsigned word = 0; word < 20; ++word)
             tokens.add("B w" + std::to_string((i * 7 + word * series) % 50));
-        const std::string msid = "<" + std::to_string(series) + "." + std::to_string(i) + ">";
+        const std::string msid = make_msid(std::to_string(series) + "." + std::to_string(i), "", "", "");
         batch.add({.msid = msid,
                    .spam = spam,
                    .manual = manual,
@@ -160,7 +154,7 @@ bool engine_root::marker(unsigned stage) const {
 }
 
 std::string engine_root::stamp() const {
-    return read_file(m_base / "cashe.mrk");
+    return peek(m_base / "cashe.mrk");
 }
 
 std::map<std::string, std::string> engine_root::base_files() const {
@@ -168,8 +162,17 @@ std::map<std::string, std::string> engine_root::base_files() const {
     for (const auto& entry : fs::directory_iterator(m_base))
         for (const char* extension : {".bye", ".lst", ".rgd"})
             if (entry.path().extension() == extension)
-                files[entry.path().filename().string()] = read_file(entry.path());
+                files[entry.path().filename().string()] = peek(entry.path());
     return files;
+}
+
+void engine_root::wait_for_purge() const {
+    wait_for("empty dictionaries", [&] {
+        for (const auto& entry : fs::directory_iterator(m_base))
+            if (entry.path().extension() == ".bye" || entry.path().extension() == ".lst")
+                return false;
+        return true;
+    });
 }
 
 std::uint32_t engine_root::messages() const {
@@ -178,7 +181,21 @@ std::uint32_t engine_root::messages() const {
 }
 
 std::string engine_root::log(const std::string& name) const {
-    return read_file(m_root.path() / "log" / name);
+    return peek(m_root.path() / "log" / name);
+}
+
+// In the engine's way as little as any other onlooker.
+std::string engine_root::peek(const fs::path& file) {
+    const std::string path = platform::from_display_path(file.string());
+    std::string bytes;
+    std::size_t got = 0;
+    do {
+        bytes.resize(bytes.size() + 65536);
+        got = platform::peek_file(path, bytes.size() - 65536, bytes.data() + bytes.size() - 65536, 65536)
+                  .value_or(0);
+        bytes.resize(bytes.size() - 65536 + got);
+    } while (got != 0);
+    return bytes;
 }
 
 } // namespace tvr

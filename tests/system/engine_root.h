@@ -11,6 +11,7 @@
 
 #include "client/record_batch.h"
 #include "client/tvr_ipc.h"
+#include "support/program.h"
 #include "support/test_root.h"
 
 namespace tvr {
@@ -26,12 +27,14 @@ public:
     // For the engine's next start. `delay` in seconds.
     void set_training(unsigned delay, unsigned messages) const;
 
-    void start(); // the real tvr_srv, and waits until it is there
-    void stop();  // and waits until its process has ended, a second or so
-    void kill();  // at once
+    static void launch(); // tries to start the real tvr_srv
+    void start();         // and waits until it is there
+    void stop();          // and waits until its process has ended, a second or so
+    void kill();          // at once
     // Runs tvr_srv with a key to its end; its exit code.
     [[nodiscard]] int run_key(const std::string& key) const;
     [[nodiscard]] static std::uint32_t process();
+    [[nodiscard]] static std::string server(); // the file of tvr_srv, as the engine registers it
 
     // Appends `count` messages of which every second one is spam; `series` makes them differ.
     void append(unsigned series, unsigned count, bool manual = false);
@@ -39,6 +42,8 @@ public:
     void force() { m_client.raise(engine_event::train, false); }
     // Waits until a base of all that was appended is published.
     void wait_until_trained();
+    // Waits until both dictionaries are empty.
+    void wait_for_purge() const;
     // The same from the append on.
     void train(unsigned series, unsigned count);
 
@@ -55,16 +60,14 @@ public:
     training_client& client() { return m_client; }
 
     // Runs the real tvrctl to its end.
-    struct outcome {
-        int code = -1;
-        std::string text; // of both outputs
-    };
-    static outcome tvrctl(const std::string& arguments);
+    static program_result tvrctl(const std::string& arguments);
 
     // Waits until the condition holds; throws after a minute.
     static void wait_for(const char* what, const std::function<bool()>& condition);
 
 private:
+    [[nodiscard]] static std::string peek(const std::filesystem::path& file);
+
     test_root m_root;
     std::filesystem::path m_base;
     training_client m_client;

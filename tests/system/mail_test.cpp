@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-engine_root::outcome tvrctl(const std::string& arguments) {
+program_result tvrctl(const std::string& arguments) {
     return engine_root::tvrctl(arguments);
 }
 
@@ -94,6 +94,16 @@ TEST(mail, what_waits_outlives_the_engine) {
     EXPECT_EQ(root.messages(), 62U);
 }
 
+TEST(mail, that_waits_is_forgotten_by_its_file) {
+    engine_root root;
+    const std::string mail = fs::directory_iterator(sample + "/spam")->path().string();
+    tvrctl("train -q --later --spam " + sample + "/spam");
+    EXPECT_EQ(tvrctl("forget --file " + mail).code, 0);
+    tvrctl("train -q --wait --ham " + sample + "/ham");
+    EXPECT_EQ(root.messages(), 61U);
+    EXPECT_EQ(tvrctl("forget --file " + mail).code, 1);
+}
+
 TEST(mail, is_scored_by_the_published_base) {
     engine_root root;
     const std::string spam = fs::directory_iterator(sample + "/spam")->path().string();
@@ -137,32 +147,6 @@ TEST(mail, is_evaluated_on_a_root_of_its_own) {
     const fs::path left = root.path() / "tmp";
     EXPECT_TRUE(!fs::exists(left) || fs::is_empty(left));
     EXPECT_EQ(tvrctl("eval -q --spam /absent --ham /absent").code, 3);
-}
-
-TEST(mail, the_engine_is_controlled) {
-    engine_root root;
-    EXPECT_EQ(tvrctl("start").code, 0);
-    const std::uint32_t process = engine_root::process();
-    EXPECT_NE(process, 0U);
-    EXPECT_NE(tvrctl("start").text.find("runs already, as process " + std::to_string(process)),
-              std::string::npos);
-    root.append(1, 10);
-    EXPECT_EQ(tvrctl("force").code, 0);
-    root.wait_until_trained();
-    EXPECT_EQ(tvrctl("purge").code, 0);
-    engine_root::wait_for("the purge", [&] { return root.base_files().size() <= 1; });
-    EXPECT_EQ(tvrctl("stop").code, 0);
-    EXPECT_EQ(engine_root::process(), 0U);
-    EXPECT_EQ(tvrctl("stop").code, 0);
-
-    EXPECT_EQ(tvrctl("log off").code, 0);
-    const std::string before = root.log("tvr_srv.log");
-    root.start();
-    root.stop();
-    EXPECT_EQ(root.log("tvr_srv.log"), before);
-    EXPECT_EQ(tvrctl("log on").code, 0);
-    root.start();
-    EXPECT_NE(root.log("tvr_srv.log"), before);
 }
 
 } // namespace

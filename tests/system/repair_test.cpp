@@ -2,13 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <functional>
 #include <sstream>
-#include <unistd.h>
 
 #include "msid/msidmap.h"
 #include "platform/change_hook.h"
+#include "platform/process.h"
 #include "support/child_process.h"
 #include "support/file_bytes.h"
 #include "system/engine_root.h"
@@ -235,7 +234,7 @@ unsigned changes_left = 0;
 
 std::uint32_t die_later(change, std::string_view) {
     if (changes_left-- == 0)
-        kill(getpid(), SIGKILL);
+        platform::terminate_process(platform::current_process_id(), child_process::killed);
     return 0;
 }
 

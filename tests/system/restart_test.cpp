@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <sys/wait.h>
-
 #include "platform/change_hook.h"
 #include "platform/entry.h"
 #include "platform/presence.h"
@@ -118,7 +115,7 @@ TEST_F(restart, stuck_work_thread) {
     obedient = &child;
     expect(true, {calls, begins, demands, left});
     EXPECT_GE(pauses, 70U);
-    EXPECT_EQ(child.join(), 255);
+    EXPECT_EQ(child.join(), child_process::code_of(-1));
 }
 
 TEST_F(restart, stuck_main_thread) {
@@ -130,11 +127,9 @@ TEST_F(restart, stuck_main_thread) {
     expect(true, {calls});
 }
 
-TEST_F(restart, stopped_by_a_signal) {
+TEST_F(restart, stopped_in_all_its_threads) {
     child_process child = start("");
-    const auto id = static_cast<pid_t>(child.id());
-    ASSERT_EQ(kill(id, SIGSTOP), 0);
-    ASSERT_EQ(waitpid(id, nullptr, WUNTRACED), id);
+    ASSERT_TRUE(child.suspend());
     expect(true, {calls, begins, demands, ended});
     EXPECT_EQ(child.join(), child_process::killed);
 }

@@ -66,9 +66,11 @@ protected:
         EXPECT_EQ(good, errors.str().empty()) << errors.str();
         m_errors = errors.str();
         std::string text = out.str();
-        const std::string folder = m_root.path().string() + "/";
+        std::string folder = (m_root.path() / "").string();
         if (m_errors.starts_with("tvrctl: " + folder + name + ": "))
             m_errors.erase(0, 8 + folder.size() + name.size() + 2);
+        for (std::size_t at = 0; options.json && (at = folder.find('\\', at)) != std::string::npos; at += 2)
+            folder.insert(at, 1, '\\');
         return text.erase(0, text.empty() ? 0 : text.find(folder) + folder.size());
     }
 
@@ -210,7 +212,7 @@ TEST_F(inspect_test, names_damage) {
 TEST_F(inspect_test, looks_at_files_in_use) {
     write_file(m_root.path() / "a", atom);
     platform::file held;
-    ASSERT_TRUE(held.open(m_root.engine_path("a"), platform::access::read_write, platform::share::none,
+    ASSERT_TRUE(held.open(m_root.engine_path("a"), platform::access::read_write, platform::share::read,
                           platform::creation::open_existing));
     std::ostringstream out, errors;
     EXPECT_TRUE(inspect_file((m_root.path() / "a").string(), {}, out, errors)) << errors.str();
@@ -231,7 +233,8 @@ protected:
         state.run();
         m_defects = state.defects();
         std::string text = out.str();
-        for (const std::string& part : {m_work.string() + "/base/", "transact/"s})
+        std::replace(text.begin(), text.end(), '\\', '/');
+        for (const std::string& part : {m_work.generic_string() + "/base/", "transact/"s})
             for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos;)
                 text.erase(at, part.size());
         return text;

@@ -56,4 +56,12 @@ int child_process::join() {
     return m_result;
 }
 
+int child_process::code_of(int exit_code) {
+    return exit_code & 0xFF;
+}
+
+bool child_process::suspend() {
+    return ::kill(m_id, SIGSTOP) == 0 && waitpid(m_id, nullptr, WUNTRACED) == m_id;
+}
+
 } // namespace tvr
