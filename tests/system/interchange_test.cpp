@@ -75,7 +75,8 @@ files base_of(const engine_root& root) {
 
 void expect_equal(const files& found, const files& expected) {
     EXPECT_GE(expected.size(), 6U); // list and index of each half, an atom, and the compiled base
-    EXPECT_EQ(found.size(), expected.size());
+    for (const auto& [name, bytes] : found)
+        EXPECT_TRUE(expected.contains(name)) << name << " is too much";
     for (const auto& [name, bytes] : expected) {
         const auto other = found.find(name);
         ASSERT_NE(other, found.end()) << name;
@@ -127,7 +128,11 @@ TEST(interchange, the_base_as_text_is_the_same) {
     fs::remove(root.base() / "cashe.rgd");
     expect_tvrctl(root, true, "import '" + seen_by_wine(native) + "'");
     expect_tvrctl(root, true, "stop");
-    expect_equal(base_of(root), before);
+    files after = base_of(root);
+    for (const char* index : {"spamdict.idx", "nspamdict.idx"})
+        if (!before.contains(index))
+            after.erase(index); // made with the import; it can be thrown away at any time
+    expect_equal(after, before);
     expect_tvrctl(root, true, "verify");
     expect_tvrctl(root, false, "verify");
 }

@@ -63,8 +63,8 @@ protected:
         std::map<std::string, std::string> files;
         for (const auto& entry : fs::recursive_directory_iterator(data() / "repair"))
             if (entry.is_regular_file())
-                files[fs::relative(entry.path(), *fs::directory_iterator(data() / "repair")).string()] =
-                    read_file(entry.path());
+                files[fs::relative(entry.path(), *fs::directory_iterator(data() / "repair"))
+                          .generic_string()] = read_file(entry.path());
         return files;
     }
 
