@@ -124,6 +124,7 @@ TEST(interchange, the_base_as_text_is_the_same) {
     expect_tvrctl(root, true, "export '" + seen_by_wine(windows) + "'");
     EXPECT_EQ(read_file(windows), read_file(native));
     expect_tvrctl(root, true, "purge");
+    root.wait_for_purge();
     expect_tvrctl(root, true, "stop");
     fs::remove(root.base() / "cashe.rgd");
     expect_tvrctl(root, true, "import '" + seen_by_wine(native) + "'");
