@@ -62,6 +62,8 @@ for file in "$scratch"/unpacked/usr/bin/* "$scratch/unpacked/usr/lib/libtvr_ipc.
     ! readelf -S "$file" | grep -q ' \.symtab' || wrong "$file isn't stripped"
     ! readelf -d "$file" | grep -E 'R(UN)?PATH' || wrong "$file looks for libraries in a folder of its own"
 done
+scripts/check-hardening.sh --fortify "$scratch"/unpacked/usr/bin/* "$scratch/unpacked/usr/lib/libtvr_ipc.so" ||
+    wrong "it isn't hardened"
 ! grep -rlF "$PWD" "$scratch/unpacked" || wrong "files that name the folder they were built in"
 
 # Whatever on this machine is named after the package.

@@ -80,41 +80,31 @@ TEST(posix_test, everything_is_private) {
     EXPECT_GT(expect_private(root.path()), 15);
 }
 
-TEST(posix_test, without_a_root_everything_lies_with_the_user) {
-    const test_root home;
-    const no_mask open_to_all;
-    const auto run = home.path() / "run";
+// Where others can put names of their own, nothing is used.
+TEST(posix_test, a_shared_folder_is_not_used) {
+    const test_root root;
+    const auto run = root.path() / "run";
+    const auto appdata = [] { return expand_environment("%appdata%"); };
     fs::create_directory(run);
-    chmod(run.c_str(), 0700);
-    unsetenv("TESSIVAR_ROOT");
-    setenv("HOME", home.path().c_str(), 1);
-    setenv("XDG_RUNTIME_DIR", run.c_str(), 1);
-    unsetenv("XDG_DATA_HOME");
-    make_everything();
-    EXPECT_TRUE(fs::exists(run / "tessivar"));
-    EXPECT_GT(expect_private(home.path()), 12);
-}
-
-// A run-time folder that others can write in is nobody's; one of the user's own takes its place.
-TEST(posix_test, a_shared_runtime_folder_is_not_used) {
-    const test_root home;
-    const auto shared = home.path() / "shared";
-    fs::create_directory(shared);
-    setenv("HOME", home.path().c_str(), 1);
-    setenv("XDG_RUNTIME_DIR", shared.c_str(), 1);
-    for (const mode_t rights : {0777U, 0755U, 01777U}) {
-        chmod(shared.c_str(), rights);
-        unsetenv("TESSIVAR_ROOT");
-        const std::string folder = runtime_folder();
-        setenv("TESSIVAR_ROOT", home.path().c_str(), 1);
-        EXPECT_TRUE(folder.starts_with(home.engine_path())) << folder;
-        EXPECT_TRUE(fs::is_empty(shared));
+    for (const mode_t rights : {0777U, 0770U, 01777U}) {
+        chmod(run.c_str(), rights);
+        EXPECT_EQ(runtime_folder(), "") << rights;
+        event named;
+        EXPECT_FALSE(named.create_named("event"));
     }
-    fs::create_directory(home.path() / "run");
-    chmod((home.path() / "run").c_str(), 0777);
+    fs::remove(run);
+    fs::create_directory(root.path() / "else");
+    fs::create_directory_symlink(root.path() / "else", run);
     EXPECT_EQ(runtime_folder(), "");
-    event named;
-    EXPECT_FALSE(named.create_named("event"));
+    fs::remove(run);
+    for (const mode_t rights : {0777U, 01777U}) {
+        chmod(root.path().c_str(), rights);
+        EXPECT_EQ(runtime_folder() + temp_folder_path() + common_appdata_folder() + appdata(), "") << rights;
+        registry_key key;
+        EXPECT_FALSE(key.create(registry_root::current_user, "Software\\Test"));
+    }
+    chmod(root.path().c_str(), 0755);
+    EXPECT_NE(runtime_folder(), "");
 }
 
 TEST(posix_test, a_root_moves_every_store) {

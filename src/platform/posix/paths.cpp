@@ -1,13 +1,19 @@
 #include "platform/posix/paths.h"
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <optional>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
+
+#include "platform/posix/descriptor.h"
 
 namespace tvr::platform::posix {
 
@@ -46,25 +52,65 @@ std::string working_folder() {
     return getcwd(buffer, sizeof buffer) != nullptr ? buffer : ".";
 }
 
+// Once in a process: what follows from it, a missing event or presence, has no words of its own.
+void tell_unsafe(const std::string& path, const char* reason) {
+    static std::atomic<bool> told{false};
+    if (!told.exchange(true))
+        std::fprintf(stderr, "tessivar: the folder %s is not used: %s\n", path.c_str(), reason);
+}
+
+// Why a folder that exists must not be used; null if it may. `forbidden` are bits of its mode.
+const char* unsafe(const struct stat& info, mode_t forbidden) {
+    if (S_ISLNK(info.st_mode))
+        return "it is a symbolic link";
+    if (!S_ISDIR(info.st_mode))
+        return "it is no folder";
+    if (info.st_uid != geteuid())
+        return "it belongs to another user";
+    return (info.st_mode & forbidden) != 0 ? "other users may write in it" : nullptr;
+}
+
+// Where others can make names they can put their own folders and stores in place of the user's.
+const char* unsafe_root(const std::string& path) {
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0 || info.st_uid == 0)
+        info.st_uid = geteuid();
+    return S_ISDIR(info.st_mode) ? unsafe(info, S_IWOTH) : nullptr;
+}
+
 std::optional<std::string> moved_root() {
     const char* value = std::getenv("TESSIVAR_ROOT");
     if (value == nullptr || *value == '\0')
         return std::nullopt;
     std::string path = *value == '/' ? value : working_folder() + "/" + value;
     drop_trailing_slashes(path);
+    if (const char* reason = unsafe_root(path)) {
+        tell_unsafe(path, reason);
+        return "/dev/null"; // nothing can be made below it
+    }
     return path;
+}
+
+// The home of the account, whatever the environment says; empty if there is none.
+std::string account_home() {
+    thread_local std::pair<uid_t, std::optional<std::string>> known;
+    if (known.second && known.first == geteuid())
+        return *known.second;
+    std::vector<char> buffer(16384);
+    passwd entry{};
+    passwd* found = nullptr;
+    std::string home;
+    if (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr &&
+        found->pw_dir != nullptr && *found->pw_dir == '/')
+        home = found->pw_dir;
+    known = {geteuid(), home};
+    return home;
 }
 
 std::string home_folder() {
     if (auto home = folder_variable("HOME"))
         return *home;
-    std::vector<char> buffer(16384);
-    passwd entry{};
-    passwd* found = nullptr;
-    if (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr &&
-        found->pw_dir != nullptr && *found->pw_dir == '/')
-        return found->pw_dir;
-    return {};
+    return account_home();
 }
 
 std::string below_home(std::string_view name) {
@@ -79,8 +125,27 @@ std::string data_root() {
 
 bool is_ours(const std::string& path, mode_t forbidden) {
     struct stat info {};
-    return lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == geteuid() &&
-           (info.st_mode & forbidden) == 0;
+    return lstat(path.c_str(), &info) == 0 && unsafe(info, forbidden) == nullptr;
+}
+
+// Only the account counts: the variables of a mail server, of a terminal and of a session's services differ,
+// and their processes must meet.
+std::string lasting_folder_name() {
+    std::string home = account_home();
+    struct stat info {};
+    if (home.empty() || stat(home.c_str(), &info) != 0)
+        home = folder_variable("HOME").value_or(std::string());
+    return home.empty() ? home : home.append("/.cache/tessivar/run");
+}
+
+// True while any process holds a named event of this folder.
+bool is_in_use(const std::string& folder) {
+    const descriptor events(
+        ::open((folder + "/events").c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    return events.is_open() && fcntl(events.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
 std::string made(std::string path) {
@@ -89,7 +154,14 @@ std::string made(std::string path) {
 
 std::string made_private(std::string path) {
     path = made(std::move(path));
-    return !path.empty() && is_ours(path, others_may_write) ? path : std::string();
+    struct stat info {};
+    if (path.empty() || lstat(path.c_str(), &info) != 0)
+        return {};
+    const char* const reason = unsafe(info, others_may_write);
+    if (reason == nullptr)
+        return path;
+    tell_unsafe(path, reason);
+    return {};
 }
 
 // One translation after the other asks for the same drive: it is made once.
@@ -169,10 +241,17 @@ bool make_folders(const std::string& native) {
 std::string native_runtime_folder() {
     if (const auto root = moved_root())
         return made_private(*root + "/run");
-    const auto system = folder_variable("XDG_RUNTIME_DIR");
-    if (system && is_ours(*system, permission_bits & ~private_folder))
-        return made_private(*system + "/tessivar");
-    return made_private(below_home("/.cache/tessivar/run"));
+    // The folder of the session comes with the first login and goes with the last logout. Whoever comes later
+    // joins those who came before it.
+    const std::string session = "/run/user/" + std::to_string(geteuid());
+    const std::string lasting = lasting_folder_name();
+    if (is_ours(session, permission_bits & ~private_folder) && !is_in_use(lasting))
+        return made_private(session + "/tessivar");
+    return made_private(lasting);
+}
+
+std::string native_lasting_runtime_folder() {
+    return moved_root() ? native_runtime_folder() : made_private(lasting_folder_name());
 }
 
 std::string native_temp_folder() {

@@ -15,9 +15,16 @@ std::string engine_path(std::string_view native);
 std::string parent_folder(std::string_view native);
 
 // The folders of everything, as native paths without a trailing slash. TESSIVAR_ROOT moves them all below
-// itself. Each is made on demand with mode 0700; empty if it can't be made or isn't safe to use.
-std::string native_runtime_folder(); // owned by this user, closed to all others
-std::string native_temp_folder();    // likewise
+// itself. Each is made on demand with mode 0700; empty if it can't be made or isn't safe to use, the reason
+// of which is told on the standard error once.
+
+// Owned by this user, not writable for others. Without TESSIVAR_ROOT: below /run/user/<uid> if that is there
+// and private; otherwise, or while somebody is there, below the home of the account. No other variable
+// counts.
+std::string native_runtime_folder();
+// The one below the home, which outlasts sessions; under TESSIVAR_ROOT the same.
+std::string native_lasting_runtime_folder();
+std::string native_temp_folder(); // likewise
 std::string native_appdata_folder();
 std::string native_common_folder();
 // Not made: the store makes them when it is written.

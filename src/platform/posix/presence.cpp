@@ -22,7 +22,8 @@ constexpr std::uint32_t first_message = 0xC000; // up to 0xFFFF
 constexpr std::uint32_t message_count = 0x4000;
 constexpr std::string_view file_prefix = "presence.";
 constexpr std::size_t max_file_name = 200;
-constexpr std::uint32_t death_check = 50; // milliseconds
+constexpr std::uint32_t death_check = 50;     // milliseconds
+constexpr std::uint32_t orphan_check = 5'000; // milliseconds
 
 // What an owner shares with the others. It means something only while the owner holds the present lock.
 struct presence_page {
@@ -73,13 +74,19 @@ void append_safe(std::string& out, std::string_view text) {
     }
 }
 
-// Different names give different files. Empty if the name is too long, or there is no run-time folder.
-std::string presence_file(std::string_view class_name, std::string_view title) {
+// Different names give different files. Empty if the name is too long.
+std::string file_name(std::string_view class_name, std::string_view title) {
     std::string name(file_prefix);
     append_safe(name, class_name);
     name += '.';
     append_safe(name, title);
-    return name.size() <= max_file_name ? posix::runtime_file(name) : std::string();
+    return name.size() <= max_file_name ? name : std::string();
+}
+
+// Also empty if there is no run-time folder.
+std::string presence_file(std::string_view class_name, std::string_view title) {
+    const std::string name = file_name(class_name, title);
+    return name.empty() ? name : posix::runtime_file(name);
 }
 
 // The present owner's page, if there is an owner.
@@ -116,6 +123,9 @@ std::uint32_t register_private_message(std::string_view name) noexcept {
 
 struct presence::state {
     shared_page page;
+    // Where the run-time folder is one of a session: its namesake in the lasting folder, locked too. So the
+    // owner stays the only one when the session ends, and until it has noticed.
+    shared_page guard;
     std::uint32_t owner = 0;
     std::uint32_t private_message = 0;
     std::uint32_t previous_process = 0;
@@ -132,9 +142,14 @@ struct presence::state {
 
     [[nodiscard]] presence_page& shared() const { return *static_cast<presence_page*>(page.data()); }
 
-    bool take(const std::string& path) {
+    bool take(const std::string& name) {
+        const std::string path = name.empty() ? name : posix::runtime_file(name);
         if (path.empty() || !page.open(path, true))
             return false;
+        const std::string lasting = posix::native_lasting_runtime_folder() + "/" + name;
+        if (lasting != path && guard.open(lasting, true) &&
+            !guard.try_lock(shared_page::lock_kind::exclusive, owning))
+            return posix::fail(error::already_exists);
         if (!page.try_lock(shared_page::lock_kind::exclusive, owning))
             return posix::fail(error::already_exists);
         if (!page.reserve(sizeof(presence_page)) || !page.map(sizeof(presence_page)))
@@ -164,7 +179,7 @@ presence::~presence() = default;
 
 bool presence::create(std::string_view class_name, std::string_view title) {
     auto fresh = std::make_unique<state>();
-    if (!fresh->take(presence_file(class_name, title)))
+    if (!fresh->take(file_name(class_name, title)))
         return false;
     m_state = std::move(fresh);
     return true;
@@ -192,9 +207,11 @@ void presence::run() {
         const std::uint32_t seen = shared.generation.load();
         if (m_state->told_to_exit())
             exit_process(-1);
-        if (shared.close_request.load() == m_state->owner)
+        // With the folder of a session that has ended nobody finds this owner any more, but for a next one.
+        if (shared.close_request.load() == m_state->owner || m_state->page.is_orphan())
             break;
-        posix::futex_wait(shared.generation, seen, futex_scope::shared, nullptr);
+        const timespec until = posix::monotonic_after(orphan_check);
+        posix::futex_wait(shared.generation, seen, futex_scope::shared, &until);
     }
     m_state.reset();
 }

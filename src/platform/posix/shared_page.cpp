@@ -46,7 +46,9 @@ bool shared_page::open(const std::string& path, bool create) {
     if (!m_file.is_open())
         return fail_errno();
     struct stat info {};
-    if (fstat(m_file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    // A second name would let others in whom the folder keeps out.
+    if (fstat(m_file.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_uid != geteuid() ||
+        info.st_nlink > 1) {
         close();
         return fail(error::access_denied);
     }
@@ -108,6 +110,11 @@ bool shared_page::locked_by_other(lock_kind kind, off_t byte) const noexcept {
     struct flock lock = lock_on(type_of(kind), byte, 1);
     // Where the kernel can't tell, the byte counts as taken: nothing of another's is reset.
     return fcntl(m_file.get(), F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
+}
+
+bool shared_page::is_orphan() const noexcept {
+    struct stat info {};
+    return fstat(m_file.get(), &info) == 0 && info.st_nlink == 0;
 }
 
 } // namespace tvr::platform::posix

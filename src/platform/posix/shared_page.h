@@ -26,7 +26,8 @@ public:
     shared_page(const shared_page&) = delete;
     shared_page& operator=(const shared_page&) = delete;
 
-    // Opens a regular file for reading and writing, without following a link. False sets last_error().
+    // Opens a regular file of this user for reading and writing, without following a link. False sets
+    // last_error().
     bool open(const std::string& path, bool create);
     // Gives the file at least `size` bytes, with space behind every one of them. False sets last_error().
     bool reserve(std::size_t size);
@@ -41,6 +42,9 @@ public:
     void unlock(off_t first, off_t count = 1) const noexcept;
     // True if another object holds a lock that would keep this one from the lock `kind`.
     [[nodiscard]] bool locked_by_other(lock_kind kind, off_t byte) const noexcept;
+
+    // True if the file has lost its name, so that nobody else can find it any more.
+    [[nodiscard]] bool is_orphan() const noexcept;
 
     [[nodiscard]] void* data() const noexcept { return m_data; }
     [[nodiscard]] bool same_file(const shared_page& other) const noexcept {
