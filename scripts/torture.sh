@@ -3,7 +3,7 @@
 # The suite runs a short form of the same.
 #   scripts/torture.sh                all sections
 #   scripts/torture.sh SECTION...     these: death (minutes), failure (minutes), crowd (a quarter of an hour),
-#                                     long (minutes; writes docs/long-life.svg anew), fuzz (two hours)
+#                                     long (minutes; writes docs/long-life.svg anew), foreign (a minute), fuzz (two hours)
 # As root, `failure` also fills a small disk; it leaves that out, and says so, for everybody else.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -48,6 +48,12 @@ section_long() {
     build load_test tvr_srv tvr_ipc
     LONG_TRANSACTIONS=1000 LONG_TABLE=build/release/long-life.csv build/release/bin/load_test --gtest_filter='long_life.*'
     scripts/long-life.py build/release/long-life.csv docs/long-life.svg
+}
+
+# Another user of the machine, and what he plants. As root.
+section_foreign() {
+    build foreign_test
+    build/release/bin/foreign_test
 }
 
 # Hostile files for every reader, ten minutes for each.

@@ -1,5 +1,6 @@
-// Two users on one machine: what the one has is out of the other's reach, and nothing that he plants stands in
-// the way. The tests run in a mount namespace of their own, whose folders are empty; only root can have one.
+// Two users on one machine: what the one has is out of the other's reach, and nothing that he plants stands
+// in the way. The tests run in a mount namespace of their own, whose folders are empty; only root can have
+// one.
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
@@ -103,8 +104,10 @@ outcome run(uid_t user, const words& environment, const words& line, limit most 
     });
 }
 
-const words train_later = {"tvrctl", "train", "-q", "--later", "--spam", "/mnt/mail/spam", "--ham", "/mnt/mail/ham"};
-const words train_now = {"tvrctl", "train", "-q", "--wait", "--spam", "/mnt/mail/spam", "--ham", "/mnt/mail/ham"};
+const words train_later = {"tvrctl", "train",          "-q",    "--later",
+                           "--spam", "/mnt/mail/spam", "--ham", "/mnt/mail/ham"};
+const words train_now = {"tvrctl", "train",          "-q",    "--wait",
+                         "--spam", "/mnt/mail/spam", "--ham", "/mnt/mail/ham"};
 
 // The engines of a user that run.
 std::set<pid_t> engines(uid_t user = owner) {
@@ -230,7 +233,8 @@ TEST_F(foreign, processes_of_a_user_meet) {
         {"no session", none, none, plain, in_session, lasting},
         {"no session, no variable at all", none, none, bare, elsewhere, lasting},
         {"a session", good, good, in_session, plain, session / "tessivar"},
-        {"a session, and a variable that names another folder", good, good, elsewhere, bare, session / "tessivar"},
+        {"a session, and a variable that names another folder", good, good, elsewhere, bare,
+         session / "tessivar"},
         {"a session begins", none, good, plain, in_session, lasting},
         {"others can look into the folder", open_to_all, none, in_session, plain, lasting},
         {"the folder is another's", of_another, none, in_session, plain, lasting},
@@ -311,7 +315,8 @@ int try_process(pid_t process) {
 TEST_F(foreign, another_user_reaches_nothing) {
     make_folder(session, owner, 0700);
     make_folder("/tmp/root", owner, 0755);
-    for (const std::string& variable : {std::string("HOME=/mnt/owner"), std::string("TESSIVAR_ROOT=/tmp/root")}) {
+    for (const std::string& variable :
+         {std::string("HOME=/mnt/owner"), std::string("TESSIVAR_ROOT=/tmp/root")}) {
         SCOPED_TRACE(variable);
         ASSERT_EQ(run(owner, {variable}, train_now).code, 0);
         const auto before = engines();
@@ -336,8 +341,13 @@ TEST_F(foreign, another_user_reaches_nothing) {
         });
         EXPECT_EQ(reached.code, 0) << reached.text;
 
-        const words lines[] = {{"tvr_srv", "/stop"},  {"tvr_srv", "/force"}, {"tvr_srv", "/purge"}, {"tvr_srv", "/clean"},
-                               {"tvrctl", "stop"}, train_later,           {"tvr_srv"}};
+        const words lines[] = {{"tvr_srv", "/stop"},
+                               {"tvr_srv", "/force"},
+                               {"tvr_srv", "/purge"},
+                               {"tvr_srv", "/clean"},
+                               {"tvrctl", "stop"},
+                               train_later,
+                               {"tvr_srv"}};
         for (const auto& line : lines)
             for (const words& environment : {words{"HOME=/mnt/other"}, words{variable}}) {
                 if (environment[0] == "HOME=/mnt/other" && line.size() == 1)
@@ -364,17 +374,22 @@ TEST_F(foreign, planted_roots_are_refused) {
         {"a foreign folder", [] { make_folder("/tmp/root", other, 0777); }, "belongs to another user"},
         {"an open folder", [] { make_folder("/tmp/root", owner, 0777); }, "other users may write"},
         {"a sticky folder", [] { make_folder("/tmp/root", 0, 01777); }, "other users may write"},
-        {"a link", [] { fs::create_directory_symlink("/mnt/other", "/tmp/root"); }, "belongs to another user"},
+        {"a link", [] { fs::create_directory_symlink("/mnt/other", "/tmp/root"); },
+         "belongs to another user"},
         {"a file", [] { make_file("/tmp/root", other, 0666, "x"); }, ""},
         {"a pipe", [] { EXPECT_EQ(mkfifo("/tmp/root", 0666), 0); }, ""},
-        {"a run-time folder of another", [] {
+        {"a run-time folder of another",
+         [] {
              make_folder("/tmp/root", owner, 0700);
              make_folder("/tmp/root/run", other, 0700);
-         }, "belongs to another user"},
-        {"a linked run-time folder", [] {
+         },
+         "belongs to another user"},
+        {"a linked run-time folder",
+         [] {
              make_folder("/tmp/root", owner, 0700);
              fs::create_directory_symlink("/mnt/owner", "/tmp/root/run");
-         }, "symbolic link"},
+         },
+         "symbolic link"},
     };
     for (const auto& row : table) {
         SCOPED_TRACE(row.what);
