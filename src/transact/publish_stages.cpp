@@ -25,10 +25,6 @@ bool transaction::__successlearn_stage() {
     }
     if (m_holder._is_success(stage_number::sorted))
         folder.remove(stage_number::sorted);
-    // With the marker of a folder that could be removed in part only, the halves would be made anew from what
-    // is left there. A file in use is free one day: the stage runs again.
-    if (m_holder._is_success(stage_number::sorted))
-        return false;
     folder.prepare(stage_number::generate_rgd);
     publish_half(good_half);
     publish_half(spam_half);
