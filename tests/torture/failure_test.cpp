@@ -134,6 +134,7 @@ const price prices[] = {
     {"make .*/0001/|create .*/0001/(dis\\*.tmp|prepared.txt)", {delayed}},
     // A file in use ends the cleaning of its folder, and a marker stays.
     {"delete .*/000[13]/prepared.txt", {no_loss, stuck}},
+    {"delete .*/0002/(n?spamdict.*\\.(col|idx|bye)|prepared.txt)", {no_loss, history}},
     // A half without its plan is carried over as it is.
     {"(create|write) .*/0002/n?spamdict.col", {batch}},
     {"create .*/0002/n?spamdict....\\.bye", {batch}},
