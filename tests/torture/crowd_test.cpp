@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -11,10 +12,13 @@
 #include <random>
 #include <set>
 #include <sstream>
+#include <unistd.h>
 
 #include "client/cache_writer.h"
 #include "dict/dictbase.h"
+#include "platform/change_hook.h"
 #include "platform/clock.h"
+#include "platform/entry.h"
 #include "platform/process.h"
 #include "support/child_process.h"
 #include "support/file_bytes.h"
@@ -138,9 +142,7 @@ struct moment {
     bool gap; // something is lost, doubled or stuck, as docs/reliability.md has it
 };
 
-// Of an engine that doesn't move.
-moment look(const fs::path& base) {
-    const fs::path transact = base / "transact";
+moment look_at_stages(const fs::path& transact) {
     const auto marked = [&](int stage) {
         return fs::exists(transact / ("000" + std::to_string(stage)) / "prepared.txt");
     };
@@ -151,11 +153,6 @@ moment look(const fs::path& base) {
                     return true;
         return false;
     };
-    if (fs::exists(transact / "~~autotrain.bys"))
-        return {"gap: waiting messages are merged", true};
-    const std::string cache = read_file(transact / "autotrain.bys");
-    if (cache.size() > 4 && read_file(transact / "~autotrain.bys").ends_with(cache.substr(4)))
-        return {"gap: waiting messages are merged", true};
     if (marked(6))
         return {"generation", false};
     if (marked(3) && !marked(2) && fs::exists(transact / "0006") &&
@@ -174,6 +171,16 @@ moment look(const fs::path& base) {
     if (fs::exists(transact / "~autotrain.bys"))
         return {"snapshot", false};
     return batch() ? moment{"gap 1: the snapshot is deleted", true} : moment{"no transaction", false};
+}
+
+// Of an engine that doesn't move.
+moment look(const fs::path& transact) {
+    if (fs::exists(transact / "~~autotrain.bys"))
+        return {"gap: waiting messages are merged", true};
+    const std::string cache = read_file(transact / "autotrain.bys");
+    if (cache.size() > 4 && read_file(transact / "~autotrain.bys").ends_with(cache.substr(4)))
+        return {"gap: waiting messages are merged", true};
+    return look_at_stages(transact);
 }
 
 // Stops a process, and waits until the last of its threads stands. False if it has ended.
@@ -218,7 +225,7 @@ protected:
             const std::uint32_t process = engine_root::process();
             if (process == 0 || !stop_process(process))
                 continue;
-            const moment now = look(m_root.base());
+            const moment now = look(m_root.transact());
             const std::string holder = read_file(m_root.transact() / "lock.bin");
             m_held += holder.size() == 4 && word_at(holder, 0) == process ? 1 : 0;
             if (now.gap) {
@@ -242,10 +249,8 @@ protected:
             engine_root::wait_for("the snapshot", [&] { return !has_left("autotrain.bys"); });
             engine_root::wait_for("the snapshot", [&] { return !has_left("~autotrain.bys"); });
         }
-        engine_root::wait_for("the transaction", [&] {
-            const moment now = look(m_root.base());
-            return !now.gap && now.name == "no transaction";
-        });
+        engine_root::wait_for("the transaction",
+                              [&] { return look_at_stages(m_root.transact()).name == "no transaction"; });
         m_root.stop();
     }
 
@@ -297,6 +302,67 @@ TEST_F(crowd, every_message_is_trained_as_often_as_it_was_appended) {
         std::printf("%6llu killed: %s\n", static_cast<unsigned long long>(count), name.c_str());
     for (const auto& [name, count] : m_spared)
         std::printf("%6llu spared: %s\n", static_cast<unsigned long long>(count), name.c_str());
+}
+
+unsigned deadly_change = 0;
+std::atomic<unsigned> changes_seen;
+
+std::uint32_t die_at_change(platform::change, std::string_view path) {
+    if (path.ends_with("autotrain.bys") && changes_seen++ == deadly_change)
+        kill(getpid(), SIGKILL);
+    return 0;
+}
+
+// An engine that dies in front of a change of the cache or a snapshot; the argument numbers it.
+const child_role mortal_merger("mortal_merger", [](std::string_view number) {
+    deadly_change = static_cast<unsigned>(std::atoi(std::string(number).c_str()));
+    platform::set_change_hook(die_at_change);
+    return engine_main("");
+});
+
+// A snapshot waits, left by a death, and so does the cache: the next snapshot merges them. A death in this
+// merge is another gap.
+TEST_F(crowd, a_death_in_the_merge_of_a_snapshot) {
+    struct outcome {
+        unsigned change;                  // of those that the merge makes to its files
+        const char* ahead_of;             // that change
+        std::uint64_t old_ones, new_ones; // how often a message of the snapshot and of the cache is trained
+    };
+    constexpr outcome outcomes[] = {
+        {0, "the copy of the snapshot", 1, 1},
+        {1, "the bytes of the copy", 0, 1}, // the empty copy is what the next merge extends
+        {4, "the messages behind the copy", 1, 1},
+        {5, "the copy in place of the snapshot", 1, 2},
+        {6, "its link, with the snapshot deleted", 0, 1}, // the old ones wait for another merge
+        {7, "the deletion of the copy", 1, 2},
+        {8, "the deletion of the cache", 1, 2},
+        {9, "the deletion of the snapshot", 1, 1},
+    };
+    const auto append = [&](const char* name) {
+        token_table tokens;
+        tokens.add(std::string("B ") + name);
+        record_batch batch;
+        const std::string msid = std::string("<") + name + ">";
+        batch.add({.msid = msid, .spam = true, .size = 1000, .time = first_time}, tokens);
+        m_root.client().append(batch);
+    };
+    for (const outcome& each : outcomes) {
+        SCOPED_TRACE(each.ahead_of);
+        fs::remove_all(m_root.base());
+        fs::create_directories(m_root.transact());
+        append("old");
+        fs::rename(m_root.transact() / "autotrain.bys", m_root.transact() / "~autotrain.bys");
+        append("new");
+        child_process engine("mortal_merger", std::to_string(each.change));
+        engine_root::wait_for("the engine's start", [] { return engine_root::process() != 0; });
+        m_root.force();
+        ASSERT_EQ(engine.join(), child_process::killed);
+        m_root.start();
+        drain();
+        counts found = tokens_of(m_root.base(), "spamdict");
+        EXPECT_EQ(found["B old"], each.old_ones);
+        EXPECT_EQ(found["B new"], each.new_ones);
+    }
 }
 
 // Takes the lock of the path, and keeps it until it is told to go on.
