@@ -36,7 +36,7 @@ const fs::path home = "/mnt/owner";
 const fs::path others_home = "/mnt/other";
 const fs::path session = "/run/user/65533";
 const fs::path lasting = home / ".cache/tessivar/run";
-constexpr std::uint32_t patience = 60'000; // milliseconds; only reached by a fault
+constexpr std::uint32_t patience = 20'000; // milliseconds; only reached by a fault
 
 struct outcome {
     int code = -1; // below 0: the signal
@@ -430,6 +430,97 @@ TEST_F(foreign, planted_names_are_not_followed) {
             EXPECT_EQ(run(owner, moved, train_now).code, 0);
             EXPECT_EQ(run(owner, moved, {"tvrctl", "verify"}).code, 0);
         }
+}
+
+// Odd paths work, and too long ones are refused before anything is taken.
+TEST_F(foreign, odd_roots_work_or_are_refused) {
+    const std::string piece(120, 'p');
+    const std::pair<std::string, bool> table[] = {
+        {"/tmp/sp\xc3\xa4m \xe4", true},
+        {"/tmp/it's a \"root\"", true},
+        {"/tmp/new\nline", true},
+        {"/tmp/per%HOME%cent", true},
+        {"/tmp/[x];y=1", true},
+        {"/tmp/back\\slash", true},
+        {"/tmp/" + std::string(175, 'x'), true},
+        {"/tmp/" + std::string(176, 'x'), false},
+        {"/tmp/" + std::string(250, 'x'), false},
+        {"/tmp/" + piece + "/" + piece + "/" + std::string(53, 'x'), false},
+    };
+    for (const auto& [root, works] : table) {
+        SCOPED_TRACE(root);
+        afresh();
+        make_folder(root, owner, 0700);
+        for (fs::path above = fs::path(root).parent_path(); above != "/tmp"; above = above.parent_path())
+            make_folder(above, owner, 0700);
+        if (root.find('\\') != std::string::npos)
+            make_folder("/tmp/back", owner, 0700);
+        const words moved = {"TESSIVAR_ROOT=" + root};
+        const outcome trained = run(owner, moved, train_now);
+        EXPECT_EQ(trained.code == 0, works) << trained.text;
+        EXPECT_EQ(trained.text.find("too long") != std::string::npos, !works) << trained.text;
+        EXPECT_EQ(run(owner, moved, {"tvrctl", "verify"}).code == 0, works);
+        EXPECT_EQ(run(owner, moved, {"tvr_srv", "/stop"}).code, 0);
+        wait_for("the end of the engine", [] { return engines().empty(); });
+    }
+}
+
+// What an engine can't do within its limits is done by the next one without them.
+TEST_F(foreign, an_engine_with_little_loses_nothing) {
+    const words plain = {"HOME=/mnt/owner"};
+    constexpr rlim_t mebibyte = 1U << 20;
+    // Some 10 files would be enough to begin a training, but not for each of its steps.
+    const limit table[] = {{RLIMIT_NOFILE, 4},        {RLIMIT_NOFILE, 8},         {RLIMIT_NOFILE, 16},
+                           {RLIMIT_AS, 8 * mebibyte}, {RLIMIT_AS, 12 * mebibyte}, {RLIMIT_AS, 24 * mebibyte}};
+    const fs::path base = home / ".local/share/Orvenix/Brackenhold/data/base";
+    for (const limit& most : table) {
+        const std::string name =
+            (most.what == RLIMIT_AS ? "memory " : "open files ") + std::to_string(most.most);
+        SCOPED_TRACE(name);
+        afresh();
+        ASSERT_EQ(run(owner, plain, train_later).code, 0);
+        kill_engines();
+        // Raised again and again: an engine that comes up hasn't heard what was raised before.
+        for (int tries = 0; tries < 20 && !fs::exists(base / "cashe.mrk"); ++tries) {
+            const outcome forced = run(owner, plain, {"tvr_srv", "/force"}, most);
+            EXPECT_TRUE(forced.code >= 0) << forced.code << forced.text;
+            usleep(20'000);
+        }
+        std::printf("%s: %s\n", name.c_str(), fs::exists(base / "cashe.mrk") ? "trained" : "not trained");
+        kill_engines();
+        wait_for("a base of all messages", [&] {
+            run(owner, plain, {"tvr_srv", "/force"});
+            const std::string text = run(owner, plain, {"tvrctl", "status"}).text;
+            return text.find("Spam    30 messages in") != std::string::npos &&
+                   text.find("Ham     32 messages in") != std::string::npos;
+        });
+        run(owner, plain, {"tvrctl", "stop"});
+        wait_for("the end of the engine", [] { return engines().empty(); });
+        const outcome verified = run(owner, plain, {"tvrctl", "verify"});
+        EXPECT_EQ(verified.code, 0) << verified.text;
+    }
+}
+
+// The store of the machine counts only as long as none but root can write it.
+TEST_F(foreign, the_machine_store_is_roots) {
+    const char* const text = "[Software\\Test]\nx=1:41\n";
+    struct {
+        uid_t user;
+        mode_t mode;
+        bool counts;
+    } const table[] = {
+        {0, 0644, true}, {0, 0666, false}, {0, 0664, false}, {other, 0644, false}, {0, 0600, false}};
+    make_folder("/etc/tessivar", 0, 0755);
+    for (const auto& row : table) {
+        make_file("/etc/tessivar/machine", row.user, row.mode, text);
+        const outcome read = as_user(owner, [] {
+            platform::registry_key key;
+            setenv("HOME", home.c_str(), 1);
+            return key.open(platform::registry_root::local_machine, "Software\\Test") && key.query("x") ? 1
+                                                                                                        : 0;
+        });
+        EXPECT_EQ(read.code, row.counts) << row.user << " " << row.mode;
+    }
 }
 
 } // namespace

@@ -22,6 +22,8 @@ namespace {
 constexpr mode_t private_folder = 0700;
 constexpr mode_t permission_bits = 0777;
 constexpr mode_t others_may_write = 0022;
+// Bytes. The engine's paths have 260 at most, and it needs some 70 below this folder.
+constexpr std::size_t longest_appdata = 188;
 constexpr std::string_view drive_prefix = "/drive_";
 
 char lower(char c) {
@@ -260,10 +262,13 @@ std::string native_temp_folder() {
 }
 
 std::string native_appdata_folder() {
-    if (const auto root = moved_root())
-        return made(*root + "/appdata");
+    const auto root = moved_root();
     const auto data = folder_variable("XDG_DATA_HOME");
-    return made(data ? *data : below_home("/.local/share"));
+    const std::string path = root ? *root + "/appdata" : data ? *data : below_home("/.local/share");
+    if (path.size() <= longest_appdata)
+        return made(path);
+    tell_unsafe(path, "its path is too long");
+    return {};
 }
 
 std::string native_common_folder() {

@@ -138,13 +138,15 @@ std::string store_path(registry_root root) {
     return root == registry_root::current_user ? native_user_store() : native_machine_store();
 }
 
-store read_store(const std::string& path) {
-    return path.empty() ? store() : parse(read_text_file(path, store_limit).value_or(std::string()));
+store read_store(const std::string& path, writers trusted = writers::any) {
+    return path.empty() ? store() : parse(read_text_file(path, store_limit, trusted).value_or(std::string()));
 }
 
 // What lies behind the store, and may hold keys that it doesn't.
 store read_behind(registry_root root) {
-    return root == registry_root::current_user ? store() : read_store(native_machine_store_behind());
+    return root == registry_root::current_user
+               ? store()
+               : read_store(native_machine_store_behind(), writers::root_or_user);
 }
 
 // A key is there if it has been made, or one below it has. "Software" is always there.

@@ -28,6 +28,10 @@ bool write_all(int file, const std::string& text) {
     return true;
 }
 
+bool others_may_write(const struct stat& facts) {
+    return (facts.st_uid != 0 && facts.st_uid != geteuid()) || (facts.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
 bool lock_whole(int file) {
     struct flock lock {};
     lock.l_type = F_WRLCK;
@@ -40,14 +44,15 @@ bool lock_whole(int file) {
 
 } // namespace
 
-std::optional<std::string> read_text_file(const std::string& native, std::size_t limit) {
+std::optional<std::string> read_text_file(const std::string& native, std::size_t limit, writers trusted) {
     const descriptor file(open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat facts {};
     if (!file.is_open() || fstat(file.get(), &facts) != 0) {
         fail_path(native);
         return std::nullopt;
     }
-    if (!S_ISREG(facts.st_mode) || static_cast<std::size_t>(facts.st_size) > limit) {
+    if (!S_ISREG(facts.st_mode) || static_cast<std::size_t>(facts.st_size) > limit ||
+        (trusted == writers::root_or_user && others_may_write(facts))) {
         set_last_error(error::access_denied);
         return std::nullopt;
     }

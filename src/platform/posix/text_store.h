@@ -7,8 +7,13 @@
 
 namespace tvr::platform::posix {
 
-// The content of a regular file of at most `limit` bytes; nothing if there is none.
-std::optional<std::string> read_text_file(const std::string& native, std::size_t limit);
+// Who may have written a file that is read.
+enum class writers { any, root_or_user };
+
+// The content of a regular file of at most `limit` bytes; nothing if there is none, or others than these
+// could have written it.
+std::optional<std::string> read_text_file(const std::string& native, std::size_t limit,
+                                          writers trusted = writers::any);
 
 // Reads the file, lets `edit` change its text, and puts the new text in its place in one step, under a
 // lock beside it that dies with its holder. `edit` answers false to leave the file as it is. The folder is
