@@ -54,7 +54,8 @@ constexpr std::size_t room = alignof(std::max_align_t); // in front of each piec
 
 } // namespace
 
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+// Not inlined: g++ would take malloc() and free() for the other half of a foreign pair.
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     char* piece = size < SIZE_MAX - room ? static_cast<char*>(std::malloc(size + room)) : nullptr;
     if (!piece)
         return nullptr;
@@ -68,7 +69,7 @@ void* operator new(std::size_t size) {
     void* memory = operator new(size, std::nothrow);
     return memory ? memory : throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     if (!memory)
         return;
     char* piece = static_cast<char*>(memory) - room;
