@@ -16,10 +16,10 @@ function(tvr_library)
     target_include_directories(tvr_${arg_NAME} PUBLIC ${CMAKE_SOURCE_DIR}/src)
 endfunction()
 
-# tvr_test(NAME name SOURCES files... [DEPS targets...]): one GoogleTest program, each of its tests known
+# tvr_test(NAME name [ONE_BY_ONE] SOURCES files... [DEPS targets...]): one GoogleTest program, each of its tests known
 # to CTest by its own name.
 function(tvr_test)
-    cmake_parse_arguments(arg "" "NAME" "SOURCES;DEPS" ${ARGN})
+    cmake_parse_arguments(arg "ONE_BY_ONE" "NAME" "SOURCES;DEPS" ${ARGN})
     add_executable(${arg_NAME}_test ${arg_SOURCES})
     target_link_libraries(${arg_NAME}_test PRIVATE ${arg_DEPS} tvr_test_support tvr_platform tvr_options GTest::gtest
         GTest::gtest_main)
@@ -29,7 +29,10 @@ function(tvr_test)
         add_test(NAME ${arg_NAME}_test COMMAND ${arg_NAME}_test)
         set_tests_properties(${arg_NAME}_test PROPERTIES TIMEOUT 240)
     else()
-        gtest_discover_tests(${arg_NAME}_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+        if(arg_ONE_BY_ONE)
+            set(lock RESOURCE_LOCK ${arg_NAME})
+        endif()
+        gtest_discover_tests(${arg_NAME}_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 ${lock})
     endif()
 endfunction()
 

@@ -5,6 +5,7 @@
 #include <functional>
 #include <sstream>
 
+#include "dict/message_record.h"
 #include "msid/msidmap.h"
 #include "platform/change_hook.h"
 #include "platform/process.h"
@@ -428,7 +429,8 @@ TEST(trim, drops_the_ids_of_what_was_forgotten) {
         for (unsigned series = 1; series <= 4; ++series)
             for (unsigned i = 0; i < 30; i += 2) {
                 const std::uint32_t time = first_time + series * 1000 + i;
-                const std::string id = "<" + std::to_string(series) + "." + std::to_string(i) + ">";
+                const std::string id =
+                    make_msid(std::to_string(series) + "." + std::to_string(i), "", "", "");
                 EXPECT_EQ(map.search(id), time < oldest ? 0 : time) << id;
             }
         return map.records();
