@@ -12,10 +12,8 @@ namespace tvr::platform {
 std::uint32_t current_process_id() noexcept;
 // The path of the executable, or of the shared library that this code is linked into.
 std::string module_path();
-// Starts a program with no arguments, detached from this one. False sets last_error().
-bool start_process(std::string_view path);
-// Starts a program with an argument text in the same way.
-bool start_process(std::string_view path, std::string_view arguments);
+// Starts a program, detached from this one. False sets last_error().
+bool start_process(std::string_view path, std::string_view arguments = {});
 // Ends a process at once. False sets last_error(): 5 if it isn't ours, 87 if there is none.
 bool terminate_process(std::uint32_t process_id, std::int32_t exit_code);
 

@@ -1,35 +1,12 @@
 #include "platform/error.h"
-#include "platform/change_hook.h"
 
-#include <atomic>
 #include <cerrno>
 #include <sys/stat.h>
 
 #include "platform/posix/errors.h"
 #include "platform/posix/paths.h"
 
-namespace tvr::platform {
-
-namespace {
-
-thread_local std::uint32_t last = error::none;
-std::atomic<change_hook> hook = nullptr;
-
-} // namespace
-
-std::uint32_t last_error() noexcept {
-    return last;
-}
-
-void set_last_error(std::uint32_t number) noexcept {
-    last = number;
-}
-
-void set_change_hook(change_hook wanted) noexcept {
-    hook.store(wanted, std::memory_order_release);
-}
-
-namespace posix {
+namespace tvr::platform::posix {
 
 std::uint32_t number_of(int errno_value) noexcept {
     switch (errno_value) {
@@ -83,11 +60,6 @@ std::uint32_t number_of(int errno_value) noexcept {
     }
 }
 
-bool fail(std::uint32_t number) noexcept {
-    last = number;
-    return false;
-}
-
 bool fail_errno() noexcept {
     return fail(number_of(errno));
 }
@@ -100,12 +72,4 @@ bool fail_path(const std::string& native) noexcept {
     return fail(has_folder ? error::file_not_found : error::path_not_found);
 }
 
-bool may_change(change what, std::string_view path) noexcept {
-    const change_hook ask = hook.load(std::memory_order_acquire);
-    const std::uint32_t refused = ask != nullptr ? ask(what, path) : error::none;
-    return refused == error::none || fail(refused);
-}
-
-} // namespace posix
-
-} // namespace tvr::platform
+} // namespace tvr::platform::posix

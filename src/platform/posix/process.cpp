@@ -91,10 +91,6 @@ std::string module_path() {
     return engine_path(path);
 }
 
-bool start_process(std::string_view path) {
-    return start_process(path, {});
-}
-
 bool start_process(std::string_view path, std::string_view arguments) {
     const std::string program = executable_of(path);
     std::vector<std::string> words = split_words(arguments);

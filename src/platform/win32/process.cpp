@@ -70,10 +70,6 @@ std::string module_path() {
     return file_of(own_module());
 }
 
-bool start_process(std::string_view path) {
-    return start_process(path, {});
-}
-
 bool start_process(std::string_view path, std::string_view arguments) {
     const std::string program = win32::native_path(path);
     std::string line;
