@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "transact/transaction.h"
+#include "stage/temp_folder.h"
 
 namespace tvr {
 

@@ -16,7 +16,6 @@ namespace {
 
 constexpr std::uint32_t poll_pause = 10; // milliseconds
 constexpr std::uint32_t start_patience = 10000;
-constexpr std::uint32_t stop_patience = 30000;
 
 // Waits for the engine that was just started; its process id, or 0.
 std::uint32_t wait_for_engine() {
@@ -63,14 +62,8 @@ int stop() {
         return exit_code::done;
     }
     platform::close_presence(server_class, server_title);
-    // An engine that nobody finds any more still works for a second.
-    const std::uint32_t start = platform::tick_count();
-    while (platform::process_exists(process)) {
-        if (platform::tick_count() - start > stop_patience)
-            return fail("the engine was told to stop, but process " + std::to_string(process) +
-                        " doesn't end");
-        platform::sleep_for(poll_pause);
-    }
+    if (!engine_view::wait_for_end(process))
+        return fail("the engine was told to stop, but process " + std::to_string(process) + " doesn't end");
     std::printf("The engine has stopped. A training under way goes on at the next start.\n");
     return exit_code::done;
 }

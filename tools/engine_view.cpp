@@ -14,6 +14,7 @@
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/presence.h"
+#include "platform/process.h"
 #include "signal/identity.h"
 #include "stage/temp_folder.h"
 
@@ -22,7 +23,8 @@ namespace tvr {
 namespace {
 
 constexpr std::uint32_t lock_patience = 2000; // milliseconds
-constexpr std::uint32_t lock_pause = 10;
+constexpr std::uint32_t end_patience = 30000;
+constexpr std::uint32_t poll_pause = 10;
 
 // The start of a file, as far as it goes.
 template <std::size_t size>
@@ -45,6 +47,16 @@ std::uint32_t engine_view::process_id() {
     return found.found ? found.process_id : 0;
 }
 
+bool engine_view::wait_for_end(std::uint32_t process) {
+    const std::uint32_t start = platform::tick_count();
+    while (platform::process_exists(process)) {
+        if (platform::tick_count() - start > end_patience)
+            return false;
+        platform::sleep_for(poll_pause);
+    }
+    return true;
+}
+
 std::optional<std::uint32_t> engine_view::waiting() const {
     const std::string path = m_transact + "autotrain.bys";
     if (!exists(path))
@@ -54,7 +66,7 @@ std::optional<std::uint32_t> engine_view::waiting() const {
     while (!lock.try_acquire()) {
         if (platform::tick_count() - start > lock_patience)
             return std::nullopt;
-        platform::sleep_for(lock_pause);
+        platform::sleep_for(poll_pause);
     }
     return word_file(path).read(0);
 }

@@ -31,6 +31,9 @@ public:
 
     // The engine's process id, or 0.
     [[nodiscard]] static std::uint32_t process_id();
+    // Waits until a process that was the engine has ended: one that nobody finds any more still works for a
+    // second. False if it doesn't within half a minute.
+    static bool wait_for_end(std::uint32_t process);
 
     // The messages of the cache; nothing if it is in use all the time (its lock is tried for two seconds).
     [[nodiscard]] std::optional<std::uint32_t> waiting() const;

@@ -7,6 +7,7 @@
 #include "common/bytes.h"
 #include "common/path.h"
 #include "common/text.h"
+#include "platform/error.h"
 #include "platform/file.h"
 #include "stage/temp_folder.h"
 #include "tools/signatures.h"
@@ -154,6 +155,15 @@ std::string visible(std::string_view text) {
             out += "\\x" + to_hex(byte, 2);
     }
     return out;
+}
+
+std::string shown(const std::string& path) {
+    return visible(platform::display_path(path));
+}
+
+std::string failure(const std::string& path, const char* what) {
+    return platform::display_path(path) + ": " + what + " (error " + std::to_string(platform::last_error()) +
+           ")";
 }
 
 } // namespace tvr

@@ -115,5 +115,9 @@ void walk_file(file_kind kind, file_view& file, view_sink& sink);
 
 // The bytes of a text that could disturb a terminal as \xNN.
 [[nodiscard]] std::string visible(std::string_view text);
+// A path as users write it, in that form.
+[[nodiscard]] std::string shown(const std::string& path);
+// "PATH: WHAT (error N)" of a failure that the platform has just told.
+[[nodiscard]] std::string failure(const std::string& path, const char* what);
 
 } // namespace tvr

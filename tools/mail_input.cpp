@@ -33,9 +33,7 @@ public:
             m_failure = std::move(status);
             return false;
         }
-        for (std::size_t half : {0U, 1U})
-            m_sum.messages[half] += m_chunk.messages[half];
-        m_sum.tokens += m_chunk.tokens;
+        m_sum += m_chunk;
         return true;
     }
 

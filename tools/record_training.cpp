@@ -55,11 +55,8 @@ private:
 
     ipc_status append() {
         ipc_status status = m_client.append(m_batch);
-        if (status) {
-            for (const std::size_t half : {0U, 1U})
-                m_sum.messages[half] += m_chunk.messages[half];
-            m_sum.tokens += m_chunk.tokens;
-        }
+        if (status)
+            m_sum += m_chunk;
         m_batch.clear();
         m_chunk = {};
         return status;

@@ -3,10 +3,8 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
-#include <sstream>
 
 #include "dict/dictbase.h"
-#include "platform/error.h"
 #include "platform/file.h"
 #include "platform/process.h"
 #include "settings/common_settings.h"
@@ -15,36 +13,19 @@
 #include "tools/progress.h"
 #include "tools/repair_plan.h"
 #include "tools/state_check.h"
+#include "tools/waiting_mail.h"
 
 namespace tvr {
 
 namespace {
 
 constexpr int defective = 1;
-constexpr std::uint32_t lock_patience = 30000; // milliseconds
-constexpr unsigned most_rounds = 8;            // plans that follow each other
+constexpr unsigned most_rounds = 8; // plans that follow each other
 
 struct repair_options {
     bool yes = false;
     bool dry = false;
 };
-
-// True if nothing is wrong.
-bool tell_state(const char* when, const std::string& folder) {
-    std::ostringstream lines; // apart from the bar
-    state_check check(folder, false, lines);
-    {
-        progress bar("Checking", !platform::is_terminal(stderr));
-        check.on_progress([&](std::uint64_t done, std::uint64_t total) {
-            bar.show(done, total, grouped(done) + " files");
-        });
-        check.run();
-    }
-    std::cout << when << ":\n"
-              << lines.str() << grouped(check.files()) << " files, " << grouped(check.defects())
-              << " defects\n";
-    return check.defects() == 0;
-}
 
 bool is_confirmed() {
     if (!platform::is_terminal(stdin)) {
@@ -59,12 +40,9 @@ bool is_confirmed() {
 
 // The reason of a failure, or an empty text.
 std::string run_steps(repair_folder& folder) {
-    const std::string lock_path = folder.working() + "base\\transact\\lock.bin";
-    file_lock lock(lock_path);
-    if (!lock.acquire_within(lock_patience))
-        return platform::last_error() == platform::error::sharing_violation
-                   ? platform::display_path(lock_path) + ": another process holds the cache all the time"
-                   : platform::display_path(lock_path) + ": can't be made";
+    file_lock lock;
+    if (std::string why = take_lock(lock, folder.working() + "base\\transact\\"); !why.empty())
+        return why;
     std::string why;
     for (unsigned round = 0; round < most_rounds && why.empty(); ++round) {
         const std::vector<repair_step> steps = plan_repair(folder);
@@ -92,7 +70,8 @@ int repair(const repair_options& options) {
     if (const std::string why = pause.begin(); !why.empty())
         return fail(why);
     repair_folder folder(working);
-    const bool sound = tell_state("Before", working);
+    std::cout << "Before:\n";
+    const bool sound = tell_state(working, false, std::cout);
     const std::vector<repair_step> steps = plan_repair(folder);
     if (steps.empty()) {
         std::cout << "There is nothing to do.\n";
@@ -106,7 +85,8 @@ int repair(const repair_options& options) {
     const std::string why = run_steps(folder);
     if (!why.empty())
         fail(why);
-    const bool good = tell_state("After", working);
+    std::cout << "After:\n";
+    const bool good = tell_state(working, false, std::cout);
     if (!folder.aside().empty())
         std::cout << "What was set aside is in " << platform::display_path(folder.aside()) << "\n";
     if (!std::cout.flush())

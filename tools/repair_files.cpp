@@ -28,11 +28,6 @@ namespace {
 constexpr std::string_view unfinished_folder = "repair\\unfinished\\";
 constexpr std::uint64_t most_in_vain = 64; // bytes read for each byte of damage
 
-std::string failure(const std::string& path, const char* what) {
-    return platform::display_path(path) + ": " + what + " (error " + std::to_string(platform::last_error()) +
-           ")";
-}
-
 std::string stamp_text() {
     const platform::calendar_time now = platform::local_time();
     std::array<char, 64> text{};

@@ -17,14 +17,11 @@
 
 namespace tvr {
 
+using namespace stage_number;
+
 namespace {
 
 constexpr std::uint64_t count_size = 4; // bytes in front of the records of a cache
-constexpr unsigned entered = 1, sorted = 2, ready_spam = 3, ready_good = 4, generating = 6;
-
-std::string shown(const std::string& path) {
-    return visible(platform::display_path(path));
-}
 
 std::string failure(const std::string& path) {
     return shown(path) + ": can't be changed (error " + std::to_string(platform::last_error()) + ")";
@@ -93,7 +90,7 @@ std::string publish_half(repair_folder& folder, const stage_state& state, unsign
         if (std::string why = move(source + name, target + name); !why.empty())
             return why;
     // The next stage is marked before this one goes.
-    return in_turn([&] { return generate ? set_marker(state.folder(generating)) : std::string(); },
+    return in_turn([&] { return generate ? set_marker(state.folder(generate_rgd)) : std::string(); },
                    [&] { return folder.set_aside(source); });
 }
 
@@ -117,11 +114,17 @@ private:
     using operation = std::function<std::string()>;
 
     void add(std::string text, operation run) { m_steps.push_back({std::move(text), std::move(run)}); }
-    void set_aside(const std::string& path) {
-        if (!m_gone.insert(path).second)
-            return;
+    void add_aside(const std::string& path) {
         add("set aside " + shown(path),
             [this_folder = &m_folder, path] { return this_folder->set_aside(path); });
+    }
+    void set_aside(const std::string& path) {
+        if (m_gone.insert(path).second)
+            add_aside(path);
+    }
+    void add_time_mark(const std::string& path) {
+        add("write " + shown(path) + " anew",
+            [this_folder = &m_folder, path] { return write_time_mark(*this_folder, path); });
     }
     // An unmarked folder with nothing in it is only taken away.
     void set_folder_aside(unsigned stage) {
@@ -137,14 +140,13 @@ private:
             add("remove " + shown(path) + ", which is empty",
                 [path] { return platform::remove_directory(path) ? std::string() : failure(path); });
         else
-            add("set aside " + shown(path),
-                [this_folder = &m_folder, path] { return this_folder->set_aside(path); });
+            add_aside(path);
     }
     void regenerate() {
-        if (m_state.marked(generating) || m_regenerates)
+        if (m_state.marked(generate_rgd) || m_regenerates)
             return;
         m_regenerates = true;
-        const std::string path = m_state.folder(generating);
+        const std::string path = m_state.folder(generate_rgd);
         m_gone.insert(path); // so that it stays
         add("mark stage 6, so that the engine generates the compiled base anew at its next start",
             [path] { return set_marker(path); });
@@ -196,8 +198,7 @@ private:
         add("take the marker of stage 2 away",
             [marker] { return platform::delete_file(marker) ? std::string() : failure(marker); });
         plan_batch_back();
-        add("set aside " + shown(folder),
-            [this_folder = &m_folder, folder] { return this_folder->set_aside(folder); });
+        add_aside(folder);
         m_gone.insert(m_state.folder(entered));
     }
     // The maps in stage 2 are copied there by each stage that works on them.
@@ -223,10 +224,8 @@ private:
         case stage_fault::batch_missing:
         case stage_fault::broken_off:
         case stage_fault::half_out_of_turn:
-            return set_folder_aside(problem.stage);
         case stage_fault::messages_missing:
-            set_folder_aside(problem.stage);
-            return;
+            return set_folder_aside(problem.stage);
         case stage_fault::batch_moved_on:
             plan_batch_back();
             m_gone.insert(m_state.folder(entered));
@@ -244,10 +243,7 @@ private:
         case stage_fault::generation_unmarked:
             return regenerate();
         case stage_fault::time_mark_missing:
-            return add("write " + shown(problem.path) + " anew",
-                       [this_folder = &m_folder, path = problem.path] {
-                           return write_time_mark(*this_folder, path);
-                       });
+            return add_time_mark(problem.path);
         case stage_fault::copy_left:
             return;
         }
@@ -263,7 +259,7 @@ private:
                     return publish_half(*this_folder, state, stage, last);
                 });
         }
-        m_gone.insert(m_state.folder(generating));
+        m_gone.insert(m_state.folder(generate_rgd));
         m_regenerates = true;
     }
 
@@ -278,8 +274,7 @@ private:
         if (complete && ends_with_file(merged, cache, count_size)) // they are in the merged file
             set_aside(cache);
         if (is_file(snapshot))
-            add("set aside " + shown(merged),
-                [this_folder = &m_folder, merged] { return this_folder->set_aside(merged); });
+            add_aside(merged);
         else
             add("make " + shown(merged) + " the snapshot", [=] { return move(merged, snapshot); });
     }
@@ -298,8 +293,7 @@ private:
                 regenerate();
             return set_aside(path);
         case file_kind::time_mark:
-            return add("write " + shown(path) + " anew",
-                       [this_folder = &m_folder, path] { return write_time_mark(*this_folder, path); });
+            return add_time_mark(path);
         case file_kind::list:
         case file_kind::index:
             return plan_map(path);

@@ -1,27 +1,22 @@
 #include "tools/state_check.h"
 
 #include <array>
+#include <cstdio>
+#include <sstream>
 
 #include "common/bytes.h"
 #include "common/path.h"
 #include "msid/list_record.h"
 #include "platform/file.h"
+#include "platform/process.h"
+#include "stage/temp_folder.h"
+#include "tools/progress.h"
 #include "tools/signatures.h"
 #include "tools/stage_state.h"
 #include "tools/text.h"
 #include "tools/walks.h"
 
 namespace tvr {
-
-namespace {
-
-constexpr unsigned generating_stage = 6;
-
-std::string shown(const std::string& path) {
-    return visible(platform::display_path(path));
-}
-
-} // namespace
 
 // Tells the defects of one file, and holds it against others.
 class file_check : public view_sink {
@@ -171,7 +166,7 @@ void state_check::check_stages() {
     const stage_state state(m_working);
     for (unsigned stage = 1; stage <= stage_state::stages; ++stage)
         if (state.marked(stage)) {
-            if (stage == generating_stage) // what it holds is made anew from the start
+            if (stage == stage_number::generate_rgd) // what it holds is made anew from the start
                 check_file(state.marker(stage));
             else
                 check_folder(state.folder(stage));
@@ -195,6 +190,20 @@ void state_check::run() {
     check_folder(m_working + "base\\");
     check_folder(m_working + "base\\transact\\");
     check_stages();
+}
+
+bool tell_state(const std::string& working_directory, bool engine_runs, std::ostream& out) {
+    std::ostringstream lines; // apart from the bar
+    state_check check(working_directory, engine_runs, lines);
+    {
+        progress bar("Checking", !platform::is_terminal(stderr));
+        check.on_progress([&](std::uint64_t done, std::uint64_t total) {
+            bar.show(done, total, grouped(done) + " files");
+        });
+        check.run();
+    }
+    out << lines.str() << grouped(check.files()) << " files, " << grouped(check.defects()) << " defects\n";
+    return check.defects() == 0;
 }
 
 } // namespace tvr

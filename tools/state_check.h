@@ -59,4 +59,8 @@ private:
     std::uint64_t m_defects = 0;
 };
 
+// Checks all, with a bar on the standard error if that is a terminal, and writes what it finds and a line
+// with the sums. True if nothing is wrong.
+bool tell_state(const std::string& working_directory, bool engine_runs, std::ostream& out);
+
 } // namespace tvr

@@ -34,6 +34,13 @@ struct training_sum {
     std::uint64_t skipped = 0; // messages and files
 
     [[nodiscard]] std::uint64_t all() const { return messages[0] + messages[1]; }
+    training_sum& operator+=(const training_sum& more) {
+        for (const std::size_t half : {0U, 1U})
+            messages[half] += more.messages[half];
+        tokens += more.tokens;
+        skipped += more.skipped;
+        return *this;
+    }
 };
 
 // Appends the records of the streams to the cache, up to the first damage. Answers the failure that ended it.

@@ -1,13 +1,10 @@
 // tvrctl verify: whether the user's files are sound.
 
 #include <iostream>
-#include <sstream>
 
-#include "platform/process.h"
 #include "settings/common_settings.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
-#include "tools/progress.h"
 #include "tools/state_check.h"
 
 namespace tvr {
@@ -23,20 +20,10 @@ int verify() {
     const bool runs = engine_view::process_id() != 0;
     if (runs)
         std::cout << "The engine runs: files may change meanwhile\n";
-    std::ostringstream lines; // apart from the bar
-    state_check check(folder, runs, lines);
-    {
-        progress bar("Checking", !platform::is_terminal(stderr));
-        check.on_progress([&](std::uint64_t done, std::uint64_t total) {
-            bar.show(done, total, grouped(done) + " files");
-        });
-        check.run();
-    }
-    std::cout << lines.str() << grouped(check.files()) << " files, " << grouped(check.defects())
-              << " defects\n";
+    const bool sound = tell_state(folder, runs, std::cout);
     if (!std::cout.flush())
         return fail("standard output can't be written");
-    return check.defects() == 0 ? exit_code::done : defective;
+    return sound ? exit_code::done : defective;
 }
 
 } // namespace

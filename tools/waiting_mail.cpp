@@ -9,6 +9,7 @@
 #include "dict/message_record.h"
 #include "platform/error.h"
 #include "platform/file.h"
+#include "tools/file_view.h"
 
 namespace tvr {
 
@@ -22,11 +23,6 @@ std::string_view bare_id(std::string_view id) {
         id.find_first_not_of("0123456789ABCDEF", id.size() - tail_size + 2) != std::string_view::npos)
         return {};
     return id.substr(1, id.size() - tail_size - 1);
-}
-
-std::string failure(const std::string& path, const char* what) {
-    return platform::display_path(path) + ": " + what + " (error " + std::to_string(platform::last_error()) +
-           ")";
 }
 
 // Calls change(cache, record) for each whole record. A reason that it answers ends the walk; so does an
@@ -60,12 +56,9 @@ template <class Change>
 std::string change_cache(const std::string& path, std::uint32_t patience, Change change) {
     if (!file_exists(path))
         return {};
-    const std::string lock_path = join_path(folder_part(path), "lock.bin");
-    file_lock lock(lock_path);
-    if (!lock.acquire_within(patience))
-        return platform::last_error() == platform::error::sharing_violation
-                   ? platform::display_path(lock_path) + ": another process holds the cache all the time"
-                   : failure(lock_path, "can't be made");
+    file_lock lock;
+    if (std::string why = take_lock(lock, folder_part(path), patience); !why.empty())
+        return why;
     std::string why = walk_cache(path, change);
     lock.release();
     return why;
@@ -80,6 +73,16 @@ constexpr const char* done = nullptr;
 constexpr const char* not_written = "";
 
 } // namespace
+
+std::string take_lock(file_lock& lock, std::string_view folder, std::uint32_t patience) {
+    const std::string path = join_path(folder, "lock.bin");
+    lock.set_path(path);
+    if (lock.acquire_within(patience))
+        return {};
+    return platform::last_error() == platform::error::sharing_violation
+               ? platform::display_path(path) + ": another process holds the cache all the time"
+               : failure(path, "can't be made");
+}
 
 std::string forget_key(std::string_view id) {
     if (!bare_id(id).empty())

@@ -8,6 +8,12 @@
 
 namespace tvr {
 
+class file_lock;
+
+// Takes the lock of the cache in `folder` (with a trailing backslash); waits at most `patience` milliseconds.
+// The reason of a failure, or an empty text.
+[[nodiscard]] std::string take_lock(file_lock& lock, std::string_view folder, std::uint32_t patience = 30000);
+
 // What came of one message.
 struct forgotten_mail {
     std::uint32_t marked = 0;  // records that are marked as deleted now

@@ -10,6 +10,7 @@
 #include "common/path.h"
 #include "platform/error.h"
 #include "platform/file.h"
+#include "tools/file_view.h"
 
 namespace tvr {
 
@@ -196,11 +197,6 @@ std::vector<watch_memory::entry> watch_memory::all_entries() const {
 
 namespace {
 
-std::string not_written(const std::string& path) {
-    return platform::display_path(path) + ": can't be written (error " +
-           std::to_string(platform::last_error()) + ")";
-}
-
 template <class Entries>
 bool put_entries(file_stream& file, const Entries& entries) {
     for (const auto& one : entries)
@@ -221,11 +217,11 @@ std::string watch_memory::write_anew() {
     file_stream file;
     if (!file.create_to_write(beside) || !fileheader(signature).write(file) || !put_entries(file, all) ||
         !file.close())
-        return not_written(beside);
+        return failure(beside, "can\'t be written");
     if (file_exists(m_path) && !platform::delete_file(m_path))
-        return not_written(m_path);
+        return failure(m_path, "can\'t be written");
     if (!platform::move_file(beside, m_path))
-        return not_written(m_path);
+        return failure(m_path, "can\'t be written");
     m_in_file = all.size();
     m_whole = true;
     return {};
@@ -246,7 +242,7 @@ std::string watch_memory::save() {
                    platform::creation::open_existing) ||
         !file.seek(0, platform::origin::end) || !put_entries(file, m_unsaved) || !file.close()) {
         m_whole = false; // what stands at its end is unknown
-        return not_written(m_path);
+        return failure(m_path, "can\'t be written");
     }
     m_in_file += m_unsaved.size();
     m_unsaved.clear();

@@ -13,6 +13,14 @@ namespace tvr {
 
 class file_stream;
 
+namespace stage_number {
+constexpr std::uint32_t entered = 1;
+constexpr std::uint32_t sorted = 2;       // S_SORTED
+constexpr std::uint32_t ready_spam = 3;   // S_READYSPAM
+constexpr std::uint32_t ready_good = 4;   // S_READYGOOD
+constexpr std::uint32_t generate_rgd = 6; // S_GENERATERGD
+} // namespace stage_number
+
 // Folders and files under one root. To be used by one thread at a time; no operation reports a failure
 // unless told.
 class temp_folder {

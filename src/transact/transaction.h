@@ -14,14 +14,6 @@ namespace tvr {
 
 class file_stream;
 
-namespace stage_number {
-constexpr std::uint32_t entered = 1;
-constexpr std::uint32_t sorted = 2;       // S_SORTED
-constexpr std::uint32_t ready_spam = 3;   // S_READYSPAM
-constexpr std::uint32_t ready_good = 4;   // S_READYGOOD
-constexpr std::uint32_t generate_rgd = 6; // S_GENERATERGD
-} // namespace stage_number
-
 // One object per process. The public operations are called on the event thread; before init() they write
 // one line to the default log and do nothing.
 class transaction {

@@ -22,6 +22,14 @@ std::string le(Numbers... numbers) {
     return bytes;
 }
 
+// The little-endian 32-bit number at a place, which must be there.
+inline std::uint32_t word_at(const std::string& bytes, std::size_t place) {
+    std::uint32_t word = 0;
+    for (std::size_t i = 4; i-- > 0;)
+        word = word << 8 | static_cast<unsigned char>(bytes.at(place + i));
+    return word;
+}
+
 // A length byte and the text.
 inline std::string pascal(std::string_view text) {
     return std::string(1, static_cast<char>(text.size())).append(text);

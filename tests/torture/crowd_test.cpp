@@ -95,13 +95,6 @@ int run_client(std::string_view argument) {
 }
 const child_role crowd_client("crowd_client", run_client);
 
-std::uint32_t word_at(const std::string& bytes, std::size_t place) {
-    std::uint32_t word = 0;
-    for (std::size_t i = 4; i-- > 0;)
-        word = word << 8 | static_cast<unsigned char>(bytes.at(place + i));
-    return word;
-}
-
 // The tokens of all atoms of a half, and under "" the messages.
 counts tokens_of(const fs::path& base, const std::string& half) {
     counts all;

@@ -32,13 +32,6 @@ void two_trainings(engine_driver& engine) {
     engine.train();
 }
 
-std::uint32_t word_at(const std::string& bytes, std::size_t place) {
-    std::uint32_t word = 0;
-    for (std::size_t i = 4; i-- > 0;)
-        word = word << 8 | static_cast<unsigned char>(bytes.at(place + i));
-    return word;
-}
-
 // An atom whose head tells the truth about its tokens.
 bool is_whole_atom(const std::string& bytes) {
     if (bytes.size() < 36 || word_at(bytes, 0) != 0x19780702 || word_at(bytes, 4) != 5)
