@@ -17,6 +17,9 @@ constexpr int usage = 2;
 constexpr int failed = 3; // the engine or its files
 } // namespace exit_code
 
+// The whole of tvrctl, as main() has it.
+int run_tvrctl(int count, char** arguments);
+
 // Each adds a command with its options to the program; running it sets `code`. Those that read mail stand in
 // mail_input.h.
 void add_train(CLI::App& program, int& code);

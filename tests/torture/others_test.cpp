@@ -13,19 +13,11 @@
 #include "platform/presence.h"
 #include "signal/identity.h"
 #include "support/file_bytes.h"
+#include "tools/command.h"
 #include "torture/trained_base.h"
-
-int tvrctl_main(int count, char** arguments);
 
 namespace tvr::torture {
 namespace {
-
-std::uint32_t word_at(const std::string& bytes, std::size_t place) {
-    std::uint32_t word = 0;
-    for (std::size_t i = 4; i-- > 0;)
-        word = word << 8 | static_cast<unsigned char>(bytes.at(place + i));
-    return word;
-}
 
 // The records of a cache that a reader finds, each in its bytes.
 std::vector<std::string> records_of(const std::string& cache) {
@@ -93,7 +85,7 @@ int tvrctl(std::vector<std::string> words) {
         arguments.push_back(word.data());
     if (!std::freopen("/dev/null", "w", stdout))
         return 98;
-    return tvrctl_main(static_cast<int>(arguments.size()), arguments.data());
+    return run_tvrctl(static_cast<int>(arguments.size()), arguments.data());
 }
 
 // The same beside something that looks like an engine, so that none is started.
