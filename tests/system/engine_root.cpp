@@ -13,6 +13,7 @@
 #include "platform/registry.h"
 #include "signal/identity.h"
 #include "support/file_bytes.h"
+#include "support/sample_tokens.h"
 #include "tools/engine_view.h"
 
 namespace tvr {
@@ -111,11 +112,7 @@ void engine_root::append(unsigned series, unsigned count, bool manual) {
     for (unsigned i = 0; i < count; ++i) {
         const bool spam = i % 2 == 0;
         token_table tokens;
-        tokens.add("B common", 1 + i % 3);
-        tokens.add(spam ? "B offer" : "B meeting", 2);
-        tokens.add("H subject:" + std::to_string(series) + "-" + std::to_string(i % 5));
-        for (unsigned word = 0; word < 20; ++word)
-            tokens.add("B w" + std::to_string((i * 7 + word * series) % 50));
+        add_sample_tokens(tokens, series, i, spam, 20, 50);
         const std::string msid = make_msid(std::to_string(series) + "." + std::to_string(i), "", "", "");
         batch.add({.msid = msid,
                    .spam = spam,

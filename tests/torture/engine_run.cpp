@@ -21,6 +21,7 @@
 #include "signal/event_channel.h"
 #include "signal/identity.h"
 #include "support/file_bytes.h"
+#include "support/sample_tokens.h"
 #include "torture/file_changes.h"
 
 // The linker puts this in front of platform::wait_any, so that the test knows when the transaction thread has
@@ -144,11 +145,7 @@ bool append_messages(unsigned series, unsigned count) {
         const bool comes_back = series > 1 && i % 7 == 3;
         const bool spam = (i + (comes_back ? 1 : 0)) % 2 == 0;
         token_table tokens;
-        tokens.add("B common", 1 + i % 3);
-        tokens.add(spam ? "B offer" : "B meeting", 2);
-        tokens.add("H subject:" + std::to_string(series) + "-" + std::to_string(i % 5));
-        for (unsigned word = 0; word < 12; ++word)
-            tokens.add("B w" + std::to_string((i * 7 + word * series) % 40));
+        add_sample_tokens(tokens, series, i, spam, 12, 40);
         const std::string msid =
             "<" + std::to_string(comes_back ? series - 1 : series) + "." + std::to_string(i) + "@x>_0123ABCD";
         const std::uint32_t time = i % 11 == 5 ? 1000 + i : first_time + series * minutes_a_day + i * 3;
