@@ -122,13 +122,13 @@ void run_index(raw_bytes input) {
             must_find(map, known);
         use(map, known);
         // Keys enough to divide pages.
-        for (unsigned i = 0; i < 70; ++i)
+        for (unsigned i = 0; i < 30; ++i)
             map.insert(std::to_string(i * 104729), some_time);
     }
     // The same without a list that could heal it.
     put_file(in_base("lone.idx"), input);
     msidtree tree(in_base("lone.idx"));
-    for (unsigned i = 0; i < 40 && !tree.damaged(); ++i) {
+    for (unsigned i = 0; i < 20 && !tree.damaged(); ++i) {
         tree.insert(std::to_string(i * 104729), 600 - i, false);
         static_cast<void>(tree.find(std::to_string(i)));
     }
