@@ -97,6 +97,10 @@ ipc_status training_client::raise(engine_event event, bool start) {
     return {};
 }
 
+bool training_client::is_pending(engine_event event) const {
+    return m_state->status && m_state->channel.is_pending(static_cast<std::uint32_t>(event));
+}
+
 bool training_client::engine_runs() const {
     return platform::find_presence(server_class, server_title).found;
 }

@@ -68,6 +68,9 @@ public:
     // engine the event stays raised until one comes up or this object goes.
     ipc_status raise(engine_event event, bool start = true);
 
+    // Whether a raise of this event hasn't reached an engine yet. Whoever raises and ends stays that long.
+    [[nodiscard]] bool is_pending(engine_event event) const;
+
     [[nodiscard]] bool engine_runs() const;
     // The end of the cache (bytes) behind what this object appended last.
     [[nodiscard]] std::uint64_t appended_until() const noexcept;

@@ -26,7 +26,7 @@ std::uint32_t wait_for_engine() {
     return process;
 }
 
-// Raises an event of an engine that runs, or is started for it, and stays until it is up.
+// Raises an event of an engine that runs, or is started for it, and stays until it has heard.
 int raise_and_report(engine_event event, const char* text) {
     training_client client;
     const ipc_status status = client.raise(event);
@@ -34,6 +34,11 @@ int raise_and_report(engine_event event, const char* text) {
         return fail(status.text);
     if (wait_for_engine() == 0)
         return fail("the engine was started, but doesn't come up");
+    // It shows itself before it listens, and the event goes with the last who holds it. One that is busy
+    // holds it, and hears later.
+    const std::uint32_t start = platform::tick_count();
+    while (client.is_pending(event) && platform::tick_count() - start < start_patience)
+        platform::sleep_for(poll_pause);
     std::printf("%s\n", text);
     return exit_code::done;
 }

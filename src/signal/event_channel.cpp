@@ -82,6 +82,14 @@ void event_channel::raise(std::uint32_t number) {
         file.write(file.read() | 1U << number % 32);
 }
 
+bool event_channel::is_pending(std::uint32_t number) {
+    // An event can only be asked by taking it.
+    if (number >= m_events.size() || !m_events[number].wait(0))
+        return false;
+    m_events[number].set();
+    return true;
+}
+
 std::uint32_t event_channel::wait(std::uint32_t milliseconds) {
     if (!m_ok) {
         TVR_LOG(default_log, "[i] Returning ev_timeout due to error in previous ::CreateEvent");

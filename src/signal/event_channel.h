@@ -40,6 +40,9 @@ public:
     // beyond 3 sets no event. Never fails.
     void raise(std::uint32_t number);
 
+    // Whether a raise of this event hasn't been taken by the server's wait yet.
+    bool is_pending(std::uint32_t number);
+
     // Waits (milliseconds) and answers an event's number, the lowest first, or ev_timeout. A channel whose
     // events could not be created answers ev_timeout at once.
     std::uint32_t wait(std::uint32_t milliseconds);

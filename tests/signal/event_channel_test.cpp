@@ -45,7 +45,9 @@ TEST_F(event_channel_test, delivers_each_event_once_and_the_lowest_first) {
     EXPECT_EQ(raised(), (numbers{0, 1, 2, 3}));
     server.raise(1);
     tool.raise(0);
+    EXPECT_TRUE(tool.is_pending(0));
     EXPECT_EQ(server.wait(patience), 0U);
+    EXPECT_FALSE(tool.is_pending(0));
     EXPECT_EQ(server.wait(patience), 1U);
     for (const std::uint32_t number : {4U, 5U, 32U, 0xFFFFFFFFU})
         tool.raise(number);

@@ -33,10 +33,10 @@ protected:
         fs::create_directories(m_plain);
     }
     ~watch_test() override {
+        // Not in the middle: what is learned and the start of an engine for it belong together.
         if (m_process != 0)
-            kill(m_process, SIGKILL);
-        join();
-        // One that was started for what was learned may not be there yet.
+            stop();
+        // That one may not be there yet.
         if (fs::exists(m_root.transact() / "autotrain.bys"))
             engine_root::wait_for("the engine", [] { return engine_root::process() != 0; });
     }
@@ -72,6 +72,7 @@ protected:
     }
     int stop() {
         kill(m_process, SIGTERM);
+        kill(m_process, SIGCONT);
         return join();
     }
 
