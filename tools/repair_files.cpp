@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <filesystem>
 #include <map>
 #include <optional>
 
@@ -50,13 +49,9 @@ public:
     explicit id_sink(const id_visitor& visit) : m_visit(visit) {}
 
     void list_record(std::uint64_t, std::string_view id, std::uint32_t value) override {
-        if (!is_live_id(id, value))
-            return;
-        ++live;
-        m_visit(id, value);
+        if (is_live_id(id, value))
+            m_visit(id, value);
     }
-
-    std::uint64_t live = 0;
 
 private:
     const id_visitor& m_visit;
@@ -193,9 +188,7 @@ std::string repair_folder::replace(const std::string& made, const std::string& p
         if (!link_or_copy(path, target, true))
             return failure(path, "can't be kept aside");
     }
-    std::error_code error;
-    std::filesystem::rename(platform::display_path(made), platform::display_path(path), error);
-    return error ? platform::display_path(path) + ": can't be replaced: " + error.message() : std::string();
+    return platform::replace_file(made, path) ? std::string() : failure(path, "can't be replaced");
 }
 
 cache_scan scan_cache(const std::string& path) {
@@ -239,7 +232,7 @@ std::string write_cache(const std::string& from, const cache_scan& scan, const s
     return finish(file, written, to);
 }
 
-bool visit_ids(const std::string& list, repair_folder& folder, const id_visitor& visit) {
+std::string visit_ids(const std::string& list, repair_folder& folder, const id_visitor& visit) {
     std::string source = list;
     std::array<std::uint8_t, 4> word{};
     const std::size_t got = platform::peek_file(list, 0, word.data(), word.size()).value_or(0);
@@ -257,14 +250,16 @@ bool visit_ids(const std::string& list, repair_folder& folder, const id_visitor&
             walk_list(file, sink);
             return !sink.damaged;
         };
-        if (source.empty() ||
-            !write_patched(list, {{0, signature::list}, {4, 2}, {8, 0}, {12, 0}}, source).empty() || !whole())
-            return false;
+        if (source.empty())
+            return failure(folder.working() + std::string(unfinished_folder), "can't be made");
+        if (std::string why = write_patched(list, {{0, signature::list}, {4, 2}, {8, 0}, {12, 0}}, source);
+            !why.empty() || !whole())
+            return why;
     }
     id_sink sink(visit);
     file_view file(source);
     walk_list(file, sink);
-    return sink.live != 0;
+    return file.failed() ? failure(source, "can't be read") : std::string();
 }
 
 std::string remake_map(const std::string& list, repair_folder& folder,
@@ -277,15 +272,18 @@ std::string remake_map(const std::string& list, repair_folder& folder,
         return failure(folder.working() + std::string(unfinished_folder), "can't be made");
     bool written = true;
     std::uint64_t kept = 0;
+    std::string unread;
     {
         msidmap map(folder_part(new_list), name);
-        visit_ids(list, folder, [&](std::string_view id, std::uint32_t value) {
+        unread = visit_ids(list, folder, [&](std::string_view id, std::uint32_t value) {
             if (keeps && !keeps(id, value))
                 return;
             ++kept;
             written = written && map.insert(id, value);
         });
     }
+    if (!unread.empty())
+        return unread;
     if (!written)
         return failure(new_list, "can't be written");
     // The index goes first: without one, any list is right. The engine makes one where there is none.
@@ -335,7 +333,7 @@ std::string write_statistic(const std::string& from, const std::string& to) {
     bool written = file.create_to_write(to) && file.write_u32(signature::statistic);
     for (const auto& [hour, bytes] : entries)
         written = written && file.write(bytes.data(), bytes.size());
-    return finish(file, written, to);
+    return finish(file, written && !source.failed(), to);
 }
 
 } // namespace tvr

@@ -331,11 +331,11 @@ private:
         if (!is_file(list))
             return set_aside(path);
         std::uint64_t ids = 0;
-        visit_ids(list, m_folder, [&](std::string_view, std::uint32_t) { ++ids; });
-        const std::string what = ids == 0
-                                     ? "set aside " + shown(list) + " with its index: no ID of it can be read"
-                                     : "make " + shown(list) + " and its index anew, of " + grouped(ids) +
-                                           " message IDs that can be read";
+        const std::string why = visit_ids(list, m_folder, [&](std::string_view, std::uint32_t) { ++ids; });
+        std::string what = "set aside " + shown(list) + " with its index: no ID of it can be read";
+        if (ids != 0 || !why.empty())
+            what = "make " + shown(list) + " and its index anew" +
+                   (why.empty() ? ", of " + grouped(ids) + " message IDs that can be read" : "");
         add(what, [this_folder = &m_folder, list] { return remake_map(list, *this_folder); });
     }
 

@@ -136,7 +136,7 @@ std::optional<std::string> read_file(const std::string& path, std::string& why) 
 }
 
 // Writes a temporary file beside the file, and puts it in its place.
-std::string replace_file(const std::string& path, const std::string& text) {
+std::string rewrite_file(const std::string& path, const std::string& text) {
     namespace fs = std::filesystem;
     const std::string shown = platform::display_path(path);
     const auto refuse = [&] {
@@ -161,11 +161,11 @@ std::string replace_file(const std::string& path, const std::string& text) {
     file.close();
     if (const auto old = fs::status(target, error); !error && fs::exists(old))
         fs::permissions(made, old.permissions(), error);
-    fs::rename(made, target, error);
-    if (!error)
+    if (platform::replace_file(*beside, path))
         return {};
+    const std::string why = refuse();
     platform::delete_file(*beside);
-    return shown + ": can't be replaced: " + error.message();
+    return why;
 }
 
 // The line with a new value; what stands behind the old one stays if the line still means the value.
@@ -304,7 +304,7 @@ std::string setting_list::set(const setting_view& setting, std::string_view valu
                       "in front";
     if (changed->size() > largest_file)
         return platform::display_path(path) + ": would become larger than 1 MiB";
-    return replace_file(path, *changed);
+    return rewrite_file(path, *changed);
 }
 
 std::string limits_text(const setting_view& setting) {

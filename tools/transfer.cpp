@@ -1,7 +1,6 @@
 // tvrctl export and import: the token base as text.
 
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -56,12 +55,8 @@ public:
     bool finish() {
         if (!m_made)
             return std::fflush(stdout) == 0;
-        std::error_code error;
-        if (m_file.close())
-            std::filesystem::rename(m_beside, m_path, error);
-        else
-            error = std::make_error_code(std::errc::io_error);
-        m_made = static_cast<bool>(error);
+        m_made = !m_file.close() || !platform::replace_file(platform::from_display_path(m_beside),
+                                                            platform::from_display_path(m_path));
         return !m_made;
     }
 

@@ -97,7 +97,10 @@ std::vector<id_trim> trim_ids(const std::string& working_directory, bool dry,
             if (++seen % told_step == 0)
                 told(seen);
         };
-        visit_ids(list, folder, count);
+        trim.reason = visit_ids(list, folder, count);
+        trim.failed = !trim.reason.empty();
+        if (trim.failed)
+            continue;
         if (dry || trim.dropped == 0) {
             trim.bytes_after = dry ? 0 : trim.bytes;
             continue;

@@ -88,6 +88,9 @@ bool set_attributes(std::string_view path, std::uint32_t attributes);
 bool delete_file(std::string_view path);
 // Renames a file or folder, across volumes if need be. 183 if the target exists; 32 if the file is open.
 bool move_file(std::string_view from, std::string_view to);
+// Renames a file of the same volume in one step, in place of the file `to` if there is one. 32 if either is
+// open (or 5, if that is `to`), 5 if either is a folder or `to` is read-only.
+bool replace_file(std::string_view from, std::string_view to);
 // Copies content, last-write time and attributes. 80 if the target exists and `fail_if_exists` is set.
 bool copy_file(std::string_view from, std::string_view to, bool fail_if_exists);
 // Makes `link` a second name of the file `existing`. 183 if `link` exists; an error of its own (1) where

@@ -387,6 +387,10 @@ bool move_file(std::string_view from, std::string_view to) {
     return true;
 }
 
+bool replace_file(std::string_view from, std::string_view to) {
+    return (!disk().contains(key_of(to)) || delete_file(to)) && move_file(from, to);
+}
+
 bool copy_file(std::string_view from, std::string_view to, bool fail_if_exists) {
     file source;
     file target;

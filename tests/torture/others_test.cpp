@@ -4,12 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <optional>
+#include <set>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
+#include "platform/change_hook.h"
 #include "platform/presence.h"
 #include "signal/identity.h"
 #include "support/file_bytes.h"
@@ -37,6 +40,8 @@ bool is_prefix(const std::vector<std::string>& part, const std::vector<std::stri
     return part.size() <= all.size() && std::equal(part.begin(), part.end(), all.begin());
 }
 
+const std::vector<std::uint32_t> all_errors = {5, 32, 112, 1450};
+
 // One process that changes files, and what may be left when it is killed.
 struct job {
     const char* name;
@@ -47,31 +52,41 @@ struct job {
     unsigned usual_stride = 1;
 };
 
-// Kills the job at each of its changes.
-void torture(const job& each) {
+// Kills the job at each of its changes, or lets each fail with each of the errors.
+void torture(const job& each, const std::vector<std::uint32_t>& errors = {}) {
     trained_base& base = the_base();
     base.box.restore(each.start);
     const files before = base.content(true);
     ASSERT_EQ(in_child(base.box, {}, each.work), 0) << each.name;
-    const std::uint32_t points = shared_board().begun;
+    const std::uint32_t points = errors.empty() ? shared_board().begun : shared_board().asked;
     const files after = base.content(true);
-    ASSERT_NE(after, before) << each.name << " changes nothing";
-    tally outcomes(std::string("Death of ") + each.name + " (" + std::to_string(points) + " changes)");
+    ASSERT_TRUE(after != before) << each.name << " changes nothing";
+    std::vector<plan> plans;
+    for (const fate what : {fate::die_before, fate::die_within, fate::die_after})
+        if (errors.empty())
+            plans.push_back({.what = what});
+    for (const std::uint32_t error : errors)
+        plans.push_back({.what = fate::fail, .error = error});
+    tally outcomes((errors.empty() ? "Death of " : "Failure in ") + std::string(each.name) + " (" +
+                   std::to_string(points) + " changes)");
     const unsigned step = stride(each.usual_stride);
     unsigned turn = 0;
     unsigned missed = 0;
-    for (const fate what : {fate::die_before, fate::die_within, fate::die_after})
-        for (std::uint32_t index = 0; index < points; ++index) {
+    for (plan wanted : plans)
+        for (wanted.index = 0; wanted.index < points; ++wanted.index) {
             if (turn++ % step != 0)
                 continue;
             base.box.restore(each.start);
-            if (in_child(base.box, {what, index}, each.work) != killed) {
+            const int code = in_child(base.box, wanted, each.work);
+            const file_change hit = shared_board().hit_change();
+            if (errors.empty() ? code != killed : hit.what.empty()) {
                 ++missed; // threads take turns: this time there were fewer changes
                 continue;
             }
-            const file_change hit = shared_board().hit_change();
-            SCOPED_TRACE(std::string(each.name) + " " + name_of(what) + " change " + std::to_string(index) +
-                         ": " + hit.what + " " + hit.path);
+            SCOPED_TRACE(std::string(each.name) + " " + name_of(wanted.what) + " change " +
+                         std::to_string(wanted.index) + " (" + std::to_string(wanted.error) +
+                         "): " + hit.what + " " + hit.path);
+            EXPECT_GE(code, killed);
             outcomes.add(each.judge(base.content(true), before, after));
         }
     EXPECT_LE(missed * step, points / 10);
@@ -181,6 +196,18 @@ std::string judge_one_file(const std::string& path, const files& left, const fil
     return content(left) == content(after) ? "the new file" : "the old file";
 }
 
+const std::string good_index = base_folder + "nspamdict.idx";
+
+// Without what was set aside, and without the room behind a list or an index that couldn't be cut.
+files tidied(files content, const files& model) {
+    std::erase_if(content, [](const auto& file) { return file.first.starts_with(data_folder + "repair/"); });
+    for (auto& [path, bytes] : content)
+        if (const auto found = model.find(path); (path.ends_with(".lst") || path.ends_with(".idx")) &&
+                                                 found != model.end() && bytes.starts_with(found->second))
+            bytes = found->second;
+    return content;
+}
+
 // The engine comes to an empty base, or to the imported one.
 std::string judge_import(const files&, const files& before, const files& after) {
     trained_base& base = the_base();
@@ -197,12 +224,84 @@ std::string judge_import(const files&, const files& before, const files& after) 
     static const files nothing = restarted(before);
     static const files imported = restarted(after);
     const verdict end = base.restart();
-    const files found = base.content(true);
+    const files found = tidied(base.content(true), imported);
     EXPECT_EQ(end, verdict::rest) << name_of(end);
     const bool is_old = !found.contains(compiled_base);
     trained_base::expect_equal("the engine's start", found, is_old ? nothing : imported);
     EXPECT_EQ(base.train_next(), verdict::rest);
     return is_old ? "nothing is imported" : "all is imported";
+}
+
+// A second run comes to the same end.
+std::string judge_second_run(const job& each, const files& left, const files& before, const files& after) {
+    trained_base& base = the_base();
+    EXPECT_EQ(in_child(base.box, {}, each.work), 0);
+    const files found = tidied(base.content(true), after);
+    files expected = tidied(after, after);
+    if (!found.contains(good_index)) // whoever works with the list makes it
+        expected.erase(good_index);
+    trained_base::expect_equal("the second run", found, expected);
+    return left == before                                       ? "nothing is done"
+           : differences(tidied(left, after), expected).empty() ? "all is done"
+                                                                : "a second run does the rest";
+}
+
+// An engine dies while it puts the first half in place, and files are damaged.
+void break_files() {
+    trained_base& base = the_base();
+    base.box.restore("waiting");
+    const auto die_publishing = [](platform::change what, std::string_view path) {
+        if (what == platform::change::rename_file && path.ends_with("base\\nspamdict0004.bye"))
+            kill(getpid(), SIGKILL);
+        return std::uint32_t{0};
+    };
+    ASSERT_EQ(in_child(base.box, {},
+                       [&] {
+                           platform::set_change_hook(die_publishing);
+                           return run_engine([](engine_driver& engine) { engine.train(); });
+                       }),
+              killed);
+    ASSERT_EQ(in_child(base.box, {}, [] { return append_messages(trained_base::next_series, 3) ? 0 : 1; }),
+              0);
+    const auto damage = [&](const std::string& name, std::size_t at) {
+        std::string bytes = read_file(base.path(name));
+        bytes.at(at) = static_cast<char>(bytes.at(at) ^ 0x40);
+        write_file(base.path(name), bytes);
+    };
+    damage(cache_file, 4 + word_at(read_file(base.path(cache_file)), 12)); // the second record
+    damage(base_folder + "nspamdict.lst", 0);
+    damage(base_folder + "nspamdict0002.bye", 16); // a total
+    write_file(base.path(good_index), std::string(512, 'x'));
+    write_file(base.path(statistic_file), read_file(base.path(statistic_file)) + "cut");
+    write_file(base.path(data_folder + "settings.cfg"), "abba");
+}
+
+TEST(tool_death, of_a_repair_loses_nothing) {
+    trained_base& base = the_base();
+    break_files();
+    base.box.save("broken");
+    job repair = {"tvrctl repair", "broken", [] { return tvrctl({"repair", "--yes"}); }, {}, 10};
+    // Whatever was there still is, in its place or another.
+    repair.judge = [&](const files& left, const files& before, const files& after) {
+        std::set<std::string> kept;
+        for (const auto& [path, bytes] : base.box.content())
+            kept.insert(bytes);
+        for (const auto& [path, bytes] : before)
+            EXPECT_TRUE(kept.contains(bytes)) << path << " is lost";
+        return judge_second_run(repair, left, before, after);
+    };
+    torture(repair);
+    torture(repair, all_errors);
+
+    base.box.restore("trained");
+    write_file(base.path(good_index), std::string(512, 'x'));
+    base.box.save("indexed");
+    job trim = {"tvrctl trim", "indexed", [] { return tvrctl({"trim"}); }, {}, 4};
+    trim.judge = [&](const files& left, const files& before, const files& after) {
+        return judge_second_run(trim, left, before, after);
+    };
+    torture(trim);
+    torture(trim, all_errors);
 }
 
 TEST(tool_death, leaves_the_old_or_the_new) {
@@ -228,32 +327,36 @@ TEST(tool_death, leaves_the_old_or_the_new) {
             return judge_one_file(path, left, before, after);
         };
     };
-    torture({"tvrctl train", "waiting",
-             [&] {
-                 return tvrctl_with_engine({"train", "--later", "-q", "--threads", "1", "--spam",
-                                            mail + "/spam", "--ham", mail + "/ham"});
-             },
-             judge_train, 6});
-    torture({"tvrctl forget", "waiting",
-             [] {
-                 return tvrctl({"forget", "<7.2@x>_0123ABCD"});
-             },
-             judge_forget, 6});
-    torture({"tvrctl config set", "waiting",
-             [] {
-                 return tvrctl({"config", "set", "training delay", "77"});
-             },
-             one_file("advanced.ini"), 6});
-    torture({"tvrctl export", "trained",
-             [&] {
-                 return tvrctl({"export", text});
-             },
-             one_file("export.txt"), 4});
-    torture({"tvrctl import", "empty",
-             [&] {
-                 return tvrctl({"import", "--later", text});
-             },
-             judge_import, 25});
+    const job jobs[] = {{"tvrctl train", "waiting",
+                         [&] {
+                             return tvrctl_with_engine({"train", "--later", "-q", "--threads", "1", "--spam",
+                                                        mail + "/spam", "--ham", mail + "/ham"});
+                         },
+                         judge_train, 6},
+                        {"tvrctl forget", "waiting",
+                         [] {
+                             return tvrctl({"forget", "<7.2@x>_0123ABCD"});
+                         },
+                         judge_forget, 6},
+                        {"tvrctl config set", "waiting",
+                         [] {
+                             return tvrctl({"config", "set", "training delay", "77"});
+                         },
+                         one_file("advanced.ini"), 6},
+                        {"tvrctl export", "trained",
+                         [&] {
+                             return tvrctl({"export", text});
+                         },
+                         one_file("export.txt"), 4},
+                        {"tvrctl import", "empty",
+                         [&] {
+                             return tvrctl({"import", "--later", text});
+                         },
+                         judge_import, 25}};
+    for (const job& each : jobs) {
+        torture(each);
+        torture(each, all_errors);
+    }
 }
 
 // The engine that has never run makes its folders and settings.

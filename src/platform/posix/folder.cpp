@@ -206,6 +206,27 @@ bool move_file(std::string_view from, std::string_view to) {
     return move_across(from, to);
 }
 
+bool replace_file(std::string_view from, std::string_view to) {
+    const std::string source = posix::native_path(from);
+    const std::string target = posix::native_path(to);
+    struct stat info {};
+    struct stat old {};
+    if (!look(source, info) || !has_parent(target))
+        return false;
+    const bool replaces = lstat(target.c_str(), &old) == 0;
+    const bool plain = replaces && S_ISREG(old.st_mode);
+    if (S_ISDIR(info.st_mode) || (replaces && S_ISDIR(old.st_mode)) ||
+        (plain && posix::is_read_only(old.st_mode)))
+        return posix::fail(error::access_denied);
+    posix::deletion_guard guard;
+    posix::deletion_guard old_guard;
+    if ((S_ISREG(info.st_mode) && !guard.take(source)) || (plain && !old_guard.take(target)))
+        return false;
+    if (!posix::may_change(change::rename_file, to))
+        return false;
+    return rename(source.c_str(), target.c_str()) == 0 || posix::fail_path(source);
+}
+
 bool copy_file(std::string_view from, std::string_view to, bool fail_if_exists) {
     file source;
     file target;
