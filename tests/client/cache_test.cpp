@@ -1,15 +1,9 @@
-// The client's end of the message cache: the bytes, the torn tails, and many processes that die at it.
+// The client's end of the message cache: the bytes, and what a torn tail comes to.
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <fstream>
-#include <map>
-#include <random>
-
 #include "client/cache_writer.h"
-#include "platform/clock.h"
-#include "support/child_process.h"
+#include "platform/file.h"
 #include "support/file_bytes.h"
 #include "support/test_root.h"
 
@@ -126,77 +120,6 @@ TEST_F(cache, answers_when_it_cannot) {
     reader.close();
     EXPECT_EQ(cache_writer(m_root.engine_path("no\\autotrain.bys")).append(batch_of("<1>"), 0),
               append_result::io_failed);
-}
-
-// Appends batches of three, and notes each one that was answered with success.
-const child_role appender("appender", [](std::string_view argument) {
-    const std::string name(argument);
-    const std::string folder = std::getenv("TESSIVAR_ROOT");
-    std::ofstream notes(folder + "/" + name + ".notes", std::ios::app);
-    std::string engine_folder = folder;
-    for (char& c : engine_folder)
-        c = c == '/' ? '\\' : c;
-    cache_writer writer(engine_folder + "\\autotrain.bys");
-    for (int i = 0;; ++i) {
-        record_batch batch;
-        token_table tokens;
-        tokens.add("B " + std::string(200, 'x'), static_cast<std::uint32_t>(i));
-        for (int part = 0; part < 3; ++part)
-            batch.add({.msid = name + "." + std::to_string(i) + "." + std::to_string(part)}, tokens);
-        if (writer.append(batch) != append_result::done)
-            return 1;
-        notes << name << "." << i << std::endl;
-    }
-});
-
-// Reads as every reader does, with code of its own: up to the first foreign signature.
-std::map<std::string, int> message_ids(const std::string& file) {
-    std::map<std::string, int> found;
-    for (std::size_t at = 4; at + 33 <= file.size() && file.compare(at, 4, record, 0, 4) == 0;) {
-        std::uint32_t length = 0;
-        std::memcpy(&length, file.data() + at + 8, 4);
-        if (at + length > file.size())
-            break;
-        ++found[file.substr(at + 33, static_cast<unsigned char>(file[at + 32]))];
-        at += length;
-    }
-    return found;
-}
-
-TEST_F(cache, loses_nothing_when_clients_die) {
-    std::mt19937 random(17);
-    std::vector<child_process> children;
-    int started = 0;
-    for (int i = 0; i < 4; ++i)
-        children.emplace_back("appender", "c" + std::to_string(started++));
-    for (int kills = 0; kills < 25; ++kills) {
-        platform::sleep_for(static_cast<std::uint32_t>(random() % 20));
-        child_process& victim = children[random() % children.size()];
-        EXPECT_EQ(victim.kill(), child_process::killed);
-        victim = child_process("appender", "c" + std::to_string(started++));
-    }
-    // One more client, so that the last torn tail is gone too.
-    for (child_process& child : children)
-        child.kill();
-    ASSERT_EQ(append(batch_of("<last>")), append_result::done);
-
-    const std::string file = read_file(m_path);
-    const auto found = message_ids(file);
-    std::uint32_t count = 0;
-    std::memcpy(&count, file.data(), 4);
-    EXPECT_EQ(count, found.size());
-    EXPECT_TRUE(found.contains("<last>"));
-    for (const auto& [msid, times] : found)
-        EXPECT_EQ(times, 1) << msid;
-    std::size_t noted = 0;
-    for (int i = 0; i < started; ++i) {
-        std::ifstream notes(m_root.path() / ("c" + std::to_string(i) + ".notes"));
-        for (std::string line; std::getline(notes, line); ++noted)
-            for (const char* part : {".0", ".1", ".2"})
-                EXPECT_TRUE(found.contains(line + part)) << line;
-    }
-    EXPECT_GT(noted, 25U);
-    EXPECT_LE(found.size(), 3 * noted + 3 * 29 + 1); // no more than what was on its way
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <random>
 #include <set>
 
 #include "client/charset.h"
@@ -166,26 +165,16 @@ TEST(tokenizer, converts_charsets) {
     EXPECT_EQ(to_utf8("\xE9", "us-ascii", room), "\xC3\xA9");
 }
 
-// Real mail, cut and changed at random: it never fails, and stays within its bounds.
-TEST(tokenizer, takes_any_bytes) {
-    std::mt19937 random(3);
+TEST(tokenizer, takes_real_mail) {
     tokenizer cutter;
     std::size_t files = 0;
     for (const auto& entry : fs::recursive_directory_iterator(TVR_SAMPLE_MAIL)) {
         if (entry.path().extension() != ".eml")
             continue;
         ++files;
-        const std::string mail = read_file(entry.path());
-        cutter.tokenize(mail);
+        cutter.tokenize(read_file(entry.path()));
         EXPECT_GT(cutter.tokens().size(), 20U) << entry.path();
         EXPECT_NE(cutter.facts().time, 0U) << entry.path();
-        for (int round = 0; round < 10; ++round) {
-            std::string changed = mail.substr(0, random() % (mail.size() + 1));
-            for (unsigned i = 0; i < changed.size() / 100 + 1 && !changed.empty(); ++i)
-                changed[random() % changed.size()] = static_cast<char>(random());
-            cutter.tokenize(changed);
-            EXPECT_LE(cutter.facts().msid.size(), 254U);
-        }
     }
     EXPECT_EQ(files, 62U);
 }

@@ -3,9 +3,7 @@
 #include <cstring>
 #include <deque>
 #include <gtest/gtest.h>
-#include <map>
 #include <random>
-#include <stdexcept>
 #include <vector>
 
 #include "platform/sync.h"
@@ -61,27 +59,6 @@ TEST(pool_test, blocks_belong_to_their_owners) {
     for (auto& other : others)
         other.join();
     EXPECT_EQ(faults[0] + faults[1], 0U);
-}
-
-TEST(pool_test, objects_are_built_and_ended) {
-    static int alive = 0;
-    struct counted_object {
-        explicit counted_object(bool fails) {
-            if (fails)
-                throw std::runtime_error("no object");
-            ++alive;
-        }
-        ~counted_object() { --alive; }
-        char bytes[24] = {};
-    };
-    auto* const object = pool_new<counted_object>(false);
-    EXPECT_EQ(alive, 1);
-    pool_delete(object);
-    EXPECT_EQ(alive, 0);
-    EXPECT_THROW(pool_new<counted_object>(true), std::runtime_error);
-    auto* const next = pool_new<counted_object>(false);
-    EXPECT_EQ(next, object) << "the memory of the failed one was not given back";
-    pool_delete(next);
 }
 
 } // namespace

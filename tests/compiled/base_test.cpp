@@ -4,7 +4,7 @@
 
 #include "compiled/dict_pair.h"
 #include "compiled/grading.h"
-#include "dict/atom_bytes.h"
+#include "support/atom_bytes.h"
 #include "support/test_root.h"
 
 namespace {
@@ -93,21 +93,6 @@ TEST_F(Base, ByHand) {
                                          counted("cc", 0x3F000000)); // 0.1 / 0.35 = 2/7
 }
 
-TEST_F(Base, CountsManyTokensOfOneHash) {
-    // They differ in the last byte alone; the second atom has them the other way round.
-    std::string up, down, graded;
-    for (int c = 1; c < 256; ++c) {
-        const std::string token = "a" + std::string(1, static_cast<char>(c));
-        up += counted(token, 3);
-        down.insert(0, counted(token, 2));
-        graded += counted(token, highest);
-    }
-    put("spamdict0000.bye", atom_bytes({60, 255, 765, 20000, 20009}, 255, up));
-    put("spamdict0001.bye", atom_bytes({40, 255, 510, 30000, 0}, 255, down));
-    put("nspamdict0000.bye", atom_bytes({100, 1, 1, 25000, 0}, 1, counted("z", 1)));
-    EXPECT_EQ(generate().substr(40), le(255, graded.size()) + graded);
-}
-
 TEST_F(Base, EmptyOnesHaveFortyEightBytes) {
     EXPECT_EQ(generate(), "DASJ" + le(8, 0, 0, 0, 0, undefined, 0, undefined, 0) + le(0, 0));
     put("spamdict0000.bye", atom_bytes({60, 1, 50, 20000, 20009}, 1, counted("q", 50)));
@@ -116,33 +101,6 @@ TEST_F(Base, EmptyOnesHaveFortyEightBytes) {
     put("nspamdict0000.bye", atom_bytes({60, 1, 1, 25000, 0}, 1, counted("z", 1)));
     put("spamdict0000.bye", atom_bytes({60, 1, 4, 20000, 20009}, 1, counted("q", 4)));
     EXPECT_EQ(generate().substr(40), le(0, 0)) << "nothing significant";
-}
-
-TEST_F(Base, SurvivesDamagedAtoms) {
-    const std::string good = tvr::atom_head_bytes({100, 2, 10, 20000, 0});
-    const std::string q = counted("q", 9);
-    const struct {
-        const char* what;
-        std::string block;
-        bool q;
-    } cases[] = {
-        {"no block", "", false},
-        {"block head cut", le(2) + "\1", false},
-        {"4 billion tokens", le(undefined, undefined) + q, true},
-        {"fewer than there are", le(1, 14) + q + counted("ax", 9), true},
-        {"length 0", le(3, 14) + q + "\0"s + counted("ax", 9), true},
-        {"token cut", le(2, 14) + q + "\xFF"s + "ax", true},
-        {"value cut", le(1, 6) + q.substr(0, 5), false},
-        {"not in order", le(2, 14) + counted("zz", 4) + q, true},
-    };
-    for (const auto& each : cases) {
-        put("nspamdict0000.bye", atom_bytes({100, 1, 1, 20000, 0}, 1, counted("z", 1)));
-        put("spamdict0000.bye", good + each.block);
-        const std::string base = generate();
-        EXPECT_EQ(base.substr(40), each.q ? le(1, 6) + counted("q", highest) : le(0, 0)) << each.what;
-    }
-    put("spamdict0000.bye", "foreign");
-    EXPECT_EQ(generate().substr(40), le(0, 0));
 }
 
 // Nothing but spam-only header tokens that are frequent and plain.

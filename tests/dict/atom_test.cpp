@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include "atom_bytes.h"
 #include "common/bytes.h"
 #include "common/minutes.h"
 #include "dict/hashmap.h"
 #include "dict/message_reader.h"
 #include "dict/ring.h"
+#include "support/atom_bytes.h"
 #include "support/platform_limits.h"
 #include "support/test_root.h"
 

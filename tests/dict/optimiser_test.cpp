@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 #include <map>
 
-#include "atom_bytes.h"
 #include "common/bytes.h"
 #include "dict/dict_folder.h"
 #include "dict/ring.h"
+#include "support/atom_bytes.h"
 #include "support/test_root.h"
 
 namespace {

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "atom_bytes.h"
+#include "support/atom_bytes.h"
 #include "support/test_root.h"
 
 namespace {
@@ -134,42 +134,6 @@ TEST_F(Ring, SavesAndLoadsColumns) {
     tvr::write_file(base / "transact" / "0002" / "d.col", "oTJE" + le(1, 0));
     ring.load_col(2);
     EXPECT_TRUE(ring.atoms().empty());
-}
-
-TEST_F(Ring, SurvivesDamagedColumns) {
-    const std::string head = "oTJE" + le(1, 0xFFFFFFFF);
-    const std::string name = pascal(engine("0002\\d0000.bye"));
-    const std::string values = atom_head_bytes({3, 1, 1, 100000, 0});
-    const std::string whole = name + values + '\0' + le(0);
-    const struct {
-        const char* what;
-        std::string bytes;
-        std::size_t atoms, changes;
-    } cases[] = {
-        {"empty", "", 1, 0}, // no column file at all: the ring stays as it is
-        {"foreign", "another file altogether", 1, 0},
-        {"31 values", "oTJE" + le(31) + std::string(200, '\1'), 1, 0},
-        {"4 billion atoms", head, 0, 0},
-        {"two of them", head + whole + whole, 2, 0},
-        {"path cut", head + whole + "\xFF" + "abc", 1, 0},
-        {"head cut", head + whole + name + "\x02\x07", 1, 0},
-        {"head foreign", head + whole + name + le(0x19780703, 5, 1, 1, 1, 1, 1) + "\0"s + le(0), 1, 0},
-        {"leaves its folder", head + pascal("..") + values + '\0' + le(0), 0, 0},
-        {"leaves it by a slash", head + pascal("a/../../x.bye") + values + '\0' + le(0), 0, 0},
-        {"4 billion changes", head + name + values + '\0' + le(0xFFFFFFFF, 7, 0) + '\1' + le(8, 0), 1, 1},
-        {"no changes", head + name + values, 1, 0},
-    };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.what);
-        put("d0000.bye", {2, 1, 1, 100000, 0});
-        open();
-        tvr::write_file(base / "transact" / "0002" / "d.col", each.bytes);
-        ring.load_col(2);
-        ASSERT_EQ(ring.atoms().size(), each.atoms);
-        if (each.atoms != 0) {
-            EXPECT_EQ(ring.atoms()[0]->changes().size(), each.changes);
-        }
-    }
 }
 
 // A dated atom takes its own differences and those of the atom that is folded into it; an untouched one is

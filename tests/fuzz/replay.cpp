@@ -14,6 +14,7 @@
 #include <iterator>
 #include <random>
 
+#include "support/memory_peak.h"
 #include "support/test_root.h"
 #include "targets.h"
 
@@ -76,7 +77,10 @@ private:
 };
 
 void run_text(const target& which, const std::string& input) {
+    const tvr::memory_peak peak;
     tvr::fuzz::run(which, {reinterpret_cast<const std::uint8_t*>(input.data()), input.size()});
+    tvr::fuzz::must(peak.bytes() <= (std::size_t{1} << 20) + 64 * input.size(),
+                    "memory is of the input's size");
 }
 
 int write_seeds(const std::map<std::string, std::vector<std::string>>& seeds,

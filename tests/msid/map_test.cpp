@@ -211,39 +211,6 @@ TEST_F(MessageMap, TakesOtherHeaders) {
     }
 }
 
-TEST_F(MessageMap, SurvivesDamagedLists) {
-    const std::string one = counted("one", 1);
-    const struct {
-        const char* what;
-        std::string bytes;
-        std::uint32_t one;
-    } cases[] = {
-        {"a few bytes", "nSID\1", 0},
-        {"short foreign header", "foreign!"s, 0},
-        {"foreign", "foreign header and more of it" + one, 0},
-        {"header cut", head(1, 0).substr(0, 12), 0},
-        {"31 values", le(signature, 31) + std::string(200, '\0') + one, 0},
-        {"4 billion values", le(signature, 0xFFFFFFFF) + one, 0},
-        {"header only", head(1, 0), 0},
-        {"counts lie", head(0xFFFFFFFF, 0xFFFFFFFF) + one, 1},
-        {"length over the end", head(2, 0) + one + "\xFF" + "abc", 1},
-        {"value cut", head(2, 0) + one + "\3two\2\0\0"s, 1},
-        {"dead records", head(2, 0) + std::string(600, '\0') + counted("z\0z"s, 5) + one + counted("", 9), 1},
-    };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.what);
-        start_with(each.bytes);
-        for (int opening = 0; opening < 2; ++opening) {
-            msidmap map(folder(), "m");
-            EXPECT_EQ(map.search("one"), each.one);
-            EXPECT_EQ(map.search("new"), opening == 0 ? 0U : 7U);
-            EXPECT_TRUE(map.insert("new", 7));
-            EXPECT_EQ(map.search("new"), 7U);
-        }
-        EXPECT_LE(list().size(), each.bytes.size() + 64);
-    }
-}
-
 TEST_F(MessageMap, MergesAndRelabelsLiveRecordsOnly) {
     const std::string other = root.engine_path("other.lst");
     const std::string body = counted("one", 9) + dead(4) + counted("z\0z"s, 5) + counted(b, 6) + "\7cut";

@@ -241,26 +241,6 @@ TEST(Index, SurvivesDamage) {
         }
         EXPECT_LE(std::filesystem::file_size(file), 128 * 1024U);
     }
-
-    // Whatever its bytes are, a file is worked on without a fault.
-    std::mt19937 random(3);
-    for (unsigned round = 0; round < 60; ++round) {
-        {
-            std::filesystem::remove(file);
-            tvr::msidtree tree(path);
-            for (unsigned i = 0; i < 1500; ++i)
-                tree.insert(numbered(i * 7919 % 1500), i + 1, false);
-        }
-        std::string bytes = tvr::read_file(file);
-        for (unsigned i = 0; i < 60; ++i)
-            bytes[512 + random() % (bytes.size() - 512)] = static_cast<char>(random());
-        tvr::write_file(file, bytes);
-        tvr::msidtree tree(path);
-        for (unsigned i = 0; i < 500; ++i) {
-            tree.find(numbered(i * 3));
-            tree.insert(numbered(static_cast<unsigned>(random() % 4000)), i, i % 2 == 0);
-        }
-    }
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 // Eight processes race for the lock file while others of them are killed.
 #include "dict/dictbase.h"
 
-#include <atomic>
 #include <gtest/gtest.h>
 #include <random>
 #include <string>
@@ -9,50 +8,35 @@
 
 #include "platform/clock.h"
 #include "platform/error.h"
-#include "platform/mapping.h"
 #include "platform/process.h"
 #include "tests/support/child_process.h"
 #include "tests/support/platform_limits.h"
+#include "tests/support/shared_tally.h"
 #include "tests/support/test_root.h"
 
 namespace tvr {
 
 namespace {
 
-using counter = std::atomic<std::uint32_t>;
-
 constexpr std::size_t racers = 8;
 const std::uint32_t acquisitions_wanted = race_length(100'000);
 const std::uint32_t kills_wanted = race_length(60);
 
-// What the holders of the lock have done, in a file that all map.
-struct tally {
+// What the holders of the lock have done.
+struct counts {
     counter acquisitions;
     counter holder; // the process inside
     counter collisions;
     counter nested;
 };
-
-class shared_tally {
-public:
-    bool open() {
-        return m_file.open(platform::temp_folder_path() + "tally", platform::access::read_write,
-                           platform::share::read_write, platform::creation::open_always) &&
-               m_mapping.create(m_file, true, sizeof(tally)) && m_mapping.map_view();
-    }
-    tally* operator->() const { return reinterpret_cast<tally*>(m_mapping.data()); }
-
-private:
-    platform::file m_file;
-    platform::mapping m_mapping;
-};
+using tally = shared_tally<counts>;
 
 std::string lock_path() {
     return platform::temp_folder_path() + "lock.bin";
 }
 
 // Of two owners at once at least one finds the other's steps between its own.
-void work_inside(const shared_tally& done, std::uint32_t own, bool slowly) {
+void work_inside(const tally& done, std::uint32_t own, bool slowly) {
     done->holder.store(own);
     const std::uint32_t number = done->acquisitions.load() + 1;
     done->acquisitions.store(number);
@@ -64,7 +48,7 @@ void work_inside(const shared_tally& done, std::uint32_t own, bool slowly) {
 }
 
 const child_role racer("lock racer", [](std::string_view seed) {
-    shared_tally done;
+    tally done;
     if (!done.open())
         return 1;
     std::minstd_rand random(static_cast<unsigned>(std::stoul(std::string(seed))));
@@ -88,7 +72,7 @@ const child_role racer("lock racer", [](std::string_view seed) {
 
 TEST(file_lock_test, has_one_owner_whoever_dies) {
     const test_root root;
-    shared_tally done;
+    tally done;
     ASSERT_TRUE(done.open());
     std::minstd_rand random(1);
     std::vector<child_process> all;
@@ -113,23 +97,6 @@ TEST(file_lock_test, has_one_owner_whoever_dies) {
     EXPECT_TRUE(lock.try_acquire());
     lock.release();
     EXPECT_FALSE(platform::get_attributes(lock_path()));
-}
-
-TEST(file_lock_test, nests_and_excludes) {
-    const test_root root;
-    file_lock first(lock_path());
-    file_lock second(lock_path());
-    EXPECT_FALSE(file_lock().try_acquire());
-    second.release();
-    EXPECT_TRUE(first.try_acquire() && first.try_acquire());
-    EXPECT_FALSE(second.try_acquire());
-    EXPECT_FALSE(platform::delete_file(lock_path()));
-    EXPECT_EQ(platform::last_error(), platform::error::sharing_violation);
-    first.release();
-    EXPECT_FALSE(second.try_acquire());
-    first.release();
-    EXPECT_FALSE(platform::get_attributes(lock_path()));
-    EXPECT_TRUE(second.try_acquire());
 }
 
 } // namespace

@@ -28,18 +28,6 @@ namespace fs = std::filesystem;
 
 constexpr std::uint32_t patience = 10'000; // milliseconds; only reached by a fault
 
-// Makes one of everything of the user's that is not named by a path.
-void make_everything() {
-    registry_key key;
-    event named;
-    presence own;
-    EXPECT_TRUE(key.create(registry_root::current_user, "Software\\Test") && key.set("x", 1, "x"));
-    EXPECT_TRUE(named.create_named("event"));
-    EXPECT_TRUE(own.create("class", "title"));
-    EXPECT_TRUE(make_temp_file(temp_folder_path(), "tvr"));
-    EXPECT_TRUE(create_directory(expand_environment("%appdata%\\folder")));
-}
-
 // Everything below a folder is for its owner alone; answers how much that is.
 int expect_private(const fs::path& folder) {
     int count = 0;
@@ -66,8 +54,13 @@ private:
 TEST(posix_test, everything_is_private) {
     const test_root root;
     const no_mask open_to_all;
-    make_everything();
     registry_key key;
+    event named;
+    presence own;
+    EXPECT_TRUE(key.create(registry_root::current_user, "Software\\Test") && key.set("x", 1, "x"));
+    EXPECT_TRUE(named.create_named("event") && own.create("class", "title"));
+    EXPECT_TRUE(make_temp_file(temp_folder_path(), "tvr"));
+    EXPECT_TRUE(create_directory(expand_environment("%appdata%\\folder")));
     EXPECT_TRUE(key.create(registry_root::local_machine, "Software\\Test"));
     EXPECT_TRUE(create_directory(common_appdata_folder() + "\\folder"));
     file f;
@@ -105,25 +98,6 @@ TEST(posix_test, a_shared_folder_is_not_used) {
     }
     chmod(root.path().c_str(), 0755);
     EXPECT_NE(runtime_folder(), "");
-}
-
-TEST(posix_test, a_root_moves_every_store) {
-    const test_root home;
-    setenv("HOME", (home.path() / "home").c_str(), 1);
-    setenv("XDG_RUNTIME_DIR", (home.path() / "home").c_str(), 1);
-    setenv("XDG_DATA_HOME", (home.path() / "home").c_str(), 1);
-    const std::string first_root = (home.path() / "first").string();
-    setenv("TESSIVAR_ROOT", first_root.c_str(), 1);
-    make_everything();
-    registry_key key;
-    EXPECT_TRUE(key.open(registry_root::current_user, "Software\\Test"));
-    EXPECT_TRUE(key.create(registry_root::local_machine, "Software\\Test"));
-    setenv("TESSIVAR_ROOT", (home.path() / "second").c_str(), 1);
-    EXPECT_FALSE(key.open(registry_root::current_user, "Software\\Test"));
-    EXPECT_FALSE(key.open(registry_root::local_machine, "Software\\Test"));
-    EXPECT_FALSE(find_presence("class", "title").found);
-    setenv("TESSIVAR_ROOT", home.path().c_str(), 1);
-    EXPECT_FALSE(fs::exists(home.path() / "home"));
 }
 
 TEST(posix_test, drives_are_folders_of_the_root) {

@@ -113,54 +113,6 @@ TEST_F(presence_test, a_killed_owner_owns_nothing) {
     EXPECT_EQ(child.join(), 3);
 }
 
-TEST_F(presence_test, of_several_one_wins) {
-    std::vector<child_process> all;
-    for (int i = 0; i < 6; ++i)
-        all.emplace_back("presence owner", title);
-    ASSERT_TRUE(ready.wait(patience));
-    const std::uint32_t winner = find_presence(class_name, title).process_id;
-    int losers = 0;
-    for (child_process& one : all)
-        if (one.id() != winner)
-            losers += one.join() == 1;
-    EXPECT_EQ(losers, 5);
-    close_presence(class_name, title);
-    for (child_process& one : all)
-        EXPECT_TRUE(one.join() == 1 || one.join() == 3);
-}
-
-TEST_F(presence_test, a_close_waits_until_the_owner_is_gone) {
-    std::optional<presence> own; // does not run, and so sees no request
-    ASSERT_TRUE(own.emplace().create(class_name, title));
-    thread closer;
-    ASSERT_TRUE(closer.start([&] {
-        ready.set();
-        close_presence(class_name, title);
-        return 0U;
-    }));
-    EXPECT_TRUE(ready.wait(patience));
-    EXPECT_TRUE(closer.running());
-    own.reset();
-    closer.join();
-}
-
-TEST_F(presence_test, runs_until_it_is_closed_whatever_was_before) {
-    EXPECT_TRUE(presence().create(class_name, title));
-    presence own;
-    ASSERT_TRUE(own.create(class_name, title));
-    std::atomic<bool> asked = false;
-    thread closer;
-    ASSERT_TRUE(closer.start([&] {
-        asked = true;
-        close_presence(class_name, title);
-        return 0U;
-    }));
-    own.run();
-    EXPECT_TRUE(asked);
-    EXPECT_FALSE(find_presence(class_name, title).found);
-    closer.join();
-}
-
 // --- registry ---
 
 constexpr auto key_path = "Software\\Test\\Key";

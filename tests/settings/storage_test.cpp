@@ -102,29 +102,12 @@ TEST(storage_test, reads_every_form_and_refuses_damage) {
             << &row - table;
         EXPECT_FALSE(store.is_modified());
     }
-}
-
-TEST(storage_test, lives_through_any_damage) {
-    const std::string good = std::string(head) + "\1\0z\0\2\0b\0\xFF\xFF\0"s +
-                             "\x40\3\1\0\x40\2\2\0\4wxyz\2\0\x47\3xyz\2\0\x88\4\0p\0q\0\1\0\xC9\2\0\0\0vw"s;
-    storage_object store;
-    ASSERT_TRUE(store.load(bytes(good)));
-    for (std::size_t place = 0; place != good.size(); ++place) {
-        EXPECT_FALSE(store.load(bytes(good.substr(0, place)))) << place;
-        std::string bad = good;
-        for (int other = 0; other != 256; ++other) {
-            bad[place] = static_cast<char>(other);
-            if (!store.load(bytes(bad)))
-                continue;
-            const std::string again = packed(store); // what was read can be written and read
-            EXPECT_TRUE(store.load(bytes(again)) && packed(store) == again) << place << " " << other;
-        }
-    }
     // Many sections, each in the one before.
     std::string deep;
     for (int level = 0; level != 200'000; ++level)
         deep += "\x40\1\7\0"s;
     deep = nameless(deep + "\x40\0"s);
+    storage_object store;
     EXPECT_TRUE(store.load(bytes(deep)) && packed(store) == deep);
 }
 

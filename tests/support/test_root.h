@@ -1,9 +1,11 @@
-// A root of its own for one test: every store, run-time object and file of the engine lies below it.
+// A root of its own for one test: every store, run-time object and file of the engine lies below it. Roots
+// may be nested; the innermost one counts.
 #pragma once
 
 #include <filesystem>
 #include <random>
 #include <string>
+#include <utility>
 
 #include "platform/process.h"
 
@@ -17,10 +19,12 @@ public:
             m_path = std::filesystem::temp_directory_path() / ("tvr" + std::to_string(random()));
         while (!std::filesystem::create_directory(m_path));
         std::filesystem::permissions(m_path, std::filesystem::perms::owner_all);
-        platform::set_environment_variable("TESSIVAR_ROOT", m_path.string());
+        m_before = std::exchange(current(), m_path.string());
+        platform::set_environment_variable("TESSIVAR_ROOT", current());
     }
     ~test_root() {
-        platform::set_environment_variable("TESSIVAR_ROOT", "");
+        current() = m_before;
+        platform::set_environment_variable("TESSIVAR_ROOT", m_before);
         std::error_code ignored;
         std::filesystem::remove_all(m_path, ignored);
     }
@@ -38,7 +42,13 @@ public:
     }
 
 private:
+    static std::string& current() {
+        static std::string path;
+        return path;
+    }
+
     std::filesystem::path m_path;
+    std::string m_before; // the root around this one
 };
 
 } // namespace tvr

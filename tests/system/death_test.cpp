@@ -3,10 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
-
 #include "platform/change_hook.h"
-#include "support/child_process.h"
 #include "system/engine_root.h"
 #include "system/mortal_engine.h"
 
@@ -15,14 +12,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using platform::change;
-
-struct death {
-    const char* name;
-    change what;
-    const char* path; // end of the path that is about to be changed
-
-    friend std::ostream& operator<<(std::ostream& out, const death& point) { return out << point.name; }
-};
 
 using files = std::map<std::string, std::string>;
 
@@ -40,175 +29,128 @@ testing::AssertionResult same_files(const files& found, const files& expected) {
     return result;
 }
 
-// Two transactions undisturbed.
-const files& expected_files() {
-    static const auto all = [] {
-        engine_root root;
-        root.start();
-        root.train(1, 30);
-        root.train(2, 20);
-        return root.base_files();
-    }();
-    return all;
+// What the engine logs from now on, over and over.
+void expect_endless(const engine_root& root, const char* line) {
+    engine_root::wait_for(line, [&] {
+        const std::string log = root.log("transact.log");
+        int count = 0;
+        for (std::size_t at = log.find(line); at != std::string::npos; at = log.find(line, at + 1))
+            ++count;
+        return count >= 5;
+    });
 }
 
-class engine_death : public testing::TestWithParam<death> {
-protected:
-    void SetUp() override {
-        expected_files();
-        m_root.emplace();
-        m_root->start();
-        m_root->train(1, 30);
-        m_root->kill(); // idle, and so nothing is lost
-    }
-
-    // Kills an engine in the second transaction.
-    void die() {
-        child_process engine("mortal_engine", mortal_engine_argument(GetParam().what, GetParam().path));
-        engine_root::wait_for("the mortal engine", [] { return engine_root::process() != 0; });
-        m_root->append(2, 20);
-        m_root->force();
-        ASSERT_EQ(engine.join(), child_process::killed);
-    }
-
-    // What the engine logs from now on, over and over.
-    void expect_endless(const char* line) {
-        engine_root::wait_for(line, [&] {
-            const std::string log = m_root->log("transact.log");
-            int count = 0;
-            for (std::size_t at = log.find(line); at != std::string::npos; at = log.find(line, at + 1))
-                ++count;
-            return count >= 5;
-        });
-    }
-
-    std::optional<engine_root> m_root;
-};
-
-class completes : public engine_death {};
-
-TEST_P(completes, to_the_bytes_of_an_undisturbed_run) {
-    die();
-    m_root->start();
-    m_root->wait_until_trained();
-    EXPECT_TRUE(same_files(m_root->base_files(), expected_files()));
+// To the bytes of an undisturbed run.
+void completes(engine_root& root) {
+    root.start();
+    root.wait_until_trained();
+    EXPECT_TRUE(same_files(root.base_files(), undisturbed_files()));
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    at, completes,
-    testing::Values(death{"sorting", change::create_file, "\\0002\\nspamdict.col"},
-                    death{"sorting_before_the_move", change::rename_file, "\\0002\\data.bys"},
-                    death{"before_the_statistic", change::remove_folder, "\\0001\\"},
-                    death{"finalizing_spam", change::create_file, "\\0003\\spamdict0001.bye"},
-                    death{"finalizing_spam_at_the_marker", change::create_file, "\\0003\\prepared.txt"},
-                    death{"finalizing_good", change::create_file, "\\0004\\prepared.txt"},
-                    death{"publishing_before_a_move", change::remove_folder, "\\0002\\"},
-                    death{"generating", change::create_file, "\\0006\\base.rgd"},
-                    death{"generating_between_delete_and_rename", change::rename_file, "\\cashe.rgd"}),
-    [](const auto& point) { return point.param.name; });
-
-class waits : public engine_death {};
 
 // The snapshot is taken up, whole, by the next training.
-TEST_P(waits, for_the_next_training) {
-    die();
-    EXPECT_TRUE(fs::exists(m_root->transact() / "~autotrain.bys"));
-    EXPECT_FALSE(m_root->marker(1));
-    m_root->start();
-    m_root->train(3, 10);
-    EXPECT_EQ(m_root->messages(), 60U);
-    EXPECT_FALSE(fs::exists(m_root->transact() / "~autotrain.bys"));
+void waits(engine_root& root) {
+    EXPECT_TRUE(fs::exists(root.transact() / "~autotrain.bys"));
+    EXPECT_FALSE(root.marker(1));
+    root.start();
+    root.train(3, 10);
+    EXPECT_EQ(root.messages(), 60U);
+    EXPECT_FALSE(fs::exists(root.transact() / "~autotrain.bys"));
 }
-
-INSTANTIATE_TEST_SUITE_P(at, waits,
-                         testing::Values(death{"making_folder_1", change::create_folder, "\\0001\\"},
-                                         death{"leaving_the_snapshot", change::delete_file,
-                                               "\\~autotrain.bys"}),
-                         [](const auto& point) { return point.param.name; });
-
-class loses : public engine_death {};
 
 // deliberate: between two steps the messages are known to nobody.
-TEST_P(loses, the_batch) {
-    die();
-    EXPECT_FALSE(fs::exists(m_root->transact() / "~autotrain.bys"));
-    EXPECT_FALSE(m_root->marker(1));
-    m_root->start();
-    m_root->train(3, 10);
-    EXPECT_EQ(m_root->messages(), 40U);
+void loses_the_batch(engine_root& root) {
+    EXPECT_FALSE(fs::exists(root.transact() / "~autotrain.bys"));
+    EXPECT_FALSE(root.marker(1));
+    root.start();
+    root.train(3, 10);
+    EXPECT_EQ(root.messages(), 40U);
 }
 
-INSTANTIATE_TEST_SUITE_P(at, loses,
-                         testing::Values(death{"entering", change::create_file, "\\0001\\prepared.txt"}),
-                         [](const auto& point) { return point.param.name; });
-
-class sticks : public engine_death {};
-
-// deliberate: nothing leads out of these but a hand.
-TEST_P(sticks, after_the_move_of_the_batch) {
-    die();
-    EXPECT_TRUE(m_root->marker(1));
-    const std::string stamp = m_root->stamp();
-    const bool sorted = m_root->marker(2);
-    m_root->start();
-    expect_endless("[-] something wrong with file");
-    EXPECT_TRUE(m_root->marker(1));
+// deliberate: nothing leads out of this but a hand.
+void sticks(engine_root& root) {
+    EXPECT_TRUE(root.marker(1));
+    const std::string stamp = root.stamp();
+    const bool sorted = root.marker(2);
+    root.start();
+    expect_endless(root, "[-] something wrong with file");
+    EXPECT_TRUE(root.marker(1));
     // With the second marker the batch still came through first.
-    EXPECT_EQ(m_root->messages(), sorted ? 50U : 30U);
-    EXPECT_EQ(m_root->stamp() != stamp, sorted);
+    EXPECT_EQ(root.messages(), sorted ? 50U : 30U);
+    EXPECT_EQ(root.stamp() != stamp, sorted);
 }
 
-INSTANTIATE_TEST_SUITE_P(at, sticks,
-                         testing::Values(death{"the_marker", change::create_file, "\\0002\\prepared.txt"},
-                                         death{"leaving_folder_1", change::delete_file,
-                                               "\\0001\\prepared.txt"}),
-                         [](const auto& point) { return point.param.name; });
-
-class publishing : public engine_death {};
-
-TEST_P(publishing, loses_what_had_left_the_stage_or_sticks) {
-    die();
-    EXPECT_TRUE(m_root->marker(3));
-    const bool good_half_is_published = !m_root->marker(4);
-    m_root->start();
-    if (good_half_is_published) {
-        expect_endless("Stage doesn't prepared. Exiting");
-        return;
-    }
-    m_root->wait_until_trained();
-    files expected = expected_files();
+// deliberate: what had left its stage is lost.
+void loses_what_was_moved(engine_root& root) {
+    EXPECT_TRUE(root.marker(3) && root.marker(4));
+    root.start();
+    root.wait_until_trained();
+    files expected = undisturbed_files();
     EXPECT_EQ(expected.erase("nspamdict.lst"), 1U);
     EXPECT_EQ(expected.erase("nspamdict0000.bye"), 1U);
-    files found = m_root->base_files();
+    files found = root.base_files();
     expected.erase("cashe.rgd"); // made of what is left
     EXPECT_EQ(found.erase("cashe.rgd"), 1U);
     EXPECT_TRUE(same_files(found, expected));
 }
 
-INSTANTIATE_TEST_SUITE_P(at, publishing,
-                         testing::Values(death{"a_move", change::rename_file, "base\\nspamdict0001.bye"},
-                                         death{"the_second_half", change::delete_file, "base\\spamdict.lst"}),
-                         [](const auto& point) { return point.param.name; });
-
-class stamping : public engine_death {};
-
-TEST_P(stamping, keeps_the_old_stamp) {
-    const std::string stamp = m_root->stamp();
-    die();
-    EXPECT_TRUE(same_files(m_root->base_files(), expected_files()));
-    m_root->start();
-    m_root->append(3, 1);
-    m_root->client().raise(engine_event::add, false);
-    engine_root::wait_for("the idle engine", [&] {
-        return m_root->log("transact.log").find("[i] added message") != std::string::npos;
-    });
-    EXPECT_EQ(m_root->stamp(), stamp);
-    EXPECT_TRUE(same_files(m_root->base_files(), expected_files()));
+// deliberate: a half without the other one isn't published.
+void sticks_with_one_half(engine_root& root) {
+    EXPECT_TRUE(root.marker(3) && !root.marker(4));
+    root.start();
+    expect_endless(root, "Stage doesn't prepared. Exiting");
 }
 
-INSTANTIATE_TEST_SUITE_P(at, stamping,
-                         testing::Values(death{"the_mark", change::truncate_file, "\\cashe.mrk"}),
-                         [](const auto& point) { return point.param.name; });
+void keeps_the_old_stamp(engine_root& root) {
+    const std::string stamp = root.stamp();
+    EXPECT_EQ(stamp.size(), 8U);
+    EXPECT_TRUE(same_files(root.base_files(), undisturbed_files()));
+    root.start();
+    root.append(3, 1);
+    root.client().raise(engine_event::add, false);
+    engine_root::wait_for("the idle engine", [&] {
+        return root.log("transact.log").find("[i] added message") != std::string::npos;
+    });
+    EXPECT_EQ(root.stamp(), stamp);
+    EXPECT_TRUE(same_files(root.base_files(), undisturbed_files()));
+}
+
+struct ending {
+    death at;
+    void (*then)(engine_root& root);
+
+    friend std::ostream& operator<<(std::ostream& out, const ending& point) { return out << point.at; }
+};
+
+class engine_death : public testing::TestWithParam<ending> {};
+
+TEST_P(engine_death, comes_to_what_is_told) {
+    engine_root root;
+    die_in_second_training(root, GetParam().at);
+    GetParam().then(root);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    at, engine_death,
+    testing::Values(
+        ending{{"making_folder_1", change::create_folder, "\\0001\\"}, waits},
+        ending{{"leaving_the_snapshot", change::delete_file, "\\~autotrain.bys"}, waits},
+        ending{{"entering", change::create_file, "\\0001\\prepared.txt"}, loses_the_batch},
+        ending{{"sorting", change::create_file, "\\0002\\nspamdict.col"}, completes},
+        ending{{"sorting_before_the_move", change::rename_file, "\\0002\\data.bys"}, completes},
+        ending{{"the_sorted_marker", change::create_file, "\\0002\\prepared.txt"}, sticks},
+        ending{{"leaving_folder_1", change::delete_file, "\\0001\\prepared.txt"}, sticks},
+        ending{{"before_the_statistic", change::remove_folder, "\\0001\\"}, completes},
+        ending{{"finalizing_spam", change::create_file, "\\0003\\spamdict0001.bye"}, completes},
+        ending{{"finalizing_spam_at_the_marker", change::create_file, "\\0003\\prepared.txt"}, completes},
+        ending{{"finalizing_good", change::create_file, "\\0004\\prepared.txt"}, completes},
+        ending{{"publishing_a_file", change::rename_file, "base\\nspamdict0001.bye"}, loses_what_was_moved},
+        ending{{"publishing_the_second_half", change::delete_file, "base\\spamdict.lst"},
+               sticks_with_one_half},
+        ending{{"publishing_before_a_move", change::remove_folder, "\\0002\\"}, completes},
+        ending{{"generating", change::create_file, "\\0006\\base.rgd"}, completes},
+        ending{{"generating_between_delete_and_rename", change::rename_file, "\\cashe.rgd"}, completes},
+        ending{{"the_mark", change::truncate_file, "\\cashe.mrk"}, keeps_the_old_stamp}),
+    [](const auto& point) { return point.param.at.name; });
 
 } // namespace
 } // namespace tvr

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <ostream>
 #include <sys/wait.h>
 
 #include "platform/change_hook.h"
@@ -138,14 +137,6 @@ TEST(interchange, the_base_as_text_is_the_same) {
     expect_tvrctl(root, false, "verify");
 }
 
-struct death {
-    const char* name;
-    change what;
-    const char* path; // end of the path that is about to be changed
-
-    friend std::ostream& operator<<(std::ostream& out, const death& point) { return out << point.name; }
-};
-
 // Where it dies, and whether that is on Windows.
 class takes_over : public testing::TestWithParam<std::tuple<death, bool>> {};
 
@@ -164,7 +155,7 @@ TEST_P(takes_over, and_comes_to_the_same_bytes) {
     root.train(1, 30);
     root.stop();
     root.append(2, 20);
-    const std::string end = mortal_engine_argument(point.what, point.path);
+    const std::string end = point.argument();
     if (dies_on_windows)
         EXPECT_NE(run_in_wine(root, "system_test", "",
                               std::string(child_process::role_variable) + "=forced_mortal_engine " +

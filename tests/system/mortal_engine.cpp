@@ -1,6 +1,7 @@
 #include "system/mortal_engine.h"
 
 #include <cstdlib>
+#include <stdexcept>
 
 #include "platform/entry.h"
 #include "platform/process.h"
@@ -38,8 +39,31 @@ const child_role forced_mortal_engine("forced_mortal_engine", [](std::string_vie
 
 } // namespace
 
-std::string mortal_engine_argument(platform::change what, std::string_view path) {
+std::string death::argument() const {
     return std::to_string(static_cast<int>(what)).append(" ").append(path);
+}
+
+void die_in_second_training(engine_root& root, const death& point) {
+    root.start();
+    root.train(1, 30);
+    root.kill(); // idle, and so nothing is lost
+    child_process engine("mortal_engine", point.argument());
+    engine_root::wait_for("the mortal engine", [] { return engine_root::process() != 0; });
+    root.append(2, 20);
+    root.force();
+    if (engine.join() != child_process::killed)
+        throw std::runtime_error("the engine hasn't died");
+}
+
+const std::map<std::string, std::string>& undisturbed_files() {
+    static const auto all = [] {
+        engine_root root;
+        root.start();
+        root.train(1, 30);
+        root.train(2, 20);
+        return root.base_files();
+    }();
+    return all;
 }
 
 } // namespace tvr

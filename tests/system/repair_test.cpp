@@ -12,6 +12,7 @@
 #include "support/child_process.h"
 #include "support/file_bytes.h"
 #include "system/engine_root.h"
+#include "system/mortal_engine.h"
 #include "tools/engine_pause.h"
 #include "tools/engine_view.h"
 #include "tools/repair_plan.h"
@@ -211,26 +212,6 @@ TEST_F(repair, keeps_apart_from_the_engine) {
     EXPECT_TRUE(holds(root.log("tvr_srv.log"), "Another instance found"));
 }
 
-struct death {
-    const char* name;
-    change what;
-    const char* path; // end of the path that is about to be changed
-
-    friend std::ostream& operator<<(std::ostream& out, const death& point) { return out << point.name; }
-};
-
-// The base of two transactions undisturbed.
-const std::map<std::string, std::string>& expected_files() {
-    static const auto all = [] {
-        engine_root root;
-        root.start();
-        root.train(1, 30);
-        root.train(2, 20);
-        return root.base_files();
-    }();
-    return all;
-}
-
 unsigned changes_left = 0;
 
 std::uint32_t die_later(change, std::string_view) {
@@ -261,32 +242,12 @@ const child_role mortal_repair("mortal_repair", [](std::string_view argument) {
     return repair_all(std::string(argument.substr(blank + 1))).empty() ? 0 : 1;
 });
 
-// Before the fixture's own root is in place.
-struct after_the_undisturbed_run {
-    after_the_undisturbed_run() { expected_files(); }
-};
-
-class repair_after_death : after_the_undisturbed_run,
-                           public repair,
-                           public testing::WithParamInterface<death> {
-protected:
-    void die() {
-        root.start();
-        root.train(1, 30);
-        root.kill();
-        child_process engine("mortal_engine",
-                             std::to_string(static_cast<int>(GetParam().what)) + " " + GetParam().path);
-        engine_root::wait_for("the mortal engine", [] { return engine_root::process() != 0; });
-        root.append(2, 20);
-        root.force();
-        ASSERT_EQ(engine.join(), child_process::killed);
-    }
-};
+class repair_after_death : public repair, public testing::WithParamInterface<death> {};
 
 // From whatever point, and though the repair dies at each of its own changes: nothing is lost, and nothing
 // counts twice.
 TEST_P(repair_after_death, ends_as_an_undisturbed_run) {
-    die();
+    die_in_second_training(root, GetParam());
     run("verify", 1);
     save();
     const std::string working = root.client().working_directory();
@@ -302,7 +263,7 @@ TEST_P(repair_after_death, ends_as_an_undisturbed_run) {
         root.start();
         const engine_view view(working);
         engine_root::wait_for("the rest of the training", [&] { return !view.stage(); });
-        engine_root::wait_for("all files", [&] { return root.base_files() == expected_files(); });
+        engine_root::wait_for("all files", [&] { return root.base_files() == undisturbed_files(); });
         root.kill();
         if (code == 0)
             break;
@@ -346,15 +307,7 @@ TEST_F(repair, begins_again_or_goes_on_behind_the_sorting) {
         {"stage 3", [&] { drop("0003/prepared.txt"), mark("0004/prepared.txt"); }, {25, 25}},
         {"stages 2 and 3", [&] { drop("0002"), drop("0003"), mark("0004/prepared.txt"); }, {15, 25}},
     };
-    root.start();
-    root.train(1, 30);
-    root.kill();
-    child_process engine("mortal_engine",
-                         std::to_string(static_cast<int>(change::create_file)) + " \\0004\\prepared.txt");
-    engine_root::wait_for("the mortal engine", [] { return engine_root::process() != 0; });
-    root.append(2, 20);
-    root.force();
-    ASSERT_EQ(engine.join(), child_process::killed);
+    die_in_second_training(root, {"finalizing_good", change::create_file, "\\0004\\prepared.txt"});
     save();
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

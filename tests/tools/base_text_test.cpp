@@ -2,12 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <map>
 #include <sstream>
 
+#include "support/file_bytes.h"
 #include "support/test_root.h"
 #include "tools/base_text.h"
 
@@ -16,25 +13,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string word(std::uint32_t number) {
-    return {static_cast<char>(number & 255), static_cast<char>(number >> 8 & 255),
-            static_cast<char>(number >> 16 & 255), static_cast<char>(number >> 24)};
-}
-
-std::string text(const std::string& content, std::uint32_t value) {
-    return static_cast<char>(content.size()) + content + word(value);
-}
-
 // By hand. The last byte is no part of the order.
-const std::string head = word(0x19780702) + word(5);
-const std::string list_head = word(0x4449536E) + word(2);
-const std::string ham_atom = head + word(2) + word(3) + word(9) + word(100) + word(0) + word(3) +
-                             word(7 + 8 + 9) + text("\\\n", 3) + text("B b", 4) + text("\xC3\xA4\xFF!", 2);
-const std::string spam_atom = head + word(1) + word(1) + word(7) + word(200) + word(210) + word(1) + word(8) +
-                              text("B c", 7) + list_head + word(1) + word(0) + text("<x>", 200);
-const std::string ham_list = list_head + word(3) + word(8) + text("<one>", 7) +
-                             text(std::string(3, '\0'), 0) + text("<two>", 8) +
-                             std::string(3, '\0'); // one dead, and room behind
+const std::string head = le(0x19780702, 5);
+const std::string list_head = le(0x4449536E, 2);
+const std::string ham_atom = head + le(2, 3, 9, 100, 0, 3) + le(7 + 8 + 9) + counted("\\\n", 3) +
+                             counted("B b", 4) + counted("\xC3\xA4\xFF!", 2);
+const std::string spam_atom =
+    head + le(1, 1, 7, 200, 210, 1, 8) + counted("B c", 7) + list_head + le(1, 0) + counted("<x>", 200);
+const std::string ham_list = list_head + le(3, 8) + counted("<one>", 7) + counted(std::string(3, '\0'), 0) +
+                             counted("<two>", 8) + std::string(3, '\0'); // one dead, and room behind
 const char* const exported =
     "tessivar-base\t1\n"
     "atom\tnspamdict0003\tmessages=2\ttokens=3\toccurrences=9\toldest=100\tnewest=0\tids=-\n"
@@ -52,13 +39,8 @@ class base_text_test : public testing::Test {
 protected:
     base_text_test() { fs::create_directories(base() / "transact"); }
     fs::path base() const { return m_root.path() / "base"; }
-    void put(const std::string& name, const std::string& content) {
-        std::ofstream(base() / name, std::ios::binary) << content;
-    }
-    std::string get(const std::string& name) {
-        std::ifstream file(base() / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    void put(const std::string& name, const std::string& content) { write_file(base() / name, content); }
+    std::string get(const std::string& name) { return read_file(base() / name); }
     // The text, or the reason of a failure.
     std::string out() {
         std::string all;
@@ -84,8 +66,7 @@ protected:
 TEST_F(base_text_test, tells_the_dictionaries) {
     put("nspamdict0003.bye", "");
     EXPECT_NE(out().find("nspamdict0003.bye: "), std::string::npos);
-    std::string sorted = ham_atom;
-    put("nspamdict0003.bye", sorted);
+    put("nspamdict0003.bye", ham_atom);
     put("spamdict0000.bye", spam_atom);
     put("spamdict0001.bye", head + std::string(20, '\0')); // a fresh name
     put("nspamdict.lst", ham_list);
@@ -94,7 +75,7 @@ TEST_F(base_text_test, tells_the_dictionaries) {
 }
 
 TEST_F(base_text_test, names_damaged_files) {
-    const std::string entry = text("B c", 7);
+    const std::string entry = counted("B c", 7);
     const std::pair<std::string, const char*> rows[] = {
         {spam_atom.substr(0, 5), "no atom"},
         {spam_atom.substr(0, 20), "head"},
@@ -106,8 +87,7 @@ TEST_F(base_text_test, names_damaged_files) {
         {std::string(spam_atom).replace(4, 1, "\x03"), "older form"},
         {std::string(spam_atom).replace(44, 1, "?"), "message IDs"},
         {spam_atom.substr(0, spam_atom.size() - 1), "message IDs"},
-        {head + word(1) + word(2) + std::string(12, '\0') + word(2) + word(15) + entry + text("zz", 1),
-         "out of order"},
+        {head + le(1, 2) + std::string(12, '\0') + le(2, 15) + entry + counted("zz", 1), "out of order"},
     };
     for (const auto& [content, reason] : rows) {
         put("spamdict0000.bye", content);
@@ -116,7 +96,7 @@ TEST_F(base_text_test, names_damaged_files) {
         EXPECT_NE(why.find(reason), std::string::npos) << why;
     }
     fs::remove(base() / "spamdict0000.bye");
-    put("spamdict.lst", list_head + word(1) + word(0) + text("<x>", 1).substr(0, 6));
+    put("spamdict.lst", list_head + le(1, 0) + counted("<x>", 1).substr(0, 6));
     EXPECT_NE(out().find("spamdict.lst: damaged"), std::string::npos);
 }
 
@@ -126,7 +106,7 @@ TEST_F(base_text_test, makes_the_same_bytes) {
     EXPECT_EQ(get("transact/0004/nspamdict0003.bye"), ham_atom);
     EXPECT_EQ(get("transact/0003/spamdict0000.bye"), spam_atom);
     EXPECT_EQ(get("transact/0004/nspamdict.lst"),
-              list_head + word(2) + word(0) + text("<one>", 7) + text("<two>", 8));
+              list_head + le(2, 0) + counted("<one>", 7) + counted("<two>", 8));
     for (const char* stage : {"3", "4"})
         EXPECT_EQ(get(std::string("transact/000") + stage + "/prepared.txt"), std::string("prepared", 9));
 }

@@ -2,14 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 
-#include "common/path.h"
-#include "platform/process.h"
 #include "settings/common_settings.h"
+#include "support/file_bytes.h"
 #include "support/test_root.h"
 #include "tools/setting_list.h"
 
@@ -24,11 +20,6 @@ protected:
         fs::create_directories(m_root.path() / "install");
         m_working = m_root.path() / "appdata/Orvenix/Brackenhold/data";
         setting_list first; // makes the working directory
-    }
-    void put(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
-    std::string get(const fs::path& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
     }
     // The reason of a failure.
     std::string set(const char* key, const char* value) {
@@ -89,7 +80,7 @@ TEST_F(config_test, asks_for_a_root) {
     EXPECT_EQ(register_root(m_root.engine_path("install")), "");
     EXPECT_EQ(set("Training Delay", "60"), "");
     EXPECT_EQ(value("training delay"), "60");
-    EXPECT_EQ(get(m_root.path() / "install/advanced.ini"), "training delay=\"60\"\n");
+    EXPECT_EQ(read_file(m_root.path() / "install/advanced.ini"), "training delay=\"60\"\n");
 }
 
 TEST_F(config_test, checks_before_it_writes) {
@@ -119,18 +110,18 @@ TEST_F(config_test, checks_before_it_writes) {
     EXPECT_TRUE(fs::is_empty(m_root.path() / "install"));
     EXPECT_FALSE(fs::exists(m_working / "tvram.ini"));
 
-    put(m_root.path() / "install/advanced.ini", std::string((1 << 20) + 1, ';'));
+    write_file(m_root.path() / "install/advanced.ini", std::string((1 << 20) + 1, ';'));
     EXPECT_NE(set("training delay", "60").find("1 MiB"), std::string::npos);
 }
 
 TEST_F(config_test, writes_where_the_engine_reads) {
     ASSERT_EQ(register_root(m_root.engine_path("install")), "");
     // The seed of the root is hidden by one in the working directory, which so takes its lines over.
-    put(m_root.path() / "install/tvram.ini", "; all\nlog grades=0\n");
+    write_file(m_root.path() / "install/tvram.ini", "; all\nlog grades=0\n");
     EXPECT_EQ(value("log grades"), "0");
     EXPECT_EQ(set("show splash screen", "off"), "");
-    EXPECT_EQ(get(m_working / "tvram.ini"), "; all\nlog grades=0\nshow splash screen=\"0\"\n");
-    EXPECT_EQ(get(m_root.path() / "install/tvram.ini"), "; all\nlog grades=0\n");
+    EXPECT_EQ(read_file(m_working / "tvram.ini"), "; all\nlog grades=0\nshow splash screen=\"0\"\n");
+    EXPECT_EQ(read_file(m_root.path() / "install/tvram.ini"), "; all\nlog grades=0\n");
     EXPECT_EQ(value("log grades") + value("show splash screen"), "00");
 
     EXPECT_EQ(set("unsure threshold", "60"), "");

@@ -3,45 +3,38 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <fstream>
-#include <iterator>
 
 #include "dict/dictbase.h"
+#include "support/file_bytes.h"
 #include "support/test_root.h"
 #include "tools/waiting_mail.h"
 
 namespace tvr {
 namespace {
 
-std::string word(std::uint32_t number) {
-    return {static_cast<char>(number & 255), static_cast<char>(number >> 8 & 255),
-            static_cast<char>(number >> 16 & 255), static_cast<char>(number >> 24)};
-}
-
 // A record of one token, by hand.
 std::string record(const std::string& id, std::uint32_t flags, std::uint32_t values = 6) {
-    const std::string tokens = word(1) + word(6) + std::string("\1t") + word(3);
-    const auto length = static_cast<std::uint32_t>(8 + 4 * values + 1 + id.size() + tokens.size());
-    std::string head = word(0x25062004) + word(values) + word(length) + word(flags);
+    const std::string rest = pascal(id) + le(1, 6) + counted("t", 3);
+    std::string head = le(0x25062004, values, 8 + 4 * values + rest.size(), flags);
     for (std::uint32_t i = 2; i < values; ++i)
-        head += word(1000 + i);
-    return head + static_cast<char>(id.size()) + id + tokens;
+        head += le(1000 + i);
+    return head + rest;
 }
 
 class forget_test : public testing::Test {
 protected:
     // What is in the cache after forgetting one message; `m_sum` and `m_why` tell the rest.
     std::string forget(const std::string& content, const std::string& id) {
-        std::ofstream(m_root.path() / "cache.bys", std::ios::binary) << content;
+        write_file(m_path, content);
         mail_to_forget messages;
         messages.try_emplace(forget_key(id));
         m_why = forget_waiting(m_root.engine_path("cache.bys"), messages, 50);
         m_sum = messages.empty() ? forgotten_mail() : messages.begin()->second;
-        std::ifstream file(m_root.path() / "cache.bys", std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
+        return read_file(m_path);
     }
 
     test_root m_root;
+    std::filesystem::path m_path = m_root.path() / "cache.bys";
     forgotten_mail m_sum;
     std::string m_why;
 };
@@ -51,19 +44,17 @@ const std::string b = "<b@x>_00000000";
 
 TEST_F(forget_test, marks_all_records_of_the_message) {
     const std::string cache =
-        word(3) + record(a, 2) + record(b, 6) + record(a, 0) + record("", 0) + record("odd", 2);
+        le(3) + record(a, 2) + record(b, 6) + record(a, 0) + record("", 0) + record("odd", 2);
     const struct {
         std::string id;
         std::string wanted;
         std::uint32_t marked, already;
     } rows[] = {
-        {a, word(3) + record(a, 3) + record(b, 6) + record(a, 1) + record("", 0) + record("odd", 2), 2, 0},
-        {"<b@x>", word(3) + record(a, 2) + record(b, 7) + record(a, 0) + record("", 0) + record("odd", 2), 1,
+        {a, le(3) + record(a, 3) + record(b, 6) + record(a, 1) + record("", 0) + record("odd", 2), 2, 0},
+        {"<b@x>", le(3) + record(a, 2) + record(b, 7) + record(a, 0) + record("", 0) + record("odd", 2), 1,
          0},
-        {"b@x", word(3) + record(a, 2) + record(b, 7) + record(a, 0) + record("", 0) + record("odd", 2), 1,
-         0},
-        {"odd", word(3) + record(a, 2) + record(b, 6) + record(a, 0) + record("", 0) + record("odd", 3), 1,
-         0},
+        {"b@x", le(3) + record(a, 2) + record(b, 7) + record(a, 0) + record("", 0) + record("odd", 2), 1, 0},
+        {"odd", le(3) + record(a, 2) + record(b, 6) + record(a, 0) + record("", 0) + record("odd", 3), 1, 0},
         {"c@x", cache, 0, 0},
         {"<>", cache, 0, 0},
         {"<a@x>_00000000", cache, 0, 0}, // another message of that name
@@ -74,7 +65,7 @@ TEST_F(forget_test, marks_all_records_of_the_message) {
         EXPECT_EQ(m_sum.already, row.already) << row.id;
         EXPECT_EQ(m_why, "");
     }
-    EXPECT_EQ(forget(word(1) + record(a, 3), a), word(1) + record(a, 3));
+    EXPECT_EQ(forget(le(1) + record(a, 3), a), le(1) + record(a, 3));
     EXPECT_EQ(m_sum.already, 1U);
     EXPECT_FALSE(std::filesystem::exists(m_root.path() / "lock.bin"));
 }
@@ -82,34 +73,31 @@ TEST_F(forget_test, marks_all_records_of_the_message) {
 TEST_F(forget_test, leaves_damaged_records_alone) {
     std::string longer = record(a, 0);
     longer[8] = static_cast<char>(longer[8] + 1); // its length
-    const std::string standing = record(a, 0).replace(8, 4, word(0));
+    const std::string standing = record(a, 0).replace(8, 4, le(0));
     for (const std::string& cache :
-         {std::string(), word(1), word(9) + "rubbish, rubbish, rubbish, rubbish, rubbish", word(1) + longer,
-          word(1) + standing, word(1) + record(a, 0).substr(0, 50), word(1) + word(0) + record(a, 0)}) {
+         {std::string(), le(1), le(9) + "rubbish, rubbish, rubbish, rubbish, rubbish", le(1) + longer,
+          le(1) + standing, le(1) + record(a, 0).substr(0, 50), le(1) + le(0) + record(a, 0)}) {
         EXPECT_EQ(forget(cache, a), cache);
         EXPECT_EQ(m_sum.marked, 0U);
     }
     for (const std::uint32_t values : {5U, 7U}) {
-        EXPECT_EQ(forget(word(1) + record(a, 0, values), a), word(1) + record(a, 0, values));
+        EXPECT_EQ(forget(le(1) + record(a, 0, values), a), le(1) + record(a, 0, values));
         EXPECT_NE(m_why.find("damaged"), std::string::npos);
     }
 }
 
 TEST_F(forget_test, gives_another_verdict) {
     const std::string odd = record(a, 2, 7); // its head can't be written in place
-    std::ofstream(m_root.path() / "cache.bys", std::ios::binary)
-        << word(9) + record(a, 0) + record(b, 2) + record(a, 5) + record("c", 6) + record(b, 0) +
-               record(a, 2) + record(a, 8) + record("d", 6) + odd;
+    write_file(m_path, le(9) + record(a, 0) + record(b, 2) + record(a, 5) + record("c", 6) + record(b, 0) +
+                           record(a, 2) + record(a, 8) + record("d", 6) + odd);
     wanted_verdicts messages;
     for (const std::string& id : {a, std::string("d"), std::string("e")})
         messages[id].spam = id != "d";
     messages[b].spam = false;
     EXPECT_EQ(correct_waiting(m_root.engine_path("cache.bys"), messages, 50), "");
-    std::ifstream file(m_root.path() / "cache.bys", std::ios::binary);
     // Spam and the mark of a change; the latter goes when it was there.
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}),
-              word(9) + record(a, 10) + record(b, 3) + record(a, 5) + record("c", 6) + record(b, 0) +
-                  record(a, 2) + record(a, 2) + record("d", 7) + odd);
+    EXPECT_EQ(read_file(m_path), le(9) + record(a, 10) + record(b, 3) + record(a, 5) + record("c", 6) +
+                                     record(b, 0) + record(a, 2) + record(a, 2) + record("d", 7) + odd);
     const auto sum = [&](const std::string& id) {
         return std::array{messages[id].waiting, messages[id].remarked, messages[id].deleted};
     };
@@ -122,10 +110,10 @@ TEST_F(forget_test, gives_another_verdict) {
 TEST_F(forget_test, waits_for_the_lock_but_not_for_ever) {
     file_lock other(m_root.engine_path("lock.bin"));
     ASSERT_TRUE(other.try_acquire());
-    EXPECT_EQ(forget(word(1) + record(a, 0), a), word(1) + record(a, 0));
+    EXPECT_EQ(forget(le(1) + record(a, 0), a), le(1) + record(a, 0));
     EXPECT_NE(m_why.find("lock.bin"), std::string::npos);
     other.release();
-    EXPECT_EQ(forget(word(1) + record(a, 0), a), word(1) + record(a, 1));
+    EXPECT_EQ(forget(le(1) + record(a, 0), a), le(1) + record(a, 1));
 }
 
 } // namespace

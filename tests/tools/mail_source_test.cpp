@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 
+#include "support/file_bytes.h"
 #include "support/test_root.h"
 #include "tools/mail_source.h"
 
@@ -17,8 +17,7 @@ class mail_source_test : public testing::Test {
 protected:
     std::string put(const std::string& name, const std::string& content) {
         const fs::path path = m_root.path() / name;
-        fs::create_directories(path.parent_path());
-        std::ofstream(path, std::ios::binary) << content;
+        write_file(path, content);
         return path.string();
     }
 

@@ -4,8 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "common/minutes.h"
-#include "settings/settings.h"
-#include "support/file_bytes.h"
+#include "support/atom_bytes.h"
 #include "support/test_root.h"
 
 namespace {
@@ -18,9 +17,7 @@ constexpr std::uint32_t last_wrong_time = 183554940;
 class Plan : public testing::Test {
 protected:
     Plan() {
-        tvr::settings& settings = tvr::make_current_settings();
-        settings.schema(tvr::schema_mode::basic_defaults);
-        settings.schema(tvr::schema_mode::advanced_defaults);
+        tvr::default_settings();
         std::filesystem::create_directories(root.path() / "base" / "transact" / "0002");
         tvr::bye_ring::atom_size = 1000;
         ring.open(base, "d", 2);
