@@ -9,12 +9,11 @@
 #include "common/fileheader.h"
 #include "common/filemap.h"
 #include "common/files.h"
-#include "common/logger.h"
 #include "common/zfile.h"
 #include "platform/change_hook.h"
 #include "platform/error.h"
-#include "platform/registry.h"
 #include "tests/support/file_bytes.h"
+#include "tests/support/log_lines.h"
 #include "tests/support/test_root.h"
 
 namespace tvr {
@@ -24,30 +23,15 @@ namespace {
 using namespace std::literals;
 using platform::origin;
 
-std::string logged;
-
-// The process's logger is built here, in front of all tests, so that its lines can be looked at.
-const bool catches_log = [] {
-    const test_root root;
-    platform::registry_key key;
-    const bool set = key.create(platform::registry_root::local_machine, "Software") &&
-                     key.set("EnableKWILLog", platform::registry_type::dword, le(2 + 16));
-    logger::instance().configure("c:\\prog.exe", "c:\\");
-    logger::instance().set_writer_hook([](const char*, std::string_view line) { logged = line; });
-    return set;
-}();
-
 class files : public testing::Test {
 protected:
-    files() {
-        EXPECT_TRUE(catches_log);
-        logged.clear();
-    }
     [[nodiscard]] std::string at(const std::string& name) const { return root.engine_path(name); }
     void put(const std::string& bytes) const { write_file(root.path() / "f", bytes); }
     [[nodiscard]] std::string get() const { return read_file(root.path() / "f"); }
+    [[nodiscard]] std::string logged() { return log.take().back(); }
 
     test_root root;
+    log_lines log;
 };
 
 // --- streams ---
@@ -192,13 +176,7 @@ TEST_F(files, headers_take_what_both_sides_know) {
         {"other hint", le(3, 1, 2, 3, marker), own_signature, 2, false, {5, 6, 7, 8}, 0},
         {"hint and signature", le(own_signature, 1, 1, marker), own_signature, 3, true, {1, 6, 7, 8}, 12},
         {"cut between", le(own_signature, 3, 1), own_signature, 0, true, {1, 6, 7, 8}, 12},
-        {"too many",
-         le(own_signature, 31) + std::string(31 * 4, '1'),
-         own_signature,
-         0,
-         false,
-         {5, 6, 7, 8},
-         8},
+        {"too many", le(own_signature, 31) + std::string(124, '1'), own_signature, 0, false, {5, 6, 7, 8}, 8},
         {"far too many", le(own_signature, 0xFFFFFFFF, 1), own_signature, 0, false, {5, 6, 7, 8}, 8},
         {"empty", "", own_signature, 0, false, {5, 6, 7, 8}, 0},
     };
@@ -239,7 +217,7 @@ TEST_F(files, headers_hold_thirty_values) {
     std::string expected = le(own_signature, 30);
     for (std::uint32_t i = 0; i < 31; ++i)
         header.add(values[i], 1000 + i);
-    EXPECT_EQ(logged, "[-] fileheader overloaded!");
+    EXPECT_EQ(logged(), "[-] fileheader overloaded!");
     EXPECT_EQ(header.count(), 30U);
     EXPECT_EQ(values[30], 77U);
     for (std::uint32_t i = 0; i < 30; ++i)
@@ -321,12 +299,12 @@ TEST_F(files, mappings) {
     read_map larger(at("f"));
     EXPECT_TRUE(larger.is_valid());
     EXPECT_FALSE(larger.resize(4096));
-    EXPECT_EQ(logged, "[-] myfilemap_T failed to resize filemapping. Error is 8");
+    EXPECT_EQ(logged(), "[-] myfilemap_T failed to resize filemapping. Error is 8");
     EXPECT_TRUE(!larger.is_valid() && larger.is_file_open() && larger.bytes().empty());
     write_file(root.path() / "empty", "");
     const read_map empty(at("empty"));
     EXPECT_FALSE(empty.is_valid());
-    EXPECT_EQ(logged, "[-] filemap__ failed to map file. Error is 1006");
+    EXPECT_EQ(logged(), "[-] filemap__ failed to map file. Error is 1006");
     EXPECT_FALSE(read_map(at("no")).is_valid());
 }
 
@@ -440,7 +418,7 @@ TEST_F(files, packed_blocks_in_memory) {
     const auto packed = bytes(le(packed_signature, 2, 5, 16) + stored);
     EXPECT_FALSE(loader.uncompress_block(packed, room.data(), size)) << "without a library";
     EXPECT_FALSE(loader.load("tvr_no_such.dll"));
-    EXPECT_EQ(logged, "[-] unable to load tvr_no_such.dll library");
+    EXPECT_EQ(logged(), "[-] unable to load tvr_no_such.dll library");
     ASSERT_TRUE(loader.load("zlib.dll"));
     EXPECT_TRUE(loader.uncompress_block(packed, room.data(), size));
     EXPECT_EQ(std::string(room.begin(), room.begin() + size), "aaaaa");
@@ -454,7 +432,7 @@ TEST_F(files, packed_blocks_in_memory) {
     std::array<std::uint8_t, 64> target{};
     size = 2;
     EXPECT_FALSE(loader.compress_block(bytes("aaaaa"), target.data(), size));
-    EXPECT_EQ(logged, "[-] calling compress returned -5 as the result");
+    EXPECT_EQ(logged(), "[-] calling compress returned -5 as the result");
 }
 
 } // namespace

@@ -94,68 +94,48 @@ TEST_F(Atom, PlanningCountsAndWidensTheSpan) {
 }
 
 TEST_F(Atom, Rewrites) {
-    const std::string two = counted("ab", 3) + counted("cd", 1);
-    const std::string before = atom_bytes({9, 2, 4, 20000, 0}, 2, two);
+    const auto an_atom = [](std::uint32_t count, std::uint32_t occurrences, const std::string& entries) {
+        return atom_bytes({9, count, occurrences, 20000, 0}, count, entries);
+    };
+    const std::string usual = an_atom(2, 4, counted("ab", 3) + counted("cd", 1));
+    const std::string fresh = tvr::atom_head_bytes({1, 0, 0, 20000, 0});
+    const std::string damaged = tvr::atom_head_bytes({1, 2, 3, 20000, 0}) + le(9, 3) + "abc";
+    const std::string cd = counted("cd", 1);
     const struct {
         const char* what;
-        std::string before;
         bool strict;
         std::vector<std::pair<const char*, std::uint32_t>> differences;
-        std::string after; // empty: no file
-        std::string left;  // of the differences, where not strict
+        std::string before, after; // empty: no file
+        std::string left;          // of the differences, where not strict
     } cases[] = {
-        {"nothing", before, true, {}, before, ""},
-        {"zeros", before, true, {{"ab", 0}, {"new", 0}}, before, ""},
+        {"nothing", true, {}, usual, usual, ""},
+        {"zeros", true, {{"ab", 0}, {"new", 0}}, usual, usual, ""},
         {"more",
-         before,
          true,
-         {{"ab", 2}, {"aa", 7}}, //
-         atom_bytes({9, 3, 13, 20000, 0}, 3, counted("ab", 5) + counted("aa", 7) + counted("cd", 1)),
+         {{"ab", 2}, {"aa", 7}},
+         usual,
+         an_atom(3, 13, counted("ab", 5) + counted("aa", 7) + cd),
          ""},
-        {"one gone",
-         before,
-         true,
-         {{"ab", minus(3)}},
-         atom_bytes({9, 1, 1, 20000, 0}, 1, counted("cd", 1)),
-         ""},
-        {"all gone", before, true, {{"ab", minus(3)}, {"cd", minus(1)}}, "", ""},
-        {"wraps where it must",
-         before,
+        {"one gone", true, {{"ab", minus(3)}}, usual, an_atom(1, 1, cd), ""},
+        {"all gone", true, {{"ab", minus(3)}, {"cd", minus(1)}}, usual, "", ""},
+        {"wraps",
          true,
          {{"cd", minus(3)}},
-         atom_bytes({9, 2, 1, 20000, 0}, 2, counted("ab", 3) + counted("cd", minus(2))),
+         usual,
+         an_atom(2, 1, counted("ab", 3) + counted("cd", minus(2))),
          ""},
-        {"stops at zero",
-         before,
-         false,
-         {{"ab", minus(4)}, {"cd", minus(1)}, {"zz", minus(2)}},
-         "",
-         "ab-1 zz-2 "},
-        {"takes what it can",
-         before,
+        {"stops", false, {{"ab", minus(4)}, {"cd", minus(1)}, {"zz", minus(2)}}, usual, "", "ab-1 zz-2 "},
+        {"takes",
          false,
          {{"ab", minus(2)}, {"zz", minus(2)}},
-         atom_bytes({9, 2, 2, 20000, 0}, 2, counted("ab", 1) + counted("cd", 1)),
+         usual,
+         an_atom(2, 2, counted("ab", 1) + cd),
          "zz-2 "},
-        {"gives too",
-         before,
-         false,
-         {{"cd", 4}},
-         atom_bytes({9, 2, 8, 20000, 0}, 2, counted("ab", 3) + counted("cd", 5)),
-         ""},
-        {"has none of it", before, false, {{"zz", minus(2)}}, before, "zz-2 "},
-        {"a fresh file",
-         tvr::atom_head_bytes({1, 0, 0, 20000, 0}),
-         true,
-         {{"x", 1}},
-         atom_bytes({1, 1, 1, 20000, 0}, 1, counted("x", 1)),
-         ""},
-        {"a damaged block counts as empty",
-         tvr::atom_head_bytes({1, 2, 3, 20000, 0}) + le(9, 3) + "abc",
-         true,
-         {{"x", 1}},
-         atom_bytes({1, 1, 4, 20000, 0}, 1, counted("x", 1)),
-         ""},
+        {"gives too", false, {{"cd", 4}}, usual, an_atom(2, 8, counted("ab", 3) + counted("cd", 5)), ""},
+        {"has none of it", false, {{"zz", minus(2)}}, usual, usual, "zz-2 "},
+        {"fresh", true, {{"x", 1}}, fresh, atom_bytes({1, 1, 1, 20000, 0}, 1, counted("x", 1)), ""},
+        // A damaged block counts as empty.
+        {"damaged", true, {{"x", 1}}, damaged, atom_bytes({1, 1, 4, 20000, 0}, 1, counted("x", 1)), ""},
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.what);

@@ -1,8 +1,6 @@
 #include "memory_disk.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <map>
 #include <memory>
@@ -10,18 +8,10 @@
 #include <set>
 #include <utility>
 
-#if __has_include(<sanitizer/asan_interface.h>)
-#include <sanitizer/asan_interface.h>
-#else
-#define ASAN_POISON_MEMORY_REGION(address, size) static_cast<void>(address)
-#define ASAN_UNPOISON_MEMORY_REGION(address, size) static_cast<void>(address)
-#endif
-
 #include "common/text.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/mapping.h"
-#include "platform/memory.h"
 #include "platform/posix/errors.h"
 
 namespace tvr::platform::posix {
@@ -593,110 +583,6 @@ void mapping::close() noexcept {
         delete state_of(m_handle);
     m_handle = -1;
     m_size = 0;
-}
-
-namespace {
-
-constexpr std::size_t page = 4096;
-constexpr std::size_t granule = 65536;
-
-// A range of addresses. Those without memory behind them may not be touched; where the address check isn't
-// built in, nobody sees if they are.
-struct range {
-    explicit range(std::size_t bytes) : size(bytes), has_memory(bytes / page) {
-        address = static_cast<std::uint8_t*>(std::aligned_alloc(page, bytes));
-        ASAN_POISON_MEMORY_REGION(address, bytes);
-    }
-    ~range() {
-        ASAN_UNPOISON_MEMORY_REGION(address, size);
-        std::free(address);
-    }
-    range(const range&) = delete;
-    range& operator=(const range&) = delete;
-
-    void commit(std::size_t from, std::size_t to) {
-        for (std::size_t i = from / page; i < (to + page - 1) / page; ++i) {
-            if (has_memory[i])
-                continue;
-            ASAN_UNPOISON_MEMORY_REGION(address + i * page, page);
-            std::memset(address + i * page, 0, page);
-            has_memory[i] = true;
-        }
-    }
-    void decommit(std::size_t from, std::size_t to) {
-        for (std::size_t i = from / page; i < (to + page - 1) / page; ++i)
-            has_memory[i] = false;
-        ASAN_POISON_MEMORY_REGION(address + from / page * page,
-                                  (to - from / page * page + page - 1) / page * page);
-    }
-
-    std::uint8_t* address;
-    std::size_t size;
-    std::vector<bool> has_memory;
-};
-
-std::map<std::uint8_t*, std::unique_ptr<range>>& ranges() {
-    static std::map<std::uint8_t*, std::unique_ptr<range>> all;
-    return all;
-}
-
-// Ranges of the usual size that were given back: making one costs more than the rest of a small run.
-std::vector<std::unique_ptr<range>>& spare_ranges() {
-    static std::vector<std::unique_ptr<range>> all;
-    return all;
-}
-
-range& range_of(void* address) {
-    return *std::prev(ranges().upper_bound(static_cast<std::uint8_t*>(address)))->second;
-}
-
-} // namespace
-
-std::size_t page_size() noexcept {
-    return page;
-}
-
-std::size_t allocation_granularity() noexcept {
-    return granule;
-}
-
-void* reserve_range(std::size_t size) noexcept {
-    if (size == 0 || size > largest_file)
-        return nullptr;
-    std::unique_ptr<range> fresh;
-    if (size == granule && !spare_ranges().empty()) {
-        fresh = std::move(spare_ranges().back());
-        spare_ranges().pop_back();
-    } else {
-        fresh = std::make_unique<range>((size + page - 1) / page * page);
-    }
-    std::uint8_t* const address = fresh->address;
-    ranges()[address] = std::move(fresh);
-    return address;
-}
-
-void* commit_range(void* address, std::size_t size) noexcept {
-    range& whole = range_of(address);
-    const auto from = static_cast<std::size_t>(static_cast<std::uint8_t*>(address) - whole.address);
-    whole.commit(from, from + size);
-    return address;
-}
-
-void decommit_range(void* address, std::size_t size) noexcept {
-    range& whole = range_of(address);
-    const auto from = static_cast<std::size_t>(static_cast<std::uint8_t*>(address) - whole.address);
-    whole.decommit(from, from + size);
-}
-
-void release_range(void* address, std::size_t) noexcept {
-    const auto found = ranges().find(static_cast<std::uint8_t*>(address));
-    if (found == ranges().end())
-        return;
-    if (found->second->size == granule) {
-        found->second->decommit(0, granule);
-        spare_ranges().push_back(std::move(found->second));
-    }
-    ranges().erase(found);
 }
 
 namespace posix {

@@ -5,11 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "common/logger.h"
 #include "platform/change_hook.h"
-#include "platform/registry.h"
 #include "platform/sync.h"
 #include "tests/support/file_bytes.h"
+#include "tests/support/log_lines.h"
 #include "tests/support/platform_limits.h"
 #include "tests/support/test_root.h"
 
@@ -217,20 +216,16 @@ TEST(storage_test, a_handle_keeps_other_threads_out) {
     EXPECT_EQ(seen, "99999");
 }
 
-std::string logged;
-
 TEST(storage_file_test, tells_what_fails) {
     const test_root root;
-    platform::registry_key key;
-    ASSERT_TRUE(key.create(platform::registry_root::local_machine, "Software") &&
-                key.set("EnableKWILLog", platform::registry_type::dword, le(2 + 16)));
-    logger::instance().set_writer_hook([](const char*, std::string_view line) { logged += line; });
+    log_lines log;
     storage_file file(root.engine_path("x.cfg"));
     const auto fails = [&](bool answer, const std::string& text, const std::string& end = {}) {
         EXPECT_FALSE(answer);
-        EXPECT_EQ(std::exchange(logged, {}), text + " \"" + root.engine_path("x.cfg") + "\"" + end);
+        EXPECT_EQ(log.take().back(), text + " \"" + root.engine_path("x.cfg") + "\"" + end);
     };
-    EXPECT_TRUE(file.write(true) && !file.open(false) && logged.empty()) << "nothing to write, or to tell";
+    EXPECT_TRUE(file.write(true) && !file.open(false) && log.take().empty())
+        << "nothing to write, or to tell";
     fails(file.open(true), "can't open file");
     for (const auto& [content, text] : {std::pair(""s, "can't create file mapping from"),
                                         {nameless("\x40\0\0"sv), "can't unpack storage from"}}) {
@@ -255,7 +250,6 @@ TEST(storage_file_test, tells_what_fails) {
         fails(file.write(false), "can't write all data to", ", err = 112, wrote 10");
     put(file, "a", std::string(storage_object::max_packed_size, 'v'));
     fails(file.write(false), "can't pack data for");
-    logger::instance().set_writer_hook([](const char*, std::string_view) {});
 }
 
 } // namespace

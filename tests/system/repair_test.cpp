@@ -78,6 +78,11 @@ std::string flipped(std::string bytes, std::size_t at) {
     return bytes;
 }
 
+std::string zeroed(std::string bytes, std::size_t at) {
+    bytes.at(at) = '\0';
+    return bytes;
+}
+
 // Cuts the tail of a text, or a file's.
 std::string cut(const std::string& bytes, std::size_t tail) {
     return bytes.substr(0, bytes.size() - tail);
@@ -98,6 +103,9 @@ TEST_F(repair, mends_or_sets_aside_what_is_damaged) {
     const std::size_t second = 4 + static_cast<unsigned char>(cache[12]) + // by the first record's length
                                256 * static_cast<unsigned char>(cache[13]);
     ASSERT_EQ(cache.substr(second, 4), le(0x25062004));
+    const std::string first_message = le(19) + cache.substr(4, second - 4);
+    const char* const spam_atom = "base/spamdict0000.bye";
+    const char* const waiting = "base/transact/autotrain.bys";
 
     const struct {
         const char* file;
@@ -107,14 +115,9 @@ TEST_F(repair, mends_or_sets_aside_what_is_damaged) {
         std::string mended; // what the file is afterwards; "" if it is set aside
         std::pair<unsigned, unsigned> learned = {25, 25}; // in the end, with the waiting messages
     } rows[] = {
-        {"base/spamdict0000.bye", cut(atom, 100), "the file ends inside token", "set aside", "", {10, 25}},
-        {"base/spamdict0000.bye",
-         std::string(atom).replace(36, 1, "\0"s),
-         "token 1 has no bytes",
-         "set aside",
-         "",
-         {10, 25}},
-        {"base/spamdict0000.bye", flipped(atom, 16), "occurrences", "set the totals", atom},
+        {spam_atom, cut(atom, 100), "the file ends inside token", "set aside", "", {10, 25}},
+        {spam_atom, zeroed(atom, 36), "token 1 has no bytes", "set aside", "", {10, 25}},
+        {spam_atom, flipped(atom, 16), "occurrences", "set the totals", atom},
         {"base/cashe.rgd", flipped(compiled, 0), "the signature is", "generates the compiled base", ""},
         {"base/cashe.rgd", "", "the compiled base is missing", "generates the compiled base", ""},
         {"base/cashe.mrk", "", "has no time mark", "cashe.mrk anew", "made"},
@@ -124,27 +127,12 @@ TEST_F(repair, mends_or_sets_aside_what_is_damaged) {
         {"base/spamdict.lst", list + "\x20x", "the file ends inside record 16", "of 15 message IDs", list},
         {"base/spamdict.lst", "junk", "the signature is", "no ID of it can be read", ""},
         {"base/spamdict.idx", std::string(512, 'x'), "the signature is", "of 15 message IDs", "made"},
-        {"base/transact/autotrain.bys",
-         flipped(cache, second),
-         "the signature is",
-         "keep 19 messages",
-         le(19) + cache.substr(4, second - 4),
-         {25, 24}},
-        {"base/transact/autotrain.bys",
-         flipped(cache, second + 8),
-         "a length of",
-         "keep 19 messages",
-         le(19) + cache.substr(4, second - 4),
-         {25, 24}},
-        {"base/transact/autotrain.bys",
-         cut(cache, 1),
-         "the file ends inside token",
-         "keep 19 messages",
-         le(19),
-         {25, 24}},
-        {"base/transact/autotrain.bys", flipped(cache, 0), "the header tells", "20 at offset 0", cache},
-        {"base/transact/autotrain.bys", cache + le(0, 6), "the signature is", "keep 20 messages", cache},
-        {"base/transact/autotrain.bys", "123", "the number of records", "set aside", "", {15, 15}},
+        {waiting, flipped(cache, second), "the signature is", "keep 19 messages", first_message, {25, 24}},
+        {waiting, flipped(cache, second + 8), "a length of", "keep 19 messages", first_message, {25, 24}},
+        {waiting, cut(cache, 1), "the file ends inside token", "keep 19 messages", le(19), {25, 24}},
+        {waiting, flipped(cache, 0), "the header tells", "20 at offset 0", cache},
+        {waiting, cache + le(0, 6), "the signature is", "keep 20 messages", cache},
+        {waiting, "123", "the number of records", "set aside", "", {15, 15}},
         {"~stat.bin", statistic + "cut", "the file ends inside entry", "keep the whole entries", statistic},
         {"~stat.bin", "text", "doesn't begin with STAT", "set aside", ""},
         {"settings.cfg", "abba", "damaged", "set aside", ""},
