@@ -106,27 +106,6 @@ TEST_F(files, a_stream_is_a_string_with_a_position) {
     }
 }
 
-TEST_F(files, a_moved_stream_goes_on) {
-    file_stream first;
-    ASSERT_TRUE(first.create_to_write(at("f")));
-    EXPECT_TRUE(first.write("ab", 2));
-    file_stream second = std::move(first);
-    EXPECT_FALSE(first.is_open() || first.write("x", 1) || first.close());
-    EXPECT_TRUE(second.write("cd", 2));
-    first = std::move(second);
-    EXPECT_EQ(first.position(), 4U);
-    EXPECT_TRUE(first.raw().write("e", 1));
-    EXPECT_TRUE(first.close());
-    EXPECT_EQ(get(), "abcde");
-    ASSERT_TRUE(first.open_to_read(at("f")));
-    EXPECT_FALSE(first.write("x", 1));
-    EXPECT_EQ(platform::last_error(), platform::error::access_denied);
-    std::uint32_t word = 0;
-    EXPECT_TRUE(first.read_u32(word));
-    EXPECT_EQ(word, 0x64636261U);
-    EXPECT_FALSE(first.read_u32(word));
-}
-
 std::uint32_t disk_is_full(platform::change what, std::string_view) {
     return what == platform::change::write_file ? platform::error::disk_full : 0;
 }

@@ -93,6 +93,21 @@ TEST_F(Base, ByHand) {
                                          counted("cc", 0x3F000000)); // 0.1 / 0.35 = 2/7
 }
 
+TEST_F(Base, CountsManyTokensOfOneHash) {
+    // They differ in the last byte alone; the second atom has them the other way round.
+    std::string up, down, graded;
+    for (int c = 1; c < 256; ++c) {
+        const std::string token = "a" + std::string(1, static_cast<char>(c));
+        up += counted(token, 3);
+        down.insert(0, counted(token, 2));
+        graded += counted(token, highest);
+    }
+    put("spamdict0000.bye", atom_bytes({60, 255, 765, 20000, 20009}, 255, up));
+    put("spamdict0001.bye", atom_bytes({40, 255, 510, 30000, 0}, 255, down));
+    put("nspamdict0000.bye", atom_bytes({100, 1, 1, 25000, 0}, 1, counted("z", 1)));
+    EXPECT_EQ(generate().substr(40), le(255, graded.size()) + graded);
+}
+
 TEST_F(Base, EmptyOnesHaveFortyEightBytes) {
     EXPECT_EQ(generate(), "DASJ" + le(8, 0, 0, 0, 0, undefined, 0, undefined, 0) + le(0, 0));
     put("spamdict0000.bye", atom_bytes({60, 1, 50, 20000, 20009}, 1, counted("q", 50)));

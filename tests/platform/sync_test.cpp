@@ -182,27 +182,6 @@ TEST(event_test, refuses_what_it_cannot_wait_for) {
     EXPECT_FALSE(closed.wait(0));
 }
 
-TEST(thread_test, runs_until_its_body_returns) {
-    event go;
-    ASSERT_TRUE(go.create(false));
-    platform::thread worker;
-    EXPECT_FALSE(worker.started() || worker.running());
-    worker.join();
-    for (int turn = 0; turn < 2; ++turn) {
-        std::uint32_t id = 0;
-        ASSERT_TRUE(worker.start([&] {
-            id = platform::current_thread_id();
-            go.wait(patience);
-            return 0U;
-        }));
-        EXPECT_TRUE(worker.running());
-        go.set();
-        worker.join();
-        EXPECT_TRUE(worker.started() && !worker.running());
-        EXPECT_NE(id, platform::current_thread_id());
-    }
-}
-
 // --- named events ---
 
 TEST(named_event_test, are_reset_when_the_last_holder_is_gone) {

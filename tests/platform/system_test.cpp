@@ -12,7 +12,6 @@
 #include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/file.h"
-#include "platform/library.h"
 #include "platform/memory.h"
 #include "platform/presence.h"
 #include "platform/process.h"
@@ -350,21 +349,6 @@ TEST(process_test, environment_is_expanded) {
     };
     for (const auto& [text, expanded] : table)
         EXPECT_EQ(expand_environment(text), expanded) << text;
-}
-
-TEST(library_test, is_found_by_its_reference_name) {
-    library zlib;
-    EXPECT_FALSE(zlib.is_loaded());
-    EXPECT_EQ(zlib.symbol("compress"), nullptr);
-    for (const char* name : {"zlib1.dll", "zlib.dll"}) {
-        ASSERT_TRUE(zlib.load(name)) << name;
-        EXPECT_NE(zlib.symbol("compress"), nullptr);
-        EXPECT_NE(zlib.symbol("uncompress"), nullptr);
-        EXPECT_EQ(zlib.symbol("tvr_no_such"), nullptr);
-        EXPECT_EQ(zlib.symbol(60'000), nullptr);
-    }
-    EXPECT_FALSE(zlib.load("tvr_no_such.dll"));
-    EXPECT_FALSE(zlib.is_loaded());
 }
 
 TEST(memory_test, ranges_are_committed_and_given_back) {

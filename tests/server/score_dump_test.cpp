@@ -1,10 +1,9 @@
-// The scores of the tokens of a file, from an engine by hand and from that of the client library.
+// The scores of the tokens of a file, from an engine by hand.
 #include "server/score_dump.h"
 
 #include <gtest/gtest.h>
 
 #include "common/path.h"
-#include "platform/entry.h"
 #include "platform/process.h"
 #include "support/file_bytes.h"
 #include "support/test_root.h"
@@ -69,17 +68,6 @@ TEST_F(score_dump, tells_failures_in_the_output) {
     EXPECT_TRUE(std::filesystem::exists(root.path() / "released")) << "the engine was asked for all the same";
     dump_scores(absent, "tvr_no_such.dll");
     EXPECT_EQ(read_file(root.path() / "absent.out"), unreadable + unloadable);
-}
-
-TEST_F(score_dump, the_key_asks_the_published_base) {
-    const std::string null = "\tFAILED. NULL BASE.\n";
-    EXPECT_EQ(dump("B offer\nB meeting\nB other", "tvr_ipc.dll"),
-              "B offer" + null + "B meeting" + null + "B other" + null + null);
-    write_file(root.path() / "appdata/Orvenix/Brackenhold/data/base/cashe.rgd",
-               le(0x4A534144, 8, 1, 1, 1, 1, 0, 0, 0, 0, 2, 30) + counted("B offer", 0x3F7D70A4) +
-                   counted("B meeting", 0x3E000000));
-    EXPECT_EQ(engine_main("/GETSCORES=" + path), 0);
-    EXPECT_EQ(read_file(root.path() / "words.out"), "B offer\t0.99\nB meeting\t0.125\nB other\tn/f\n\tn/f\n");
 }
 
 } // namespace

@@ -1,14 +1,10 @@
 #include "signal/event_channel.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "common/path.h"
-#include "platform/presence.h"
-#include "platform/process.h"
 #include "platform/registry.h"
 #include "signal/identity.h"
 #include "tests/support/child_process.h"
@@ -123,33 +119,11 @@ TEST(deaf_channel_test, answers_at_once) {
 
 // --- starting the server ---
 
-// Stands in for the server until it hears the shutdown event.
-const child_role server_role("server", [](std::string_view) {
-    std::optional<platform::presence> own;
-    event_channel channel;
-    platform::event ready;
-    if (!own.emplace().create(server_class, server_title) || !ready.create_named("ready"))
-        return 1;
-    ready.set();
-    const std::uint32_t heard = channel.wait(patience);
-    own.reset();
-    ready.set();
-    return heard == ev_shutdown ? 0 : 2;
-});
-
-class start_server_test : public testing::Test {
-protected:
-    void register_server(const std::string& path) {
-        platform::registry_key key;
-        EXPECT_TRUE(key.create(platform::registry_root::local_machine, paths_key));
-        EXPECT_TRUE(key.set(server_value, platform::registry_type::string, path + '\0'));
-    }
-
-    test_root root;
-};
-
-TEST_F(start_server_test, one_attempt_in_ten_seconds) {
-    register_server(root.engine_path("no.exe"));
+TEST(start_server_test, one_attempt_in_ten_seconds) {
+    const test_root root;
+    platform::registry_key key;
+    ASSERT_TRUE(key.create(platform::registry_root::local_machine, paths_key) &&
+                key.set(server_value, platform::registry_type::string, root.engine_path("no.exe")));
     event_channel channel;
     EXPECT_EQ(channel.start_server(false), start_result::no_server);
     EXPECT_EQ(channel.start_server(true), start_result::started) << "whether that works or not";
@@ -157,22 +131,6 @@ TEST_F(start_server_test, one_attempt_in_ten_seconds) {
     EXPECT_EQ(channel.start_server(false), start_result::no_server);
     event_channel other;
     EXPECT_EQ(other.start_server(true), start_result::started) << "each channel has a guard of its own";
-}
-
-TEST_F(start_server_test, finds_the_server_that_it_has_started) {
-    register_server(platform::module_path());
-    event_channel channel;
-    platform::event ready;
-    ASSERT_TRUE(ready.create_named("ready"));
-    platform::set_environment_variable(child_process::role_variable, "server");
-    EXPECT_EQ(channel.start_server(true), start_result::started);
-    platform::set_environment_variable(child_process::role_variable, "");
-    ASSERT_TRUE(ready.wait(patience));
-    EXPECT_EQ(channel.start_server(true), start_result::running);
-    EXPECT_EQ(channel.start_server(false), start_result::running);
-    channel.raise(ev_shutdown);
-    ASSERT_TRUE(ready.wait(patience));
-    EXPECT_EQ(channel.start_server(false), start_result::no_server);
 }
 
 } // namespace

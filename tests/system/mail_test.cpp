@@ -50,21 +50,6 @@ TEST(mail, a_folder_of_each_kind_gives_a_base) {
     EXPECT_EQ(status()["base"]["spam_messages"], 60);
 }
 
-TEST(mail, equal_mail_gives_equal_bytes_on_any_number_of_threads) {
-    std::map<std::string, std::string> first;
-    for (const char* threads : {"1", "7"}) {
-        engine_root root;
-        EXPECT_EQ(tvrctl(std::string("train --wait --threads ") + threads + " --spam " + sample +
-                         "/spam --ham " + sample + "/ham")
-                      .code,
-                  0);
-        if (first.empty())
-            first = root.base_files();
-        else
-            EXPECT_TRUE(first == root.base_files());
-    }
-}
-
 TEST(mail, bad_input_is_named_and_counted) {
     engine_root root;
     const std::string program = (root.path() / "program").string();
@@ -82,16 +67,6 @@ TEST(mail, bad_input_is_named_and_counted) {
     EXPECT_EQ(tvrctl("train").code, 2);
     EXPECT_EQ(tvrctl("train --spam x --frobnicate").code, 2);
     EXPECT_EQ(tvrctl("nonsense").code, 2);
-}
-
-TEST(mail, what_waits_outlives_the_engine) {
-    engine_root root;
-    EXPECT_EQ(tvrctl("train --later --spam " + sample + "/spam").code, 0);
-    engine_root::wait_for("the engine", [] { return engine_root::process() != 0; });
-    root.kill();
-    EXPECT_EQ(status()["cache"]["messages"], 30);
-    EXPECT_EQ(tvrctl("train --wait --ham " + sample + "/ham").code, 0);
-    EXPECT_EQ(root.messages(), 62U);
 }
 
 TEST(mail, that_waits_is_forgotten_by_its_file) {

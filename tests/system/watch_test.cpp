@@ -247,19 +247,17 @@ TEST_F(watch_test, a_file_is_read_when_it_is_written_to_its_end) {
 }
 
 TEST_F(watch_test, wrong_use_is_told) {
-    const std::string program = platform::display_path(module_folder() + "tvrctl");
-    const auto run = [&](const std::string& arguments) {
-        const int status =
-            std::system(("'" + program + "' watch " + arguments + " 2>" + m_out.string()).c_str());
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    const auto code_of = [](const std::string& folders) {
+        return engine_root::tvrctl("watch " + folders).code;
     };
-    EXPECT_EQ(run(""), 2);
-    EXPECT_EQ(run(m_plain.string()), 2);
-    EXPECT_NE(read_file(m_out).find("use --spam or --ham"), std::string::npos);
-    EXPECT_EQ(run("--spam " + m_plain.string() + " --ham " + m_plain.string() + "/."), 2);
-    EXPECT_EQ(run("--spam /absent"), 2);
+    EXPECT_EQ(code_of(""), 2);
+    const auto unnamed = engine_root::tvrctl("watch " + m_plain.string());
+    EXPECT_EQ(unnamed.code, 2);
+    EXPECT_NE(unnamed.text.find("use --spam or --ham"), std::string::npos) << unnamed.text;
+    EXPECT_EQ(code_of("--spam " + m_plain.string() + " --ham " + m_plain.string() + "/."), 2);
+    EXPECT_EQ(code_of("--spam /absent"), 2);
     start();
-    EXPECT_EQ(run(m_spam.string()), 3); // a second one
+    EXPECT_EQ(code_of(m_spam.string()), 3); // a second one
 }
 
 } // namespace
