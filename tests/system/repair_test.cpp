@@ -3,19 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <sstream>
 
 #include "dict/message_record.h"
 #include "msid/msidmap.h"
-#include "platform/change_hook.h"
-#include "platform/process.h"
-#include "support/child_process.h"
 #include "support/file_bytes.h"
 #include "system/engine_root.h"
 #include "system/mortal_engine.h"
 #include "tools/engine_pause.h"
 #include "tools/engine_view.h"
-#include "tools/repair_plan.h"
 
 namespace tvr {
 namespace {
@@ -200,62 +195,18 @@ TEST_F(repair, keeps_apart_from_the_engine) {
     EXPECT_TRUE(holds(root.log("tvr_srv.log"), "Another instance found"));
 }
 
-unsigned changes_left = 0;
-
-std::uint32_t die_later(change, std::string_view) {
-    if (changes_left-- == 0)
-        platform::terminate_process(platform::current_process_id(), child_process::killed);
-    return 0;
-}
-
-// The reason of a failure, or an empty text.
-std::string repair_all(const std::string& working) {
-    repair_folder folder(working);
-    for (unsigned round = 0; round < 8; ++round) {
-        const auto steps = plan_repair(folder);
-        if (steps.empty())
-            return {};
-        for (const repair_step& step : steps)
-            if (const std::string why = step.run(); !why.empty())
-                return why;
-    }
-    return "no end";
-}
-
-// The argument is the number of changes before the death, a blank, and the working directory.
-const child_role mortal_repair("mortal_repair", [](std::string_view argument) {
-    const std::size_t blank = argument.find(' ');
-    changes_left = static_cast<unsigned>(std::atoi(std::string(argument.substr(0, blank)).c_str()));
-    platform::set_change_hook(die_later);
-    return repair_all(std::string(argument.substr(blank + 1))).empty() ? 0 : 1;
-});
-
 class repair_after_death : public repair, public testing::WithParamInterface<death> {};
 
-// From whatever point, and though the repair dies at each of its own changes: nothing is lost, and nothing
-// counts twice.
+// From whatever point: nothing is lost, and nothing counts twice.
 TEST_P(repair_after_death, ends_as_an_undisturbed_run) {
     die_in_second_training(root, GetParam());
     run("verify", 1);
-    save();
-    const std::string working = root.client().working_directory();
-    for (unsigned changes = 0;; ++changes) {
-        SCOPED_TRACE(changes);
-        restore();
-        const int code = child_process("mortal_repair", std::to_string(changes) + " " + working).join();
-        ASSERT_NE(code, 1);
-        run("repair --yes", 0);
-        // Each end needs no engine of its own.
-        if (code != 0 && changes % 7 != 3)
-            continue;
-        root.start();
-        const engine_view view(working);
-        engine_root::wait_for("the rest of the training", [&] { return !view.stage(); });
-        engine_root::wait_for("all files", [&] { return root.base_files() == undisturbed_files(); });
-        root.kill();
-        if (code == 0)
-            break;
-    }
+    run("repair --yes", 0);
+    root.start();
+    const engine_view view(root.client().working_directory());
+    engine_root::wait_for("the rest of the training", [&] { return !view.stage(); });
+    const auto& expected = undisturbed_files();
+    engine_root::wait_for("all files", [&] { return root.base_files() == expected; });
 }
 
 INSTANTIATE_TEST_SUITE_P(
