@@ -94,10 +94,11 @@ TEST_F(Base, ByHand) {
 }
 
 TEST_F(Base, CountsManyTokensOfOneHash) {
-    // They differ in the last byte alone; the second atom has them the other way round.
+    // They differ in the last byte alone; the second atom has them the other way round. Both atoms are larger
+    // than the buffer they are read through.
     std::string up, down, graded;
     for (int c = 1; c < 256; ++c) {
-        const std::string token = "a" + std::string(1, static_cast<char>(c));
+        const std::string token = std::string(100, 'a') + static_cast<char>(c);
         up += counted(token, 3);
         down.insert(0, counted(token, 2));
         graded += counted(token, highest);
