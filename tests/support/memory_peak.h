@@ -10,8 +10,8 @@
 
 namespace {
 
-std::atomic<std::size_t> live{0}; // bytes that new has given out and not got back
-std::atomic<std::size_t> peak{0};
+std::atomic<std::size_t> bytes_in_use{0}; // bytes that new has given out and not got back
+std::atomic<std::size_t> most_bytes{0};
 
 constexpr std::size_t room = alignof(std::max_align_t); // in front of each piece, for its size
 
@@ -23,8 +23,8 @@ constexpr std::size_t room = alignof(std::max_align_t); // in front of each piec
     if (!piece)
         return nullptr;
     std::memcpy(piece, &size, sizeof size);
-    const std::size_t now = live += size;
-    for (std::size_t most = peak; most < now && !peak.compare_exchange_weak(most, now);)
+    const std::size_t now = bytes_in_use += size;
+    for (std::size_t most = most_bytes; most < now && !most_bytes.compare_exchange_weak(most, now);)
         continue;
     return piece + room;
 }
@@ -38,7 +38,7 @@ void* operator new(std::size_t size) {
     char* piece = static_cast<char*>(memory) - room;
     std::size_t size = 0;
     std::memcpy(&size, piece, sizeof size);
-    live -= size;
+    bytes_in_use -= size;
     std::free(piece);
 }
 void operator delete(void* memory, std::size_t) noexcept {
@@ -53,9 +53,9 @@ namespace tvr {
 // The most bytes in use at one time since the start of this object, beyond those of its start. One at a time.
 class memory_peak {
 public:
-    memory_peak() : m_start(live) { peak = m_start; }
+    memory_peak() : m_start(bytes_in_use) { most_bytes = m_start; }
 
-    [[nodiscard]] std::size_t bytes() const { return peak - m_start; }
+    [[nodiscard]] std::size_t bytes() const { return most_bytes - m_start; }
 
 private:
     std::size_t m_start;
