@@ -11,7 +11,8 @@ namespace tvr {
 // what they append waits in the cache.
 class engine_pause {
 public:
-    // The reason of a failure, or an empty text: an engine runs, or one that was told to stop doesn't end.
+    // The reason of a failure, or an empty text: an engine runs, or one that was told to stop doesn't end,
+    // or too few files can be open at a time.
     std::string begin();
 
 private:

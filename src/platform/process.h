@@ -43,6 +43,10 @@ std::optional<std::uint64_t> peak_memory(std::uint32_t process_id);
 // Ends this process at once: no destructors, no exit routines.
 [[noreturn]] void exit_process(std::int32_t exit_code) noexcept;
 
+// Takes what the system lets this process have of open files and the like, and answers whether `count` more
+// of them can be open at a time. Always true on the reference platform, which sets no such limit.
+bool reserve_handles(unsigned count);
+
 // The folder of run-time objects, private to the user, with a trailing backslash.
 std::string runtime_folder();
 // The folder of application data of all users, without a trailing backslash; empty on failure.

@@ -25,6 +25,10 @@ namespace tvr {
 
 namespace {
 
+// Of files that are open at a time. All atoms of both halves are while the compiled base is made: some 20,
+// with the usual settings.
+constexpr unsigned least_handles = 64;
+
 // The jobs take what stands behind their key and one more character.
 
 void register_server(std::string_view) {
@@ -85,6 +89,12 @@ void run_server(app_module& module, bool testing) {
     TVR_LOG(default_log, "[i] called with no keys or with unknown keys. Assuming normal start...");
     if (platform::find_presence(server_class, server_title).found) {
         TVR_LOG(default_log, "[-] Another instance found. Aborting...");
+        return;
+    }
+    // A step of a training that can't open a file goes on without it, and what is in that file may be lost.
+    // So the engine does nothing where the system lets it have too few.
+    if (!platform::reserve_handles(least_handles)) {
+        TVR_LOG(default_log, "[-] Less than %u files can be open at a time. Aborting...", least_handles);
         return;
     }
     logger::instance().rotate(transact_log);

@@ -1,5 +1,6 @@
 #include "platform/process.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -11,6 +12,8 @@
 #include <spawn.h>
 #include <sstream>
 #include <string>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -75,6 +78,22 @@ bool same_letters(std::string_view a, std::string_view b) {
 }
 
 } // namespace
+
+bool reserve_handles(unsigned count) {
+    constexpr rlim_t most = 1U << 20;
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < std::min(limit.rlim_max, most)) {
+        limit.rlim_cur = std::min(limit.rlim_max, most);
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    std::vector<descriptor> all;
+    while (all.size() < count) {
+        all.emplace_back(eventfd(0, EFD_CLOEXEC));
+        if (!all.back().is_open())
+            return fail_errno();
+    }
+    return true;
+}
 
 std::uint32_t current_process_id() noexcept {
     return static_cast<std::uint32_t>(getpid());

@@ -62,6 +62,10 @@ std::optional<std::string> version_text(const std::vector<char>& block, const st
 
 } // namespace
 
+bool reserve_handles(unsigned) {
+    return true;
+}
+
 std::uint32_t current_process_id() noexcept {
     return GetCurrentProcessId();
 }
