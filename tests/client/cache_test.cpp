@@ -1,11 +1,8 @@
 // The client's end of the message cache: the bytes, and what a torn tail comes to.
 
-#include <gtest/gtest.h>
-
 #include "client/cache_writer.h"
 #include "platform/file.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
 namespace tvr {
 namespace {

@@ -1,17 +1,15 @@
 // The shared library takes raw mail.
 
-#include <gtest/gtest.h>
-
 #include "client/tvr_ipc_c.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
 
 TEST(ipc, appends_mail) {
-    const tvr::test_root root;
+    const test_root root;
     const auto cache = [&] {
-        return tvr::read_file(root.path() / "appdata/Orvenix/Brackenhold/data/base/transact/autotrain.bys");
+        return read_file(root.path() / "appdata/Orvenix/Brackenhold/data/base/transact/autotrain.bys");
     };
     tvr_client* const client = tvr_open();
     ASSERT_NE(client, nullptr);
@@ -27,3 +25,4 @@ TEST(ipc, appends_mail) {
 }
 
 } // namespace
+} // namespace tvr

@@ -1,14 +1,13 @@
 // The shared library of a build that parses no mail.
 
-#include <gtest/gtest.h>
-
 #include "client/tvr_ipc_c.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
 
 TEST(ipc, takes_no_mail) {
-    const tvr::test_root root;
+    const test_root root;
     tvr_client* const client = tvr_open();
     const std::string mail = "Subject: free tickets\n\nhello there\n";
     EXPECT_EQ(tvr_append_mail(client, mail.data(), mail.size(), 0), tvr_no_mail);
@@ -17,3 +16,4 @@ TEST(ipc, takes_no_mail) {
 }
 
 } // namespace
+} // namespace tvr

@@ -1,15 +1,11 @@
 // The shared library through its C interface, as a foreign program uses it.
 
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <thread>
-#include <vector>
 
 #include "client/tvr_ipc_c.h"
 #include "common/engine_interface.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
 extern "C" tvr::get_engine GetEngine;
 

@@ -1,11 +1,9 @@
 // The verdict, from grades by hand.
 
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <map>
 
 #include "client/score.h"
+#include "support/test.h"
 
 namespace tvr {
 namespace {

@@ -1,15 +1,12 @@
 // What the tokenizer makes of mail.
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
 #include <set>
 
 #include "client/charset.h"
 #include "client/html_text.h"
 #include "client/mail_date.h"
 #include "client/tokenizer.h"
-#include "support/file_bytes.h"
+#include "support/test.h"
 
 namespace tvr {
 namespace {

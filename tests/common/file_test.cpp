@@ -1,9 +1,6 @@
 // Streams, headers, mappings, packed files and the helpers around files.
 #include <array>
-#include <gtest/gtest.h>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "common/file_stream.h"
 #include "common/fileheader.h"
@@ -12,12 +9,10 @@
 #include "common/zfile.h"
 #include "platform/change_hook.h"
 #include "platform/error.h"
-#include "tests/support/file_bytes.h"
-#include "tests/support/log_lines.h"
-#include "tests/support/test_root.h"
+#include "support/log_lines.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 using namespace std::literals;
@@ -129,6 +124,9 @@ TEST_F(files, lost_writes_are_told) {
     file_stream fresh;
     ASSERT_TRUE(fresh.create_to_write(at("f")));
     EXPECT_TRUE(fresh.write("y", 1) && fresh.close());
+    ASSERT_TRUE(fresh.open_to_read(at("f")));
+    EXPECT_FALSE(fresh.write("y", 1));
+    EXPECT_EQ(platform::last_error(), platform::error::access_denied);
 }
 
 // --- headers ---
@@ -415,5 +413,4 @@ TEST_F(files, packed_blocks_in_memory) {
 }
 
 } // namespace
-
 } // namespace tvr

@@ -1,16 +1,10 @@
 #include "common/logger.h"
 
-#include <gtest/gtest.h>
-#include <optional>
-#include <string>
-
 #include "platform/file.h"
 #include "platform/registry.h"
-#include "tests/support/file_bytes.h"
-#include "tests/support/test_root.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 using namespace std::literals;
@@ -161,5 +155,4 @@ TEST_F(logger_test, a_line_that_cannot_be_written_is_lost) {
 }
 
 } // namespace
-
 } // namespace tvr

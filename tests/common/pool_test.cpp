@@ -2,14 +2,12 @@
 
 #include <cstring>
 #include <deque>
-#include <gtest/gtest.h>
 #include <random>
-#include <vector>
 
 #include "platform/sync.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 struct block {
@@ -62,5 +60,4 @@ TEST(pool_test, blocks_belong_to_their_owners) {
 }
 
 } // namespace
-
 } // namespace tvr

@@ -1,12 +1,9 @@
 #include "common/profiler.h"
 
-#include <gtest/gtest.h>
-
 #include "support/log_lines.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 // A clock that goes on by the next step each time it is read.
@@ -43,5 +40,4 @@ TEST(profiler_test, numbers_its_marks_and_flags_the_slow_ones) {
 }
 
 } // namespace
-
 } // namespace tvr

@@ -1,18 +1,13 @@
 #include "common/text.h"
 
-#include <array>
-#include <gtest/gtest.h>
-#include <string>
 
 #include "common/minutes.h"
 #include "common/path.h"
 #include "platform/file.h"
 #include "platform/registry.h"
-#include "tests/support/file_bytes.h"
-#include "tests/support/test_root.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 using namespace std::literals;
@@ -162,5 +157,4 @@ TEST(path_test, the_registry_names_the_root) {
 }
 
 } // namespace
-
 } // namespace tvr

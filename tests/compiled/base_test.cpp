@@ -1,18 +1,15 @@
 // From atoms by hand to the compiled base by hand.
 #include <bit>
-#include <gtest/gtest.h>
 
 #include "compiled/dict_pair.h"
 #include "compiled/grading.h"
 #include "support/atom_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
 
 using namespace std::literals;
-using tvr::atom_bytes;
-using tvr::counted;
-using tvr::le;
 
 // Single-precision numbers by their bits.
 constexpr std::uint32_t highest = 0x3F7D70A4; // 0.99
@@ -42,13 +39,13 @@ TEST(Grading, ByHand) {
         {1, 300, 1.8, true, lowest}, // 0.01 / 1.01
     };
     for (const auto& each : cases) {
-        tvr::grading_run run;
+        grading_run run;
         run.k = each.k;
         run.header.spam_messages = run.header.nonspam_messages = 100;
-        tvr::token_record record{"token", each.good, each.spam};
-        EXPECT_EQ(tvr::is_significant(record, run), each.significant) << each.spam << ' ' << each.good;
+        token_record record{"token", each.good, each.spam};
+        EXPECT_EQ(is_significant(record, run), each.significant) << each.spam << ' ' << each.good;
         if (each.significant) {
-            EXPECT_EQ(std::bit_cast<std::uint32_t>(tvr::probability(record, run)), each.bits)
+            EXPECT_EQ(std::bit_cast<std::uint32_t>(probability(record, run)), each.bits)
                 << each.spam << ' ' << each.good;
         }
     }
@@ -57,17 +54,17 @@ TEST(Grading, ByHand) {
 class Base : public testing::Test {
 protected:
     Base() {
-        settings.working_directory.expanded = root.engine_path() + "\\";
+        values.working_directory.expanded = root.engine_path() + "\\";
         std::filesystem::create_directories(folder);
     }
-    void put(const std::string& name, std::string_view bytes) { tvr::write_file(folder / name, bytes); }
+    void put(const std::string& name, std::string_view bytes) { write_file(folder / name, bytes); }
     std::string generate() {
-        EXPECT_TRUE(tvr::dict_pair(root.engine_path("base\\")).generate_base(root.engine_path("base.rgd")));
-        return tvr::read_file(root.path() / "base.rgd");
+        EXPECT_TRUE(dict_pair(root.engine_path("base\\")).generate_base(root.engine_path("base.rgd")));
+        return read_file(root.path() / "base.rgd");
     }
 
-    tvr::test_root root;
-    tvr::settings& settings = tvr::default_settings();
+    test_root root;
+    settings& values = default_settings();
     const std::filesystem::path folder = root.path() / "base";
 };
 
@@ -79,14 +76,14 @@ TEST_F(Base, ByHand) {
     put("nspamdict0000.bye",
         atom_bytes({100, 4, 315, 25000, 0}, 4,
                    counted("aw", 3) + counted("az", 2) + counted("bz", 10) + counted("cc", 300)));
-    put("spamdict0002.bye", tvr::atom_head_bytes({0, 0, 0, 0, 0}));
+    put("spamdict0002.bye", atom_head_bytes({0, 0, 0, 0, 0}));
     // Of one hash (all of "a?") the tokens stand in the order in which the merge met them; "ay" and "az" are
     // too rare.
     EXPECT_EQ(generate(), "DASJ" + le(8, 100, 100, 6, 4, 20000, 20009, 25000, 0) + le(5, 34) +
                               counted("q", highest) + counted("ax", highest) + counted("aw", lowest) +
                               counted("bz", 0x3EB6DB6E) + counted("cc", 0x3F000000));
     EXPECT_FALSE(std::filesystem::exists(folder / "spamdict0002.bye"));
-    settings.regarding_threshold = 2.5; // the weight of the good count: "az" counts now, and "bz" less
+    values.regarding_threshold = 2.5; // the weight of the good count: "az" counts now, and "bz" less
     EXPECT_EQ(generate().substr(40), le(6, 41) + counted("q", highest) + counted("ax", highest) +
                                          counted("aw", lowest) + counted("az", lowest) +
                                          counted("bz", 0x3E924925) +
@@ -129,23 +126,23 @@ TEST_F(Base, WritesTheSelectiveList) {
     put("spamdict0000.bye", atom_bytes({100, 9, 1, 20000, 0}, 9, entries));
     put("nspamdict0000.bye", atom_bytes({100, 1, 1, 20000, 0}, 1, counted("H good", 1)));
     put("selective.txt", "an older one");
-    settings.export_selective_download = 0;
+    values.export_selective_download = 0;
     generate();
-    EXPECT_EQ(tvr::read_file(folder / "selective.txt"), "an older one");
-    settings.export_selective_download = 1;
-    settings.selective_download_spam_threshold = 10;
+    EXPECT_EQ(read_file(folder / "selective.txt"), "an older one");
+    values.export_selective_download = 1;
+    values.selective_download_spam_threshold = 10;
     generate();
-    EXPECT_EQ(tvr::read_file(folder / "selective.txt"), opening + "a\\.b|(\\<\\|\\>)|\\\xBB\\\x96" + closing);
+    EXPECT_EQ(read_file(folder / "selective.txt"), opening + "a\\.b|(\\<\\|\\>)|\\\xBB\\\x96" + closing);
     EXPECT_FALSE(std::filesystem::exists(folder / "~selective.txt"));
     std::filesystem::remove(root.path() / "base.rgd");
     std::filesystem::create_directory(root.path() / "base.rgd");
     put("selective.txt", "an older one");
-    EXPECT_TRUE(tvr::dict_pair(root.engine_path("base\\")).generate_base(root.engine_path("base.rgd")));
-    EXPECT_EQ(tvr::read_file(folder / "selective.txt"), opening + "a\\.b|(\\<\\|\\>)|\\\xBB\\\x96" + closing)
+    EXPECT_TRUE(dict_pair(root.engine_path("base\\")).generate_base(root.engine_path("base.rgd")));
+    EXPECT_EQ(read_file(folder / "selective.txt"), opening + "a\\.b|(\\<\\|\\>)|\\\xBB\\\x96" + closing)
         << "whether the base can be written plays no part";
 
     // A line ends in front of the text that would take it beyond 40000 bytes.
-    tvr::selective_list list;
+    selective_list list;
     list.start();
     std::string line(99, 'a');
     list.add_token("H " + line, 10);
@@ -157,11 +154,11 @@ TEST_F(Base, WritesTheSelectiveList) {
     list.add_token("H c", 10);
     list.add_token("H d", 10);
     list.finish();
-    EXPECT_EQ(tvr::read_file(folder / "selective.txt"),
-              opening + line + "|c" + closing + opening + "d" + closing);
+    EXPECT_EQ(read_file(folder / "selective.txt"), opening + line + "|c" + closing + opening + "d" + closing);
     list.start();
     list.finish();
-    EXPECT_EQ(tvr::read_file(folder / "selective.txt"), "") << "an empty list replaces the old one";
+    EXPECT_EQ(read_file(folder / "selective.txt"), "") << "an empty list replaces the old one";
 }
 
 } // namespace
+} // namespace tvr

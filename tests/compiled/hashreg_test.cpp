@@ -1,19 +1,15 @@
 // The compiled base as its readers see it, from files by hand.
-#include <gtest/gtest.h>
 
 #include "compiled/hashreg.h"
 #include "platform/file.h"
 #include "platform/profile.h"
-#include "support/file_bytes.h"
 #include "support/log_lines.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
 
 using namespace std::literals;
-using tvr::counted;
-using tvr::hashreg;
-using tvr::le;
 
 constexpr std::uint32_t half = 0x3F000000;
 constexpr std::uint32_t highest = 0x3F7D70A4; // 0.99
@@ -26,17 +22,17 @@ const std::string two = counted("B ab", highest) + counted("H x", half);
 class Reader : public testing::Test {
 protected:
     bool load(const std::string& bytes) {
-        tvr::write_file(m_root.path() / "cashe.rgd", bytes);
+        write_file(m_root.path() / "cashe.rgd", bytes);
         return m_base.load(m_path);
     }
     void set_time(std::uint64_t time) {
-        tvr::platform::file file;
-        ASSERT_TRUE(file.open(m_path, tvr::platform::access::write, tvr::platform::share::none,
-                              tvr::platform::creation::open_existing));
+        platform::file file;
+        ASSERT_TRUE(file.open(m_path, platform::access::write, platform::share::none,
+                              platform::creation::open_existing));
         ASSERT_TRUE(file.set_last_write_time(time));
     }
 
-    tvr::test_root m_root;
+    test_root m_root;
     std::string m_path = m_root.engine_path("cashe.rgd");
     hashreg m_base;
 };
@@ -68,7 +64,7 @@ TEST_F(Reader, RefusesWhatIsNoBase) {
 }
 
 TEST_F(Reader, TellsWhatItMakesOfAFile) {
-    tvr::log_lines log;
+    log_lines log;
     const std::string begins = "[i] hashreg::__tryloadcashe";
     const std::string deprecated = "[i] file is not valid. Checking if it is just deprecated...";
     const std::string neither = "[-] file is neither valid, nor deprecated. We are failed...";
@@ -134,9 +130,10 @@ TEST_F(Reader, TellsTheTotals) {
         {"NonSpamLetters", 10}, {"SpamLetters", 20}, {"NonSpamWords", 400}, {"SpamWords", 300}};
     for (const auto& [key, total] : totals)
         EXPECT_EQ(
-            tvr::platform::profile_int("DbStatus", key, -1,
-                                       m_root.engine_path("common\\Orvenix\\Brackenhold\\tessivar_stat.ini")),
+            platform::profile_int("DbStatus", key, -1,
+                                  m_root.engine_path("common\\Orvenix\\Brackenhold\\tessivar_stat.ini")),
             total);
 }
 
 } // namespace
+} // namespace tvr

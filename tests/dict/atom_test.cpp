@@ -1,7 +1,5 @@
 #include "dict/atom.h"
 
-#include <gtest/gtest.h>
-
 #include "common/bytes.h"
 #include "common/minutes.h"
 #include "dict/hashmap.h"
@@ -9,21 +7,16 @@
 #include "dict/ring.h"
 #include "support/atom_bytes.h"
 #include "support/platform_limits.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
 
 using namespace std::literals;
-using tvr::atom_bytes;
-using tvr::bye_atom;
-using tvr::counted;
-using tvr::head_values;
-using tvr::le;
-using tvr::minus;
 
-std::uint32_t count_of(tvr::hashmap_impl& map, std::string_view token) {
+std::uint32_t count_of(hashmap_impl& map, std::string_view token) {
     const std::uint8_t* value = map._get_value(token);
-    return value ? tvr::load_u32(value) : 0;
+    return value ? load_u32(value) : 0;
 }
 
 class Atom : public testing::Test {
@@ -31,7 +24,7 @@ protected:
     Atom() { std::filesystem::create_directory(root.path() / "out"); }
     void open(std::string_view bytes) {
         std::filesystem::remove(file);
-        tvr::write_file(file, bytes);
+        write_file(file, bytes);
         atom.emplace();
         atom->open(root.engine_path("d0000.bye"));
     }
@@ -40,7 +33,7 @@ protected:
                   std::tie(head.messages, head.tokens, head.occurrences, head.oldest, head.newest));
     }
 
-    tvr::test_root root;
+    test_root root;
     const std::filesystem::path file = root.path() / "d0000.bye";
     const std::filesystem::path out = root.path() / "out" / "d0000.bye";
     std::optional<bye_atom> atom;
@@ -70,11 +63,11 @@ TEST_F(Atom, PlanningCountsAndWidensTheSpan) {
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.what);
-        open(tvr::atom_head_bytes(each.before));
-        const std::uint32_t seen = tvr::bye_ring::messages_seen;
+        open(atom_head_bytes(each.before));
+        const std::uint32_t seen = bye_ring::messages_seen;
         atom->add_message(77, each.stamp, each.positive);
         expect_head(each.after);
-        EXPECT_EQ(tvr::bye_ring::messages_seen - seen, each.after.messages - each.before.messages);
+        EXPECT_EQ(bye_ring::messages_seen - seen, each.after.messages - each.before.messages);
         ASSERT_EQ(atom->changes().size(), each.changes);
         for (const auto& change : atom->changes()) {
             EXPECT_EQ(change.offset, 77U);
@@ -83,9 +76,9 @@ TEST_F(Atom, PlanningCountsAndWidensTheSpan) {
     }
     open("");
     atom->add_message(0, 0xFFFFFFFE, true);
-    EXPECT_LE(atom->oldest, tvr::now_minutes()) << "a stamp from the future";
+    EXPECT_LE(atom->oldest, now_minutes()) << "a stamp from the future";
 
-    open(tvr::atom_head_bytes({2, 0, 0, 20000, 0}));
+    open(atom_head_bytes({2, 0, 0, 20000, 0}));
     EXPECT_FALSE(atom->try_add(0, 20000, true, 2));
     EXPECT_TRUE(atom->try_add(0, 20000, true, 3));
     for (int i = 0; i < 3; ++i)
@@ -98,8 +91,8 @@ TEST_F(Atom, Rewrites) {
         return atom_bytes({9, count, occurrences, 20000, 0}, count, entries);
     };
     const std::string usual = an_atom(2, 4, counted("ab", 3) + counted("cd", 1));
-    const std::string fresh = tvr::atom_head_bytes({1, 0, 0, 20000, 0});
-    const std::string damaged = tvr::atom_head_bytes({1, 2, 3, 20000, 0}) + le(9, 3) + "abc";
+    const std::string fresh = atom_head_bytes({1, 0, 0, 20000, 0});
+    const std::string damaged = atom_head_bytes({1, 2, 3, 20000, 0}) + le(9, 3) + "abc";
     const std::string cd = counted("cd", 1);
     const struct {
         const char* what;
@@ -141,26 +134,24 @@ TEST_F(Atom, Rewrites) {
         SCOPED_TRACE(each.what);
         open(each.before);
         std::filesystem::remove(out);
-        tvr::write_file(out, "in the way");
-        tvr::dword_map final;
+        write_file(out, "in the way");
+        dword_map final;
         for (const auto& [token, difference] : each.differences)
-            tvr::store_u32(final.get_or_add(token), difference);
+            store_u32(final.get_or_add(token), difference);
         ASSERT_TRUE(atom->rewrite(final, root.engine_path("out"), each.strict));
         EXPECT_EQ(std::filesystem::exists(out), !each.after.empty());
-        EXPECT_EQ(tvr::read_file(out), each.after);
-        EXPECT_EQ(tvr::read_file(file), each.before) << "the old file is as it was";
-        EXPECT_EQ(tvr::link_count(file), each.after == each.before ? 2U : 1U);
+        EXPECT_EQ(read_file(out), each.after);
+        EXPECT_EQ(read_file(file), each.before) << "the old file is as it was";
+        EXPECT_EQ(link_count(file), each.after == each.before ? 2U : 1U);
         std::string left;
         std::string_view token;
         std::uint8_t* value = nullptr;
         for (final.rewind(); final.next(token, value);)
-            left.append(token)
-                .append(std::to_string(static_cast<std::int32_t>(tvr::load_u32(value))))
-                .append(" ");
+            left.append(token).append(std::to_string(static_cast<std::int32_t>(load_u32(value)))).append(" ");
         EXPECT_EQ(left, each.left);
     }
     std::filesystem::remove(file);
-    tvr::dword_map final;
+    dword_map final;
     final.get_or_add("kept");
     EXPECT_FALSE(atom->rewrite(final, root.engine_path("out"), true));
     EXPECT_EQ(final.count(), 1U);
@@ -168,11 +159,10 @@ TEST_F(Atom, Rewrites) {
 
 // The third section is carried along, and kept up to date by the changes.
 TEST_F(Atom, AppliesMessagesToTokensAndIds) {
-    const std::string data = le(3) +
-                             tvr::message_bytes(20001, "<1>", 2, counted("ab", 2) + counted("cd", 1)) +
-                             tvr::message_bytes(20002, "<2>", 2, counted("ab", 5) + counted("x", 1));
-    tvr::write_file(root.path() / "data.bys", data);
-    tvr::write_file(root.path() / "main" / "s.lst", "nSID" + le(2, 1, 0) + counted("<2>", 4));
+    const std::string data = le(3) + message_bytes(20001, "<1>", 2, counted("ab", 2) + counted("cd", 1)) +
+                             message_bytes(20002, "<2>", 2, counted("ab", 5) + counted("x", 1));
+    write_file(root.path() / "data.bys", data);
+    write_file(root.path() / "main" / "s.lst", "nSID" + le(2, 1, 0) + counted("<2>", 4));
     std::filesystem::create_directory(root.path() / "work");
     open(atom_bytes({1, 1, 1, 20000, 0}, 1, counted("q", 1)) + "nSID" + le(2, 2, 0) + counted("<2>", 3) +
          counted("<old>", 8));
@@ -182,11 +172,11 @@ TEST_F(Atom, AppliesMessagesToTokensAndIds) {
     atom->add_message(second + 1, 20002, true); // no record there
     atom->add_message(1 << 20, 20002, true);
 
-    tvr::message_reader reader;
+    message_reader reader;
     ASSERT_TRUE(reader.open(root.engine_path("data.bys")));
-    tvr::msid_access ids;
+    msid_access ids;
     ids.open(root.engine_path("main\\"), root.engine_path("work\\"), "s");
-    tvr::dword_map final;
+    dword_map final;
     atom->apply_changes(final, reader, ids);
     EXPECT_EQ(count_of(final, "ab"), minus(3)) << "differences wrap";
     EXPECT_EQ(count_of(final, "cd"), 1U);
@@ -194,10 +184,10 @@ TEST_F(Atom, AppliesMessagesToTokensAndIds) {
     EXPECT_EQ(ids.lookup("<1>"), 20001U);
     EXPECT_EQ(ids.lookup("<2>"), 0U);
     final.clear();
-    tvr::store_u32(final.get_or_add("q"), 1);
+    store_u32(final.get_or_add("q"), 1);
     ASSERT_TRUE(atom->rewrite(final, root.engine_path("out"), true));
-    EXPECT_EQ(tvr::read_file(out), atom_bytes({3, 1, 2, 20000, 20002}, 1, counted("q", 2)) + "nSID" +
-                                       le(2, 2, 0) + counted("<old>", 8) + counted("<1>", 20001));
+    EXPECT_EQ(read_file(out), atom_bytes({3, 1, 2, 20000, 20002}, 1, counted("q", 2)) + "nSID" + le(2, 2, 0) +
+                                  counted("<old>", 8) + counted("<1>", 20001));
 }
 
 TEST_F(Atom, FoldsIntoItsPredecessor) {
@@ -211,33 +201,34 @@ TEST_F(Atom, FoldsIntoItsPredecessor) {
         {50, 60, 100, 150, 50, 150},    // out of order
         {200, 300, 0, 0, 200, 300},     // a new target
     };
-    tvr::write_file(root.path() / "data.bys", le(0));
-    tvr::message_reader reader;
+    write_file(root.path() / "data.bys", le(0));
+    message_reader reader;
     ASSERT_TRUE(reader.open(root.engine_path("data.bys")));
-    tvr::msid_access none;
+    msid_access none;
     for (const auto& each : cases) {
         const std::string ids = "nSID" + le(2, 1, 0);
-        tvr::write_file(root.path() / "t.bye",
-                        atom_bytes({1, 1, 1, each.target_oldest, each.target_newest}, 1, counted("t", 1)) +
-                            ids + counted("<t>", 1));
+        write_file(root.path() / "t.bye",
+                   atom_bytes({1, 1, 1, each.target_oldest, each.target_newest}, 1, counted("t", 1)) + ids +
+                       counted("<t>", 1));
         bye_atom target;
         target.open(root.engine_path("t.bye"));
         open(atom_bytes({1, 2, 4, each.oldest, each.newest}, 2, counted("q", 3) + counted("z", 1)) + ids +
              counted("<q>", 2));
-        tvr::dword_map final;
-        tvr::store_u32(final.get_or_add("q"), minus(1));
+        dword_map final;
+        store_u32(final.get_or_add("q"), minus(1));
         atom->fold(final, reader, none, &target);
         EXPECT_EQ(target.oldest, each.then_oldest);
         EXPECT_EQ(target.newest, each.then_newest);
         EXPECT_EQ(count_of(final, "q"), 2U);
         EXPECT_EQ(count_of(final, "z"), 1U);
         ASSERT_TRUE(target.rewrite(final, root.engine_path("out"), true));
-        EXPECT_TRUE(tvr::read_file(root.path() / "out" / "t.bye")
+        EXPECT_TRUE(read_file(root.path() / "out" / "t.bye")
                         .ends_with(ids.substr(0, 8) + le(2, 0) + counted("<t>", 1) + counted("<q>", 2)));
-        tvr::dword_map alone;
+        dword_map alone;
         atom->fold(alone, reader, none, nullptr);
         EXPECT_EQ(count_of(alone, "q"), 3U);
     }
 }
 
 } // namespace
+} // namespace tvr

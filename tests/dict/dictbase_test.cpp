@@ -1,20 +1,15 @@
 #include "dict/dictbase.h"
 
-#include <gtest/gtest.h>
-
 #include "common/file_stream.h"
 #include "dict/dict_folder.h"
 #include "platform/process.h"
 #include "support/child_process.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
 
 using namespace std::literals;
-using tvr::le;
-using tvr::read_file;
-using tvr::write_file;
 
 std::string record(std::uint32_t flags) {
     return le(0x25062004, 6, 41, flags, 0, 0, 0, 0) + '\0' + le(0, 0);
@@ -27,12 +22,12 @@ protected:
         base.init(root.engine_path("t\\autotrain.bys"));
     }
 
-    tvr::test_root root;
+    test_root root;
     const std::filesystem::path folder = root.path() / "t";
     const std::filesystem::path cache = folder / "autotrain.bys";
     const std::filesystem::path tilde = folder / "~autotrain.bys";
     const std::filesystem::path double_tilde = folder / "~~autotrain.bys";
-    tvr::dictbase base;
+    dictbase base;
 };
 
 TEST_F(DictBase, SnapshotsMoveOrMerge) {
@@ -68,7 +63,7 @@ TEST_F(DictBase, SnapshotsMoveOrMerge) {
     EXPECT_EQ(read_file(tilde), le(11) + "left overnext");
     EXPECT_TRUE(only(tilde));
 
-    tvr::dictbase unready;
+    dictbase unready;
     unready.try_snapshot_to_tilda();
     EXPECT_FALSE(unready.removeall());
     EXPECT_FALSE(base.removeall());
@@ -104,8 +99,8 @@ TEST_F(DictBase, CountsAndLooksForManualMarks) {
 }
 
 // Answers whether another process gets the lock.
-const tvr::child_role taker("taker", [](std::string_view path) {
-    tvr::file_lock lock(path);
+const child_role taker("taker", [](std::string_view path) {
+    file_lock lock(path);
     return lock.try_acquire() ? 0 : 1;
 });
 
@@ -113,23 +108,23 @@ TEST_F(DictBase, TheLockNestsAndKeepsOthersOut) {
     const std::string path = root.engine_path("t\\lock.bin");
     const auto file = folder / "lock.bin";
     write_file(file, le(12345) + "left by a process that died");
-    tvr::file_lock lock;
+    file_lock lock;
     EXPECT_FALSE(lock.try_acquire()) << "without a path";
     lock.set_path(path);
     ASSERT_TRUE(lock.try_acquire());
     ASSERT_TRUE(lock.try_acquire());
     // Who doesn't ask for sharing may read it here; elsewhere nobody can.
     const std::string held = read_file(file);
-    EXPECT_TRUE(held.empty() || held.starts_with(le(tvr::platform::current_process_id())));
-    EXPECT_EQ(tvr::child_process("taker", path).join(), 1);
-    tvr::file_lock other(path);
+    EXPECT_TRUE(held.empty() || held.starts_with(le(platform::current_process_id())));
+    EXPECT_EQ(child_process("taker", path).join(), 1);
+    file_lock other(path);
     EXPECT_FALSE(other.try_acquire()) << "nor another object of this process";
     lock.release();
-    EXPECT_EQ(tvr::child_process("taker", path).join(), 1);
+    EXPECT_EQ(child_process("taker", path).join(), 1);
     lock.release();
     EXPECT_FALSE(std::filesystem::exists(file));
     lock.release(); // one too many does nothing
-    EXPECT_EQ(tvr::child_process("taker", path).join(), 0);
+    EXPECT_EQ(child_process("taker", path).join(), 0);
     EXPECT_TRUE(other.try_acquire());
     other.release();
 
@@ -144,13 +139,13 @@ class DictFolder : public testing::Test {
 protected:
     std::string engine(const char* name) const { return root.engine_path(name) + "\\"; }
 
-    tvr::test_root root;
+    test_root root;
 };
 
 TEST_F(DictFolder, ReservesTheLowestFreeName) {
     for (const char* name : {"d0000.bye", "d0001.bye", "d0003.bye", "d000A.bye"})
         write_file(root.path() / "a" / name, "");
-    tvr::dict_folder folder(engine("a"), "d");
+    dict_folder folder(engine("a"), "d");
     for (const auto& [from, name] :
          {std::pair{0, "d0002.bye"}, {0, "d0004.bye"}, {10, "d000B.bye"}, {0x10000, "d10000.bye"}}) {
         EXPECT_EQ(folder.new_file(static_cast<std::uint32_t>(from)), engine("a") + name);
@@ -166,14 +161,14 @@ TEST_F(DictFolder, CopiesMovesAndReplaces) {
     std::filesystem::create_directory(root.path() / "a" / "dfolder.bye");
     write_file(root.path() / "b" / "d0000.bye", "old0");
     write_file(root.path() / "b" / "d0001.bye", "old1");
-    tvr::dict_folder(engine("a"), "d").copy_all(engine("b"), true);
+    dict_folder(engine("a"), "d").copy_all(engine("b"), true);
     EXPECT_EQ(read_file(root.path() / "b" / "d0000.bye"), "old0");
     EXPECT_EQ(read_file(root.path() / "b" / "d0002.bye"), "new2");
     EXPECT_EQ(read_file(root.path() / "b" / "d0001.bye"), "old1");
-    tvr::dict_folder(engine("a"), "d").copy_all(engine("b"), false);
+    dict_folder(engine("a"), "d").copy_all(engine("b"), false);
     EXPECT_EQ(read_file(root.path() / "b" / "d0000.bye"), "new0");
 
-    tvr::dict_folder folder(engine("a"), "d");
+    dict_folder folder(engine("a"), "d");
     folder.enumerate("d*.bye");
     EXPECT_EQ(folder.files(), (std::vector<std::string>{"d0000.bye", "d0002.bye"}));
     folder.replace(engine("b"));
@@ -184,10 +179,11 @@ TEST_F(DictFolder, CopiesMovesAndReplaces) {
     EXPECT_EQ(read_file(root.path() / "a" / "_d0001.bye"), "aside");
 
     std::filesystem::create_directory(root.path() / "c");
-    tvr::dict_folder(engine("b"), "d").move_all(engine("c"));
+    dict_folder(engine("b"), "d").move_all(engine("c"));
     EXPECT_TRUE(std::filesystem::is_empty(root.path() / "b"));
-    tvr::dict_folder(engine("c"), "d").delete_all();
+    dict_folder(engine("c"), "d").delete_all();
     EXPECT_TRUE(std::filesystem::is_empty(root.path() / "c"));
 }
 
 } // namespace
+} // namespace tvr

@@ -1,26 +1,19 @@
 #include "dict/hashmap.h"
 
 #include <cmath>
-#include <gtest/gtest.h>
-#include <map>
 #include <random>
-#include <vector>
 
 #include "common/bytes.h"
 #include "common/file_stream.h"
 #include "common/token_hash.h"
 #include "platform/change_hook.h"
 #include "platform/error.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
 
 using namespace std::literals;
-using tvr::counted;
-using tvr::dword_map;
-using tvr::le;
-using tvr::load_u32;
 
 std::string numbered(std::uint32_t number) {
     return "key" + std::to_string(number);
@@ -28,20 +21,20 @@ std::string numbered(std::uint32_t number) {
 
 class TokenMap : public testing::Test {
 protected:
-    bool load(tvr::hashmap_impl& map, std::string_view bytes) {
-        tvr::write_file(root.path() / "block", bytes);
-        tvr::file_stream file;
+    bool load(hashmap_impl& map, std::string_view bytes) {
+        write_file(root.path() / "block", bytes);
+        file_stream file;
         return file.open_to_read(root.engine_path("block")) && map.init_from_file(file);
     }
-    std::string saved(tvr::hashmap_impl& map, bool ordered) {
+    std::string saved(hashmap_impl& map, bool ordered) {
         {
-            tvr::file_stream file;
+            file_stream file;
             file.create_to_write(root.engine_path("block"));
             EXPECT_TRUE(ordered ? map.flush_ordered(file) : map.flush(file));
         }
-        return tvr::read_file(root.path() / "block");
+        return read_file(root.path() / "block");
     }
-    static std::string listed(tvr::hashmap_impl& map) {
+    static std::string listed(hashmap_impl& map) {
         std::string all;
         std::string_view key;
         std::uint8_t* value = nullptr;
@@ -50,7 +43,7 @@ protected:
         return all;
     }
 
-    tvr::test_root root;
+    test_root root;
 };
 
 TEST_F(TokenMap, BlocksByHand) {
@@ -78,7 +71,7 @@ TEST_F(TokenMap, BlocksByHand) {
     EXPECT_EQ(map._get_value("q"), nullptr);
     EXPECT_EQ(map._get_value("new"), nullptr);
 
-    tvr::float_map grades;
+    float_map grades;
     const float kept[] = {0.5F, -0.0F, std::nanf("")};
     for (const float& grade : kept)
         ASSERT_TRUE(grades._assign(numbered(static_cast<std::uint32_t>(&grade - kept)), &grade));
@@ -95,7 +88,7 @@ TEST_F(TokenMap, GrowsOnlyOnAProbedInsertion) {
     std::uint32_t number = 0;
     const auto next_key = [&](bool probes) {
         for (;; ++number) {
-            const std::uint32_t slot = tvr::probe_hash(numbered(number)) % 1021;
+            const std::uint32_t slot = probe_hash(numbered(number)) % 1021;
             if (taken[slot] == probes) {
                 taken[slot] = true;
                 return numbered(number++);
@@ -120,12 +113,12 @@ TEST_F(TokenMap, GrowsOnlyOnAProbedInsertion) {
         EXPECT_EQ(map.tablesize(), slots) << count;
     }
     for (std::uint32_t i = 0; i < 1022; ++i)
-        tvr::store_u32(map._get_value(numbered(i)), i < 3 ? 1 : 0);
+        store_u32(map._get_value(numbered(i)), i < 3 ? 1 : 0);
     map.compact();
     EXPECT_EQ(map.tablesize(), 1021U) << "a rebuild may make it smaller";
     EXPECT_EQ(listed(map), "key0=1 key1=1 key2=1 ");
     for (std::uint32_t i = 0; i < 3; ++i)
-        tvr::store_u32(map._get_value(numbered(i)), 0);
+        store_u32(map._get_value(numbered(i)), 0);
     map.compact();
     EXPECT_EQ(saved(map, false), le(0, 0));
     EXPECT_TRUE(map._assign("again", &one));
@@ -142,7 +135,7 @@ TEST_F(TokenMap, AgreesWithAReferenceMapOver100000Keys) {
             byte = static_cast<char>(random());
         const auto count = static_cast<std::uint32_t>(random() % 4);
         std::uint8_t* value = map.get_or_add(key);
-        tvr::store_u32(value, load_u32(value) + count);
+        store_u32(value, load_u32(value) + count);
         expected[key] += count;
     }
     const auto agrees = [&] {
@@ -160,8 +153,8 @@ TEST_F(TokenMap, AgreesWithAReferenceMapOver100000Keys) {
     std::uint8_t* value = nullptr;
     std::uint32_t last = 0;
     for (map.rewind(); map.next(key, value);) {
-        ASSERT_LE(last, tvr::order_hash(key));
-        last = tvr::order_hash(key);
+        ASSERT_LE(last, order_hash(key));
+        last = order_hash(key);
     }
     map.compact();
     std::erase_if(expected, [](const auto& entry) { return entry.second == 0; });
@@ -208,23 +201,24 @@ TEST_F(TokenMap, SurvivesBlocksWhoseCountsLie) {
 TEST_F(TokenMap, TellsAFullDisk) {
     dword_map map;
     ASSERT_NE(map.get_or_add("x"), nullptr);
-    tvr::file_stream file;
+    file_stream file;
     ASSERT_TRUE(file.create_to_write(root.engine_path("block")));
-    tvr::platform::set_change_hook([](auto, auto) { return tvr::platform::error::disk_full; });
+    platform::set_change_hook([](auto, auto) { return platform::error::disk_full; });
     EXPECT_FALSE(map.flush_ordered(file));
-    tvr::platform::set_change_hook(nullptr);
+    platform::set_change_hook(nullptr);
 }
 
 TEST_F(TokenMap, SkipsAnEvenNumberOfBytes) {
     const std::pair<std::uint32_t, std::uint64_t> cases[] = {
         {0, 8}, {6, 14}, {7, 14}, {0xFFFFFFFF, 0x100000006}};
     for (const auto& [size, position] : cases) {
-        tvr::write_file(root.path() / "block", le(9, size) + "payload");
-        tvr::file_stream file;
+        write_file(root.path() / "block", le(9, size) + "payload");
+        file_stream file;
         ASSERT_TRUE(file.open_to_read(root.engine_path("block")));
-        EXPECT_TRUE(tvr::hashmap_impl::skip(file));
+        EXPECT_TRUE(hashmap_impl::skip(file));
         EXPECT_EQ(file.position(), position);
     }
 }
 
 } // namespace
+} // namespace tvr

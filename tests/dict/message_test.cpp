@@ -1,17 +1,13 @@
 // Message records and the readers that walk them.
-#include <gtest/gtest.h>
 
 #include "common/file_stream.h"
 #include "dict/message_reader.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
 
 using namespace std::literals;
-using tvr::counted;
-using tvr::le;
-using tvr::pascal;
 
 std::string record_head(std::uint32_t length, std::uint32_t flags) {
     return le(0x25062004, 6, length, flags, 3, 4, 5, 6);
@@ -19,24 +15,24 @@ std::string record_head(std::uint32_t length, std::uint32_t flags) {
 
 class MessageRecord : public testing::Test {
 protected:
-    tvr::file_stream& stream(std::string_view bytes) {
+    file_stream& stream(std::string_view bytes) {
         file.close();
-        tvr::write_file(root.path() / "cache", bytes);
-        EXPECT_TRUE(file.open(root.engine_path("cache"), tvr::platform::access::read_write,
-                              tvr::platform::share::read, tvr::platform::creation::open_existing));
+        write_file(root.path() / "cache", bytes);
+        EXPECT_TRUE(file.open(root.engine_path("cache"), platform::access::read_write, platform::share::read,
+                              platform::creation::open_existing));
         return file;
     }
     std::string bytes() {
         file.flush();
-        return tvr::read_file(root.path() / "cache");
+        return read_file(root.path() / "cache");
     }
 
-    tvr::test_root root;
-    tvr::file_stream file;
+    test_root root;
+    file_stream file;
 };
 
 TEST_F(MessageRecord, WritesAndReadsByHand) {
-    tvr::message_record record;
+    message_record record;
     record.flags = 7;
     record.size = 3;
     record.time = 4;
@@ -49,14 +45,14 @@ TEST_F(MessageRecord, WritesAndReadsByHand) {
     // 32 bytes of head, 5 of message ID, 8 + 13 of tokens in storage order.
     const std::string whole =
         record_head(58, 7) + pascal("<id>") + le(2, 13) + counted("zz", 2) + counted("a", 1);
-    ASSERT_TRUE(stream("start").seek(0, tvr::platform::origin::end));
+    ASSERT_TRUE(stream("start").seek(0, platform::origin::end));
     ASSERT_TRUE(record.write(file));
     EXPECT_EQ(file.position(), 63U);
     EXPECT_EQ(bytes(), "start" + whole);
 
     stream("start" + whole + record_head(32 + 1 + 8, 0) + pascal("") + le(0, 0) + "foreign signature");
-    file.seek(5, tvr::platform::origin::begin);
-    tvr::message_head head;
+    file.seek(5, platform::origin::begin);
+    message_head head;
     ASSERT_TRUE(head.read(file));
     EXPECT_EQ(
         std::tie(head.position, head.length, head.flags, head.size, head.time, head.messages, head.tokens),
@@ -66,10 +62,10 @@ TEST_F(MessageRecord, WritesAndReadsByHand) {
     EXPECT_EQ(head.position, 63U);
     EXPECT_EQ(head.msid, "");
     EXPECT_FALSE(head.read(file));
-    file.seek(5, tvr::platform::origin::begin);
-    tvr::message_record again;
+    file.seek(5, platform::origin::begin);
+    message_record again;
     ASSERT_TRUE(again.read_whole(file));
-    EXPECT_EQ(tvr::load_u32(again.token_table._get_value("zz")), 2U);
+    EXPECT_EQ(load_u32(again.token_table._get_value("zz")), 2U);
     EXPECT_EQ(again.token_table.count(), 2U);
 }
 
@@ -89,11 +85,11 @@ TEST_F(MessageRecord, IsMarkedInPlace) {
         const std::string rest = pascal("id") + le(0, 0);
         stream("start" + record_head(43, each.before) + rest);
         const char how = *each.how;
-        EXPECT_TRUE(how == 'd' ? tvr::mark_deleted(file, 5)
-                               : tvr::remark(file, 5, how == 's' || how == 'S', how == 'S' || how == 'N'));
+        EXPECT_TRUE(how == 'd' ? mark_deleted(file, 5)
+                               : remark(file, 5, how == 's' || how == 'S', how == 'S' || how == 'N'));
         EXPECT_EQ(bytes(), "start" + record_head(43, each.after) + rest) << how << each.before;
-        EXPECT_FALSE(tvr::mark_deleted(file, 6));
-        EXPECT_FALSE(tvr::mark_deleted(file, 4000));
+        EXPECT_FALSE(mark_deleted(file, 6));
+        EXPECT_FALSE(mark_deleted(file, 4000));
     }
 }
 
@@ -126,13 +122,13 @@ TEST_F(MessageRecord, ReadersEndAtDamage) {
     for (const auto& each : cases) {
         SCOPED_TRACE(each.what);
         stream(each.bytes);
-        tvr::message_head head;
+        message_head head;
         int heads = 0;
         while (heads < 9 && head.read(file))
             ++heads;
         EXPECT_EQ(heads, each.heads);
         file.close();
-        tvr::message_reader reader;
+        message_reader reader;
         ASSERT_TRUE(reader.open(root.engine_path("cache")));
         std::string found = "-";
         if (reader.read(0)) {
@@ -149,9 +145,10 @@ TEST_F(MessageRecord, ReadersEndAtDamage) {
 
 // By hand: the hash of "<a>_ebd" without its last byte: 3C, 421, 424E, 4253F, 425455, 42545B2.
 TEST_F(MessageRecord, MakesMessageIds) {
-    EXPECT_EQ(tvr::make_msid("a", "b", "d", "e"), "<a>_042545B2");
-    EXPECT_EQ(tvr::make_msid("a", "b", "x", "e"), "<a>_042545B2") << "the last byte is left out";
-    EXPECT_EQ(tvr::make_msid(std::string(300, 'a'), "", "", "").size(), 254U);
+    EXPECT_EQ(make_msid("a", "b", "d", "e"), "<a>_042545B2");
+    EXPECT_EQ(make_msid("a", "b", "x", "e"), "<a>_042545B2") << "the last byte is left out";
+    EXPECT_EQ(make_msid(std::string(300, 'a'), "", "", "").size(), 254U);
 }
 
 } // namespace
+} // namespace tvr

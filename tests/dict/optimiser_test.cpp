@@ -1,32 +1,26 @@
 #include "dict/optimiser.h"
 
-#include <gtest/gtest.h>
-#include <map>
-
 #include "common/bytes.h"
 #include "dict/dict_folder.h"
 #include "dict/ring.h"
 #include "support/atom_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
 
 using namespace std::literals;
-using tvr::atom_bytes;
-using tvr::counted;
-using tvr::head_values;
-using tvr::le;
 
 class Optimiser : public testing::Test {
 protected:
     Optimiser() {
-        tvr::default_settings().optimal_one_dict_size = 200;
+        default_settings().optimal_one_dict_size = 200;
         std::filesystem::create_directories(folder);
     }
-    std::string file(const std::string& name) const { return tvr::read_file(folder / name); }
+    std::string file(const std::string& name) const { return read_file(folder / name); }
     std::string engine() const { return root.engine_path("base\\"); }
 
-    tvr::test_root root;
+    test_root root;
     const std::filesystem::path folder = root.path() / "base";
 };
 
@@ -47,11 +41,11 @@ TEST_F(Optimiser, PrunesTowardsTheTarget) {
         {5, "", ""},
     };
     for (const auto& each : cases) {
-        tvr::atom_info_list list;
+        atom_info_list list;
         std::uint32_t total = 0;
         std::uint32_t time = 100;
         for (std::size_t at = 0; at < each.atoms.size(); at = each.atoms.find(' ', at) + 1) {
-            auto info = std::make_unique<tvr::atom_info>();
+            auto info = std::make_unique<atom_info>();
             info->name = each.atoms.substr(at, each.atoms.find(' ', at) - at);
             const bool ordinal = info->name.front() == 'o';
             info->messages = static_cast<std::uint32_t>(std::stoul(info->name.substr(ordinal)));
@@ -60,7 +54,7 @@ TEST_F(Optimiser, PrunesTowardsTheTarget) {
             total += info->messages;
             list.push_back(std::move(info));
         }
-        tvr::prune_atoms(each.target, total, list);
+        prune_atoms(each.target, total, list);
         std::string left;
         for (const auto& info : list)
             left += info->name + " ";
@@ -77,16 +71,16 @@ TEST_F(Optimiser, DividesOldAtoms) {
     for (const std::string& bytes : {old, older}) {
         for (const bool alone : {true, false}) {
             std::filesystem::remove_all(folder);
-            tvr::write_file(folder / "d0000.bye", bytes);
+            write_file(folder / "d0000.bye", bytes);
             if (!alone)
-                tvr::write_file(folder / "d0009.bye", atom_bytes({1, 1, 1, 20000, 0}, 1, counted("t", 1)));
+                write_file(folder / "d0009.bye", atom_bytes({1, 1, 1, 20000, 0}, 1, counted("t", 1)));
             const std::string ids = "nSID" + le(2, 2, 0);
-            tvr::write_file(folder / "d.lst", ids + counted("<1>", 7) + counted("<2>", 0));
-            tvr::dict_folder half(engine(), "d");
+            write_file(folder / "d.lst", ids + counted("<1>", 7) + counted("<2>", 0));
+            dict_folder half(engine(), "d");
             EXPECT_EQ(half.reload_atoms(false), alone ? 3U : 4U);
             const std::string piece = file("d0001.bye");
             ASSERT_GE(piece.size(), 28U);
-            const std::uint32_t now = tvr::load_u32(piece.data() + 20);
+            const std::uint32_t now = load_u32(piece.data() + 20);
             EXPECT_GT(now, 213000000U);
             // Dealt in turn, and in the order of their hashes again.
             EXPECT_EQ(piece, atom_bytes({150, 2, 5, now, now}, 2, counted("wb", 4) + counted("ze", 1)));
@@ -122,13 +116,13 @@ TEST_F(Optimiser, DividesOnlyWhatIsOldAndSound) {
          "_d0000 d0001=1 "},
         {"length 0", atom_bytes({200, 9, 3, 0, 0}, 9, counted("ab", 1) + std::string(50, '\0')), true,
          "_d0000 d0001=1 "},
-        {"no entries", tvr::atom_head_bytes({200, 2, 3, 0, 0}), true, "_d0000 d0001=0 "},
+        {"no entries", atom_head_bytes({200, 2, 3, 0, 0}), true, "_d0000 d0001=0 "},
         {"4 billion messages", atom_bytes({0xFFFFFFFF, 2, 3, 0, 0}, 2, entries), true, "d0000 "},
     };
     for (const auto& each : cases) {
         std::filesystem::remove_all(folder);
-        tvr::write_file(folder / "d0000.bye", each.bytes);
-        tvr::dict_folder half(engine(), "d");
+        write_file(folder / "d0000.bye", each.bytes);
+        dict_folder half(engine(), "d");
         half.reload(engine(), each.flag);
         std::map<std::string, std::string> left;
         for (const auto& entry : std::filesystem::directory_iterator(folder)) {
@@ -137,7 +131,7 @@ TEST_F(Optimiser, DividesOnlyWhatIsOldAndSound) {
             const std::string name = entry.path().stem().string();
             left[name] = name;
             if (name == "d0001")
-                left[name] += "=" + std::to_string(tvr::load_u32(tvr::read_file(entry.path()).data() + 12));
+                left[name] += "=" + std::to_string(load_u32(read_file(entry.path()).data() + 12));
         }
         std::string all;
         for (const auto& [name, text] : left)
@@ -151,11 +145,11 @@ TEST_F(Optimiser, ForgetsTheOldest) {
     const auto forget = [&](std::vector<head_values> atoms, std::uint32_t limit) {
         std::filesystem::remove_all(stage);
         for (std::size_t i = 0; i < atoms.size(); ++i)
-            tvr::write_file(stage / ("d000" + std::to_string(i) + ".bye"), tvr::atom_head_bytes(atoms[i]));
-        tvr::bye_ring ring;
+            write_file(stage / ("d000" + std::to_string(i) + ".bye"), atom_head_bytes(atoms[i]));
+        bye_ring ring;
         ring.open(engine(), "d", 2);
-        tvr::bye_ring::base_limit = limit;
-        tvr::aged_out_list ranges = {{900, 5, true}};
+        bye_ring::base_limit = limit;
+        aged_out_list ranges = {{900, 5, true}};
         ring.forget_oldest(ranges);
         std::string all;
         for (const auto& range : ranges)
@@ -182,3 +176,4 @@ TEST_F(Optimiser, ForgetsTheOldest) {
 }
 
 } // namespace
+} // namespace tvr

@@ -1,38 +1,29 @@
 // Rings and their column files.
 #include "dict/ring.h"
 
-#include <gtest/gtest.h>
-
 #include "support/atom_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
 
 using namespace std::literals;
-using tvr::atom_bytes;
-using tvr::atom_head_bytes;
-using tvr::bye_ring;
-using tvr::counted;
-using tvr::head_values;
-using tvr::le;
-using tvr::minus;
-using tvr::pascal;
 
 class Ring : public testing::Test {
 protected:
     Ring() {
-        tvr::default_settings();
+        default_settings();
         for (const char* stage : {"0002", "0003"})
             std::filesystem::create_directories(base / "transact" / stage);
         bye_ring::atom_size = 6;
         bye_ring::base_limit = 1000;
     }
     void put(const std::string& name, const head_values& head) {
-        tvr::write_file(base / "transact" / "0002" / name, atom_bytes(head, 1, counted("t", 1)));
+        write_file(base / "transact" / "0002" / name, atom_bytes(head, 1, counted("t", 1)));
     }
     void open() { ring.open(root.engine_path("base\\"), "d", 2); }
     std::string engine(const std::string& name) const { return root.engine_path("base\\transact\\" + name); }
-    std::string in_stage(const std::string& name) const { return tvr::read_file(base / "transact" / name); }
+    std::string in_stage(const std::string& name) const { return read_file(base / "transact" / name); }
     // "name:messages,oldest,newest ..." in the ring's order.
     std::string listed() const {
         std::string all;
@@ -42,25 +33,25 @@ protected:
         return all;
     }
 
-    tvr::test_root root;
+    test_root root;
     const std::filesystem::path base = root.path() / "base";
     bye_ring ring;
 };
 
 TEST_F(Ring, OpensSortedAndFromTheBaseFirst) {
     // Files "d000<n>.bye"; the path's fifth character from the end is the number.
-    tvr::write_file(base / "d0000.bye", atom_bytes({5, 1, 1, 300, 0}, 1, counted("t", 1)));
-    tvr::write_file(base / "d0001.bye", atom_bytes({7, 1, 1, 100, 200}, 1, counted("t", 1)));
-    tvr::write_file(base / "d0002.bye", atom_bytes({9, 1, 1, 100, 200}, 1, counted("t", 1)));
-    tvr::write_file(base / "d0003.bye", atom_head_bytes({0, 0, 0, 0, 0}));
-    tvr::write_file(base / "d0004.bye", "damaged");
-    tvr::write_file(base / "e0000.bye", "another dictionary");
+    write_file(base / "d0000.bye", atom_bytes({5, 1, 1, 300, 0}, 1, counted("t", 1)));
+    write_file(base / "d0001.bye", atom_bytes({7, 1, 1, 100, 200}, 1, counted("t", 1)));
+    write_file(base / "d0002.bye", atom_bytes({9, 1, 1, 100, 200}, 1, counted("t", 1)));
+    write_file(base / "d0003.bye", atom_head_bytes({0, 0, 0, 0, 0}));
+    write_file(base / "d0004.bye", "damaged");
+    write_file(base / "e0000.bye", "another dictionary");
     open();
     EXPECT_EQ(listed(), "2:9,100,200 1:7,100,200 0:5,300,0 ");
     EXPECT_EQ(ring.messages_total(), 21U);
     EXPECT_FALSE(std::filesystem::exists(base / "d0003.bye")) << "an empty atom";
     EXPECT_FALSE(std::filesystem::exists(base / "d0004.bye"));
-    EXPECT_EQ(in_stage("0002/d0001.bye"), tvr::read_file(base / "d0001.bye"));
+    EXPECT_EQ(in_stage("0002/d0001.bye"), read_file(base / "d0001.bye"));
     EXPECT_FALSE(std::filesystem::exists(base / "transact" / "0002" / "e0000.bye"));
 
     // From now on the stage's folder counts, with its empty atoms.
@@ -113,14 +104,14 @@ TEST_F(Ring, SavesAndLoadsColumns) {
     const std::string column = "oTJE" + le(1, 2) + pascal(path) + atom_head_bytes({2, 1, 1, 100000, 0}) +
                                '\0' + le(2, 0x22334455, 0x11) + '\1' + le(7, 0) + '\0' + pascal(other) +
                                atom_head_bytes({1, 1, 1, 300000, 0}) + '\0' + le(0);
-    tvr::write_file(base / "transact" / "0002" / "d.col", std::string(column.size() + 3, '#'));
+    write_file(base / "transact" / "0002" / "d.col", std::string(column.size() + 3, '#'));
     ring.save_col(2);
     EXPECT_EQ(in_stage("0002/d.col"), column + "###") << "an older file isn't cut";
 
     // An atom to be merged, and nothing of what opening found.
-    tvr::write_file(base / "transact" / "0002" / "d.col", "oTJE" + le(1, 1) + pascal(path) +
-                                                              atom_head_bytes({9, 8, 7, 6, 5}) + '\1' +
-                                                              le(1, 7, 0) + '\1');
+    write_file(base / "transact" / "0002" / "d.col", "oTJE" + le(1, 1) + pascal(path) +
+                                                         atom_head_bytes({9, 8, 7, 6, 5}) + '\1' +
+                                                         le(1, 7, 0) + '\1');
     const std::uint32_t seen = bye_ring::messages_seen;
     ring.load_col(2);
     ASSERT_EQ(ring.atoms().size(), 1U);
@@ -131,7 +122,7 @@ TEST_F(Ring, SavesAndLoadsColumns) {
     EXPECT_EQ(bye_ring::messages_seen, seen + 9);
     ring.load_col(3); // no file: the ring stays
     EXPECT_EQ(ring.atoms().size(), 1U);
-    tvr::write_file(base / "transact" / "0002" / "d.col", "oTJE" + le(1, 0));
+    write_file(base / "transact" / "0002" / "d.col", "oTJE" + le(1, 0));
     ring.load_col(2);
     EXPECT_TRUE(ring.atoms().empty());
 }
@@ -139,10 +130,10 @@ TEST_F(Ring, SavesAndLoadsColumns) {
 // A dated atom takes its own differences and those of the atom that is folded into it; an untouched one is
 // linked; the ordinal ones share what is taken out of them.
 TEST_F(Ring, FinalizesByHand) {
-    const std::string first = tvr::message_bytes(20001, "<1>", 2, counted("ab", 2) + counted("cd", 1));
-    const std::string second = tvr::message_bytes(20002, "<2>", 2, counted("ab", 1) + counted("zz", 5));
-    const std::string third = tvr::message_bytes(50000, "<3>", 2, counted("ef", 4) + counted("gh", 1));
-    tvr::write_file(base / "transact" / "0002" / "data.bys", le(3) + first + second + third);
+    const std::string first = message_bytes(20001, "<1>", 2, counted("ab", 2) + counted("cd", 1));
+    const std::string second = message_bytes(20002, "<2>", 2, counted("ab", 1) + counted("zz", 5));
+    const std::string third = message_bytes(50000, "<3>", 2, counted("ef", 4) + counted("gh", 1));
+    write_file(base / "transact" / "0002" / "data.bys", le(3) + first + second + third);
     const struct {
         const char* name;
         head_values head;
@@ -169,17 +160,15 @@ TEST_F(Ring, FinalizesByHand) {
     };
     std::string column = "oTJE" + le(1, std::size(atoms));
     for (const auto& atom : atoms) {
-        tvr::write_file(base / "transact" / "0002" / atom.name,
-                        atom_bytes(atom.head, atom.count, atom.entries));
+        write_file(base / "transact" / "0002" / atom.name, atom_bytes(atom.head, atom.count, atom.entries));
         column += pascal(engine("0002\\"s + atom.name)) + atom_head_bytes(atom.head) +
                   (atom.merge ? '\1' : '\0') + atom.changes;
     }
-    tvr::write_file(base / "transact" / "0002" / "d.col", column);
+    write_file(base / "transact" / "0002" / "d.col", column);
     open();
     ring.load_col(2);
-    tvr::msid_access ids;
-    tvr::write_file(root.path() / "main" / "d.lst",
-                    "nSID" + le(2, 1, 0) + counted("<2>", 1) + counted("<3>", 2));
+    msid_access ids;
+    write_file(root.path() / "main" / "d.lst", "nSID" + le(2, 1, 0) + counted("<2>", 1) + counted("<3>", 2));
     ids.open(root.engine_path("main\\"), engine("0003\\"), "d");
     ring.finalize(3, engine("0002\\missing"), ids);
     EXPECT_FALSE(std::filesystem::exists(base / "transact" / "0003" / "d0000.bye"));
@@ -197,3 +186,4 @@ TEST_F(Ring, FinalizesByHand) {
 }
 
 } // namespace
+} // namespace tvr

@@ -1,21 +1,15 @@
 #include "msid/msid_access.h"
+#include "support/test.h"
 
-#include <gtest/gtest.h>
-
-#include "support/file_bytes.h"
-#include "support/test_root.h"
-
+namespace tvr {
 namespace {
 
-using tvr::counted;
-using tvr::le;
-
 TEST(MessageAccess, WorksOnACopy) {
-    tvr::test_root root;
+    test_root root;
     const std::string before = "nSID" + le(2, 1, 0) + counted("old", 1);
-    tvr::write_file(root.path() / "main" / "s.lst", before);
-    tvr::write_file(root.path() / "work" / "s.lst", "an older one");
-    tvr::msid_access access;
+    write_file(root.path() / "main" / "s.lst", before);
+    write_file(root.path() / "work" / "s.lst", "an older one");
+    msid_access access;
     access.add("nothing", 1);
     access.remove("nothing");
     EXPECT_EQ(access.lookup("nothing"), 0U);
@@ -25,23 +19,23 @@ TEST(MessageAccess, WorksOnACopy) {
     access.remove("old");
     access.release_files();
     std::filesystem::rename(root.path() / "work" / "s.lst", root.path() / "taken.lst");
-    EXPECT_EQ(tvr::read_file(root.path() / "taken.lst").substr(24), counted("new", 2));
-    EXPECT_EQ(tvr::read_file(root.path() / "main" / "s.lst"), before);
+    EXPECT_EQ(read_file(root.path() / "taken.lst").substr(24), counted("new", 2));
+    EXPECT_EQ(read_file(root.path() / "main" / "s.lst"), before);
     access.reopen();
     EXPECT_EQ(access.lookup("old"), 1U);
     EXPECT_EQ(access.lookup("new"), 0U);
 }
 
 TEST(MessageAccess, PurgesWhatTheRangesClaim) {
-    tvr::test_root root;
+    test_root root;
     std::string list = "nSID" + le(2, 8, 0);
     for (const unsigned time : {9U, 10U, 20U, 21U, 30U, 30U, 30U, 31U})
         list += counted(std::to_string(list.size()), time);
-    tvr::write_file(root.path() / "main" / "s.lst", list);
+    write_file(root.path() / "main" / "s.lst", list);
     std::filesystem::create_directory(root.path() / "work");
-    tvr::msid_access access;
+    msid_access access;
     access.open(root.engine_path("main\\"), root.engine_path("work\\"), "s");
-    tvr::aged_out_list ranges = {{10, 20, false}, {30, 2, true}};
+    aged_out_list ranges = {{10, 20, false}, {30, 2, true}};
     access.purge(ranges);
     access.release_files();
     EXPECT_EQ(ranges[1].last, 0U) << "each claim lowers the count";
@@ -52,8 +46,9 @@ TEST(MessageAccess, PurgesWhatTheRangesClaim) {
     EXPECT_EQ(access.lookup("37"), 21U);
     EXPECT_EQ(access.lookup("58"), 30U);
     EXPECT_EQ(access.lookup("65"), 31U);
-    EXPECT_FALSE(tvr::claims_time(ranges, 30));
-    EXPECT_TRUE(tvr::claims_time(ranges, 10));
+    EXPECT_FALSE(claims_time(ranges, 30));
+    EXPECT_TRUE(claims_time(ranges, 10));
 }
 
 } // namespace
+} // namespace tvr

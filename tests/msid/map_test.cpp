@@ -1,20 +1,14 @@
 // List files against bytes written by hand, and the map against a reference map.
-#include <gtest/gtest.h>
-#include <map>
 #include <random>
-#include <vector>
 
 #include "common/file_stream.h"
 #include "msid/msidmap.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
 
 using namespace std::literals;
-using tvr::counted;
-using tvr::le;
-using tvr::msidmap;
 
 constexpr std::uint32_t signature = 0x4449536E;
 
@@ -34,14 +28,14 @@ const std::string c = "01234000000000056789";
 class MessageMap : public testing::Test {
 protected:
     std::string folder() const { return root.engine_path() + "\\"; }
-    std::string list() const { return tvr::read_file(list_file); }
-    std::string index_count() const { return tvr::read_file(root.path() / "m.idx").substr(16, 4); }
+    std::string list() const { return read_file(list_file); }
+    std::string index_count() const { return read_file(root.path() / "m.idx").substr(16, 4); }
     void start_with(std::string_view bytes) {
         std::filesystem::remove(root.path() / "m.idx");
-        tvr::write_file(list_file, bytes);
+        write_file(list_file, bytes);
     }
 
-    tvr::test_root root;
+    test_root root;
     const std::filesystem::path list_file = root.path() / "m.lst";
 };
 
@@ -171,13 +165,13 @@ TEST_F(MessageMap, IsMadeAnewWhateverHappenedToTheIndex) {
     }
     const std::string sound = list();
     EXPECT_GT(std::filesystem::file_size(root.path() / "k.lst"), sound.size());
-    const std::string whole_index = tvr::read_file(index);
+    const std::string whole_index = read_file(index);
     const std::string damage[] = {"", "x", whole_index.substr(0, 512),
                                   whole_index.substr(0, whole_index.size() - 512)};
     for (std::size_t i = 0; i < std::size(damage) + 2; ++i) {
         const std::string name = i == std::size(damage) + 1 ? "k" : "m";
         if (i < std::size(damage))
-            tvr::write_file(index, damage[i]);
+            write_file(index, damage[i]);
         else
             std::filesystem::remove(index);
         {
@@ -185,7 +179,7 @@ TEST_F(MessageMap, IsMadeAnewWhateverHappenedToTheIndex) {
             for (std::uint32_t k = 1; k <= 5000; ++k)
                 ASSERT_EQ(map.search("id" + std::to_string(k)), k) << i;
         }
-        EXPECT_EQ(tvr::read_file(root.path() / (name + ".lst")), sound);
+        EXPECT_EQ(read_file(root.path() / (name + ".lst")), sound);
         EXPECT_EQ(std::filesystem::file_size(root.path() / (name + ".idx")), whole_index.size());
     }
 }
@@ -199,7 +193,7 @@ TEST_F(MessageMap, TakesOtherHeaders) {
             { msidmap makes_the_index(folder(), "m"); }
             if (!with_index)
                 std::filesystem::remove(root.path() / "m.idx");
-            tvr::write_file(list_file, start + records);
+            write_file(list_file, start + records);
             {
                 msidmap map(folder(), "m");
                 EXPECT_EQ(map.search("one"), 1U) << start.size();
@@ -214,7 +208,7 @@ TEST_F(MessageMap, TakesOtherHeaders) {
 TEST_F(MessageMap, MergesAndRelabelsLiveRecordsOnly) {
     const std::string other = root.engine_path("other.lst");
     const std::string body = counted("one", 9) + dead(4) + counted("z\0z"s, 5) + counted(b, 6) + "\7cut";
-    tvr::write_file(root.path() / "other.lst", le(signature, 3, 4, 0, 0) + body);
+    write_file(root.path() / "other.lst", le(signature, 3, 4, 0, 0) + body);
     start_with(head(2, 0) + counted("one", 1) + counted(a, 2));
     {
         msidmap map(folder(), "m");
@@ -225,26 +219,26 @@ TEST_F(MessageMap, MergesAndRelabelsLiveRecordsOnly) {
     EXPECT_EQ(list(), head(3, 0) + counted("one", 1) + counted(a, 2) + counted(b, 6));
 
     msidmap::relabel(other, 0x01020304);
-    EXPECT_EQ(tvr::read_file(root.path() / "other.lst"),
-              le(signature, 3, 4, 0, 0) + counted("one", 0x01020304) + dead(4) + counted("z\0z"s, 5) +
-                  counted(b, 0x01020304) + "\7cut");
+    EXPECT_EQ(read_file(root.path() / "other.lst"), le(signature, 3, 4, 0, 0) + counted("one", 0x01020304) +
+                                                        dead(4) + counted("z\0z"s, 5) +
+                                                        counted(b, 0x01020304) + "\7cut");
     msidmap::relabel(root.engine_path("missing.lst"), 1);
     EXPECT_TRUE(std::filesystem::is_empty(root.path() / "missing.lst"));
     for (const std::string& bytes : {""s, "nSID"s, le(signature, 0x40000000) + counted("one", 1)}) {
-        tvr::write_file(root.path() / "other.lst", bytes);
+        write_file(root.path() / "other.lst", bytes);
         msidmap::relabel(other, 1);
         msidmap(folder(), "m").merge(other);
-        EXPECT_EQ(tvr::read_file(root.path() / "other.lst"), bytes);
+        EXPECT_EQ(read_file(root.path() / "other.lst"), bytes);
     }
 }
 
 TEST_F(MessageMap, GoesThroughAStream) {
     start_with(head(9, 9) + dead(3) + counted("one", 1) + dead(300 % 256) + counted("two", 2));
     const std::string path = root.engine_path("third");
-    tvr::file_stream out;
+    file_stream out;
     ASSERT_TRUE(out.create_to_write(path));
     {
-        tvr::file_stream in;
+        file_stream in;
         ASSERT_TRUE(in.open_to_read(root.engine_path("m.lst")));
         msidmap temporary(in);
         EXPECT_EQ(temporary.search("two"), 2U);
@@ -254,7 +248,7 @@ TEST_F(MessageMap, GoesThroughAStream) {
         temporary.write_out(out);
     }
     out.close();
-    EXPECT_EQ(tvr::read_file(root.path() / "third"), head(2, 0) + counted("two", 2) + counted("three", 3));
+    EXPECT_EQ(read_file(root.path() / "third"), head(2, 0) + counted("two", 2) + counted("three", 3));
     std::size_t left = 0;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(root.path()))
         left += entry.path().filename().string().starts_with("msid");
@@ -309,3 +303,4 @@ TEST_F(MessageMap, AgreesWithAReferenceMap) {
 }
 
 } // namespace
+} // namespace tvr

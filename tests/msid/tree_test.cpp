@@ -3,25 +3,20 @@
 #include <array>
 #include <bit>
 #include <cstdio>
-#include <gtest/gtest.h>
-#include <map>
 #include <random>
-#include <vector>
 
 #include "msid/page_manager.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
 
 using namespace std::literals;
-using tvr::key11;
-using tvr::le;
 
 using reference = std::map<key11, std::uint32_t>;
 
 // A tree that can be walked by its bytes.
-class walked_tree : public tvr::msidtree {
+class walked_tree : public msidtree {
 public:
     using msidtree::msidtree;
 
@@ -65,7 +60,7 @@ private:
             m_leaf_depth = depth;
         ASSERT_TRUE(!leaf || m_leaf_depth == depth);
         for (unsigned i = 0; i < n; ++i) {
-            const std::uint32_t value = tvr::load_u32(bytes + i * 16);
+            const std::uint32_t value = load_u32(bytes + i * 16);
             if (leaf) {
                 ASSERT_TRUE(m_next != m_end && m_next->first == keys[i] && m_next->second == value);
                 ++m_next;
@@ -95,7 +90,7 @@ struct key_order {
 class IndexOrder : public testing::TestWithParam<key_order> {};
 
 TEST_P(IndexOrder, AgreesWithAReferenceMap) {
-    tvr::test_root root;
+    test_root root;
     const std::string path = root.engine_path("a.idx");
     std::mt19937 random(7);
     reference expected;
@@ -162,23 +157,23 @@ TEST(MessageKey, FoldsByHand) {
         {std::string("\0\xFF", 2), "\2 \xFF        "},
     };
     for (const auto& c : cases) {
-        std::string bytes(tvr::key11::size, '?');
-        tvr::key11::of(c.id).store(reinterpret_cast<std::uint8_t*>(bytes.data()));
+        std::string bytes(key11::size, '?');
+        key11::of(c.id).store(reinterpret_cast<std::uint8_t*>(bytes.data()));
         EXPECT_EQ(bytes, c.key) << c.id;
     }
     // The order is that of unsigned bytes, with the length in front.
-    EXPECT_LT(tvr::key11::of("zz"), tvr::key11::of("aaa"));
-    EXPECT_LT(tvr::key11::of("a\x7F"), tvr::key11::of("a\x80"));
-    EXPECT_LT(tvr::key11::of("aaaaaaaaa\x7F"), tvr::key11::of("aaaaaaaaa\x80"));
+    EXPECT_LT(key11::of("zz"), key11::of("aaa"));
+    EXPECT_LT(key11::of("a\x7F"), key11::of("a\x80"));
+    EXPECT_LT(key11::of("aaaaaaaaa\x7F"), key11::of("aaaaaaaaa\x80"));
 }
 
 // One leaf takes 32 keys; the next one splits it in half and puts a root over the two.
 TEST(Index, WritesThePagesByHand) {
-    tvr::test_root root;
+    test_root root;
     const auto file = root.path() / "a.idx";
     const std::string path = root.engine_path("a.idx");
     {
-        tvr::msidtree tree(path);
+        msidtree tree(path);
         for (unsigned i = 33; i > 0; --i)
             tree.insert(std::string(1, static_cast<char>(i)), i, false);
     }
@@ -196,11 +191,11 @@ TEST(Index, WritesThePagesByHand) {
     expected.resize(1536);
     expected += slot(512, 3, 1) + slot(1024, 3, 18);
     expected.resize(2048);
-    EXPECT_EQ(tvr::read_file(file), expected);
+    EXPECT_EQ(read_file(file), expected);
 }
 
 TEST(Index, SurvivesDamage) {
-    tvr::test_root root;
+    test_root root;
     const auto file = root.path() / "a.idx";
     const std::string path = root.engine_path("a.idx");
     const auto page = [](std::string bytes) {
@@ -230,8 +225,8 @@ TEST(Index, SurvivesDamage) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        tvr::write_file(file, c.bytes);
-        tvr::msidtree tree(path);
+        write_file(file, c.bytes);
+        msidtree tree(path);
         EXPECT_EQ(tree.find("x"), 0U);
         tree.insert("x", 5, true);
         EXPECT_EQ(tree.find("x"), c.counts_as_new ? 5U : 0U);
@@ -244,3 +239,4 @@ TEST(Index, SurvivesDamage) {
 }
 
 } // namespace
+} // namespace tvr

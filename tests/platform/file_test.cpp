@@ -2,23 +2,17 @@
 
 #include <array>
 #include <functional>
-#include <gtest/gtest.h>
-#include <map>
-#include <string>
-#include <vector>
 
 #include "platform/change_hook.h"
 #include "platform/error.h"
 #include "platform/library.h"
 #include "platform/mapping.h"
 #include "platform/sync.h"
-#include "tests/support/child_process.h"
-#include "tests/support/file_bytes.h"
-#include "tests/support/platform_limits.h"
-#include "tests/support/test_root.h"
+#include "support/child_process.h"
+#include "support/platform_limits.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 using namespace platform;
@@ -498,5 +492,4 @@ TEST_F(files, a_mapping_grows_the_file_and_shows_it) {
 }
 
 } // namespace
-
 } // namespace tvr

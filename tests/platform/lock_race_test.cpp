@@ -1,21 +1,17 @@
 // Eight processes race for the lock file while others of them are killed.
 #include "dict/dictbase.h"
 
-#include <gtest/gtest.h>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/process.h"
-#include "tests/support/child_process.h"
-#include "tests/support/platform_limits.h"
-#include "tests/support/shared_tally.h"
-#include "tests/support/test_root.h"
+#include "support/child_process.h"
+#include "support/platform_limits.h"
+#include "support/shared_tally.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 constexpr std::size_t racers = 8;
@@ -100,5 +96,4 @@ TEST(file_lock_test, has_one_owner_whoever_dies) {
 }
 
 } // namespace
-
 } // namespace tvr

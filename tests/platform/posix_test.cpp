@@ -1,8 +1,6 @@
 // What only this backend promises: where things lie, and who may see them.
 #include <cstdlib>
 #include <deque>
-#include <gtest/gtest.h>
-#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,12 +13,10 @@
 #include "platform/profile.h"
 #include "platform/registry.h"
 #include "platform/sync.h"
-#include "tests/support/child_process.h"
-#include "tests/support/file_bytes.h"
-#include "tests/support/test_root.h"
+#include "support/child_process.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 using namespace platform;
@@ -235,5 +231,4 @@ TEST(posix_test, starts_programs) {
 }
 
 } // namespace
-
 } // namespace tvr

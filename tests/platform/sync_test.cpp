@@ -2,24 +2,18 @@
 
 #include <array>
 #include <atomic>
-#include <barrier>
-#include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <iostream>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "platform/clock.h"
 #include "platform/error.h"
-#include "tests/support/child_process.h"
-#include "tests/support/platform_limits.h"
-#include "tests/support/shared_tally.h"
-#include "tests/support/test_root.h"
+#include "support/child_process.h"
+#include "support/platform_limits.h"
+#include "support/shared_tally.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 using platform::event;
@@ -465,5 +459,4 @@ TEST(named_event_test, a_race_with_deaths_loses_nothing_and_takes_nothing_twice)
 }
 
 } // namespace
-
 } // namespace tvr

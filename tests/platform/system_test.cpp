@@ -1,13 +1,7 @@
 // Presence, registry, ini files, processes, libraries, memory and time.
-#include <array>
-#include <atomic>
 #include <functional>
-#include <gtest/gtest.h>
-#include <optional>
 #include <sstream>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "platform/clock.h"
 #include "platform/error.h"
@@ -18,12 +12,10 @@
 #include "platform/profile.h"
 #include "platform/registry.h"
 #include "platform/sync.h"
-#include "tests/support/child_process.h"
-#include "tests/support/file_bytes.h"
-#include "tests/support/test_root.h"
+#include "support/child_process.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 using namespace platform;
@@ -404,5 +396,4 @@ TEST(clock_test, calendar) {
 }
 
 } // namespace
-
 } // namespace tvr

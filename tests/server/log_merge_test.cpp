@@ -1,15 +1,10 @@
 // The merging of the logs, through the key of the command line.
-#include <gtest/gtest.h>
-
-#include <map>
 
 #include "platform/entry.h"
 #include "platform/file.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 using namespace std::literals;
@@ -100,5 +95,4 @@ TEST_F(log_merge, takes_the_folder_as_it_stands) {
 }
 
 } // namespace
-
 } // namespace tvr

@@ -1,15 +1,11 @@
 // The scores of the tokens of a file, from an engine by hand.
 #include "server/score_dump.h"
 
-#include <gtest/gtest.h>
-
 #include "common/path.h"
 #include "platform/process.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 constexpr const char* fake_engine = TVR_FAKE_ENGINE;
@@ -71,5 +67,4 @@ TEST_F(score_dump, tells_failures_in_the_output) {
 }
 
 } // namespace
-
 } // namespace tvr

@@ -1,18 +1,13 @@
 #include "settings/settings.h"
 
-#include <gtest/gtest.h>
-#include <string>
-
 #include "platform/file.h"
 #include "platform/process.h"
 #include "platform/registry.h"
 #include "settings/common_settings.h"
 #include "settings/settings_file.h"
-#include "tests/support/file_bytes.h"
-#include "tests/support/test_root.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 using namespace std::literals;
@@ -388,5 +383,4 @@ TEST(common_settings_test, values_of_all_components) {
 }
 
 } // namespace
-
 } // namespace tvr

@@ -1,19 +1,14 @@
 #include "settings/storage.h"
 
 #include <array>
-#include <gtest/gtest.h>
-#include <string>
-#include <vector>
 
 #include "platform/change_hook.h"
 #include "platform/sync.h"
-#include "tests/support/file_bytes.h"
-#include "tests/support/log_lines.h"
-#include "tests/support/platform_limits.h"
-#include "tests/support/test_root.h"
+#include "support/log_lines.h"
+#include "support/platform_limits.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 using namespace std::literals;
@@ -253,5 +248,4 @@ TEST(storage_file_test, tells_what_fails) {
 }
 
 } // namespace
-
 } // namespace tvr

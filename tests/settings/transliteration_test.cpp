@@ -1,15 +1,10 @@
 #include "settings/transliteration.h"
 
-#include <gtest/gtest.h>
-#include <string>
-
 #include "platform/registry.h"
 #include "settings/settings.h"
-#include "tests/support/file_bytes.h"
-#include "tests/support/test_root.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 using namespace std::literals;
@@ -83,5 +78,4 @@ TEST(transliteration_test, tables) {
 }
 
 } // namespace
-
 } // namespace tvr

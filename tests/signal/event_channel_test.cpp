@@ -1,18 +1,12 @@
 #include "signal/event_channel.h"
 
-#include <gtest/gtest.h>
-#include <string>
-#include <vector>
-
 #include "common/path.h"
 #include "platform/registry.h"
 #include "signal/identity.h"
-#include "tests/support/child_process.h"
-#include "tests/support/file_bytes.h"
-#include "tests/support/test_root.h"
+#include "support/child_process.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 constexpr std::uint32_t patience = 10'000; // milliseconds; only reached by a fault
@@ -134,5 +128,4 @@ TEST(start_server_test, one_attempt_in_ten_seconds) {
 }
 
 } // namespace
-
 } // namespace tvr

@@ -1,19 +1,13 @@
 #include <algorithm>
-#include <gtest/gtest.h>
-#include <map>
 
 #include "platform/file.h"
 #include "stage/temp_folder.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
 
 using namespace std::literals;
-using tvr::le;
-using tvr::pascal;
-using tvr::read_file;
-using tvr::write_file;
 
 class Stage : public testing::Test {
 protected:
@@ -21,7 +15,7 @@ protected:
         std::filesystem::create_directories(transact);
         holder.init(root.engine_path("base\\"));
     }
-    tvr::temp_folder& folder() { return holder.folder(); }
+    temp_folder& folder() { return holder.folder(); }
     std::string engine(const std::string& name) const { return root.engine_path("base\\transact\\" + name); }
     // The files below a stage folder with their contents, folders with a slash.
     std::string listed(const char* stage) const {
@@ -35,9 +29,9 @@ protected:
         return text;
     }
 
-    tvr::test_root root;
+    test_root root;
     const std::filesystem::path transact = root.path() / "base" / "transact";
-    tvr::tmpfld_holder holder;
+    tmpfld_holder holder;
 };
 
 TEST_F(Stage, NamesAndMarkers) {
@@ -64,7 +58,7 @@ TEST_F(Stage, NamesAndMarkers) {
     EXPECT_FALSE(std::filesystem::exists(transact / "0002"));
     EXPECT_FALSE(holder._is_success(2));
 
-    tvr::tmpfld_holder unready;
+    tmpfld_holder unready;
     unready._mark_prepared(2);
     unready._mark_unsuccess(2);
     EXPECT_FALSE(unready._is_success(2));
@@ -77,9 +71,8 @@ TEST_F(Stage, PreparesAndCleans) {
     const auto fill = [&] {
         write_file(transact / "0001" / "a" / "b" / "deep", "1");
         write_file(transact / "0001" / "locked", "2");
-        ASSERT_TRUE(
-            tvr::platform::set_attributes(engine("0001\\locked"), tvr::platform::attribute::read_only));
-        ASSERT_TRUE(tvr::platform::set_attributes(engine("0001\\a"), tvr::platform::attribute::read_only));
+        ASSERT_TRUE(platform::set_attributes(engine("0001\\locked"), platform::attribute::read_only));
+        ASSERT_TRUE(platform::set_attributes(engine("0001\\a"), platform::attribute::read_only));
     };
     fill();
     folder().create(1);
@@ -95,9 +88,9 @@ TEST_F(Stage, PreparesAndCleans) {
     // A file in use ends the cleaning at once, and the folder stays.
     for (const char* name : {"1", "2", "3"})
         write_file(transact / "0001" / name, name);
-    tvr::platform::file held;
-    ASSERT_TRUE(held.open(engine("0001\\2"), tvr::platform::access::read, tvr::platform::share::read,
-                          tvr::platform::creation::open_existing));
+    platform::file held;
+    ASSERT_TRUE(held.open(engine("0001\\2"), platform::access::read, platform::share::read,
+                          platform::creation::open_existing));
     folder().remove(1);
     EXPECT_EQ(listed("0001"), "2=2 3=3 ");
     held.close();
@@ -188,3 +181,4 @@ TEST_F(Stage, SurvivesDamagedArchives) {
 }
 
 } // namespace
+} // namespace tvr

@@ -1,17 +1,13 @@
 #include "stat/statistic.h"
 
 #include <array>
-#include <gtest/gtest.h>
 #include <memory>
-#include <string>
 
 #include "common/minutes.h"
 #include "platform/file.h"
-#include "tests/support/file_bytes.h"
-#include "tests/support/test_root.h"
+#include "support/test.h"
 
 namespace tvr {
-
 namespace {
 
 using namespace std::literals;
@@ -203,5 +199,4 @@ TEST_F(statistic_test, the_first_object_is_the_current_one) {
 }
 
 } // namespace
-
 } // namespace tvr

@@ -1,13 +1,11 @@
 // Each key of the engine and each command of tvrctl that the other system tests leave out, on real files.
 
-#include <gtest/gtest.h>
-
 #include <nlohmann/json.hpp>
 
 #include "common/path.h"
 #include "platform/file.h"
 #include "platform/registry.h"
-#include "support/file_bytes.h"
+#include "support/test.h"
 #include "system/engine_root.h"
 
 namespace tvr {

@@ -3,13 +3,10 @@
 // changed: it must come back without a fault, and without memory out of proportion. (The fuzz targets do the
 // same to each reader by itself.)
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
-#include <map>
 #include <random>
 #include <sstream>
 
@@ -27,9 +24,8 @@
 #include "settings/settings.h"
 #include "stage/temp_folder.h"
 #include "stat/statistic.h"
-#include "support/file_bytes.h"
 #include "support/memory_peak.h"
-#include "support/test_root.h"
+#include "support/test.h"
 #include "tools/engine_view.h"
 #include "tools/inspection.h"
 #include "tools/setting_list.h"

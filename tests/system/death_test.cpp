@@ -1,9 +1,8 @@
 // The engine is killed at a change of the file system and started again: what comes out is told for each
 // point, the gaps included.
 
-#include <gtest/gtest.h>
-
 #include "platform/change_hook.h"
+#include "support/test.h"
 #include "system/engine_root.h"
 #include "system/mortal_engine.h"
 

@@ -1,10 +1,8 @@
 // The real engine from outside: one instance, its keys, and what makes it train.
 
-#include <gtest/gtest.h>
-
 #include "platform/process.h"
 #include "platform/registry.h"
-#include "support/file_bytes.h"
+#include "support/test.h"
 #include "system/engine_root.h"
 
 namespace tvr {

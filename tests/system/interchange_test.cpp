@@ -3,15 +3,13 @@
 // variables: TVR_WINDOWS_BIN, the folder of the programs for Windows, and TVR_WINE, the command that runs
 // one.
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <sys/wait.h>
 
 #include "platform/change_hook.h"
 #include "platform/file.h"
 #include "support/child_process.h"
-#include "support/file_bytes.h"
+#include "support/test.h"
 #include "system/engine_root.h"
 #include "system/mortal_engine.h"
 

@@ -1,14 +1,12 @@
 // tvrctl and the engine on real mail.
 
-#include <gtest/gtest.h>
-
 #include <fstream>
 
 #include <nlohmann/json.hpp>
 
 #include "common/path.h"
 #include "platform/file.h"
-#include "support/file_bytes.h"
+#include "support/test.h"
 #include "system/engine_root.h"
 
 namespace tvr {

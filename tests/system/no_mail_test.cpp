@@ -1,9 +1,8 @@
 // A build that parses no mail says so in one line, wherever mail is asked for.
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
+#include "support/test.h"
 #include "system/engine_root.h"
 
 namespace tvr {

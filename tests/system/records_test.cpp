@@ -1,8 +1,6 @@
 // Ready records, which carry mail to a machine that can't read it.
 
-#include <gtest/gtest.h>
-
-#include "support/file_bytes.h"
+#include "support/test.h"
 #include "system/engine_root.h"
 
 namespace tvr {

@@ -1,12 +1,10 @@
 // tvrctl repair and trim on the files of a real engine: damaged, cut off by a death, or only old.
 
-#include <gtest/gtest.h>
-
 #include <functional>
 
 #include "dict/message_record.h"
 #include "msid/msidmap.h"
-#include "support/file_bytes.h"
+#include "support/test.h"
 #include "system/engine_root.h"
 #include "system/mortal_engine.h"
 #include "tools/engine_pause.h"

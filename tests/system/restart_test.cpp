@@ -1,15 +1,13 @@
 // A client makes an engine go that hangs: each way to hang, and the rung of the ladder that helps.
 
-#include <gtest/gtest.h>
-
 #include "platform/change_hook.h"
 #include "platform/entry.h"
 #include "platform/presence.h"
 #include "signal/event_channel.h"
 #include "signal/identity.h"
 #include "support/child_process.h"
-#include "support/file_bytes.h"
 #include "support/log_lines.h"
+#include "support/test.h"
 #include "system/engine_root.h"
 
 namespace tvr {

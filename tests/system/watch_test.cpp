@@ -1,11 +1,8 @@
 // tvrctl watch over real folders, told by the records in the cache.
 
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <fcntl.h>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <signal.h>
 #include <spawn.h>
@@ -15,7 +12,7 @@
 #include "common/bytes.h"
 #include "common/path.h"
 #include "platform/file.h"
-#include "support/file_bytes.h"
+#include "support/test.h"
 #include "system/engine_root.h"
 
 namespace tvr {

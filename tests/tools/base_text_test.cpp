@@ -1,11 +1,8 @@
 // The token base as text, and made out of it.
 
-#include <gtest/gtest.h>
-
 #include <sstream>
 
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 #include "tools/base_text.h"
 
 namespace tvr {

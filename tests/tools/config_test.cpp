@@ -1,12 +1,9 @@
 // The settings as people see and change them.
 
-#include <gtest/gtest.h>
-
 #include <set>
 
 #include "settings/common_settings.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 #include "tools/setting_list.h"
 
 namespace tvr {

@@ -1,7 +1,6 @@
 // The figures of an evaluation, by hand.
 
-#include <gtest/gtest.h>
-
+#include "support/test.h"
 #include "tools/evaluation.h"
 
 namespace tvr {

@@ -1,12 +1,9 @@
 // Messages are taken back in the cache, in place.
 
-#include <gtest/gtest.h>
-
 #include <array>
 
 #include "dict/dictbase.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 #include "tools/waiting_mail.h"
 
 namespace tvr {

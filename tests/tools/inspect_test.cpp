@@ -1,16 +1,12 @@
 // What is shown of the engine's files, and what is found wrong with them.
 
-#include <gtest/gtest.h>
-
 #include <bit>
 #include <cmath>
-#include <filesystem>
 #include <sstream>
 
 #include "msid/msidmap.h"
 #include "platform/file.h"
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 #include "tools/inspection.h"
 #include "tools/state_check.h"
 

@@ -1,11 +1,6 @@
 // The forms in which people keep mail.
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 #include "tools/mail_source.h"
 
 namespace tvr {

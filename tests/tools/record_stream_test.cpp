@@ -1,10 +1,8 @@
 // Streams of ready records: whole ones, and every kind of damage.
 
-#include <gtest/gtest.h>
-
 #include <sstream>
 
-#include "support/file_bytes.h"
+#include "support/test.h"
 #include "tools/record_stream.h"
 
 namespace tvr {

@@ -1,11 +1,6 @@
 // What is remembered of watched folders, and what a folder's name says.
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
-#include "support/file_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 #include "tools/watch_folder.h"
 #include "tools/watch_memory.h"
 

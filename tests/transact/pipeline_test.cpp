@@ -1,17 +1,15 @@
 // The whole pipeline in one process, against a model that shares no code with it.
 
-#include <gtest/gtest.h>
-
-#include <map>
 #include <random>
 
 #include "model.h"
 #include "msid/msidmap.h"
 #include "platform/clock.h"
 #include "support/atom_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 #include "transact/transaction.h"
 
+namespace tvr {
 namespace {
 
 namespace fs = std::filesystem;
@@ -23,7 +21,7 @@ class pipeline : public testing::TestWithParam<unsigned> {
 protected:
     pipeline() {
         fs::create_directories(m_base / "transact");
-        auto& set = tvr::default_settings();
+        auto& set = default_settings();
         set.working_directory.expanded = m_root.engine_path("work") + "\\";
         set.optimal_base_size_per_half = m_limits.base_size;
         set.optimal_one_dict_size = m_limits.dict_size;
@@ -35,11 +33,11 @@ protected:
 
     // Hands a batch to the engine and waits until its base is published.
     void train(const std::vector<model::message>& batch) {
-        tvr::write_file(m_base / "transact" / "autotrain.bys", model::cache_file(batch));
+        write_file(m_base / "transact" / "autotrain.bys", model::cache_file(batch));
         fs::remove(m_base / "cashe.mrk");
         m_transaction.force_retrain();
         while (!fs::exists(m_base / "cashe.mrk") || fs::file_size(m_base / "cashe.mrk") != 8)
-            tvr::platform::sleep_for(1);
+            platform::sleep_for(1);
     }
 
     void expect_half(const model::half& half) {
@@ -49,18 +47,18 @@ protected:
         for (const auto& entry : fs::directory_iterator(m_base)) {
             const std::string name = entry.path().filename().string();
             if (name.starts_with(half.name) && name.ends_with(".bye"))
-                found[name] = tvr::read_file(entry.path());
+                found[name] = read_file(entry.path());
         }
         EXPECT_EQ(found, expected) << half.name;
-        tvr::msidmap map(m_root.engine_path("work\\base\\"), half.name);
+        msidmap map(m_root.engine_path("work\\base\\"), half.name);
         for (const auto& [msid, time] : half.msids)
             EXPECT_EQ(map.search(msid), time) << msid;
     }
 
-    tvr::test_root m_root;
+    test_root m_root;
     fs::path m_base = m_root.path() / "work" / "base";
     const model::limits m_limits{.base_size = 60, .dict_size = 12, .min_size = 3, .weight = 1.8};
-    tvr::transaction m_transaction;
+    transaction m_transaction;
 };
 
 // Messages with a skewed vocabulary, in which many tokens share a hash and some have bytes above 127.
@@ -115,7 +113,7 @@ TEST_P(pipeline, AgreesWithModelOverManyTransactions) {
         const auto batch = source.batch(day == 0 ? 5 : 10 + 6 * (day % 5), day);
         train(batch);
         expected.train(batch);
-        ASSERT_EQ(tvr::read_file(m_base / "cashe.rgd"), expected.compiled_base()) << "day " << day;
+        ASSERT_EQ(read_file(m_base / "cashe.rgd"), expected.compiled_base()) << "day " << day;
         expect_half(expected.spam);
         expect_half(expected.good);
         for (const char* stage : {"0001", "0002", "0003", "0004", "0006"})
@@ -128,3 +126,4 @@ TEST_P(pipeline, AgreesWithModelOverManyTransactions) {
 INSTANTIATE_TEST_SUITE_P(Seeds, pipeline, testing::Values(1U, 2U, 3U, 4U));
 
 } // namespace
+} // namespace tvr

@@ -1,25 +1,21 @@
 // The plan of one batch for one half, by the changes that it leaves with the ring's atoms.
 #include "transact/training_plan.h"
 
-#include <gtest/gtest.h>
-
 #include "common/minutes.h"
 #include "support/atom_bytes.h"
-#include "support/test_root.h"
+#include "support/test.h"
 
+namespace tvr {
 namespace {
-
-using tvr::counted;
-using tvr::le;
 
 constexpr std::uint32_t last_wrong_time = 183554940;
 
 class Plan : public testing::Test {
 protected:
     Plan() {
-        tvr::default_settings();
+        default_settings();
         std::filesystem::create_directories(root.path() / "base" / "transact" / "0002");
-        tvr::bye_ring::atom_size = 1000;
+        bye_ring::atom_size = 1000;
         ring.open(base, "d", 2);
     }
     // The position of each record is its number, from 1.
@@ -41,11 +37,11 @@ protected:
         return all;
     }
 
-    tvr::test_root root;
+    test_root root;
     const std::string base = root.engine_path("base\\");
-    tvr::bye_ring ring;
-    tvr::trainingplan plan{2, base, "d"};
-    tvr::message_head record;
+    bye_ring ring;
+    trainingplan plan{2, base, "d"};
+    message_head record;
 };
 
 TEST_F(Plan, WrongTimesComeRightBeforeTheFirstGoodOne) {
@@ -66,17 +62,17 @@ TEST_F(Plan, TheFirstGoodTimeIsOneMinuteLater) {
 // If all are wrong, the times depend on the plan's room: 100 elements, or 199 from the hundredth on.
 TEST_F(Plan, AllWrongTimesComeBeforeNow) {
     for (const std::uint32_t number : {5U, 98U, 99U, 100U, 150U}) {
-        tvr::trainingplan other(2, base, "d");
-        tvr::bye_ring fresh;
+        trainingplan other(2, base, "d");
+        bye_ring fresh;
         fresh.open(base, "d", 2);
         const std::size_t known = fresh.atoms().size();
         for (std::uint32_t i = 0; i < number; ++i) {
             record.time = i;
             other.add(record);
         }
-        const std::uint32_t before = tvr::now_minutes();
+        const std::uint32_t before = now_minutes();
         other.add_to(fresh, 0, 0);
-        const std::uint32_t after = tvr::now_minutes();
+        const std::uint32_t after = now_minutes();
         ASSERT_EQ(fresh.atoms().size(), known + 1);
         const auto& atom = *fresh.atoms().back();
         const std::uint32_t room = number < 100 ? 100 : 199;
@@ -92,11 +88,11 @@ TEST_F(Plan, AllWrongTimesComeBeforeNow) {
 TEST_F(Plan, KnowsItsMessagesByAnOpenMap) {
     EXPECT_FALSE(plan.remove(record)) << "closed, the map knows nothing";
     EXPECT_FALSE(plan.found_in(record));
-    tvr::write_file(root.path() / "main" / "d.lst",
-                    "nSID" + le(2, 3, 0) + counted("<old>", 200000000) + counted("<gone>", 210000000));
+    write_file(root.path() / "main" / "d.lst",
+               "nSID" + le(2, 3, 0) + counted("<old>", 200000000) + counted("<gone>", 210000000));
     std::filesystem::create_directory(root.path() / "work");
-    tvr::write_file(root.path() / "base" / "transact" / "0002" / "d0000.bye",
-                    le(0x19780702, 5, 2, 1, 1, 199999999, 200000001) + le(1, 6) + counted("t", 1));
+    write_file(root.path() / "base" / "transact" / "0002" / "d0000.bye",
+               le(0x19780702, 5, 2, 1, 1, 199999999, 200000001) + le(1, 6) + counted("t", 1));
     ring.open(base, "d", 2);
     plan.msids().open(root.engine_path("main\\"), root.engine_path("work\\"), "d");
     for (const char* id : {"<old>", "<gone>"}) {
@@ -110,7 +106,7 @@ TEST_F(Plan, KnowsItsMessagesByAnOpenMap) {
     EXPECT_EQ(record.time, 210000000U);
     EXPECT_EQ(plan.delta(), 0U - 2);
     add(0xFFFFFFF0, "<future>");
-    EXPECT_LE(plan.msids().lookup("<future>"), tvr::now_minutes());
+    EXPECT_LE(plan.msids().lookup("<future>"), now_minutes());
     add(9999, "<small>");
     EXPECT_EQ(plan.msids().lookup("<small>"), 9999U) << "kept as it is in the map";
     EXPECT_FALSE(plan.add(record));
@@ -120,8 +116,9 @@ TEST_F(Plan, KnowsItsMessagesByAnOpenMap) {
     EXPECT_TRUE(text.starts_with("199999999-")) << text;
     EXPECT_TRUE(text.ends_with(": +4 -1 +3 ")) << text;
     ASSERT_EQ(ring.atoms().size(), 1U);
-    EXPECT_LE(ring.atoms()[0]->newest, tvr::now_minutes());
+    EXPECT_LE(ring.atoms()[0]->newest, now_minutes());
     EXPECT_EQ(ring.messages_total(), 3U);
 }
 
 } // namespace
+} // namespace tvr
