@@ -3,16 +3,22 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
+#include <iterator>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
+#include "dict/dictbase.h"
 #include "platform/change_hook.h"
+#include "platform/file.h"
 #include "platform/presence.h"
 #include "signal/identity.h"
 #include "support/file_bytes.h"
@@ -208,6 +214,79 @@ files tidied(files content, const files& model) {
     return content;
 }
 
+// What an undisturbed engine makes of these messages.
+files trained_on(const std::vector<std::string>& records) {
+    trained_base& base = the_base();
+    static std::map<std::vector<std::string>, files> all;
+    const auto [entry, is_new] = all.try_emplace(records);
+    if (is_new) {
+        base.box.restore("waiting");
+        std::string cache = le(static_cast<std::uint32_t>(records.size()));
+        for (const std::string& record : records)
+            cache += record;
+        write_file(base.path(cache_file), cache);
+        EXPECT_EQ(base.run("the model", [](engine_driver& engine) { engine.train(); }), verdict::rest);
+        entry->second = base.content(true);
+    }
+    return entry->second;
+}
+
+// A snapshot waits, more messages have come, and the two are joined. What a death leaves decides on what the
+// next merge takes: the copy that is there, or else the snapshot, and the cache behind it.
+TEST(merge_death, costs_what_is_told) {
+    trained_base& base = the_base();
+    const std::string snapshot = transact_folder + "~autotrain.bys";
+    const std::string copy = transact_folder + "~~autotrain.bys";
+    base.box.restore("waiting");
+    std::filesystem::rename(base.path(cache_file), base.path(snapshot));
+    ASSERT_EQ(in_child(base.box, {}, [] { return append_messages(trained_base::next_series, 5) ? 0 : 1; }),
+              0);
+    base.box.save("merging");
+    const auto old = records_of(read_file(base.path(snapshot)));
+    const auto fresh = records_of(read_file(base.path(cache_file)));
+    std::vector<std::string> both = old;
+    both.insert(both.end(), fresh.begin(), fresh.end());
+    const auto merge = [&] {
+        dictbase cache;
+        cache.init(platform::from_display_path(base.path(cache_file)));
+        cache.try_snapshot_to_tilda();
+        return 0;
+    };
+    const auto judge = [&](const files& left, const files&, const files&) {
+        const auto bytes_of = [&](const std::string& path) {
+            const auto found = left.find(path);
+            return found == left.end() ? std::string() : found->second;
+        };
+        std::string next = bytes_of(cache_file);
+        if (left.contains(snapshot)) {
+            std::string merged = bytes_of(left.contains(copy) ? copy : snapshot);
+            merged.resize(std::max<std::size_t>(merged.size(), 4)); // at least its count is written
+            next = merged + next.substr(std::min<std::size_t>(next.size(), 4));
+        }
+        const auto taken = records_of(next);
+        base.box.save("left");
+        const auto train = [](engine_driver& engine) { engine.train(); };
+        EXPECT_EQ(base.run("the training", train), verdict::rest);
+        files found = base.content(true);
+        EXPECT_EQ(found.erase(copy) != 0, left.contains(copy) && !left.contains(snapshot));
+        trained_base::expect_equal("trained", found, trained_on(taken));
+        // With the copy gone, nothing tells that the cache is in the snapshot.
+        if (left.contains(copy) || taken.size() == both.size()) {
+            base.box.restore("left");
+            EXPECT_EQ(in_child(base.box, {}, [] { return tvrctl({"repair", "--yes"}); }), 0);
+            EXPECT_EQ(base.run("the training of what is repaired", train), verdict::rest);
+            trained_base::expect_equal("repaired", tidied(base.content(true), {}), trained_on(both));
+        }
+        const auto times = [&](const std::string& record) {
+            return std::to_string(std::count(taken.begin(), taken.end(), record));
+        };
+        return "snapshot: the first " + times(old.front()) + ", the last " + times(old.back()) +
+               "; cache: the first " + times(fresh.front()) + ", the last " + times(fresh.back()) +
+               (left.contains(snapshot) ? "" : "; the snapshot waits in the copy");
+    };
+    torture({"a merge", "merging", merge, judge, 2});
+}
+
 // The engine comes to an empty base, or to the imported one.
 std::string judge_import(const files&, const files& before, const files& after) {
     trained_base& base = the_base();
@@ -246,21 +325,28 @@ std::string judge_second_run(const job& each, const files& left, const files& be
                                                                 : "a second run does the rest";
 }
 
-// An engine dies while it puts the first half in place, and files are damaged.
-void break_files() {
-    trained_base& base = the_base();
-    base.box.restore("waiting");
-    const auto die_publishing = [](platform::change what, std::string_view path) {
-        if (what == platform::change::rename_file && path.ends_with("base\\nspamdict0004.bye"))
+// An engine dies in front of the change of a path that ends so.
+void die_in_transaction(platform::change what, const char* path_end) {
+    static platform::change wanted;
+    static std::string end;
+    wanted = what;
+    end = path_end;
+    const auto die = [](platform::change change, std::string_view path) {
+        if (change == wanted && path.ends_with(end))
             kill(getpid(), SIGKILL);
         return std::uint32_t{0};
     };
-    ASSERT_EQ(in_child(base.box, {},
-                       [&] {
-                           platform::set_change_hook(die_publishing);
-                           return run_engine([](engine_driver& engine) { engine.train(); });
-                       }),
-              killed);
+    const auto engine = [&] {
+        platform::set_change_hook(die);
+        return run_engine([](engine_driver& driver) { driver.train(); });
+    };
+    the_base().box.restore("waiting");
+    ASSERT_EQ(in_child(the_base().box, {}, engine), killed);
+}
+
+// While the halves are put in place.
+void damage_files() {
+    trained_base& base = the_base();
     ASSERT_EQ(in_child(base.box, {}, [] { return append_messages(trained_base::next_series, 3) ? 0 : 1; }),
               0);
     const auto damage = [&](const std::string& name, std::size_t at) {
@@ -278,8 +364,6 @@ void break_files() {
 
 TEST(tool_death, of_a_repair_loses_nothing) {
     trained_base& base = the_base();
-    break_files();
-    base.box.save("broken");
     job repair = {"tvrctl repair", "broken", [] { return tvrctl({"repair", "--yes"}); }, {}, 10};
     // Whatever was there still is, in its place or another.
     repair.judge = [&](const files& left, const files& before, const files& after) {
@@ -290,9 +374,28 @@ TEST(tool_death, of_a_repair_loses_nothing) {
             EXPECT_TRUE(kept.contains(bytes)) << path << " is lost";
         return judge_second_run(repair, left, before, after);
     };
-    torture(repair);
+    using enum platform::change;
+    const struct {
+        platform::change what;
+        const char* path_end;
+    } deaths[] = {{create_file, "0001\\prepared.txt"},
+                  {create_file, "0002\\prepared.txt"},
+                  {delete_file, "0001\\prepared.txt"},
+                  {rename_file, "base\\spamdict0004.bye"},
+                  {rename_file, "base\\nspamdict0004.bye"}};
+    for (const auto& death : deaths) {
+        SCOPED_TRACE(death.path_end);
+        die_in_transaction(death.what, death.path_end);
+        if (&death == std::end(deaths) - 1)
+            damage_files();
+        base.box.save("broken");
+        torture(repair);
+    }
     torture(repair, all_errors);
+}
 
+TEST(tool_death, of_a_trim_loses_nothing) {
+    trained_base& base = the_base();
     base.box.restore("trained");
     write_file(base.path(good_index), std::string(512, 'x'));
     base.box.save("indexed");
