@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -16,9 +15,7 @@
 
 #include "client/cache_writer.h"
 #include "dict/dictbase.h"
-#include "platform/change_hook.h"
 #include "platform/clock.h"
-#include "platform/entry.h"
 #include "platform/process.h"
 #include "support/child_process.h"
 #include "support/file_bytes.h"
@@ -295,82 +292,6 @@ TEST_F(crowd, every_message_is_trained_as_often_as_it_was_appended) {
         std::printf("%6llu killed: %s\n", static_cast<unsigned long long>(count), name.c_str());
     for (const auto& [name, count] : m_spared)
         std::printf("%6llu spared: %s\n", static_cast<unsigned long long>(count), name.c_str());
-}
-
-unsigned deadly_change = 0;
-std::atomic<unsigned> changes_seen;
-
-std::uint32_t die_at_change(platform::change, std::string_view path) {
-    if (path.ends_with("autotrain.bys") && changes_seen++ == deadly_change)
-        kill(getpid(), SIGKILL);
-    return 0;
-}
-
-// An engine that dies in front of a change of the cache or a snapshot; the argument numbers it.
-const child_role mortal_merger("mortal_merger", [](std::string_view number) {
-    deadly_change = static_cast<unsigned>(std::atoi(std::string(number).c_str()));
-    platform::set_change_hook(die_at_change);
-    return engine_main("");
-});
-
-// A snapshot waits, left by a death, and so does the cache: the next snapshot merges them. A death in this
-// merge is another gap.
-TEST_F(crowd, a_death_in_the_merge_of_a_snapshot) {
-    struct outcome {
-        unsigned change;                  // of those that the merge makes to its files
-        const char* ahead_of;             // that change
-        std::uint64_t old_ones, new_ones; // how often a message of the snapshot and of the cache is trained
-    };
-    constexpr outcome outcomes[] = {
-        {0, "the copy of the snapshot", 1, 1},
-        {1, "the bytes of the copy", 0, 1}, // the empty copy is what the next merge extends
-        {4, "the messages behind the copy", 1, 1},
-        {5, "the copy in place of the snapshot", 1, 2},
-        {6, "its link, with the snapshot deleted", 0, 1}, // the old ones wait for another merge
-        {7, "the deletion of the copy", 1, 2},
-        {8, "the deletion of the cache", 1, 2},
-        {9, "the deletion of the snapshot", 1, 1},
-    };
-    const auto append = [&](const char* name) {
-        token_table tokens;
-        tokens.add(std::string("B ") + name);
-        record_batch batch;
-        const std::string msid = std::string("<") + name + ">";
-        batch.add({.msid = msid, .spam = true, .size = 1000, .time = first_time}, tokens);
-        m_root.client().append(batch);
-    };
-    const auto let_wait = [&](const char* in_snapshot, const char* in_cache) {
-        append(in_snapshot);
-        fs::rename(m_root.transact() / "autotrain.bys", m_root.transact() / "~autotrain.bys");
-        append(in_cache);
-    };
-    const auto train = [&] {
-        m_root.start();
-        drain();
-        return tokens_of(m_root.base(), "spamdict");
-    };
-    for (const outcome& each : outcomes) {
-        SCOPED_TRACE(each.ahead_of);
-        fs::remove_all(m_root.base());
-        fs::create_directories(m_root.transact());
-        let_wait("old", "new");
-        child_process engine("mortal_merger", std::to_string(each.change));
-        engine_root::wait_for("the engine's start", [] { return engine_root::process() != 0; });
-        m_root.force();
-        ASSERT_EQ(engine.join(), child_process::killed);
-        counts found = train();
-        EXPECT_EQ(found["B old"], each.old_ones);
-        EXPECT_EQ(found["B new"], each.new_ones);
-        if (!fs::exists(m_root.transact() / "~~autotrain.bys"))
-            continue;
-        // The next merge takes what is left in the copy for a copy of its own snapshot.
-        let_wait("later old", "later new");
-        found = train();
-        EXPECT_EQ(found["B old"], 1U);
-        EXPECT_EQ(found["B new"], 2U);
-        EXPECT_EQ(found["B later old"], 0U);
-        EXPECT_EQ(found["B later new"], 1U);
-    }
 }
 
 // Takes the lock of the path, and keeps it until it is told to go on.
