@@ -175,43 +175,20 @@ void judge(const way& dead) {
 }
 
 TEST(engine_death, leaves_what_is_told_for_each_point) {
-    trained_base& base = the_base();
     const auto transaction = [](engine_driver& engine) {
         engine.train();
         engine.stop();
     };
-    base.box.restore("waiting");
-    ASSERT_EQ(in_child(base.box, {}, [&] { return run_engine(transaction); }), 0);
-    ASSERT_EQ(last_verdict(), verdict::stopped);
-    const std::uint32_t points = shared_board().begun;
-    EXPECT_EQ(shared_board().unseen, 0U) << shared_board().hit_change().path;
-    EXPECT_GT(points, 300U);
-
-    tally outcomes("Death of the engine in a transaction (" + std::to_string(points) + " changes)");
-    unsigned turn = 0;
-    unsigned missed = 0;
-    const unsigned step = stride(60);
-    for (const fate what : {fate::die_before, fate::die_within, fate::die_after})
-        for (std::uint32_t index = 0; index < points; ++index) {
-            if (turn++ % step != 0)
-                continue;
-            base.box.restore("waiting");
-            const int code = in_child(base.box, {what, index}, [&] { return run_engine(transaction); });
-            if (code != killed) {
-                ++missed; // threads take turns: this time there were fewer changes
-                continue;
-            }
-            const file_change hit = shared_board().hit_change();
-            const way dead = way_of(shared_board().changes());
-            std::string name = names.at(static_cast<std::size_t>(dead.point));
-            if (dead.statistic_cut)
-                name = "GAP " + name + ", but the statistic of the batch is lost";
-            SCOPED_TRACE(std::string(name_of(what)) + " change " + std::to_string(index) + ": " + hit.what +
-                         " " + hit.path + " (" + name + ")");
-            judge(dead);
-            outcomes.add(name);
-        }
-    EXPECT_LE(missed * step, points / 10);
+    const auto judged = [](const files&, const files&, const files&) {
+        const way dead = way_of(shared_board().changes());
+        std::string name = names.at(static_cast<std::size_t>(dead.point));
+        if (dead.statistic_cut)
+            name = "GAP " + name + ", but the statistic of the batch is lost";
+        SCOPED_TRACE(name);
+        judge(dead);
+        return name;
+    };
+    torture({"the engine in a transaction", "waiting", [&] { return run_engine(transaction); }, judged, 60});
 }
 
 // The changes of a transaction that others may rely on, in their order. What lies between is left out.

@@ -58,9 +58,9 @@ bool exists(const char* path) {
     return fstatat(AT_FDCWD, path, &info, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-// What lies in these folders is shared memory and locks, not data.
+// Not shared memory, locks, and the folders that all the others lie in.
 bool is_data(std::string_view path) {
-    return !path.starts_with("run/") && !path.ends_with(".lock");
+    return !path.starts_with("run") && !path.ends_with(".lock") && path != "common" && path != "appdata";
 }
 
 void wait_for_word() {

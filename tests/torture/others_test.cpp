@@ -46,58 +46,6 @@ bool is_prefix(const std::vector<std::string>& part, const std::vector<std::stri
     return part.size() <= all.size() && std::equal(part.begin(), part.end(), all.begin());
 }
 
-const std::vector<std::uint32_t> all_errors = {5, 32, 112, 1450};
-
-// One process that changes files, and what may be left when it is killed.
-struct job {
-    const char* name;
-    const char* start;         // the saved root
-    std::function<int()> work; // in a child
-    // Answers the outcome; `before` and `after` are the files without the death.
-    std::function<std::string(const files& left, const files& before, const files& after)> judge;
-    unsigned usual_stride = 1;
-};
-
-// Kills the job at each of its changes, or lets each fail with each of the errors.
-void torture(const job& each, const std::vector<std::uint32_t>& errors = {}) {
-    trained_base& base = the_base();
-    base.box.restore(each.start);
-    const files before = base.content(true);
-    ASSERT_EQ(in_child(base.box, {}, each.work), 0) << each.name;
-    const std::uint32_t points = errors.empty() ? shared_board().begun : shared_board().asked;
-    const files after = base.content(true);
-    ASSERT_TRUE(after != before) << each.name << " changes nothing";
-    std::vector<plan> plans;
-    for (const fate what : {fate::die_before, fate::die_within, fate::die_after})
-        if (errors.empty())
-            plans.push_back({.what = what});
-    for (const std::uint32_t error : errors)
-        plans.push_back({.what = fate::fail, .error = error});
-    tally outcomes((errors.empty() ? "Death of " : "Failure in ") + std::string(each.name) + " (" +
-                   std::to_string(points) + " changes)");
-    const unsigned step = stride(each.usual_stride);
-    unsigned turn = 0;
-    unsigned missed = 0;
-    for (plan wanted : plans)
-        for (wanted.index = 0; wanted.index < points; ++wanted.index) {
-            if (turn++ % step != 0)
-                continue;
-            base.box.restore(each.start);
-            const int code = in_child(base.box, wanted, each.work);
-            const file_change hit = shared_board().hit_change();
-            if (errors.empty() ? code != killed : hit.what.empty()) {
-                ++missed; // threads take turns: this time there were fewer changes
-                continue;
-            }
-            SCOPED_TRACE(std::string(each.name) + " " + name_of(wanted.what) + " change " +
-                         std::to_string(wanted.index) + " (" + std::to_string(wanted.error) +
-                         "): " + hit.what + " " + hit.path);
-            EXPECT_GE(code, killed);
-            outcomes.add(each.judge(base.content(true), before, after));
-        }
-    EXPECT_LE(missed * step, points / 10);
-}
-
 // Runs tvrctl in this process.
 int tvrctl(std::vector<std::string> words) {
     words.insert(words.begin(), "tvrctl");

@@ -61,4 +61,19 @@ private:
 // The one of this program.
 trained_base& the_base();
 
+// One process that changes files, and what may be left when it is killed.
+struct job {
+    const char* name;
+    const char* start;         // the saved root
+    std::function<int()> work; // in a child
+    // Answers the outcome; `before` and `after` are the files without the death.
+    std::function<std::string(const files& left, const files& before, const files& after)> judge;
+    unsigned usual_stride = 1;
+};
+
+inline const std::vector<std::uint32_t> all_errors = {5, 32, 112, 1450};
+
+// Kills the job at each of its changes, or lets each fail with each of the errors, and counts the outcomes.
+void torture(const job& each, const std::vector<std::uint32_t>& errors = {});
+
 } // namespace tvr::torture
