@@ -1,6 +1,5 @@
 #include "common/text.h"
 
-
 #include "common/minutes.h"
 #include "common/path.h"
 #include "platform/file.h"

@@ -175,6 +175,7 @@ TEST_F(files, failures_have_their_numbers_and_change_nothing) {
     library lib;
     std::size_t got = 0;
     char byte = 0;
+    write_file(root.path() / "free", "held by nobody");
     ASSERT_TRUE(open(reading, "file", access::read, creation::open_existing));
     ASSERT_TRUE(open(writing, "folder\\full\\inner", access::write, creation::open_existing));
     ASSERT_TRUE(open(empty, "empty", access::read_write, creation::open_existing));
@@ -197,8 +198,8 @@ TEST_F(files, failures_have_their_numbers_and_change_nothing) {
         {2, "move missing", [&] { return move_file(at("no"), at("new")); }},
         {183, "move onto", [&] { return move_file(at("locked"), at("file")); }},
         {2, "replace by missing", [&] { return replace_file(at("no"), at("file")); }},
-        {5, "replace folder", [&] { return replace_file(at("file"), at("folder")); }},
-        {5, "replace read-only", [&] { return replace_file(at("file"), at("locked")); }},
+        {5, "replace folder", [&] { return replace_file(at("free"), at("folder")); }},
+        {5, "replace read-only", [&] { return replace_file(at("free"), at("locked")); }},
         {3, "move below missing", [&] { return move_file(at("locked"), at("no\\a")); }},
         {2, "copy missing", [&] { return copy_file(at("no"), at("new"), false); }},
         {80, "copy onto", [&] { return copy_file(at("locked"), at("empty"), true); }},

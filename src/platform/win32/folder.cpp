@@ -69,17 +69,19 @@ bool move_file(std::string_view from, std::string_view to) {
            win32::succeeded(MoveFileA(win32::native_path(from).c_str(), win32::native_path(to).c_str()));
 }
 
-// A folder as the target is refused by the system, with 5.
+// A folder as the target is refused by the system, with 5; a read-only file not by every one.
 bool replace_file(std::string_view from, std::string_view to) {
     const std::string source = win32::native_path(from);
+    const std::string target = win32::native_path(to);
     DWORD attributes = 0;
     if (!look(source, attributes))
         return false;
-    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+    const DWORD present = GetFileAttributesA(target.c_str());
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ||
+        (present != INVALID_FILE_ATTRIBUTES && (present & FILE_ATTRIBUTE_READONLY) != 0))
         return win32::fail(error::access_denied);
     return win32::may_change(change::rename_file, to) &&
-           win32::succeeded(
-               MoveFileExA(source.c_str(), win32::native_path(to).c_str(), MOVEFILE_REPLACE_EXISTING));
+           win32::succeeded(MoveFileExA(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING));
 }
 
 bool copy_file(std::string_view from, std::string_view to, bool fail_if_exists) {
