@@ -16,6 +16,7 @@ int run_tvrctl(int count, char** arguments) try {
     platform::use_binary_streams();
     int code = exit_code::done;
     CLI::App program("Trains and watches the Tessivar spam filter engine.\n", "tvrctl");
+    program.set_version_flag("--version", "tvrctl " TVR_VERSION, "Print the version and exit");
     program.require_subcommand(1);
     program.allow_windows_style_options(false); // on every platform the same
     program.footer("\"tvrctl COMMAND --help\" tells more, with examples.");
