@@ -1,5 +1,7 @@
 // The real engine from outside: one instance, its keys, and what makes it train.
 
+#include "common/path.h"
+#include "platform/file.h"
 #include "platform/process.h"
 #include "platform/registry.h"
 #include "support/test.h"
@@ -119,6 +121,26 @@ TEST(engine, trains_when_enough_messages_wait) {
     root.wait_until_trained();
     EXPECT_EQ(root.messages(), 5U);
     EXPECT_NE(root.log("transact.log").find("[i] retrain by timeout"), std::string::npos);
+}
+
+// A backup program, say, that reads the cache and lets nobody move it meanwhile.
+TEST(engine, takes_messages_later_that_another_process_holds) {
+    engine_root root;
+    root.start();
+    root.append(1, 10);
+    platform::file held;
+    ASSERT_TRUE(held.open(platform::from_display_path((root.transact() / "autotrain.bys").string()),
+                          platform::access::read, platform::share::read, platform::creation::open_existing));
+    root.force();
+    engine_root::wait_for("the vain round", [&] {
+        return root.log("transact.log").find("[i] unable to delete source (2)") != std::string::npos;
+    });
+    EXPECT_TRUE(fs::exists(root.transact() / "autotrain.bys"));
+    EXPECT_EQ(root.stamp(), "");
+    held.close();
+    root.force();
+    root.wait_until_trained();
+    EXPECT_EQ(root.messages(), 10U);
 }
 
 TEST(engine, trains_on_one_message_that_the_user_marked) {
