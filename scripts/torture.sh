@@ -13,7 +13,7 @@ build() { # TARGET...
     cmake --build --preset release --target "$@"
 }
 
-# A process is killed at each change of the file system.
+# A process is killed at each change of the file system; those of tvrctl fail as well.
 section_death() {
     build torture_test
     TORTURE_STRIDE=1 build/release/bin/torture_test --gtest_filter='*_death.*:two_engines.*'
