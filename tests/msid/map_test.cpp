@@ -166,22 +166,22 @@ TEST_F(MessageMap, IsMadeAnewWhateverHappenedToTheIndex) {
     const std::string sound = list();
     EXPECT_GT(std::filesystem::file_size(root.path() / "k.lst"), sound.size());
     const std::string whole_index = read_file(index);
-    const std::string damage[] = {"", "x", whole_index.substr(0, 512),
-                                  whole_index.substr(0, whole_index.size() - 512)};
-    for (std::size_t i = 0; i < std::size(damage) + 2; ++i) {
-        const std::string name = i == std::size(damage) + 1 ? "k" : "m";
-        if (i < std::size(damage))
-            write_file(index, damage[i]);
-        else
-            std::filesystem::remove(index);
+    const auto expect_made_anew = [&](const std::string& name) {
         {
             msidmap map(folder(), name);
             for (std::uint32_t k = 1; k <= 5000; ++k)
-                ASSERT_EQ(map.search("id" + std::to_string(k)), k) << i;
+                ASSERT_EQ(map.search("id" + std::to_string(k)), k) << name;
         }
         EXPECT_EQ(read_file(root.path() / (name + ".lst")), sound);
         EXPECT_EQ(std::filesystem::file_size(root.path() / (name + ".idx")), whole_index.size());
+    };
+    expect_made_anew("k");
+    for (const std::size_t size : {0U, 1U, 512U}) {
+        write_file(index, whole_index.substr(0, size));
+        expect_made_anew("m");
     }
+    std::filesystem::remove(index);
+    expect_made_anew("m");
 }
 
 // A list from before the garbage counter, and one from after some further value.

@@ -27,8 +27,8 @@ TEST_F(score_dump, writes_a_line_for_each_and_one_for_the_end) {
     const std::pair<std::string, std::string> table[] = {
         {"", "\t1\n"}, // nothing asked for: the number of references
         {"\n", "\t1\n\t1\n"},
-        {"0 0.123456789\n1 0.5\n-5 0.5\n2 1e10\n",
-         "0 0.123456789\t0.123457\n1 0.5\tn/f\n-5 0.5\tFAILED. NULL BASE.\n2 1e10\t1e+10\n\t1\n"},
+        {"0 0.123456789\n1 0.5\n-1 0.5\n2 1e10\n",
+         "0 0.123456789\t0.123457\n1 0.5\tn/f\n-1 0.5\tFAILED. NULL BASE.\n2 1e10\t1e+10\n\t1\n"},
         {" 1 \n\n0 0", " 1 \tn/f\n\t1\n0 0\t0\n\t1\n"}, // with no line end, the same
         {"0 0.99\r\n", "0 0.99\r\t0.99\n\t1\n"},
     };

@@ -178,25 +178,5 @@ TEST_F(statistic_test, pending_counts_survive_until_they_are_moved) {
     });
 }
 
-TEST_F(statistic_test, the_first_object_is_the_current_one) {
-    EXPECT_EQ(statistic::current(), nullptr);
-    {
-        statistic first;
-        statistic second;
-        EXPECT_EQ(statistic::current(), &first);
-        EXPECT_FALSE(first.has_file_name());
-        first.read(path);
-        EXPECT_TRUE(first.has_file_name());
-        second.close();
-        EXPECT_EQ(statistic::current(), &first);
-        first.close();
-        EXPECT_EQ(statistic::current(), nullptr);
-        EXPECT_FALSE(first.has_file_name());
-        // Late messages go nowhere.
-        first.add_message({0, 1, present_hour() * 60}, false, true);
-    }
-    EXPECT_TRUE(std::filesystem::is_empty(root.path()));
-}
-
 } // namespace
 } // namespace tvr

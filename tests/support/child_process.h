@@ -43,8 +43,6 @@ public:
     int join();
     // What join() answers for a process that ends with this code.
     static int code_of(int exit_code);
-    // Stops all its threads where they are, for good. False if that isn't possible.
-    bool suspend();
 
 private:
     int m_id = 0;               // 0: ended

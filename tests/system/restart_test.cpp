@@ -125,12 +125,5 @@ TEST_F(restart, stuck_main_thread) {
     expect(true, {calls});
 }
 
-TEST_F(restart, stopped_in_all_its_threads) {
-    child_process child = start("");
-    ASSERT_TRUE(child.suspend());
-    expect(true, {calls, begins, demands, ended});
-    EXPECT_EQ(child.join(), child_process::killed);
-}
-
 } // namespace
 } // namespace tvr

@@ -6,6 +6,7 @@
 
 #include "msid/msidmap.h"
 #include "platform/file.h"
+#include "support/atom_bytes.h"
 #include "support/test.h"
 #include "tools/inspection.h"
 #include "tools/state_check.h"
@@ -17,26 +18,23 @@ using std::string_literals::operator""s;
 
 constexpr std::uint32_t time_1 = 213'000'000; // minutes; 2005-12-25 16:00
 
-std::string block(std::uint32_t count, const std::string& entries) {
-    return le(count, entries.size()) + entries;
-}
 std::uint32_t real(float value) {
     return std::bit_cast<std::uint32_t>(value);
 }
 
 // "Aa" goes before "Ba" by its hash.
-const std::string tokens = block(2, counted("Aa", 2) + counted("Ba", 3));
+const std::string tokens = block_bytes(2, counted("Aa", 2) + counted("Ba", 3));
 const std::string atom = le(0x19780702, 5, 4, 2, 5, time_1, 0) + tokens;
 const std::string list = le(0x4449536E, 2, 2, 9) + counted("<1>", time_1) + counted("\0\0\0\0"s, 0);
 const std::string base = le(0x4A534144, 8, 1, 2, 3, 4, time_1, time_1, 0, 0) +
-                         block(2, counted("Aa", real(0.5F)) + counted("Ba", real(0.99F)));
+                         block_bytes(2, counted("Aa", real(0.5F)) + counted("Ba", real(0.99F)));
 const std::string time_mark = std::string("\0\x80\x3E\xD5\xDE\xB1\x9D\1", 8); // 1970-01-01
 
 std::string record(const std::string& id, const std::string& token_block, std::uint32_t flags = 2) {
     const std::string rest = pascal(id) + token_block;
     return le(0x25062004, 6, 32 + rest.size(), flags, 700, time_1, 0, 0) + rest;
 }
-const std::string cache = le(2) + record("<1>", tokens) + record("<2>", block(0, ""), 5);
+const std::string cache = le(2) + record("<1>", tokens) + record("<2>", block_bytes(0, ""), 5);
 
 std::string columns(std::uint64_t position) {
     return le(0x454A546F, 1, 1) + pascal("\\x\\spamdict0000.bye") + atom.substr(0, 28) + "\1"s +
@@ -137,8 +135,8 @@ TEST_F(inspect_test, leaves_out_or_shows_all) {
     std::string words;
     for (char c = 'a'; c <= 'l'; ++c)
         words += counted(std::string(1, c), 1);
-    const std::string bytes = le(1) + record("<1>", block(12, words));
-    const std::string brief = inspect("x", le(0x19780702, 5, 1, 12, 12, time_1, 0) + block(12, words));
+    const std::string bytes = le(1) + record("<1>", block_bytes(12, words));
+    const std::string brief = inspect("x", le(0x19780702, 5, 1, 12, 12, time_1, 0) + block_bytes(12, words));
     EXPECT_TRUE(brief.ends_with("    token j  count 1\n    and 2 more\n")) << brief;
     EXPECT_TRUE(inspect("x", bytes, {.all = true}).ends_with("    token l  count 1\n"));
     EXPECT_NE(inspect("x", columns(4), {.all = true}).find("    message at 4  add yes\n"), std::string::npos);

@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "support/atom_bytes.h"
 #include "support/test.h"
 #include "tools/record_stream.h"
 
@@ -14,18 +15,14 @@ std::string end_mark(std::uint32_t count) {
     return "TVRE" + le(1, count);
 }
 
-std::string table(const std::string& entries, std::uint32_t count) {
-    return le(count, entries.size()) + entries;
-}
-
 std::string record(const std::string& tokens, std::uint32_t flags = 2, std::uint32_t more = 0) {
     const std::string msid = pascal("<a@x>_0123ABCD");
     return le(0x25062004, 6, 32 + msid.size() + tokens.size() + more, flags, 1000, 213'000'000, 1, 2) + msid +
            tokens;
 }
 
-const std::string one = record(table(counted("B one", 1) + counted("W one two", 3), 2));
-const std::string two = record(table("", 0), 4);
+const std::string one = record(block_bytes(2, counted("B one", 1) + counted("W one two", 3)));
+const std::string two = record(block_bytes(0, ""), 4);
 
 struct outcome {
     std::string records, error;
@@ -80,16 +77,16 @@ TEST(record_stream, takes_what_stands_in_front_of_damage) {
         {"garbage", "neither a record nor the end mark"},
         {two.substr(0, 20), "cut short"},
         {two.substr(0, two.size() - 1), "cut short"},
-        {record(table("", 0), 2, 0xFFFFFFD0) + end_mark(1), "can't have"},
-        {record(table("", 0), 2, 20'000'000) + end_mark(1), "a record can't have"},
-        {record(table("", 0), 2, 10'000'000) + end_mark(1), "cut short"},
-        {record(table("", 0), 2, 4) + "more" + end_mark(2), "its tokens don't fill it"},
+        {record(block_bytes(0, ""), 2, 0xFFFFFFD0) + end_mark(1), "can't have"},
+        {record(block_bytes(0, ""), 2, 20'000'000) + end_mark(1), "a record can't have"},
+        {record(block_bytes(0, ""), 2, 10'000'000) + end_mark(1), "cut short"},
+        {record(block_bytes(0, ""), 2, 4) + "more" + end_mark(2), "its tokens don't fill it"},
         {record(""), "its tokens don't fill it"},
-        {record(table("", 0), 1), "it has unknown marks"},
-        {record(table(counted("", 1), 1)), "its number of tokens is wrong"},
-        {record(table(counted("B x", 1), 2)), "its number of tokens is wrong"},
-        {record(table(counted("B x", 1) + counted("B y", 1), 1)), "its number of tokens is wrong"},
-        {record(table("\xFFx", 1)), "its number of tokens is wrong"},
+        {record(block_bytes(0, ""), 1), "it has unknown marks"},
+        {record(block_bytes(1, counted("", 1))), "its number of tokens is wrong"},
+        {record(block_bytes(2, counted("B x", 1))), "its number of tokens is wrong"},
+        {record(block_bytes(1, counted("B x", 1) + counted("B y", 1))), "its number of tokens is wrong"},
+        {record(block_bytes(1, "\xFFx")), "its number of tokens is wrong"},
         {le(0x25062004, 6, 12), "it is too short"},
         {le(0x25062004, 5, 41) + std::string(29, '\0'), "it doesn't begin like a record"},
     };

@@ -1,17 +1,19 @@
 #include "model.h"
 
 #include <algorithm>
-#include <cstring>
+#include <bit>
+#include <cstdio>
+#include <cstdlib>
 #include <set>
 
-namespace model {
+#include "support/file_bytes.h"
 
+namespace model {
 namespace {
 
-void put32(bytes& out, std::uint32_t value) {
-    for (int shift = 0; shift < 32; shift += 8)
-        out += static_cast<char>(value >> shift & 0xFF);
-}
+using tvr::counted;
+using tvr::le;
+using tvr::pascal;
 
 std::uint32_t hash(const std::string& text) {
     std::int64_t h = 0;
@@ -23,7 +25,7 @@ std::uint32_t hash(const std::string& text) {
     return static_cast<std::uint32_t>(h);
 }
 
-bool by_hash(const std::pair<std::string, std::uint32_t>& a, const std::pair<std::string, std::uint32_t>& b) {
+bool by_hash(const token_counts::value_type& a, const token_counts::value_type& b) {
     return hash(a.first) < hash(b.first);
 }
 
@@ -35,34 +37,11 @@ bool by_age(const atom& a, const atom& b) {
     return a.name < b.name;
 }
 
-bytes block(const std::vector<std::pair<std::string, bytes>>& entries) {
-    bytes packed;
-    for (const auto& [text, value] : entries)
-        packed += static_cast<char>(text.size()) + text + value;
-    bytes out;
-    put32(out, static_cast<std::uint32_t>(entries.size()));
-    put32(out, static_cast<std::uint32_t>(packed.size()));
-    return out + packed;
-}
-
-bytes word(std::uint32_t value) {
-    bytes out;
-    put32(out, value);
-    return out;
-}
-
-bytes counted_block(const std::vector<std::pair<std::string, std::uint32_t>>& tokens) {
-    std::vector<std::pair<std::string, bytes>> entries;
+bytes block(const token_counts& tokens) {
+    bytes entries;
     for (const auto& [text, count] : tokens)
-        entries.emplace_back(text, word(count));
-    return block(entries);
-}
-
-bytes header(std::uint32_t signature, const std::vector<std::uint32_t>& values) {
-    bytes out = word(signature) + word(static_cast<std::uint32_t>(values.size()));
-    for (const std::uint32_t value : values)
-        put32(out, value);
-    return out;
+        entries += counted(text, count);
+    return le(tokens.size(), entries.size()) + entries;
 }
 
 // What an atom has been given in one transaction, in the order in which it came.
@@ -94,21 +73,17 @@ std::string free_name(const half& h) {
 } // namespace
 
 bytes cache_file(const std::vector<message>& batch) {
-    bytes out = word(static_cast<std::uint32_t>(batch.size()));
+    bytes out = le(batch.size());
     for (const message& m : batch) {
-        const bytes table = counted_block(m.tokens);
+        const bytes rest = pascal(m.msid) + block(m.tokens);
         const std::uint32_t flags = (m.deleted ? 1U : 0U) | (m.spam ? 2U : 0U) | (m.manual ? 4U : 0U);
-        const auto length = static_cast<std::uint32_t>(33 + m.msid.size() + table.size());
-        out += header(0x25062004, {length, flags, 1000, m.time, 0, 0});
-        out += static_cast<char>(m.msid.size()) + m.msid + table;
+        out += le(0x25062004, 6, 32 + rest.size(), flags, 1000, m.time, 0, 0) + rest;
     }
     return out;
 }
 
 bytes atom::file() const {
-    return header(0x19780702,
-                  {messages, static_cast<std::uint32_t>(tokens.size()), occurrences, oldest, newest}) +
-           counted_block(tokens);
+    return le(0x19780702, 5, messages, tokens.size(), occurrences, oldest, newest) + block(tokens);
 }
 
 std::uint32_t half::total() const {
@@ -266,19 +241,17 @@ bytes engine::compiled_base() const {
     std::stable_sort(all.begin(), all.end(),
                      [](const counts& a, const counts& b) { return hash(a.text) < hash(b.text); });
 
-    std::vector<std::pair<std::string, bytes>> graded;
+    token_counts graded;
     for (const counts& c : all) {
         if (m_limits.weight * c.good + c.spam < 5 || sides[0].messages == 0 || sides[1].messages == 0)
             continue;
         const double b = std::min(1.0, static_cast<double>(c.spam) / sides[1].messages);
         const double g = std::min(1.0, c.good * m_limits.weight / sides[0].messages);
         const auto p = static_cast<float>(std::clamp(b / (b + g), 0.01, 0.99));
-        std::uint32_t bits = 0;
-        std::memcpy(&bits, &p, sizeof bits);
-        graded.emplace_back(c.text, word(bits));
+        graded.emplace_back(c.text, std::bit_cast<std::uint32_t>(p));
     }
-    return header(0x4A534144, {sides[0].messages, sides[1].messages, sides[1].tokens, sides[0].tokens,
-                               sides[1].oldest, sides[1].newest, sides[0].oldest, sides[0].newest}) +
+    return le(0x4A534144, 8, sides[0].messages, sides[1].messages, sides[1].tokens, sides[0].tokens,
+              sides[1].oldest, sides[1].newest, sides[0].oldest, sides[0].newest) +
            block(graded);
 }
 

@@ -11,6 +11,7 @@
 namespace model {
 
 using bytes = std::string;
+using token_counts = std::vector<std::pair<std::string, std::uint32_t>>;
 
 struct message {
     std::string msid;
@@ -18,7 +19,7 @@ struct message {
     bool deleted = false;
     bool manual = false;
     std::uint32_t time = 0;
-    std::vector<std::pair<std::string, std::uint32_t>> tokens; // distinct, counts above 0
+    token_counts tokens; // distinct, counts above 0
 };
 
 // A cache file with these records.
@@ -34,7 +35,7 @@ struct limits {
 struct atom {
     std::string name;
     std::uint32_t messages = 0, occurrences = 0, oldest = 0, newest = 0;
-    std::vector<std::pair<std::string, std::uint32_t>> tokens; // in the order of the file
+    token_counts tokens; // in the order of the file
     bytes file() const;
 };
 

@@ -60,8 +60,4 @@ int child_process::code_of(int exit_code) {
     return exit_code & 0xFF;
 }
 
-bool child_process::suspend() {
-    return ::kill(m_id, SIGSTOP) == 0 && waitpid(m_id, nullptr, WUNTRACED) == m_id;
-}
-
 } // namespace tvr

@@ -7,8 +7,6 @@
 #include "platform/process.h"
 #include "platform/win32/handle.h"
 
-#include <tlhelp32.h>
-
 namespace tvr {
 
 namespace {
@@ -69,22 +67,6 @@ int child_process::join() {
 
 int child_process::code_of(int exit_code) {
     return exit_code;
-}
-
-bool child_process::suspend() {
-    const platform::win32::handle all(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
-    THREADENTRY32 entry{};
-    entry.dwSize = sizeof entry;
-    bool done = false;
-    for (BOOL more = Thread32First(all.get(), &entry); more; more = Thread32Next(all.get(), &entry)) {
-        if (entry.th32OwnerProcessID != id())
-            continue;
-        const platform::win32::handle thread(OpenThread(THREAD_SUSPEND_RESUME, FALSE, entry.th32ThreadID));
-        if (SuspendThread(thread.get()) == static_cast<DWORD>(-1))
-            return false;
-        done = true;
-    }
-    return done;
 }
 
 } // namespace tvr
