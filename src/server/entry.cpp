@@ -94,7 +94,7 @@ void run_server(app_module& module, bool testing) {
     // A step of a training that can't open a file goes on without it, and what is in that file may be lost.
     // So the engine does nothing where the system lets it have too few.
     if (!platform::reserve_handles(least_handles)) {
-        TVR_LOG(default_log, "[-] Less than %u files can be open at a time. Aborting...", least_handles);
+        TVR_LOG(default_log, "[-] Fewer than %u files can be open at a time. Aborting...", least_handles);
         return;
     }
     logger::instance().rotate(transact_log);
