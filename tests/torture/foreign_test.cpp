@@ -479,7 +479,12 @@ TEST_F(foreign, an_engine_with_little_loses_nothing) {
                  {{RLIMIT_NOFILE, 80}, true},      {{RLIMIT_AS, 8 * mebibyte}, {}},
                  {{RLIMIT_AS, 12 * mebibyte}, {}}, {{RLIMIT_AS, 24 * mebibyte}, {}}};
     const fs::path base = home / ".local/share/Orvenix/Brackenhold/data/base";
+    // A sanitizer wants more addresses than any limit leaves.
+    const bool limits_memory =
+        run(owner, plain, {"tvr_srv", "/stop"}, limit{RLIMIT_AS, 1024 * mebibyte}).code >= 0;
     for (const auto& [most, trains] : table) {
+        if (most.what == RLIMIT_AS && !limits_memory)
+            continue;
         const std::string name =
             (most.what == RLIMIT_AS ? "memory " : "open files ") + std::to_string(most.most);
         SCOPED_TRACE(name);
