@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "client/tvr_ipc.h"
-#include "platform/clock.h"
 #include "platform/presence.h"
 #include "platform/process.h"
 #include "signal/identity.h"
@@ -14,15 +13,12 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t poll_pause = 10; // milliseconds
-constexpr std::uint32_t start_patience = 10000;
+constexpr std::uint32_t start_patience = 10000; // milliseconds
 
 // Waits for the engine that was just started; its process id, or 0.
 std::uint32_t wait_for_engine() {
-    const std::uint32_t start = platform::tick_count();
     std::uint32_t process = 0;
-    while ((process = engine_view::process_id()) == 0 && platform::tick_count() - start < start_patience)
-        platform::sleep_for(poll_pause);
+    engine_view::wait_until(start_patience, [&] { return (process = engine_view::process_id()) != 0; });
     return process;
 }
 
@@ -36,9 +32,7 @@ int raise_and_report(engine_event event, const char* text) {
         return fail("the engine was started, but doesn't come up");
     // It shows itself before it listens, and the event goes with the last who holds it. One that is busy
     // holds it, and hears later.
-    const std::uint32_t start = platform::tick_count();
-    while (client.is_pending(event) && platform::tick_count() - start < start_patience)
-        platform::sleep_for(poll_pause);
+    engine_view::wait_until(start_patience, [&] { return !client.is_pending(event); });
     std::printf("%s\n", text);
     return exit_code::done;
 }

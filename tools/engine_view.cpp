@@ -47,14 +47,18 @@ std::uint32_t engine_view::process_id() {
     return found.found ? found.process_id : 0;
 }
 
-bool engine_view::wait_for_end(std::uint32_t process) {
+bool engine_view::wait_until(std::uint32_t patience, const std::function<bool()>& condition) {
     const std::uint32_t start = platform::tick_count();
-    while (platform::process_exists(process)) {
-        if (platform::tick_count() - start > end_patience)
+    while (!condition()) {
+        if (platform::tick_count() - start > patience)
             return false;
         platform::sleep_for(poll_pause);
     }
     return true;
+}
+
+bool engine_view::wait_for_end(std::uint32_t process) {
+    return wait_until(end_patience, [process] { return !platform::process_exists(process); });
 }
 
 std::optional<std::uint32_t> engine_view::waiting() const {
@@ -62,12 +66,8 @@ std::optional<std::uint32_t> engine_view::waiting() const {
     if (!exists(path))
         return 0;
     file_lock lock(m_transact + "lock.bin");
-    const std::uint32_t start = platform::tick_count();
-    while (!lock.try_acquire()) {
-        if (platform::tick_count() - start > lock_patience)
-            return std::nullopt;
-        platform::sleep_for(poll_pause);
-    }
+    if (!wait_until(lock_patience, [&] { return lock.try_acquire(); }))
+        return std::nullopt;
     return word_file(path).read(0);
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,6 +32,8 @@ public:
 
     // The engine's process id, or 0.
     [[nodiscard]] static std::uint32_t process_id();
+    // Asks every 10 milliseconds until the answer is yes. False if it isn't within `patience` milliseconds.
+    static bool wait_until(std::uint32_t patience, const std::function<bool()>& condition);
     // Waits until a process that was the engine has ended: one that nobody finds any more still works for a
     // second. False if it doesn't within half a minute.
     static bool wait_for_end(std::uint32_t process);

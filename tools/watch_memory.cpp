@@ -217,11 +217,11 @@ std::string watch_memory::write_anew() {
     file_stream file;
     if (!file.create_to_write(beside) || !fileheader(signature).write(file) || !put_entries(file, all) ||
         !file.close())
-        return failure(beside, "can\'t be written");
+        return failure(beside, "can't be written");
     if (file_exists(m_path) && !platform::delete_file(m_path))
-        return failure(m_path, "can\'t be written");
+        return failure(m_path, "can't be written");
     if (!platform::move_file(beside, m_path))
-        return failure(m_path, "can\'t be written");
+        return failure(m_path, "can't be written");
     m_in_file = all.size();
     m_whole = true;
     return {};
@@ -242,7 +242,7 @@ std::string watch_memory::save() {
                    platform::creation::open_existing) ||
         !file.seek(0, platform::origin::end) || !put_entries(file, m_unsaved) || !file.close()) {
         m_whole = false; // what stands at its end is unknown
-        return failure(m_path, "can\'t be written");
+        return failure(m_path, "can't be written");
     }
     m_in_file += m_unsaved.size();
     m_unsaved.clear();
