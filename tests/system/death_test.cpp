@@ -12,22 +12,6 @@ namespace {
 namespace fs = std::filesystem;
 using platform::change;
 
-using files = std::map<std::string, std::string>;
-
-// Equal names and contents; tells only the names.
-testing::AssertionResult same_files(const files& found, const files& expected) {
-    auto result = testing::AssertionSuccess();
-    for (const auto& [name, content] : expected)
-        if (!found.contains(name))
-            result = testing::AssertionFailure() << name << " is missing\n";
-        else if (found.at(name) != content)
-            result = testing::AssertionFailure() << name << " differs\n";
-    for (const auto& [name, content] : found)
-        if (!expected.contains(name))
-            result = testing::AssertionFailure() << name << " is too much\n";
-    return result;
-}
-
 // What the engine logs from now on, over and over.
 void expect_endless(const engine_root& root, const char* line) {
     engine_root::wait_for(line, [&] {
@@ -105,10 +89,7 @@ void keeps_the_old_stamp(engine_root& root) {
     EXPECT_TRUE(same_files(root.base_files(), undisturbed_files()));
     root.start();
     root.append(3, 1);
-    root.client().raise(engine_event::add, false);
-    engine_root::wait_for("the idle engine", [&] {
-        return root.log("transact.log").find("[i] added message") != std::string::npos;
-    });
+    root.make_hear();
     EXPECT_EQ(root.stamp(), stamp);
     EXPECT_TRUE(same_files(root.base_files(), undisturbed_files()));
 }

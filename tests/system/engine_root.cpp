@@ -130,6 +130,13 @@ void engine_root::append(const record_batch& batch) {
         throw std::runtime_error(status.text);
 }
 
+void engine_root::make_hear() {
+    wait_for("the event", [&] {
+        m_client.raise(engine_event::add, false);
+        return log("transact.log").find("[i] added message") != std::string::npos;
+    });
+}
+
 void engine_root::wait_until_trained() {
     const engine_view view(m_client.working_directory());
     wait_for("a new base", [&] {

@@ -40,6 +40,9 @@ public:
     void append(unsigned series, unsigned count, bool manual = false);
     void append(const record_batch& batch);
     void force() { m_client.raise(engine_event::train, false); }
+    // Raises `add` until the engine has logged it: of two threads that log at the same moment one loses its
+    // line.
+    void make_hear();
     // Waits until a base of all that was appended is published.
     void wait_until_trained();
     // Waits until both dictionaries are empty.

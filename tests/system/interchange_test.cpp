@@ -57,8 +57,6 @@ void expect_tvrctl(const engine_root& root, bool windows, const std::string& arg
     EXPECT_EQ(result.code, 0) << arguments << "\n" << result.text;
 }
 
-using files = std::map<std::string, std::string>;
-
 // All of the base but the time of its making, and what only an engine with a log leaves.
 files base_of(const engine_root& root) {
     files all;
@@ -72,13 +70,7 @@ files base_of(const engine_root& root) {
 
 void expect_equal(const files& found, const files& expected) {
     EXPECT_GE(expected.size(), 6U); // list and index of each half, an atom, and the compiled base
-    for (const auto& [name, bytes] : found)
-        EXPECT_TRUE(expected.contains(name)) << name << " is too much";
-    for (const auto& [name, bytes] : expected) {
-        const auto other = found.find(name);
-        ASSERT_NE(other, found.end()) << name;
-        EXPECT_TRUE(other->second == bytes) << name << " differs";
-    }
+    EXPECT_TRUE(same_files(found, expected));
 }
 
 // A root that is the same for both: the native engine, too, knows the drive on which Wine sees everything.

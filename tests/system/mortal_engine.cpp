@@ -55,7 +55,7 @@ void die_in_second_training(engine_root& root, const death& point) {
         throw std::runtime_error("the engine hasn't died");
 }
 
-const std::map<std::string, std::string>& undisturbed_files() {
+const files& undisturbed_files() {
     static const auto all = [] {
         engine_root root;
         root.start();
@@ -64,6 +64,19 @@ const std::map<std::string, std::string>& undisturbed_files() {
         return root.base_files();
     }();
     return all;
+}
+
+testing::AssertionResult same_files(const files& found, const files& expected) {
+    std::string wrong;
+    for (const auto& [name, content] : expected)
+        if (!found.contains(name))
+            wrong += name + " is missing\n";
+        else if (found.at(name) != content)
+            wrong += name + " differs\n";
+    for (const auto& [name, content] : found)
+        if (!expected.contains(name))
+            wrong += name + " is too much\n";
+    return wrong.empty() ? testing::AssertionSuccess() : testing::AssertionFailure() << wrong;
 }
 
 } // namespace tvr
