@@ -17,7 +17,7 @@ std::string engine_pause::begin() {
     if (const std::uint32_t process = engine_view::process_id())
         return "the engine runs as process " + std::to_string(process) + "; \"tvrctl stop\" ends it";
     if (!platform::reserve_handles(least_handles))
-        return "less than " + std::to_string(least_handles) + " files can be open at a time";
+        return "fewer than " + std::to_string(least_handles) + " files can be open at a time";
     if (!m_presence.create(server_class, server_title))
         return "the engine is starting, or another command keeps it away";
     const std::uint32_t last = m_presence.previous_process();

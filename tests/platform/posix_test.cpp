@@ -1,6 +1,7 @@
 // What only this backend promises: where things lie, and who may see them.
 #include <cstdlib>
 #include <deque>
+#include <fstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -196,6 +197,32 @@ TEST(posix_test, a_refused_write_leaves_a_text_file_as_it_was) {
     }
     EXPECT_TRUE(key.set("x", 1, "new"));
     EXPECT_EQ(key.query("x").value().data, "new");
+}
+
+TEST(posix_test, a_presence_stands_damage_to_its_file) {
+    const test_root root;
+    presence own;
+    event ended;
+    thread owner;
+    const auto file = root.path() / "run" / "presence.class.title";
+    ASSERT_TRUE(own.create("class", "title") && ended.create(true));
+    ASSERT_TRUE(owner.start([&] {
+        own.run();
+        ended.set();
+        return 0U;
+    }));
+    // A request that is late, and meant another owner.
+    std::fstream(file, std::ios::binary | std::ios::in | std::ios::out).seekp(16) << '\7';
+    broadcast_private_message(register_private_message("something else"));
+    EXPECT_FALSE(ended.wait(200));
+    close_presence("class", "title");
+    owner.join();
+
+    ASSERT_TRUE(own.create("class", "title"));
+    const auto size = fs::file_size(file);
+    fs::resize_file(file, 0);
+    EXPECT_FALSE(find_presence("class", "title").found);
+    fs::resize_file(file, size);
 }
 
 // Tells its arguments, and whether it stands apart from its starter.
