@@ -35,15 +35,8 @@ std::string watch_memory::load(const std::vector<std::uint64_t>& folders) {
     m_folders.clear();
     m_verdicts.clear();
     m_whole = false;
-    // The old file goes only when the one beside it is whole.
-    const std::string beside = tilde_name(m_path);
-    const bool exists = file_exists(m_path);
-    if (exists)
-        platform::delete_file(beside);
-    else
-        platform::move_file(beside, m_path);
     std::string told;
-    if ((exists || file_exists(m_path)) && !read(m_path)) {
+    if (file_exists(m_path) && !read(m_path)) {
         m_folders.clear();
         m_verdicts.clear();
         const std::string bad = std::string(folder_part(m_path)) + "watch.bad";
@@ -218,10 +211,8 @@ std::string watch_memory::write_anew() {
     if (!file.create_to_write(beside) || !fileheader(signature).write(file) || !put_entries(file, all) ||
         !file.close())
         return failure(beside, "can't be written");
-    if (file_exists(m_path) && !platform::delete_file(m_path))
-        return failure(m_path, "can't be written");
-    if (!platform::move_file(beside, m_path))
-        return failure(m_path, "can't be written");
+    if (!platform::replace_file(beside, m_path))
+        return failure(m_path, "can't be replaced");
     m_in_file = all.size();
     m_whole = true;
     return {};

@@ -21,7 +21,7 @@ class watch_memory {
 public:
     static constexpr std::size_t most_verdicts = 32768; // the newest ones are kept
 
-    // The file, with a "~" in front of its name for the one that takes its place. Not read yet.
+    // The file is written anew under a name with a "~" in front, which then takes its place. Not read yet.
     explicit watch_memory(std::string_view path);
 
     // Reads the file, and writes it anew with these folders only. A damaged file counts as empty and is set
