@@ -13,12 +13,11 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t start_patience = 10000; // milliseconds
-
 // Waits for the engine that was just started; its process id, or 0.
 std::uint32_t wait_for_engine() {
     std::uint32_t process = 0;
-    engine_view::wait_until(start_patience, [&] { return (process = engine_view::process_id()) != 0; });
+    engine_view::wait_until(engine_view::start_patience,
+                            [&] { return (process = engine_view::process_id()) != 0; });
     return process;
 }
 
@@ -32,7 +31,7 @@ int raise_and_report(engine_event event, const char* text) {
         return fail("the engine was started, but doesn't come up");
     // It shows itself before it listens, and the event goes with the last who holds it. One that is busy
     // holds it, and hears later.
-    engine_view::wait_until(start_patience, [&] { return !client.is_pending(event); });
+    engine_view::wait_until(engine_view::start_patience, [&] { return !client.is_pending(event); });
     std::printf("%s\n", text);
     return exit_code::done;
 }

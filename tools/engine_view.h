@@ -28,6 +28,9 @@ struct base_view {
 // Nothing here changes or holds a file that the engine works on.
 class engine_view {
 public:
+    // Milliseconds until an engine that was started is there and listens; a laden machine may need long.
+    static constexpr std::uint32_t start_patience = 30000;
+
     explicit engine_view(std::string working_directory); // with a trailing backslash
 
     // The engine's process id, or 0.

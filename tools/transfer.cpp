@@ -20,7 +20,6 @@ namespace tvr {
 namespace {
 
 constexpr std::uint32_t poll_pause = 10;           // milliseconds
-constexpr std::uint32_t start_patience = 10000;    // until the engine is there
 constexpr std::uint32_t publish_patience = 600000; // until it has put the base in place
 
 void print_sum(std::FILE* where, const char* what, const base_text_sum& sum) {
@@ -120,7 +119,8 @@ int publish(const engine_view& view) {
     const std::uint32_t start = platform::tick_count();
     while (view.stage() || view.stamp() == stamp) {
         const std::uint32_t waited = platform::tick_count() - start;
-        if (waited > publish_patience || (waited > start_patience && engine_view::process_id() == 0))
+        if (waited > publish_patience ||
+            (waited > engine_view::start_patience && engine_view::process_id() == 0))
             return fail("the base is ready, but the engine doesn't put it in place");
         platform::sleep_for(poll_pause);
     }
