@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <ctime>
+#include <fnmatch.h>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
-#include <utility>
 
 #include "common/text.h"
 #include "platform/error.h"
@@ -21,34 +21,34 @@ std::uint64_t to_file_time(const timespec& time) noexcept;
 namespace {
 
 using tvr::platform::access;
+using tvr::platform::fail;
 using tvr::platform::share;
+namespace error = tvr::platform::error;
 
-// The bytes of a file, exactly. A view keeps those that it was made of.
-struct content {
-    explicit content(std::size_t bytes) : data(new std::uint8_t[bytes]()), size(bytes) {}
-    std::unique_ptr<std::uint8_t[]> data;
-    std::size_t size;
-};
+using content = std::vector<std::uint8_t>; // never has room for more than its size
+
+std::uint64_t tick() { // each change has a time of its own
+    static std::uint64_t time = 130'000'000'000'000'000;
+    return time += 10'000;
+}
 
 struct node {
-    std::shared_ptr<content> bytes = std::make_shared<content>(0);
-    std::vector<std::pair<access, share>> holders;
-    std::uint64_t written = 0; // time
+    std::shared_ptr<content> bytes = std::make_shared<content>(); // a view keeps those that it was made of
+    std::multiset<std::pair<access, share>> holders;
+    std::uint64_t written = tick(); // time
     bool is_folder = false;
-    bool read_only = false;
 
     void resize(std::size_t size) {
-        auto larger = std::make_shared<content>(size);
-        std::copy_n(bytes->data.get(), std::min(size, bytes->size), larger->data.get());
-        bytes = std::move(larger);
+        auto other = std::make_shared<content>(size);
+        std::copy_n(bytes->begin(), std::min(size, bytes->size()), other->begin());
+        bytes = std::move(other);
+        written = tick();
     }
 };
 using node_ptr = std::shared_ptr<node>;
 
-std::map<std::string, node_ptr, std::less<>>& disk() {
-    static std::map<std::string, node_ptr, std::less<>> nodes;
-    return nodes;
-}
+std::map<std::string, node_ptr, std::less<>> disk;
+tvr::fuzz::kept_files* kept = nullptr;
 
 constexpr std::size_t largest_file = std::size_t{1} << 28; // bytes; more counts as a full disk
 
@@ -67,49 +67,39 @@ std::string key_of(std::string_view path) {
     return key;
 }
 
-std::string parent_of(std::string_view key) {
-    const std::size_t cut = key.rfind('\\');
-    return std::string(key.substr(0, cut == std::string_view::npos ? 0 : cut));
-}
-
 node_ptr find(std::string_view path) {
-    const auto found = disk().find(key_of(path));
-    return found == disk().end() ? nullptr : found->second;
+    const auto found = disk.find(key_of(path));
+    return found == disk.end() ? nullptr : found->second;
 }
 
 bool has_parent(std::string_view key) {
-    const std::string parent = parent_of(key);
-    const node_ptr folder = parent.empty() ? nullptr : find(parent);
-    return parent.empty() || (folder && folder->is_folder);
+    const std::size_t cut = key.rfind('\\');
+    if (cut == std::string_view::npos || cut == 0)
+        return !key.empty();
+    const node_ptr folder = find(key.substr(0, cut));
+    return folder && folder->is_folder;
 }
 
-bool overlap(unsigned a, unsigned b) {
-    return (a & b) != 0;
+// Gives the node a name that isn't taken.
+bool add(std::string_view path, node_ptr place) {
+    const std::string key = key_of(path);
+    if (!has_parent(key))
+        return fail(error::path_not_found);
+    return disk.try_emplace(key, std::move(place)).second || fail(error::already_exists);
 }
 
-// One of two handles has what the other doesn't share.
-bool conflicts(access rights, share sharing, const std::pair<access, share>& other) {
-    return overlap(static_cast<unsigned>(rights), ~static_cast<unsigned>(other.second)) ||
-           overlap(static_cast<unsigned>(other.first), ~static_cast<unsigned>(sharing));
+// Not all that is wanted is among the rights, or shared.
+template <class Rights>
+bool lacks(Rights rights, access wanted) {
+    return (static_cast<unsigned>(wanted) & ~static_cast<unsigned>(rights)) != 0;
 }
 
-// "*" matches any text; all patterns of the system have no other sign.
-bool matches(std::string_view pattern, std::string_view name) {
-    if (pattern.empty())
-        return name.empty();
-    if (pattern.front() != '*')
-        return !name.empty() && pattern.front() == name.front() && matches(pattern.substr(1), name.substr(1));
-    for (std::size_t i = 0; i <= name.size(); ++i)
-        if (matches(pattern.substr(1), name.substr(i)))
-            return true;
-    return false;
-}
-
-tvr::fuzz::kept_files* kept = nullptr;
-
-std::uint64_t tick() { // each change has a time of its own
-    static std::uint64_t time = 130'000'000'000'000'000;
-    return time += 10'000;
+std::size_t copy_from(const node& place, std::uint64_t offset, void* buffer, std::size_t size) {
+    const content& bytes = *place.bytes;
+    const std::size_t start = std::min<std::uint64_t>(offset, bytes.size());
+    const std::size_t got = std::min(size, bytes.size() - start);
+    std::copy_n(bytes.data() + start, got, static_cast<std::uint8_t*>(buffer));
+    return got;
 }
 
 } // namespace
@@ -117,21 +107,16 @@ std::uint64_t tick() { // each change has a time of its own
 namespace tvr::fuzz {
 
 void clear_disk() {
-    disk().clear();
+    disk.clear();
 }
 
 void put_file(std::string_view path, std::span<const std::uint8_t> bytes) {
     const std::string key = key_of(path);
-    for (std::string folder = parent_of(key); !folder.empty() && !disk().contains(folder);
-         folder = parent_of(folder)) {
-        disk()[folder] = std::make_shared<node>();
-        disk()[folder]->is_folder = true;
-    }
+    for (std::size_t cut = key.find('\\', 1); cut != std::string::npos; cut = key.find('\\', cut + 1))
+        platform::create_directory(key.substr(0, cut));
     auto file = std::make_shared<node>();
-    file->bytes = std::make_shared<content>(bytes.size());
-    std::copy(bytes.begin(), bytes.end(), file->bytes->data.get());
-    file->written = tick();
-    disk()[key] = std::move(file);
+    file->bytes = std::make_shared<content>(bytes.begin(), bytes.end());
+    disk[key] = std::move(file);
 }
 
 void put_file(std::string_view path, std::string_view bytes) {
@@ -145,13 +130,12 @@ bool has_file(std::string_view path) {
 
 std::string file_bytes(std::string_view path) {
     const node_ptr file = find(path);
-    return file ? std::string(reinterpret_cast<const char*>(file->bytes->data.get()), file->bytes->size)
-                : std::string();
+    return file ? std::string(file->bytes->begin(), file->bytes->end()) : std::string();
 }
 
 std::vector<std::string> all_files() {
     std::vector<std::string> paths;
-    for (const auto& [path, each] : disk())
+    for (const auto& [path, each] : disk)
         if (!each->is_folder)
             paths.push_back(path);
     return paths;
@@ -160,8 +144,8 @@ std::vector<std::string> all_files() {
 std::size_t disk_bytes() {
     std::set<const node*> seen; // a file may have two names
     std::size_t sum = 0;
-    for (const auto& [path, each] : disk())
-        sum += seen.insert(each.get()).second ? each->bytes->size : 0;
+    for (const auto& [path, each] : disk)
+        sum += seen.insert(each.get()).second ? each->bytes->size() : 0;
     return sum;
 }
 
@@ -173,8 +157,6 @@ void keep_deleted(kept_files* files) {
 
 namespace tvr::platform {
 
-using posix::fail;
-
 struct file::state {
     node_ptr place;
     access rights;
@@ -184,25 +166,16 @@ struct file::state {
     state(node_ptr its, access its_rights, share its_sharing)
         : place(std::move(its)), rights(its_rights), sharing(its_sharing) {
         if (rights != access::none)
-            place->holders.emplace_back(rights, sharing);
+            place->holders.emplace(rights, sharing);
     }
-    ~state() {
-        const auto own = std::find(place->holders.begin(), place->holders.end(), std::pair(rights, sharing));
-        if (own != place->holders.end())
-            place->holders.erase(own);
-    }
+    ~state() { place->holders.extract({rights, sharing}); }
     state(const state&) = delete;
     state& operator=(const state&) = delete;
 
-    [[nodiscard]] bool may(access wanted) const {
-        return (static_cast<unsigned>(rights) & static_cast<unsigned>(wanted)) ==
-               static_cast<unsigned>(wanted);
-    }
     bool resize(std::uint64_t size) const {
         if (size > largest_file)
             return fail(error::disk_full);
         place->resize(static_cast<std::size_t>(size));
-        place->written = tick();
         return true;
     }
 };
@@ -212,36 +185,25 @@ file::~file() = default;
 file::file(file&& other) noexcept = default;
 file& file::operator=(file&& other) noexcept = default;
 
-bool file::open(std::string_view path, access rights, share sharing, creation mode,
-                std::uint32_t attributes) {
+bool file::open(std::string_view path, access rights, share sharing, creation mode, std::uint32_t) {
     close();
-    const std::string key = key_of(path);
-    if (key.empty() || !has_parent(key))
-        return fail(error::path_not_found);
-    node_ptr place = find(key);
-    const bool cuts = mode == creation::create_always || mode == creation::truncate_existing;
+    node_ptr place = find(path);
     if (place) {
         if (mode == creation::create_new)
             return fail(error::file_exists);
-        if (rights != access::none || cuts) {
-            const bool writes = cuts || overlap(static_cast<unsigned>(rights), 2);
-            if (place->is_folder || (writes && place->read_only))
-                return fail(error::access_denied);
-            for (const auto& other : place->holders)
-                if (conflicts(rights, sharing, other))
-                    return fail(error::sharing_violation);
-        }
-        if (cuts) {
+        if (place->is_folder)
+            return fail(error::access_denied);
+        for (const auto& [its_rights, its_sharing] : place->holders)
+            if (rights != access::none && (lacks(its_sharing, rights) || lacks(sharing, its_rights)))
+                return fail(error::sharing_violation);
+        if (mode == creation::create_always)
             place->resize(0);
-            place->written = tick();
-        }
     } else {
-        if (mode == creation::open_existing || mode == creation::truncate_existing)
-            return fail(error::file_not_found);
+        if (mode == creation::open_existing)
+            return fail(has_parent(key_of(path)) ? error::file_not_found : error::path_not_found);
         place = std::make_shared<node>();
-        place->read_only = (attributes & attribute::read_only) != 0;
-        place->written = tick();
-        disk()[key] = place;
+        if (!add(path, place))
+            return false;
     }
     m_state = std::make_unique<state>(std::move(place), rights, sharing);
     return true;
@@ -257,45 +219,34 @@ bool file::is_open() const noexcept {
 
 bool file::read(void* buffer, std::size_t size, std::size_t& got) {
     got = 0;
-    if (!m_state)
-        return fail(error::invalid_handle);
-    if (!m_state->may(access::read))
+    if (!m_state || lacks(m_state->rights, access::read))
         return fail(error::access_denied);
-    const content& bytes = *m_state->place->bytes;
-    const std::uint64_t start = std::min<std::uint64_t>(m_state->position, bytes.size);
-    got = std::min<std::size_t>(size, bytes.size - static_cast<std::size_t>(start));
-    std::copy_n(bytes.data.get() + start, got, static_cast<std::uint8_t*>(buffer));
+    got = copy_from(*m_state->place, m_state->position, buffer, size);
     m_state->position += got;
     return true;
 }
 
 bool file::write(const void* data, std::size_t size) {
-    if (!m_state)
-        return fail(error::invalid_handle);
-    if (!m_state->may(access::write))
+    if (!m_state || lacks(m_state->rights, access::write))
         return fail(error::access_denied);
     if (size == 0)
         return true;
     const std::uint64_t end = m_state->position + size;
-    if (end > m_state->place->bytes->size && !m_state->resize(end))
+    if (end > m_state->place->bytes->size() && !m_state->resize(end))
         return false;
     std::copy_n(static_cast<const std::uint8_t*>(data), size,
-                m_state->place->bytes->data.get() + m_state->position);
+                m_state->place->bytes->data() + m_state->position);
     m_state->place->written = tick();
     m_state->position = end;
     return true;
 }
 
 std::optional<std::uint64_t> file::seek(std::int64_t distance, origin from) {
-    if (!m_state) {
-        fail(error::invalid_handle);
-        return std::nullopt;
-    }
-    const std::uint64_t start = from == origin::begin     ? 0
-                                : from == origin::current ? m_state->position
-                                                          : m_state->place->bytes->size;
+    const std::uint64_t start = !m_state || from == origin::begin ? 0
+                                : from == origin::current         ? m_state->position
+                                                                  : m_state->place->bytes->size();
     std::int64_t place = 0;
-    if (__builtin_add_overflow(static_cast<std::int64_t>(start), distance, &place) || place < 0) {
+    if (!m_state || __builtin_add_overflow(static_cast<std::int64_t>(start), distance, &place) || place < 0) {
         fail(error::invalid_parameter);
         return std::nullopt;
     }
@@ -303,9 +254,9 @@ std::optional<std::uint64_t> file::seek(std::int64_t distance, origin from) {
 }
 
 bool file::set_end() {
-    if (!m_state)
-        return fail(error::invalid_handle);
-    return m_state->may(access::write) ? m_state->resize(m_state->position) : fail(error::access_denied);
+    if (!m_state || lacks(m_state->rights, access::write))
+        return fail(error::access_denied);
+    return m_state->resize(m_state->position);
 }
 
 bool file::flush() {
@@ -313,72 +264,40 @@ bool file::flush() {
 }
 
 std::optional<std::uint64_t> file::size() const {
-    return m_state ? std::optional<std::uint64_t>(m_state->place->bytes->size) : std::nullopt;
+    return m_state ? std::optional<std::uint64_t>(m_state->place->bytes->size()) : std::nullopt;
 }
 
 std::optional<std::uint64_t> file::last_write_time() const {
     return m_state ? std::optional(m_state->place->written) : std::nullopt;
 }
 
-bool file::set_last_write_time(std::uint64_t time) {
-    if (!m_state || !m_state->may(access::write))
-        return fail(error::access_denied);
-    m_state->place->written = time;
-    return true;
-}
-
 std::optional<std::uint32_t> get_attributes(std::string_view path) {
     const node_ptr place = find(path);
-    if (!place) {
-        fail(error::file_not_found);
-        return std::nullopt;
-    }
-    return (place->is_folder ? attribute::directory : attribute::archive) |
-           (place->read_only ? attribute::read_only : 0);
-}
-
-bool set_attributes(std::string_view path, std::uint32_t attributes) {
-    const node_ptr place = find(path);
-    if (!place)
-        return fail(error::file_not_found);
-    place->read_only = (attributes & attribute::read_only) != 0;
-    return true;
+    if (place)
+        return place->is_folder ? attribute::directory : attribute::archive;
+    fail(error::file_not_found);
+    return std::nullopt;
 }
 
 bool delete_file(std::string_view path) {
     const node_ptr place = find(path);
     if (!place)
         return fail(error::file_not_found);
-    if (place->is_folder || place->read_only)
+    if (place->is_folder)
         return fail(error::access_denied);
     if (!place->holders.empty())
         return fail(error::sharing_violation);
     if (kept)
         kept->emplace_back(key_of(path), fuzz::file_bytes(path));
-    disk().erase(key_of(path));
+    disk.erase(key_of(path));
     return true;
 }
 
 bool move_file(std::string_view from, std::string_view to) {
     const node_ptr place = find(from);
-    const std::string key = key_of(to);
-    if (!place)
-        return fail(error::file_not_found);
-    if (!place->holders.empty())
+    if (place && !place->holders.empty())
         return fail(error::sharing_violation);
-    if (key.empty() || !has_parent(key))
-        return fail(error::path_not_found);
-    if (disk().contains(key))
-        return fail(error::already_exists);
-    if (place->is_folder)
-        return fail(error::not_supported); // nobody moves a folder
-    disk()[key] = place;
-    disk().erase(key_of(from));
-    return true;
-}
-
-bool replace_file(std::string_view from, std::string_view to) {
-    return (!disk().contains(key_of(to)) || delete_file(to)) && move_file(from, to);
+    return create_hard_link(to, from) && disk.erase(key_of(from)) != 0;
 }
 
 bool copy_file(std::string_view from, std::string_view to, bool fail_if_exists) {
@@ -394,41 +313,26 @@ bool copy_file(std::string_view from, std::string_view to, bool fail_if_exists) 
 
 bool create_hard_link(std::string_view link, std::string_view existing) {
     const node_ptr place = find(existing);
-    const std::string key = key_of(link);
     if (!place)
         return fail(error::file_not_found);
-    if (place->is_folder)
-        return fail(error::access_denied);
-    if (key.empty() || !has_parent(key))
-        return fail(error::path_not_found);
-    if (disk().contains(key))
-        return fail(error::already_exists);
-    disk()[key] = place;
-    return true;
+    return place->is_folder ? fail(error::access_denied) : add(link, place);
 }
 
 bool create_directory(std::string_view path) {
-    const std::string key = key_of(path);
-    if (key.empty() || !has_parent(key))
-        return fail(error::path_not_found);
-    if (disk().contains(key))
-        return fail(error::already_exists);
-    disk()[key] = std::make_shared<node>();
-    disk()[key]->is_folder = true;
-    return true;
+    auto folder = std::make_shared<node>();
+    folder->is_folder = true;
+    return add(path, std::move(folder));
 }
 
 bool remove_directory(std::string_view path) {
     const std::string key = key_of(path);
-    const auto place = disk().find(key);
-    if (place == disk().end())
+    const auto place = disk.find(key);
+    if (place == disk.end() || !place->second->is_folder)
         return fail(error::file_not_found);
-    if (!place->second->is_folder)
-        return fail(error::directory);
-    const auto inside = disk().lower_bound(key + "\\");
-    if (inside != disk().end() && inside->first.starts_with(key + "\\"))
+    const auto inside = disk.lower_bound(key + "\\");
+    if (inside != disk.end() && inside->first.starts_with(key + "\\"))
         return fail(error::directory_not_empty);
-    disk().erase(place);
+    disk.erase(place);
     return true;
 }
 
@@ -436,10 +340,9 @@ std::optional<std::string> make_temp_file(std::string_view folder, std::string_v
     for (std::uint32_t number = 0;; ++number) {
         std::string path = std::string(folder) + (folder.ends_with('\\') ? "" : "\\") +
                            std::string(prefix.substr(0, 3)) + to_hex(number, 8) + ".tmp";
-        file made;
-        if (made.open(path, access::write, share::none, creation::create_new))
+        if (add(path, std::make_shared<node>()))
             return path;
-        if (last_error() != error::file_exists)
+        if (last_error() != error::already_exists)
             return std::nullopt;
     }
 }
@@ -449,26 +352,13 @@ std::string temp_folder_path() {
     return "\\temp\\";
 }
 
-std::string current_directory() {
-    return "\\";
-}
-
-bool set_current_directory(std::string_view) {
-    return fail(error::not_supported);
-}
-
 std::optional<std::size_t> peek_file(std::string_view path, std::uint64_t offset, void* buffer,
                                      std::size_t size) {
     const node_ptr place = find(path);
-    if (!place || place->is_folder) {
-        fail(error::file_not_found);
-        return std::nullopt;
-    }
-    const content& bytes = *place->bytes;
-    const std::size_t start = std::min<std::uint64_t>(offset, bytes.size);
-    const std::size_t got = std::min(size, bytes.size - start);
-    std::copy_n(bytes.data.get() + start, got, static_cast<std::uint8_t*>(buffer));
-    return got;
+    if (place && !place->is_folder)
+        return copy_from(*place, offset, buffer, size);
+    fail(error::file_not_found);
+    return std::nullopt;
 }
 
 std::string display_path(std::string_view path) {
@@ -488,33 +378,23 @@ directory_search::directory_search() noexcept = default;
 directory_search::~directory_search() = default;
 
 bool directory_search::first(std::string_view pattern, directory_entry& entry) {
-    close();
     const std::size_t cut = pattern.rfind('\\') + 1;
-    std::string_view name = pattern.substr(cut);
+    std::string name(pattern.substr(cut));
     if (name.ends_with("*.*"))
-        name.remove_suffix(2);
-    const std::string folder = key_of(pattern.substr(0, cut));
-    const node_ptr place = find(folder);
-    if (!folder.empty() && (!place || !place->is_folder))
-        return fail(error::path_not_found);
+        name.resize(name.size() - 2);
+    const std::string start = key_of(pattern.substr(0, cut)) + "\\";
     m_state = std::make_unique<state>();
-    const std::string start = folder.empty() ? folder : folder + "\\";
-    for (auto each = disk().lower_bound(start); each != disk().end() && each->first.starts_with(start);
-         ++each) {
-        const std::string_view inside = std::string_view(each->first).substr(start.size());
-        if (inside.find('\\') == std::string_view::npos && matches(name, inside))
-            m_state->found.push_back({std::string(inside), *get_attributes(each->first)});
+    for (auto each = disk.lower_bound(start); each != disk.end() && each->first.starts_with(start); ++each) {
+        const std::string inside = each->first.substr(start.size());
+        if (inside.find('\\') == std::string::npos &&
+            fnmatch(name.c_str(), inside.c_str(), FNM_NOESCAPE) == 0)
+            m_state->found.push_back({inside, *get_attributes(each->first)});
     }
-    if (next(entry))
-        return true;
-    close();
-    return fail(error::file_not_found);
+    return next(entry) || fail(error::file_not_found);
 }
 
 bool directory_search::next(directory_entry& entry) {
-    if (!m_state)
-        return fail(error::invalid_handle);
-    if (m_state->next == m_state->found.size())
+    if (!m_state || m_state->next == m_state->found.size())
         return fail(error::no_more_files);
     entry = m_state->found[m_state->next++];
     return true;
@@ -524,40 +404,22 @@ void directory_search::close() noexcept {
     m_state.reset();
 }
 
-namespace {
-
-// Behind the number that a view keeps for its backend.
-struct view_state {
-    node_ptr place;
-    std::shared_ptr<content> bytes;
-};
-
-view_state* state_of(std::intptr_t number) {
-    return reinterpret_cast<view_state*>(number);
-}
-
-} // namespace
-
 mapping::~mapping() {
     close();
 }
 
 bool mapping::create(file& target, bool writable, std::uint64_t size) {
     close();
-    if (!target.m_state)
-        return fail(error::invalid_handle);
-    if (!target.m_state->may(writable ? access::read_write : access::read))
+    if (!target.m_state || lacks(target.m_state->rights, writable ? access::read_write : access::read))
         return fail(error::access_denied);
-    const std::uint64_t present = target.m_state->place->bytes->size;
+    const std::uint64_t present = target.m_state->place->bytes->size();
     if (size == 0)
         size = present;
     if (size == 0)
         return fail(error::file_invalid);
-    if (size > present && !writable)
+    if (size > present && (!writable || !target.m_state->resize(size)))
         return fail(error::not_enough_memory);
-    if (size > present && !target.m_state->resize(size))
-        return false;
-    m_handle = reinterpret_cast<std::intptr_t>(new view_state{target.m_state->place, nullptr});
+    m_handle = reinterpret_cast<std::intptr_t>(new std::shared_ptr(target.m_state->place->bytes));
     m_writable = writable;
     m_size = size;
     return true;
@@ -566,23 +428,37 @@ bool mapping::create(file& target, bool writable, std::uint64_t size) {
 bool mapping::map_view() {
     if (m_size == 0)
         return fail(error::invalid_handle);
-    state_of(m_handle)->bytes = state_of(m_handle)->place->bytes;
-    m_view = state_of(m_handle)->bytes->data.get();
+    m_view = (*reinterpret_cast<std::shared_ptr<content>*>(m_handle))->data();
     return true;
 }
 
-void mapping::unmap_view() noexcept {
-    m_view = nullptr;
+void mapping::close() noexcept {
     if (m_size != 0)
-        state_of(m_handle)->bytes.reset();
+        delete reinterpret_cast<std::shared_ptr<content>*>(m_handle);
+    m_view = nullptr;
+    m_size = 0;
 }
 
-void mapping::close() noexcept {
-    unmap_view();
-    if (m_size != 0)
-        delete state_of(m_handle);
-    m_handle = -1;
-    m_size = 0;
+// No target comes to these.
+
+bool file::set_last_write_time(std::uint64_t) {
+    return fail(error::not_supported);
+}
+
+bool set_attributes(std::string_view, std::uint32_t) {
+    return fail(error::not_supported);
+}
+
+bool replace_file(std::string_view, std::string_view) {
+    return fail(error::not_supported);
+}
+
+std::string current_directory() {
+    return "\\";
+}
+
+bool set_current_directory(std::string_view) {
+    return fail(error::not_supported);
 }
 
 namespace posix {

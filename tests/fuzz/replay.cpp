@@ -1,7 +1,6 @@
 // Without a fuzzer: runs a target over its seeds and over changed ones, always the same.
 //
-//     fuzz_replay MAILS TARGET [ROUNDS]     runs it
-//     fuzz_replay MAILS TARGET FILE...      runs it over these inputs
+//     fuzz_replay MAILS TARGET ROUNDS       runs it
 //     fuzz_replay MAILS --write FOLDER      writes the seeds, a folder for each target
 //     fuzz_replay MAILS --list              names the targets
 
@@ -9,11 +8,9 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 
+#include "support/file_bytes.h"
 #include "support/memory_peak.h"
 #include "support/test_root.h"
 #include "targets.h"
@@ -83,59 +80,42 @@ void run_text(const target& which, const std::string& input) {
                     "memory is of the input's size");
 }
 
-int write_seeds(const std::map<std::string, std::vector<std::string>>& seeds,
-                const std::filesystem::path& folder) {
-    for (const auto& [name, inputs] : seeds) {
-        std::filesystem::create_directories(folder / name);
-        for (std::size_t i = 0; i < inputs.size(); ++i)
-            std::ofstream(folder / name / ("seed" + std::to_string(i)), std::ios::binary) << inputs[i];
-    }
-    return 0;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    if (arguments.size() < 2) {
-        std::fputs("fuzz_replay MAILS TARGET [ROUNDS | FILE...] | --write FOLDER | --list\n", stderr);
-        return 2;
-    }
     const tvr::test_root root; // for the registry
-    const std::vector<target> targets = tvr::fuzz::all_targets();
-    if (arguments[1] == "--list") {
-        for (const target& each : targets)
-            std::printf("%s %zu\n", each.name, each.longest);
+    if (arguments.size() == 2 && arguments[1] == "--list") {
+        for (const target* each : tvr::fuzz::all_targets())
+            std::printf("%s %zu\n", each->name, each->longest);
         return 0;
     }
+    if (arguments.size() != 3) {
+        std::fputs("fuzz_replay MAILS TARGET ROUNDS | --write FOLDER | --list\n", stderr);
+        return 2;
+    }
     const auto seeds = tvr::fuzz::make_seeds(arguments[0]);
-    if (arguments[1] == "--write")
-        return arguments.size() == 3 ? write_seeds(seeds, arguments[2]) : 2;
-    const auto which = std::find_if(targets.begin(), targets.end(),
-                                    [&](const target& each) { return each.name == arguments[1]; });
-    const auto inputs = seeds.find(arguments[1]);
-    if (which == targets.end() || inputs == seeds.end()) {
+    if (arguments[1] == "--write") {
+        for (const auto& [name, inputs] : seeds)
+            for (std::size_t i = 0; i < inputs.size(); ++i)
+                tvr::write_file(arguments[2] + "/" + name + "/seed" + std::to_string(i), inputs[i]);
+        return 0;
+    }
+    const target* const which = tvr::fuzz::find_target(arguments[1]);
+    if (!which || !seeds.contains(arguments[1])) {
         std::fprintf(stderr, "fuzz_replay: no target %s, or no seeds for it\n", arguments[1].c_str());
         return 2;
     }
-    unsigned long rounds = 0;
-    if (arguments.size() > 2 && std::filesystem::exists(arguments[2])) {
-        for (std::size_t i = 2; i < arguments.size(); ++i) {
-            std::ifstream file(arguments[i], std::ios::binary);
-            run_text(*which, {std::istreambuf_iterator<char>(file), {}});
-        }
-        return 0;
-    }
-    if (arguments.size() > 2)
-        rounds = std::strtoul(arguments[2].c_str(), nullptr, 10);
+    const auto& inputs = seeds.at(arguments[1]);
     run_text(*which, {});
-    for (const std::string& input : inputs->second) {
+    for (const std::string& input : inputs) {
         tvr::fuzz::must(input.size() <= which->longest, "seeds are short enough");
         run_text(*which, input);
     }
-    mutator mutated(inputs->second);
+    mutator mutated(inputs);
+    const unsigned long rounds = std::strtoul(arguments[2].c_str(), nullptr, 10);
     for (unsigned long i = 0; i < rounds; ++i)
         run_text(*which, mutated.next());
-    std::printf("%zu seeds, %lu changed ones\n", inputs->second.size(), rounds);
+    std::printf("%zu seeds, %lu changed ones\n", inputs.size(), rounds);
     return 0;
 }

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "client/cache_writer.h"
@@ -11,10 +9,10 @@
 #include "common/minutes.h"
 #include "common/path.h"
 #include "memory_disk.h"
-#include "settings/settings.h"
 #include "settings/settings_file.h"
 #include "stage/temp_folder.h"
 #include "stat/statistic.h"
+#include "support/file_bytes.h"
 #include "targets.h"
 #include "tools/base_text.h"
 #include "tools/record_stream.h"
@@ -42,17 +40,12 @@ std::vector<mail> read_mails(const std::string& folder) {
         std::vector<std::filesystem::path> paths;
         for (const auto& entry : std::filesystem::directory_iterator(folder + (spam ? "/spam" : "/ham")))
             paths.push_back(entry.path());
-        std::sort(paths.begin(), paths.end(), [](const auto& a, const auto& b) {
-            return std::pair(std::filesystem::file_size(a), a) < std::pair(std::filesystem::file_size(b), b);
-        });
+        std::ranges::sort(paths, {}, [](const auto& path) { return std::pair(file_size(path), path); });
         paths.resize(std::min(paths.size(), mails_of_each));
-        for (const auto& path : paths) {
-            std::ifstream file(path, std::ios::binary);
-            all.push_back({{std::istreambuf_iterator<char>(file), {}}, spam});
-        }
+        for (const auto& path : paths)
+            all.push_back({read_file(path), spam});
     }
-    std::stable_sort(all.begin(), all.end(),
-                     [](const mail& a, const mail& b) { return a.text.size() < b.text.size(); });
+    std::ranges::stable_sort(all, {}, [](const mail& each) { return each.text.size(); });
     return all;
 }
 
@@ -64,27 +57,21 @@ void train() {
     engine.shutdown();
 }
 
-std::string number(std::uint32_t value) {
-    return {static_cast<char>(value), static_cast<char>(value >> 8), static_cast<char>(value >> 16),
-            static_cast<char>(value >> 24)};
-}
-
-// Which targets read a file of that name.
+// Which targets read a file of that name: by its end, or its beginning.
 std::vector<const char*> readers_of(std::string_view name) {
-    if (name.ends_with(".bye"))
-        return {"atom", "generation"};
-    if (name.ends_with(".col"))
-        return {"columns"};
-    if (name.ends_with(".rgd"))
-        return {"base"};
-    if (name.ends_with(".lst"))
-        return {"list"};
-    if (name.ends_with(".idx"))
-        return {"index"};
-    if (name.ends_with(".bys") || name.starts_with("dis"))
-        return {"cache", "batch"};
-    if (name.ends_with("stat.bin"))
-        return {"statistic"};
+    static const std::pair<std::string_view, std::vector<const char*>> readers[] = {
+        {".bye", {"atom", "generation"}},
+        {".col", {"columns"}},
+        {".rgd", {"base"}},
+        {".lst", {"list"}},
+        {".idx", {"index"}},
+        {".bys", {"cache", "batch"}},
+        {"dis", {"cache", "batch"}},
+        {"stat.bin", {"statistic"}},
+    };
+    for (const auto& [part, targets] : readers)
+        if (name.ends_with(part) || name.starts_with(part))
+            return targets;
     return {};
 }
 
@@ -100,11 +87,7 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
     clear_disk();
     kept_files files;
     keep_deleted(&files);
-    settings& set = make_current_settings();
-    set.schema(schema_mode::declare);
-    set.schema(schema_mode::basic_defaults);
-    set.schema(schema_mode::advanced_defaults);
-    set.working_directory = {std::string(working_folder), std::string(working_folder)};
+    settings& set = start_settings();
     set.optimal_one_dict_size = set.min_optimal_one_dict_size = 3;
     set.optimal_base_size_per_half = 9;
     const std::string cache = in_base("transact\\autotrain.bys");
@@ -156,14 +139,14 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
         if (name.ends_with(".bye") && bytes.size() > 28) {
             add("map", bytes.substr(28));
             // The older form.
-            add("generation", number(0x19780702) + number(3) + bytes.substr(8, 12) + bytes.substr(36));
-            add("atom", bytes.substr(0, 20) + number(0) + number(0) + bytes.substr(28));
+            add("generation", le(0x19780702, 3) + bytes.substr(8, 12) + bytes.substr(36));
+            add("atom", bytes.substr(0, 20) + le(0, 0) + bytes.substr(28));
         }
     }
-    add("packed", number(5) + "plain");
+    add("packed", le(5) + "plain");
     std::string hours = "STAT"; // the mails are too old for it
     for (std::uint32_t hour = now_minutes() / 60 - 30; hour < now_minutes() / 60; hour += 10)
-        hours += number(hour) + number(hour % 100) + std::string(28, '\2');
+        hours += le(hour, hour % 100) + std::string(28, '\2');
     add("statistic", hours);
 
     base_text_sum sum;

@@ -1,18 +1,34 @@
 #include "targets.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
 #include "memory_disk.h"
-#include "settings/settings.h"
 
 namespace tvr::fuzz {
 
-std::vector<target> all_targets() {
-    std::vector<target> all;
-    for (const auto group : {dictionary_targets(), index_targets(), settings_targets(), other_targets()})
-        all.insert(all.end(), group.begin(), group.end());
+namespace {
+
+std::vector<const target*>& targets() {
+    static std::vector<const target*> all;
     return all;
+}
+
+} // namespace
+
+target::target(const char* its_name, body its_run, std::size_t its_longest)
+    : name(its_name), run(its_run), longest(its_longest) {
+    targets().push_back(this);
+}
+
+const std::vector<const target*>& all_targets() {
+    return targets();
+}
+
+const target* find_target(std::string_view name) {
+    const auto found = std::ranges::find(targets(), name, &target::name);
+    return found == targets().end() ? nullptr : *found;
 }
 
 void must(bool condition, const char* text) {
@@ -20,6 +36,16 @@ void must(bool condition, const char* text) {
         return;
     std::fprintf(stderr, "not so: %s\n", text);
     std::abort();
+}
+
+settings& start_settings() {
+    settings& set = make_current_settings();
+    if (set.fields().empty())
+        set.schema(schema_mode::declare);
+    set.schema(schema_mode::basic_defaults);
+    set.schema(schema_mode::advanced_defaults);
+    set.working_directory = {std::string(working_folder), std::string(working_folder)};
+    return set;
 }
 
 std::string in_base(std::string_view name) {
@@ -31,12 +57,7 @@ void run(const target& which, raw_bytes input) {
         return;
     clear_disk();
     put_file(in_base("transact\\there"), "");
-    auto& set = make_current_settings();
-    if (set.fields().empty())
-        set.schema(schema_mode::declare);
-    set.schema(schema_mode::basic_defaults);
-    set.schema(schema_mode::advanced_defaults);
-    set.working_directory = {std::string(working_folder), std::string(working_folder)};
+    start_settings();
     which.run(input);
     // Whatever was read, what came of it is of the same order.
     must(disk_bytes() <= (std::size_t{4} << 20) + 64 * input.size(), "the disk holds about the input's size");

@@ -9,26 +9,36 @@
 #include <string_view>
 #include <vector>
 
+#include "settings/settings.h"
+
 namespace tvr::fuzz {
 
 using raw_bytes = std::span<const std::uint8_t>;
 
+// A constant of the program, which makes itself known.
 struct target {
+    using body =
+        void (*)(raw_bytes input); // on an empty disk; reads the input, and goes on to use what it has read
+
+    target(const char* its_name, body its_run, std::size_t its_longest);
+    target(const target&) = delete;
+    target& operator=(const target&) = delete;
+
     const char* name;
-    void (*run)(raw_bytes input); // on an empty disk; reads the input, and goes on to use what it has read
-    std::size_t longest;          // bytes of an input
+    body run;
+    std::size_t longest; // bytes of an input
 };
 
-[[nodiscard]] std::span<const target> dictionary_targets();
-[[nodiscard]] std::span<const target> index_targets();
-[[nodiscard]] std::span<const target> settings_targets();
-[[nodiscard]] std::span<const target> other_targets();
-[[nodiscard]] std::vector<target> all_targets();
+[[nodiscard]] const std::vector<const target*>& all_targets();
+[[nodiscard]] const target* find_target(std::string_view name); // null if there is none
 
 // Runs a target once, on a disk of its own. An input that is too long is passed over.
 void run(const target& which, raw_bytes input);
 // Ends the process, with the text, if the condition isn't true.
 void must(bool condition, const char* text);
+
+// The settings of the process, with their defaults and the working folder.
+settings& start_settings();
 
 // Inputs for each target, by its name: the files of a base that was trained on the mails of a folder.
 [[nodiscard]] std::map<std::string, std::vector<std::string>> make_seeds(const std::string& mail_folder);

@@ -1,6 +1,5 @@
 // The map of message IDs: list and index.
 
-#include <array>
 #include <set>
 
 #include "common/bytes.h"
@@ -83,6 +82,7 @@ void run_list(raw_bytes input) {
     const msidmap again(base_folder, "spamdict");
     must(again.records() == 1, "what was closed is opened as it was");
 }
+const target list_target("list", run_list, 4096);
 
 // False for a head that can't be true of its file.
 bool is_plausible(raw_bytes index) {
@@ -135,13 +135,8 @@ void run_index(raw_bytes input) {
     must(file_bytes(in_base("lone.idx")).size() <= 2 * input.size() + (std::size_t{256} << 10),
          "an index grows by its pages only");
 }
-
-constexpr std::array<target, 2> targets = {{{"list", run_list, 4096}, {"index", run_index, 8192}}};
+const target index_target("index", run_index, 8192);
 
 } // namespace
-
-std::span<const target> index_targets() {
-    return targets;
-}
 
 } // namespace tvr::fuzz

@@ -38,6 +38,7 @@ void run_statistic(raw_bytes input) {
     counters.close();
     must(file_bytes("\\work\\stat.bin").size() <= input.size() * 2 + 40, "no more hours than there were");
 }
+const target statistic_target("statistic", run_statistic, 4096);
 
 void run_archive(raw_bytes input) {
     put_file("\\work\\data.trr", input);
@@ -55,24 +56,24 @@ void run_archive(raw_bytes input) {
     folder.remove(2);
     folder.remove(3);
 }
+const target archive_target("archive", run_archive, 4096);
 
 void run_packed(raw_bytes input) {
-    static zlib_loader* const zlib = [] {
-        static zlib_loader loader;
-        loader.load("zlib1.dll");
-        return &loader;
-    }();
+    static zlib_loader zlib;
+    static const bool loaded = zlib.load("zlib1.dll");
+    must(loaded, "zlib is there");
     put_file("\\work\\packed", input);
     file_stream file;
     file.open_to_read("\\work\\packed");
-    if (zlib->restore_file(file, "\\work\\plain"))
+    if (zlib.restore_file(file, "\\work\\plain"))
         must(file_bytes("\\work\\plain").size() <= input.size() * 1032 + 1024, "zlib packs no better");
     std::array<std::uint8_t, 4096> room;
     auto size = static_cast<std::uint32_t>(room.size());
-    zlib->uncompress_block(input, room.data(), size);
+    zlib.uncompress_block(input, room.data(), size);
     must(size <= room.size(), "no more than there is room for");
     static_cast<void>(zlib_loader::unpacked_size(input));
 }
+const target packed_target("packed", run_packed, 4096);
 
 // A log for each part between two zero bytes.
 void run_logs(raw_bytes input) {
@@ -87,6 +88,7 @@ void run_logs(raw_bytes input) {
     // A mark and a line's end for each line, which has one byte at least.
     must(file_bytes("\\work\\common.log").size() <= 12 * input.size(), "each line once");
 }
+const target logs_target("logs", run_logs, 16384);
 
 void run_html(raw_bytes input) {
     static html_text html;
@@ -94,6 +96,7 @@ void run_html(raw_bytes input) {
     must(html.text().size() <= 4 * input.size() + 64, "the text is no longer than its source");
     must(html.links().size() <= html_text::most_links, "links have a bound");
 }
+const target html_target("html", run_html, 8192);
 
 void run_mail(raw_bytes input) {
     static tokenizer cutter;
@@ -104,6 +107,7 @@ void run_mail(raw_bytes input) {
     must(batch.add(describe(cutter.facts(), input.size(), true, false), cutter.tokens()),
          "any mail can be trained");
 }
+const target mail_target("mail", run_mail, 16384);
 
 void run_import(raw_bytes input) {
     std::istringstream text{std::string(text_of(input))};
@@ -114,20 +118,17 @@ void run_import(raw_bytes input) {
     if (!why.empty())
         return;
     // What was taken must come out again as it is. It stands in the folder of each half.
-    std::string out;
     for (const char* name : {"nspamdict", "spamdict"})
         for (const std::string& path : all_files())
             if (path.find(std::string("\\") + name) != std::string::npos)
                 put_file(in_base(path.substr(path.rfind('\\') + 1)), file_bytes(path));
     base_text_sum exported;
-    const auto take = [&](std::string_view line) {
-        out += line;
-        return true;
-    };
-    must(export_base(std::string(base_folder), take, exported).empty(), "an imported base can be exported");
+    const auto drop = [](std::string_view) { return true; };
+    must(export_base(std::string(base_folder), drop, exported).empty(), "an imported base can be exported");
     must(exported.atoms == sum.atoms && exported.tokens == sum.tokens && exported.messages == sum.messages,
          "with all that it has");
 }
+const target import_target("import", run_import, 32768);
 
 // Training records that another program has made.
 void run_records(raw_bytes input) {
@@ -147,6 +148,7 @@ void run_records(raw_bytes input) {
     for (std::uint32_t i = 0; i < batch.count(); ++i)
         must(record.read_whole(cache), "each record is one for the engine");
 }
+const target records_target("records", run_records, 16384);
 
 // The first byte says what the file is called.
 void run_inspect(raw_bytes input) {
@@ -164,21 +166,8 @@ void run_inspect(raw_bytes input) {
         must(out.str().size() <= 400 * input.size() + 4096, "the view is of the size of the file");
     }
 }
-
-constexpr std::array<target, 9> targets = {{{"statistic", run_statistic, 4096},
-                                            {"archive", run_archive, 4096},
-                                            {"packed", run_packed, 4096},
-                                            {"logs", run_logs, 16384},
-                                            {"html", run_html, 8192},
-                                            {"mail", run_mail, 16384},
-                                            {"import", run_import, 32768},
-                                            {"records", run_records, 16384},
-                                            {"inspect", run_inspect, 16384}}};
+const target inspect_target("inspect", run_inspect, 16384);
 
 } // namespace
-
-std::span<const target> other_targets() {
-    return targets;
-}
 
 } // namespace tvr::fuzz

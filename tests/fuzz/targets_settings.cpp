@@ -1,11 +1,8 @@
 // The stores of the settings, and what hangs on them.
 
-#include <array>
-#include <cstring>
 #include <memory>
 
 #include "memory_disk.h"
-#include "settings/settings.h"
 #include "settings/storage.h"
 #include "settings/transliteration.h"
 #include "targets.h"
@@ -56,6 +53,7 @@ void run_settings(raw_bytes input) {
     must(set->save(&path, nullptr, store_binary) == 0, "settings can be saved");
     must(fresh_settings()->load(&path, nullptr, store_binary) == 0, "and loaded again");
 }
+const target settings_target("settings", run_settings, 4096);
 
 void run_flat(raw_bytes input) {
     const auto set = fresh_settings();
@@ -70,6 +68,7 @@ void run_flat(raw_bytes input) {
     must(second->flat_import(block) && second->flat_export() == block, "a block carries all settings");
     static_cast<void>(set->flat_export(text_of(input)));
 }
+const target flat_target("flat", run_flat, 4096);
 
 void run_text(raw_bytes input) {
     const std::string path = "\\work\\advanced.ini";
@@ -81,6 +80,7 @@ void run_text(raw_bytes input) {
         must(fresh_settings()->read_text("\\work\\copy.ini", group), "and read again");
     }
 }
+const target text_target("text", run_text, 4096);
 
 // The first byte parts the input into table, alphabet and text.
 void run_transliteration(raw_bytes input) {
@@ -103,16 +103,8 @@ void run_transliteration(raw_bytes input) {
     set.local_user_alphabet.clear();
     whole.load(text);
 }
-
-constexpr std::array<target, 4> targets = {{{"settings", run_settings, 4096},
-                                            {"flat", run_flat, 4096},
-                                            {"text", run_text, 4096},
-                                            {"transliteration", run_transliteration, 1024}}};
+const target transliteration_target("transliteration", run_transliteration, 1024);
 
 } // namespace
-
-std::span<const target> settings_targets() {
-    return targets;
-}
 
 } // namespace tvr::fuzz
