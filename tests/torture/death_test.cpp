@@ -242,7 +242,7 @@ TEST(engine_death, finds_the_changes_in_their_order) {
     };
     trained_base& base = the_base();
     base.box.restore("waiting");
-    base.run("the transaction", [](engine_driver& engine) { engine.train(); });
+    base.train("the transaction");
     const std::set<std::string> wanted(order.begin(), order.end());
     std::vector<std::string> found;
     for (const file_change& change : shared_board().changes()) {

@@ -3,16 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <regex>
 #include <sched.h>
-#include <set>
 #include <string>
 #include <sys/mount.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 #include <vector>
 
@@ -25,9 +20,7 @@ namespace {
 // Beside the engine: one transaction, and when the test lets it, the next.
 void two_trainings(engine_driver& engine) {
     engine.train();
-    shared_board().halted = 1;
-    while (shared_board().resume == 0)
-        usleep(500);
+    halt();
     engine.append(trained_base::next_series, trained_base::batch);
     engine.train();
 }
@@ -152,47 +145,40 @@ const price& price_of(const std::string& change) {
 TEST(engine_failure, costs_what_is_told) {
     trained_base& base = the_base();
     board& all = shared_board();
-    std::uint32_t asked = 0;
-    const auto run = [&](const plan& wanted, files& then) {
+    std::uint32_t asked = 0; // in the first transaction
+    const auto run = [&](const plan& wanted) {
         all.clear();
         base.box.restore("waiting");
-        const int child = start_child(base.box, wanted, [&] { return run_engine(two_trainings); });
-        while (all.halted == 0 && all.verdict == 0)
-            usleep(500);
-        then = base.content(true);
+        const int child = start_child(base.box, wanted, [] { return run_engine(two_trainings); });
+        wait_for_halt(all);
+        files then = base.content(true);
         asked = all.asked;
         all.resume = 1;
         EXPECT_EQ(join_child(child), 0);
+        return then;
     };
-    files then;
-    run({}, then);
+    run({});
     const std::uint32_t points = asked;
     EXPECT_GT(points, 300U);
     tally outcomes("Failure of each change in a transaction (" + std::to_string(points) +
                    " changes; errors 5, 32, 112, 1450)");
-    std::map<std::string, std::set<std::string>> places;
     unsigned turn = 0;
     const unsigned step = stride(100);
     for (const std::uint32_t error : {5U, 32U, 112U, 1450U})
         for (std::uint32_t index = 0; index < points; ++index) {
             if (turn++ % step != 0)
                 continue;
-            run({fate::fail, index, error}, then);
+            const files then = run({fate::fail, index, error});
             const file_change hit = all.hit_change();
             const files last = base.content(true);
             const std::string outcome = outcome_of(then, last, last_verdict());
             const std::string name = hit.what + " " + generic_name(hit.path);
             const auto& costs = price_of(name).costs;
-            EXPECT_TRUE(std::find(costs.begin(), costs.end(), outcome) != costs.end())
+            EXPECT_TRUE(std::ranges::find(costs, outcome) != costs.end())
                 << name << " with error " << error << ": " << outcome
-                << listed(differences(last, base.both_apart));
+                << testing::PrintToString(differences(last, base.both_apart));
             outcomes.add(outcome);
-            places[outcome].insert(name.substr(0, name.find(' ') + 1) +
-                                   name.substr(std::min(name.size(), name.find("base/") + 5)));
         }
-    if (std::getenv("TORTURE_PLACES"))
-        for (const auto& [outcome, names] : places)
-            std::printf("%s:%s\n", outcome.c_str(), listed({names.begin(), names.end()}).c_str());
 }
 
 // A root on a disk of its own, in which the test alone sees it.
@@ -208,9 +194,7 @@ public:
     }
     // Leaves this room, in KiB.
     void fill(unsigned room) const {
-        struct statvfs facts {};
-        ASSERT_EQ(statvfs(m_folder.c_str(), &facts), 0);
-        const std::size_t bytes = facts.f_bavail * facts.f_bsize - room * std::size_t{1024};
+        const std::size_t bytes = std::filesystem::space(m_folder).available - room * std::size_t{1024};
         write_file(m_folder + "/filler", std::string(bytes, 'x'));
     }
     void empty() const { std::filesystem::remove(m_folder + "/filler"); }
@@ -227,10 +211,9 @@ TEST(full_disk, costs_no_more_than_the_batch) {
         GTEST_SKIP() << "needs the right to mount a disk of its own: run it as root";
     tally outcomes("A full disk, with 0 to 200 KiB left");
     for (unsigned room = 0; room <= 200; room += 4 * stride(10)) {
-        base.box.empty();
         const small_disk disk(base.box.root());
         ASSERT_TRUE(disk.mount_new());
-        base.box.fill("waiting");
+        base.box.restore("waiting");
         disk.fill(room);
         all.clear();
         const int child = start_child(base.box, {}, [] { return run_engine(two_trainings); });
@@ -245,7 +228,7 @@ TEST(full_disk, costs_no_more_than_the_batch) {
         files last = base.content(true);
         std::string outcome;
         if (last.contains(cache_file)) {
-            EXPECT_EQ(base.run("the restart", [](engine_driver& engine) { engine.train(); }), verdict::rest);
+            EXPECT_EQ(base.train("the restart"), verdict::rest);
             EXPECT_TRUE(are_equal(base.content(true), base.both_together));
             outcome = "the engine doesn't find its folder; the messages wait for its next start";
         } else {

@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <new>
 #include <regex>
 #include <stdexcept>
@@ -47,27 +48,18 @@ std::string_view below_root(std::string_view path) {
 }
 
 std::string path_of(int file) {
-    std::array<char, 512> target{};
-    const std::string link = "/proc/self/fd/" + std::to_string(file);
-    const ssize_t length = readlink(link.c_str(), target.data(), target.size());
-    return length > 0 ? std::string(target.data(), static_cast<std::size_t>(length)) : std::string();
+    std::error_code ignored;
+    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file), ignored);
 }
 
 bool exists(const char* path) {
-    struct stat info {};
-    return fstatat(AT_FDCWD, path, &info, AT_SYMLINK_NOFOLLOW) == 0;
+    std::error_code ignored;
+    return std::filesystem::exists(std::filesystem::symlink_status(path, ignored));
 }
 
 // Not shared memory, locks, and the folders that all the others lie in.
 bool is_data(std::string_view path) {
     return !path.starts_with("run") && !path.ends_with(".lock") && path != "common" && path != "appdata";
-}
-
-void wait_for_word() {
-    board& all = shared_board();
-    all.halted = 1;
-    while (all.resume == 0)
-        usleep(500);
 }
 
 // `half` does half of the change, if there is such a thing.
@@ -88,7 +80,7 @@ auto made(std::string_view what, std::string_view full_path, Call call, Half hal
     if (chosen) {
         put(all.hit, what, path);
         if (the_plan.what == fate::halt) {
-            wait_for_word();
+            halt();
         } else if (the_plan.what != fate::die_after) {
             if (the_plan.what == fate::die_within)
                 half();
@@ -101,7 +93,6 @@ auto made(std::string_view what, std::string_view full_path, Call call, Half hal
         const std::uint32_t place = all.done++;
         if (place < board::most_changes)
             put(all.log[place], what, path);
-        ++all.ready;
     }
     if (chosen && the_plan.what == fate::die_after)
         die();
@@ -112,6 +103,11 @@ auto made(std::string_view what, std::string_view full_path, Call call, Half hal
 template <class Call>
 auto made(std::string_view what, std::string_view full_path, Call call) {
     return made(what, full_path, call, [] {});
+}
+
+template <class Call, class... Half>
+auto made(std::string_view what, int file, Call call, Half... half) {
+    return watching() ? made(what, path_of(file), call, half...) : call();
 }
 
 constexpr std::array<const char*, 10> hook_words = {"create", "write", "cut",    "delete", "rename",
@@ -143,25 +139,13 @@ void look_for_rounds(const void* data, std::size_t size) {
 } // namespace
 
 const char* name_of(fate what) {
-    switch (what) {
-    case fate::die_before:
-        return "before";
-    case fate::die_within:
-        return "within";
-    case fate::die_after:
-        return "after";
-    case fate::fail:
-        return "fails";
-    case fate::halt:
-        return "halts";
-    default:
-        return "none";
-    }
+    constexpr std::array names = {"none", "before", "within", "after", "fails", "halts"};
+    return names.at(static_cast<std::size_t>(what));
 }
 
 void board::clear() {
     for (auto* number :
-         {&begun, &asked, &unseen, &done, &ready, &halted, &resume, &idle, &no_batch, &no_marker, &verdict})
+         {&begun, &asked, &unseen, &done, &halted, &resume, &idle, &no_batch, &no_marker, &verdict})
         *number = 0;
     hit = {};
 }
@@ -200,6 +184,18 @@ void arm(const plan& wanted, const std::string& root) {
     platform::set_change_hook(ask);
 }
 
+void halt() {
+    board& all = shared_board();
+    all.halted = 1;
+    while (all.resume == 0)
+        usleep(500);
+}
+
+void wait_for_halt(const board& of_child) {
+    while (of_child.halted == 0 && of_child.verdict == 0)
+        usleep(500);
+}
+
 spared::spared() : m_before(is_spared) {
     is_spared = true;
 }
@@ -218,16 +214,16 @@ std::string generic_name(std::string path) {
 
 #define TORTURE_EXPORT extern "C" __attribute__((visibility("default")))
 
+using namespace tvr::torture;
+
 namespace {
 
-template <class... Arguments>
-int system_call(long number, Arguments... arguments) {
-    return static_cast<int>(syscall(number, arguments...));
+template <class Answer = int, class... Arguments>
+Answer system_call(long number, Arguments... arguments) {
+    return static_cast<Answer>(syscall(number, arguments...));
 }
 
 } // namespace
-
-using tvr::torture::made;
 
 TORTURE_EXPORT int open(const char* path, int flags, ...) {
     mode_t mode = 0;
@@ -238,39 +234,30 @@ TORTURE_EXPORT int open(const char* path, int flags, ...) {
         va_end(rest);
     }
     const auto call = [&] { return system_call(SYS_openat, AT_FDCWD, path, flags, mode); };
-    if ((flags & O_CREAT) == 0 || tvr::torture::exists(path))
-        return call();
-    return made("create", path, call);
+    return (flags & O_CREAT) == 0 || exists(path) ? call() : made("create", path, call);
 }
 
 TORTURE_EXPORT ssize_t pwrite(int file, const void* data, size_t size, off_t at) {
-    if (!tvr::torture::watching())
-        return syscall(SYS_pwrite64, file, data, size, at);
-    tvr::torture::look_for_rounds(data, size);
+    const auto put = [&](size_t bytes) { return system_call<ssize_t>(SYS_pwrite64, file, data, bytes, at); };
+    if (watching())
+        look_for_rounds(data, size);
     return made(
-        "write", tvr::torture::path_of(file),
-        [&] { return static_cast<ssize_t>(syscall(SYS_pwrite64, file, data, size, at)); },
-        [&] { syscall(SYS_pwrite64, file, data, size / 2, at); });
+        "write", file, [&] { return put(size); }, [&] { put(size / 2); });
 }
 
 TORTURE_EXPORT ssize_t write(int file, const void* data, size_t size) {
-    if (!tvr::torture::watching())
-        return syscall(SYS_write, file, data, size);
+    const auto put = [&](size_t bytes) { return system_call<ssize_t>(SYS_write, file, data, bytes); };
     return made(
-        "write", tvr::torture::path_of(file),
-        [&] { return static_cast<ssize_t>(syscall(SYS_write, file, data, size)); },
-        [&] { syscall(SYS_write, file, data, size / 2); });
+        "write", file, [&] { return put(size); }, [&] { put(size / 2); });
 }
 
 TORTURE_EXPORT ssize_t copy_file_range(int from, off_t* from_at, int to, off_t* to_at, size_t size,
                                        unsigned flags) {
     const auto copy = [&](size_t bytes) {
-        return static_cast<ssize_t>(syscall(SYS_copy_file_range, from, from_at, to, to_at, bytes, flags));
+        return system_call<ssize_t>(SYS_copy_file_range, from, from_at, to, to_at, bytes, flags);
     };
-    if (!tvr::torture::watching())
-        return copy(size);
     return made(
-        "copy", tvr::torture::path_of(to), [&] { return copy(size); },
+        "copy", to, [&] { return copy(size); },
         [&] {
             struct stat info {};
             if (fstat(from, &info) == 0)
@@ -279,23 +266,20 @@ TORTURE_EXPORT ssize_t copy_file_range(int from, off_t* from_at, int to, off_t* 
 }
 
 TORTURE_EXPORT int ftruncate(int file, off_t size) noexcept {
-    const auto call = [&] { return system_call(SYS_ftruncate, file, size); };
-    return tvr::torture::watching() ? made("cut", tvr::torture::path_of(file), call) : call();
+    return made("cut", file, [&] { return system_call(SYS_ftruncate, file, size); });
 }
 
 TORTURE_EXPORT int fallocate(int file, int mode, off_t from, off_t size) {
-    const auto call = [&] { return system_call(SYS_fallocate, file, mode, from, size); };
-    return tvr::torture::watching() ? made("grow", tvr::torture::path_of(file), call) : call();
+    return made("grow", file, [&] { return system_call(SYS_fallocate, file, mode, from, size); });
 }
 
 TORTURE_EXPORT int futimens(int file, const timespec* times) noexcept {
-    const auto call = [&] { return system_call(SYS_utimensat, file, nullptr, times, 0); };
-    return tvr::torture::watching() ? made("time", tvr::torture::path_of(file), call) : call();
+    return made("time", file, [&] { return system_call(SYS_utimensat, file, nullptr, times, 0); });
 }
 
 TORTURE_EXPORT int unlink(const char* path) noexcept {
     const auto call = [&] { return system_call(SYS_unlinkat, AT_FDCWD, path, 0); };
-    return tvr::torture::exists(path) ? made("delete", path, call) : call();
+    return exists(path) ? made("delete", path, call) : call();
 }
 
 TORTURE_EXPORT int rmdir(const char* path) noexcept {
@@ -304,7 +288,7 @@ TORTURE_EXPORT int rmdir(const char* path) noexcept {
 
 TORTURE_EXPORT int mkdir(const char* path, mode_t mode) noexcept {
     const auto call = [&] { return system_call(SYS_mkdirat, AT_FDCWD, path, mode); };
-    return tvr::torture::exists(path) ? call() : made("make", path, call);
+    return exists(path) ? call() : made("make", path, call);
 }
 
 TORTURE_EXPORT int rename(const char* from, const char* to) noexcept {

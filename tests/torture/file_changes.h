@@ -44,7 +44,6 @@ struct board {
     std::atomic<std::uint32_t> asked;  // calls of the change hook
     std::atomic<std::uint32_t> unseen; // changes of data files that the hook wasn't asked for
     std::atomic<std::uint32_t> done;   // changes made; entries in `log`
-    std::atomic<std::uint32_t> ready;  // entries of `log` that are complete
     std::atomic<std::uint32_t> halted; // the halting thread stands
     std::atomic<std::uint32_t> resume;
     std::atomic<std::uint32_t> idle;     // how often the transaction thread came to its wait
@@ -73,6 +72,11 @@ struct plan {
 
 // Watches this process from now on. `root` is an absolute folder.
 void arm(const plan& wanted, const std::string& root);
+
+// Tells the board that this thread stands, and waits until it may go on.
+void halt();
+// For the test: waits until a child stands, or has ended.
+void wait_for_halt(const board& of_child);
 
 // Spares the changes of this thread, in a scope.
 class spared {

@@ -67,18 +67,24 @@ int tvrctl_with_engine(const std::vector<std::string>& words) {
     return tvrctl(words);
 }
 
+std::function<int()> command(const std::vector<std::string>& words) {
+    return [words] { return tvrctl(words); };
+}
+
+std::optional<std::string> find(const files& content, const std::string& path) {
+    const auto found = content.find(path);
+    return found == content.end() ? std::nullopt : std::optional(found->second);
+}
+
 std::string cache_of(const files& content) {
-    const auto found = content.find(cache_file);
-    return found == content.end() ? std::string() : found->second;
+    return find(content, cache_file).value_or("");
 }
 
 // Nothing but the cache may differ.
-void expect_only_cache(const files& left, const files& before) {
-    files one = left;
-    files other = before;
-    one.erase(cache_file);
-    other.erase(cache_file);
-    trained_base::expect_equal("beside the cache", one, other);
+void expect_only_cache(files left, files before) {
+    left.erase(cache_file);
+    before.erase(cache_file);
+    trained_base::expect_equal("beside the cache", left, before);
 }
 
 // An append is there as a whole or not at all, and the next one stands right behind.
@@ -89,13 +95,13 @@ std::string judge_append(const files& left, const files& before, const files& af
     const auto found = records_of(cache_of(left));
     EXPECT_TRUE(found == old || found == whole);
     trained_base& base = the_base();
-    EXPECT_EQ(in_child(base.box, {}, [] { return append_messages(20, 3) ? 0 : 1; }), 0);
+    base.append(20, 3);
     const std::string next = read_file(base.path(cache_file));
     const auto then = records_of(next);
     EXPECT_TRUE(is_prefix(found, then));
     EXPECT_EQ(then.size(), found.size() + 3);
     EXPECT_EQ(word_at(next, 0), then.size());
-    EXPECT_EQ(base.run("the training", [](engine_driver& engine) { engine.train(); }), verdict::rest);
+    EXPECT_EQ(base.train("the training"), verdict::rest);
     EXPECT_FALSE(base.content(true).contains(cache_file));
     if (found == old)
         return "nothing is appended";
@@ -117,7 +123,7 @@ std::string judge_train(const files& left, const files& before, const files& aft
     EXPECT_TRUE(is_prefix(records_of(cache_of(before)), found));
     EXPECT_TRUE(is_prefix(found, records_of(cache_of(after))));
     trained_base& base = the_base();
-    EXPECT_EQ(base.run("the training", [](engine_driver& engine) { engine.train(); }), verdict::rest);
+    EXPECT_EQ(base.train("the training"), verdict::rest);
     return found.size() == records_of(cache_of(before)).size() ? "nothing is appended"
            : found == records_of(cache_of(after))              ? "all is appended"
                                                                : "some messages are appended, whole";
@@ -138,16 +144,13 @@ std::string judge_forget(const files& left, const files& before, const files& af
 // Only one file may differ, and it is the old one or the new one.
 std::string judge_one_file(const std::string& path, const files& left, const files& before,
                            const files& after) {
-    const auto content = [&](const files& all) {
-        const auto found = all.find(path);
-        return found == all.end() ? std::nullopt : std::optional(found->second);
-    };
-    EXPECT_TRUE(content(left) == content(before) || content(left) == content(after)) << path;
+    const auto found = find(left, path);
+    EXPECT_TRUE(found == find(before, path) || found == find(after, path)) << path;
     for (const auto& line : differences(left, before))
         EXPECT_TRUE(line.starts_with(path + " ") || line.ends_with("tmp is too much") ||
                     line.ends_with(".part is too much"))
             << line;
-    return content(left) == content(after) ? "the new file" : "the old file";
+    return found == find(after, path) ? "the new file" : "the old file";
 }
 
 const std::string good_index = base_folder + "nspamdict.idx";
@@ -173,7 +176,7 @@ files trained_on(const std::vector<std::string>& records) {
         for (const std::string& record : records)
             cache += record;
         write_file(base.path(cache_file), cache);
-        EXPECT_EQ(base.run("the model", [](engine_driver& engine) { engine.train(); }), verdict::rest);
+        EXPECT_EQ(base.train("the model"), verdict::rest);
         entry->second = base.content(true);
     }
     return entry->second;
@@ -187,8 +190,7 @@ TEST(merge_death, costs_what_is_told) {
     const std::string copy = transact_folder + "~~autotrain.bys";
     base.box.restore("waiting");
     std::filesystem::rename(base.path(cache_file), base.path(snapshot));
-    ASSERT_EQ(in_child(base.box, {}, [] { return append_messages(trained_base::next_series, 5) ? 0 : 1; }),
-              0);
+    base.append(trained_base::next_series, 5);
     base.box.save("merging");
     const auto old = records_of(read_file(base.path(snapshot)));
     const auto fresh = records_of(read_file(base.path(cache_file)));
@@ -201,28 +203,23 @@ TEST(merge_death, costs_what_is_told) {
         return 0;
     };
     const auto judge = [&](const files& left, const files&, const files&) {
-        const auto bytes_of = [&](const std::string& path) {
-            const auto found = left.find(path);
-            return found == left.end() ? std::string() : found->second;
-        };
-        std::string next = bytes_of(cache_file);
+        std::string next = cache_of(left);
         if (left.contains(snapshot)) {
-            std::string merged = bytes_of(left.contains(copy) ? copy : snapshot);
+            std::string merged = left.at(left.contains(copy) ? copy : snapshot);
             merged.resize(std::max<std::size_t>(merged.size(), 4)); // at least its count is written
             next = merged + next.substr(std::min<std::size_t>(next.size(), 4));
         }
         const auto taken = records_of(next);
         base.box.save("left");
-        const auto train = [](engine_driver& engine) { engine.train(); };
-        EXPECT_EQ(base.run("the training", train), verdict::rest);
+        EXPECT_EQ(base.train("the training"), verdict::rest);
         files found = base.content(true);
         EXPECT_EQ(found.erase(copy) != 0, left.contains(copy) && !left.contains(snapshot));
         trained_base::expect_equal("trained", found, trained_on(taken));
         // With the copy gone, nothing tells that the cache is in the snapshot.
         if (left.contains(copy) || taken.size() == both.size()) {
             base.box.restore("left");
-            EXPECT_EQ(in_child(base.box, {}, [] { return tvrctl({"repair", "--yes"}); }), 0);
-            EXPECT_EQ(base.run("the training of what is repaired", train), verdict::rest);
+            base.work(command({"repair", "--yes"}));
+            EXPECT_EQ(base.train("the training of what is repaired"), verdict::rest);
             trained_base::expect_equal("repaired", tidied(base.content(true), {}), trained_on(both));
         }
         const auto times = [&](const std::string& record) {
@@ -262,7 +259,7 @@ std::string judge_import(const files&, const files& before, const files& after) 
 // A second run comes to the same end.
 std::string judge_second_run(const job& each, const files& left, const files& before, const files& after) {
     trained_base& base = the_base();
-    EXPECT_EQ(in_child(base.box, {}, each.work), 0);
+    base.work(each.work);
     const files found = tidied(base.content(true), after);
     files expected = tidied(after, after);
     if (!found.contains(good_index)) // whoever works with the list makes it
@@ -295,8 +292,7 @@ void die_in_transaction(platform::change what, const char* path_end) {
 // While the halves are put in place.
 void damage_files() {
     trained_base& base = the_base();
-    ASSERT_EQ(in_child(base.box, {}, [] { return append_messages(trained_base::next_series, 3) ? 0 : 1; }),
-              0);
+    base.append(trained_base::next_series, 3);
     const auto damage = [&](const std::string& name, std::size_t at) {
         std::string bytes = read_file(base.path(name));
         bytes.at(at) = static_cast<char>(bytes.at(at) ^ 0x40);
@@ -312,7 +308,7 @@ void damage_files() {
 
 TEST(tool_death, of_a_repair_loses_nothing) {
     trained_base& base = the_base();
-    job repair = {"tvrctl repair", "broken", [] { return tvrctl({"repair", "--yes"}); }, {}, 10};
+    job repair = {"tvrctl repair", "broken", command({"repair", "--yes"}), {}, 10};
     // Whatever was there still is, in its place or another.
     repair.judge = [&](const files& left, const files& before, const files& after) {
         std::set<std::string> kept;
@@ -347,7 +343,7 @@ TEST(tool_death, of_a_trim_loses_nothing) {
     base.box.restore("trained");
     write_file(base.path(good_index), std::string(512, 'x'));
     base.box.save("indexed");
-    job trim = {"tvrctl trim", "indexed", [] { return tvrctl({"trim"}); }, {}, 4};
+    job trim = {"tvrctl trim", "indexed", command({"trim"}), {}, 4};
     trim.judge = [&](const files& left, const files& before, const files& after) {
         return judge_second_run(trim, left, before, after);
     };
@@ -360,15 +356,10 @@ TEST(tool_death, leaves_the_old_or_the_new) {
     const std::string mail = TVR_SAMPLE_MAIL;
     base.box.restore("trained");
     const std::string text = base.path("export.txt");
-    ASSERT_EQ(in_child(base.box, {}, [&] { return tvrctl({"export", text}); }), 0);
+    base.work(command({"export", text}));
     const std::string exported = read_file(text);
-    base.box.empty();
-    ASSERT_EQ(in_child(base.box, {},
-                       [] {
-                           prepare_root();
-                           return append_messages(1, 1) ? 0 : 1;
-                       }),
-              0);
+    base.make_bare();
+    base.append(1, 1);
     base.remove(cache_file);
     write_file(text, exported);
     base.box.save("empty");
@@ -378,32 +369,18 @@ TEST(tool_death, leaves_the_old_or_the_new) {
             return judge_one_file(path, left, before, after);
         };
     };
-    const job jobs[] = {{"tvrctl train", "waiting",
-                         [&] {
-                             return tvrctl_with_engine({"train", "--later", "-q", "--threads", "1", "--spam",
-                                                        mail + "/spam", "--ham", mail + "/ham"});
-                         },
-                         judge_train, 6},
-                        {"tvrctl forget", "waiting",
-                         [] {
-                             return tvrctl({"forget", "<7.2@x>_0123ABCD"});
-                         },
-                         judge_forget, 6},
-                        {"tvrctl config set", "waiting",
-                         [] {
-                             return tvrctl({"config", "set", "training delay", "77"});
-                         },
-                         one_file("advanced.ini"), 6},
-                        {"tvrctl export", "trained",
-                         [&] {
-                             return tvrctl({"export", text});
-                         },
-                         one_file("export.txt"), 4},
-                        {"tvrctl import", "empty",
-                         [&] {
-                             return tvrctl({"import", "--later", text});
-                         },
-                         judge_import, 25}};
+    const job jobs[] = {
+        {"tvrctl train", "waiting",
+         [&] {
+             return tvrctl_with_engine({"train", "--later", "-q", "--threads", "1", "--spam", mail + "/spam",
+                                        "--ham", mail + "/ham"});
+         },
+         judge_train, 6},
+        {"tvrctl forget", "waiting", command({"forget", "<7.2@x>_0123ABCD"}), judge_forget, 6},
+        {"tvrctl config set", "waiting", command({"config", "set", "training delay", "77"}),
+         one_file("advanced.ini"), 6},
+        {"tvrctl export", "trained", command({"export", text}), one_file("export.txt"), 4},
+        {"tvrctl import", "empty", command({"import", "--later", text}), judge_import, 25}};
     for (const job& each : jobs) {
         torture(each);
         torture(each, all_errors);
@@ -413,13 +390,7 @@ TEST(tool_death, leaves_the_old_or_the_new) {
 // The engine that has never run makes its folders and settings.
 TEST(engine_death, in_the_first_start_costs_nothing) {
     trained_base& base = the_base();
-    base.box.empty();
-    ASSERT_EQ(in_child(base.box, {},
-                       [] {
-                           prepare_root();
-                           return 0;
-                       }),
-              0);
+    base.make_bare();
     base.box.save("bare");
     EXPECT_EQ(base.train_next(), verdict::rest);
     const files trained = base.content(true);
@@ -445,30 +416,24 @@ TEST(two_engines, train_as_one) {
     trained_base& base = the_base();
     const auto train = [](engine_driver& engine) { engine.train(); };
     base.box.restore("waiting");
-    ASSERT_EQ(in_child(base.box, {}, [&] { return run_engine(train); }), 0);
+    base.train("the transaction");
     const std::uint32_t points = shared_board().begun;
     tally outcomes("Two engines, the first one stopped at a change (" + std::to_string(points) + " changes)");
     board& first = board_of(0);
     board& second = board_of(1);
-    const auto wait_until = [](const std::function<bool()>& condition) {
-        while (!condition())
-            usleep(500);
-    };
     for (std::uint32_t index = 0; index < points; index += stride(50)) {
         base.box.restore("waiting");
         first.clear();
         second.clear();
         const int a = start_child(base.box, {fate::halt, index}, [&] { return run_engine(train); });
-        wait_until([&] { return first.halted != 0 || first.verdict != 0; });
-        const int b = start_child(base.box, {.board = 1}, [&] {
-            const int code = run_engine([&](engine_driver& engine) {
+        wait_for_halt(first);
+        const int b = start_child(base.box, {.board = 1}, [] {
+            return run_engine([](engine_driver& engine) {
                 engine.train();
-                second.halted = 1;
-                wait_until([&] { return second.resume != 0; });
+                halt();
             });
-            return code;
         });
-        wait_until([&] { return second.halted != 0 || second.verdict != 0; });
+        wait_for_halt(second);
         first.resume = 1;
         EXPECT_EQ(join_child(a), 0);
         second.resume = 1;

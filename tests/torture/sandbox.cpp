@@ -15,8 +15,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// The folder itself stays, since it may be a disk of its own.
+void clear(const fs::path& folder) {
+    fs::create_directory(folder);
+    for (const auto& entry : fs::directory_iterator(folder))
+        fs::remove_all(entry);
+}
+
 void copy_tree(const fs::path& from, const fs::path& to) {
-    fs::remove_all(to);
+    clear(to);
     fs::copy(from, to, fs::copy_options::recursive);
 }
 
@@ -42,12 +49,8 @@ void sandbox::save(const std::string& name) const {
 void sandbox::restore(const std::string& name) const {
     copy_tree(m_folder / name, root());
 }
-void sandbox::fill(const std::string& name) const {
-    fs::copy(m_folder / name, root(), fs::copy_options::recursive);
-}
 void sandbox::empty() const {
-    fs::remove_all(root());
-    fs::create_directory(root());
+    clear(root());
 }
 
 files sandbox::content() const {
@@ -88,11 +91,6 @@ int join_child(int process) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status) == SIGKILL ? killed : -WTERMSIG(status);
 }
 
-void kill_child(int process) {
-    ::kill(process, SIGKILL);
-    join_child(process);
-}
-
 int in_child(const sandbox& box, const plan& wanted, const std::function<int()>& body) {
     shared_board().clear();
     return join_child(start_child(box, wanted, body));
@@ -112,13 +110,6 @@ std::vector<std::string> differences(const files& found, const files& expected) 
     return lines;
 }
 
-std::string listed(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const std::string& line : lines)
-        text += "\n    " + line;
-    return text;
-}
-
 unsigned stride(unsigned usual) {
     const char* const text = std::getenv("TORTURE_STRIDE");
     return text ? static_cast<unsigned>(std::max(1, std::atoi(text))) : usual;
@@ -128,7 +119,7 @@ tally::~tally() {
     unsigned all = 0;
     for (const auto& [outcome, count] : m_counts)
         all += count;
-    std::printf("%s: %u points%s\n", m_title.c_str(), all, m_notes.c_str());
+    std::printf("%s: %u points\n", m_title.c_str(), all);
     for (const auto& [outcome, count] : m_counts)
         std::printf("  %6u  %s\n", count, outcome.c_str());
 }

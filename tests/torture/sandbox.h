@@ -25,14 +25,10 @@ public:
     sandbox& operator=(const sandbox&) = delete;
 
     [[nodiscard]] std::string root() const { return (m_folder / "root").string(); }
-    [[nodiscard]] std::filesystem::path base() const { return m_folder / "root" / base_folder; }
     void save(const std::string& name) const;    // the root under a name
     void restore(const std::string& name) const; // the root as it was saved
-    void fill(const std::string& name) const;    // into the empty root
     void empty() const;                          // a root without anything
     [[nodiscard]] files content() const;
-
-    static constexpr const char* base_folder = "appdata/Orvenix/Brackenhold/data/base";
 
 private:
     std::filesystem::path m_folder;
@@ -45,13 +41,11 @@ int in_child(const sandbox& box, const plan& wanted, const std::function<int()>&
 // Starts one, and answers its process id.
 int start_child(const sandbox& box, const plan& wanted, const std::function<int()>& body);
 int join_child(int process);
-void kill_child(int process);
 
 // The paths in which two states differ, each with a word.
 std::vector<std::string> differences(const files& found, const files& expected);
-std::string listed(const std::vector<std::string>& lines);
 
-// 0: all; otherwise every n-th point. From TORTURE_STRIDE; `usual` where that isn't set.
+// Every n-th point is run. From TORTURE_STRIDE; `usual` where that isn't set.
 unsigned stride(unsigned usual);
 
 // A count of points for each outcome; printed by the destructor.
@@ -62,11 +56,9 @@ public:
     tally(const tally&) = delete;
     tally& operator=(const tally&) = delete;
     void add(const std::string& outcome) { ++m_counts[outcome]; }
-    void note(const std::string& text) { m_notes += text; }
 
 private:
     std::string m_title;
-    std::string m_notes;
     std::map<std::string, unsigned> m_counts;
 };
 

@@ -32,13 +32,7 @@ void drop_leftovers(files& content) {
 } // namespace
 
 trained_base::trained_base() {
-    box.empty();
-    EXPECT_EQ(in_child(box, {},
-                       [] {
-                           prepare_root();
-                           return 0;
-                       }),
-              0);
+    make_bare();
     run("the history", [](engine_driver& engine) {
         for (unsigned series = 1; series <= history; ++series) {
             engine.append(series, batch);
@@ -48,7 +42,7 @@ trained_base::trained_base() {
     });
     box.save("waiting");
     before = content();
-    run("the transaction", [](engine_driver& engine) { engine.train(); });
+    train("the transaction");
     box.save("trained");
     after = content();
     train_next();
@@ -88,12 +82,29 @@ verdict trained_base::restart() {
     return run("the restart", [](engine_driver& engine) { engine.wait_for_rest(); });
 }
 
+verdict trained_base::train(const std::string& what) {
+    return run(what, [](engine_driver& engine) { engine.train(); });
+}
+
 verdict trained_base::train_next() {
     return run("the next training", [](engine_driver& engine) {
         engine.wait_for_rest();
         engine.append(next_series, batch);
         engine.train();
     });
+}
+
+void trained_base::work(const std::function<int()>& body) {
+    EXPECT_EQ(in_child(box, {}, body), 0);
+}
+
+void trained_base::append(unsigned series, unsigned count) {
+    work([&] { return append_messages(series, count) ? 0 : 1; });
+}
+
+void trained_base::make_bare() {
+    box.empty();
+    work([] { return prepare_root(), 0; });
 }
 
 void trained_base::remove(const std::string& name) const {
@@ -104,15 +115,14 @@ void trained_base::expect_equal(const std::string& when, files found, files expe
     EXPECT_EQ(found[time_mark].size(), expected[time_mark].size()) << when;
     found.erase(time_mark);
     expected.erase(time_mark);
-    const auto lines = differences(found, expected);
-    EXPECT_TRUE(lines.empty()) << when << ":" << listed(lines);
+    EXPECT_EQ(differences(found, expected), std::vector<std::string>()) << when;
 }
 
 std::string trained_base::generated(const files& dictionaries) {
     auto [entry, is_new] = m_generated.try_emplace(dictionaries);
     if (is_new) {
         box.save("meanwhile");
-        for (const auto& file : fs::directory_iterator(box.base()))
+        for (const auto& file : fs::directory_iterator(path(base_folder)))
             if (file.is_regular_file())
                 fs::remove(file.path());
         for (const auto& [name, bytes] : dictionaries)

@@ -34,10 +34,15 @@ public:
     // undisturbed engine makes, unless `any_archive` is set.
     files content(bool any_archive = false);
 
-    // Runs an engine in a child, and answers how it ended; a crash fails the test.
+    // Each runs an engine in a child, and answers how it ended; a crash fails the test.
     verdict run(const std::string& what, const std::function<void(engine_driver&)>& driver);
-    verdict restart();    // to its rest
-    verdict train_next(); // the same, and the next series after that
+    verdict restart();                      // to its rest
+    verdict train(const std::string& what); // what waits
+    verdict train_next();                   // what is left, and then the next series
+    // Each must succeed in a child.
+    void work(const std::function<int()>& body);
+    void append(unsigned series, unsigned count);
+    void make_bare(); // an empty root with its settings
     // Removes a file or a folder of the root.
     void remove(const std::string& path) const;
     [[nodiscard]] std::string path(const std::string& name) const { return box.root() + "/" + name; }
