@@ -2,11 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <array>
-#include <map>
+#include <functional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "support/file_bytes.h"
 #include "torture/trained_base.h"
@@ -20,158 +19,140 @@ const std::string marker(unsigned stage) {
 
 const std::string marker_text("prepared\0", 9);
 
-// How far a transaction has come, by the changes that decide on what a death leaves.
-enum class progress {
-    cache,                 // nothing is taken
-    snapshot,              // ~autotrain.bys is whole
-    unmarked,              // only the batch of folder 1 is left, and no marker
-    entered,               // marker 1
-    batch_moved,           // data.bys is in folder 2, without its marker
-    both_markers,          // markers 1 and 2
-    sorted,                // up to the first file that is published
-    publishing,            // some files of the first half are in place
-    half,                  // the first half is in place, and its marker is gone
-    unmarked_dictionaries, // both halves are in place, and no marker is left
-    generating,            // marker 6
-    unstamped,             // the compiled base is in place, and no marker is left
-    cut_stamp,             // the time mark is being written
-    done,
-};
-
-constexpr std::array names = {
-    "the cache waits for the next training, whole",
-    "the snapshot waits for the next training, whole",
-    "GAP the batch is lost, and nothing else",
-    "comes to the same bytes, from marker 1",
-    "GAP stuck: goes round without a batch",
-    "GAP comes to the same bytes, then stuck: goes round without a batch",
-    "comes to the same bytes, from markers 2, 3 and 4",
-    "GAP comes through, but for the files that had been moved",
-    "GAP stuck: goes round without a marker",
-    "GAP new dictionaries, with the old compiled base until the next training",
-    "comes to the same bytes, from marker 6",
-    "GAP the same bytes, with the old time mark",
-    "GAP the same bytes, with a cut time mark",
-    "the same bytes already",
-};
-
-struct way {
-    progress point = progress::cache;
+// A death, and what the restarted engine is to come to; without more, the bytes of an undisturbed run.
+struct sequel {
+    std::set<std::string> published; // files of the first half that had been moved
     bool statistic_cut = false;      // after marker 2, the statistic was being saved
-    std::set<std::string> published; // files of the first half that had been moved when the process died
+    files left;                      // by the dead
+    files found;                     // behind the restart
+    verdict wanted = verdict::rest;
+    files expected = the_base().after;
+    const files* next = &the_base().both_apart; // with the next training; null: only that it comes through
 };
 
-// By the order of the file operations of a transaction.
-way way_of(const std::vector<file_change>& changes) {
-    static const std::map<std::string, progress> milestones = {
-        {"rename " + transact_folder + "~autotrain.bys", progress::snapshot},
-        {"delete " + transact_folder + "~autotrain.bys", progress::unmarked},
-        {"create " + marker(1), progress::entered},
-        {"rename " + transact_folder + "0002/data.bys", progress::batch_moved},
-        {"create " + marker(2), progress::both_markers},
-        {"delete " + marker(1), progress::sorted},
-        {"delete " + marker(4), progress::half},
-        {"delete " + marker(3), progress::unmarked_dictionaries},
-        {"create " + marker(6), progress::generating},
-        {"delete " + marker(6), progress::unstamped},
-        {"cut " + time_mark, progress::cut_stamp},
-        {"write " + time_mark, progress::done},
-    };
-    way result;
-    for (const file_change& change : changes) {
-        if (const auto found = milestones.find(change.what + " " + change.path); found != milestones.end())
-            result.point = found->second;
-        if (change.what == "rename" && change.path.starts_with(base_folder + "nspamdict")) {
-            result.point = progress::publishing;
-            result.published.insert(change.path);
-        }
-        if (change.path == statistic_file)
-            result.statistic_cut = change.what == "cut" && result.point >= progress::sorted;
-    }
-    return result;
+void waits_in(const std::string& name, sequel& then) {
+    then.expected = the_base().before;
+    std::string batch = then.expected[cache_file];
+    then.expected.erase(cache_file);
+    then.expected[name] = std::move(batch);
+    then.next = &the_base().both_together;
 }
 
-// What the restarted engine is to come to, and to leave.
-void judge(const way& dead) {
+void keeps_the_old_mark(sequel& then) {
+    EXPECT_EQ(then.found.at(time_mark), the_base().before[time_mark]);
+}
+
+// How far a transaction has come, by the order of its file operations.
+struct station {
+    std::string change; // the one that leads here; its path may be the beginning of several
+    const char* outcome;
+    std::function<void(sequel&)> adapt = [](sequel&) {};
+};
+
+const std::vector<station> stations = {
+    {"", "the cache waits for the next training, whole", [](sequel& then) { waits_in(cache_file, then); }},
+    {"rename " + transact_folder + "~autotrain.bys", "the snapshot waits for the next training, whole",
+     [](sequel& then) { waits_in(transact_folder + "~autotrain.bys", then); }},
+    {"delete " + transact_folder + "~autotrain.bys", "GAP the batch is lost, and nothing else",
+     [](sequel& then) {
+         then.expected = the_base().before;
+         then.expected.erase(cache_file);
+         then.next = &the_base().next_only;
+     }},
+    {"create " + marker(1), "comes to the same bytes, from marker 1"},
+    {"rename " + transact_folder + "0002/data.bys", "GAP stuck: goes round without a batch",
+     [](sequel& then) {
+         then.wanted = verdict::no_batch;
+         then.expected = then.left;
+         then.next = &the_base().next_only;
+     }},
+    {"create " + marker(2), "GAP comes to the same bytes, then stuck: goes round without a batch",
+     [](sequel& then) {
+         then.wanted = verdict::no_batch;
+         then.expected[marker(1)] = marker_text;
+     }},
+    {"delete " + marker(1), "comes to the same bytes, from markers 2, 3 and 4"},
+    {"rename " + base_folder + "nspamdict", "GAP comes through, but for the files that had been moved",
+     [](sequel& then) {
+         for (const std::string& path : then.published)
+             EXPECT_EQ(then.expected.erase(path), 1U) << path;
+         files dictionaries = then.expected;
+         std::erase_if(dictionaries, [](const auto& file) {
+             return !file.first.ends_with(".bye") && !file.first.ends_with(".lst");
+         });
+         then.expected[compiled_base] = the_base().generated(dictionaries);
+         then.next = nullptr;
+     }},
+    {"delete " + marker(4), "GAP stuck: goes round without a marker",
+     [](sequel& then) {
+         then.wanted = verdict::no_marker;
+         then.expected = then.left;
+     }},
+    {"delete " + marker(3), "GAP new dictionaries, with the old compiled base until the next training",
+     [](sequel& then) {
+         then.expected[compiled_base] = the_base().before[compiled_base];
+         keeps_the_old_mark(then);
+     }},
+    {"create " + marker(6), "comes to the same bytes, from marker 6"},
+    {"delete " + marker(6), "GAP the same bytes, with the old time mark", keeps_the_old_mark},
+    {"cut " + time_mark, "GAP the same bytes, with a cut time mark",
+     [](sequel& then) {
+         EXPECT_LT(then.found.at(time_mark).size(), 8U);
+         then.expected[time_mark] = then.found.at(time_mark);
+     }},
+    {"write " + time_mark, "the same bytes already"},
+};
+
+// The last station of a dead process.
+const station& station_of(const std::vector<file_change>& changes, sequel& then) {
+    std::size_t last = 0;
+    bool sorted = false;
+    for (const file_change& change : changes) {
+        const std::string text = change.what + " " + change.path;
+        for (std::size_t i = 1; i < stations.size(); ++i)
+            if (text.starts_with(stations[i].change))
+                last = i;
+        sorted = sorted || text == "delete " + marker(1);
+        if (text.starts_with("rename " + base_folder + "nspamdict"))
+            then.published.insert(change.path);
+        if (change.path == statistic_file)
+            then.statistic_cut = change.what == "cut" && sorted;
+    }
+    return stations[last];
+}
+
+// Restarts the engine, and answers what has come out.
+std::string judge_engine(const files&, const files&, const files&) {
     trained_base& base = the_base();
-    const files left = base.content();
+    sequel then;
+    const station& point = station_of(shared_board().changes(), then);
+    const std::string outcome =
+        then.statistic_cut ? std::string("GAP ") + point.outcome + ", but the statistic of the batch is lost"
+                           : point.outcome;
+    SCOPED_TRACE(outcome);
+    then.left = base.content();
     const verdict end = base.restart();
-    const files found = base.content();
-    files expected = base.after;
-    const files* next = &base.both_apart;
-    verdict wanted = verdict::rest;
-    switch (dead.point) {
-    case progress::cache:
-        expected = base.before;
-        next = &base.both_together;
-        break;
-    case progress::snapshot:
-        expected = base.before;
-        expected[transact_folder + "~autotrain.bys"] = expected[cache_file];
-        expected.erase(cache_file);
-        next = &base.both_together;
-        break;
-    case progress::unmarked:
-        expected = base.before;
-        expected.erase(cache_file);
-        next = &base.next_only;
-        break;
-    case progress::batch_moved:
-        wanted = verdict::no_batch;
-        expected = left;
-        next = &base.next_only;
-        break;
-    case progress::both_markers:
-        wanted = verdict::no_batch;
-        expected[marker(1)] = marker_text;
-        break;
-    case progress::publishing: {
-        for (const std::string& path : dead.published)
-            EXPECT_EQ(expected.erase(path), 1U) << path;
-        files dictionaries;
-        for (const auto& [path, bytes] : expected)
-            if (path.ends_with(".bye") || path.ends_with(".lst"))
-                dictionaries[path] = bytes;
-        expected[compiled_base] = base.generated(dictionaries);
-        next = nullptr; // only that it comes through
-        break;
+    then.found = base.content();
+    point.adapt(then);
+    if (then.statistic_cut) {
+        EXPECT_TRUE(then.expected[statistic_file].starts_with(then.left.at(statistic_file)));
+        then.expected[statistic_file] = then.left.at(statistic_file);
     }
-    case progress::half:
-        wanted = verdict::no_marker;
-        expected = left;
-        break;
-    case progress::unmarked_dictionaries:
-        expected[compiled_base] = base.before[compiled_base];
-        EXPECT_EQ(found.at(time_mark), base.before[time_mark]);
-        break;
-    case progress::unstamped:
-        EXPECT_EQ(found.at(time_mark), base.before[time_mark]);
-        break;
-    case progress::cut_stamp:
-        EXPECT_LT(found.at(time_mark).size(), 8U);
-        expected[time_mark] = found.at(time_mark);
-        break;
-    default:
-        break;
-    }
-    if (dead.statistic_cut) {
-        EXPECT_TRUE(expected[statistic_file].starts_with(left.at(statistic_file)));
-        expected[statistic_file] = left.at(statistic_file);
-    }
-    EXPECT_EQ(end, wanted) << name_of(end);
-    trained_base::expect_equal("restarted", found, expected);
-    if (dead.point == progress::half)
-        return; // for good
+    EXPECT_EQ(end, then.wanted) << name_of(end);
+    trained_base::expect_equal("restarted", then.found, then.expected);
+    if (then.wanted == verdict::no_marker)
+        return outcome; // for good
     // The hand that leads out: without folder 1 the engine goes on.
-    if (wanted == verdict::no_batch)
+    if (then.wanted == verdict::no_batch)
         base.remove(transact_folder + "0001");
     // And the next training is as good as ever.
     EXPECT_EQ(base.train_next(), verdict::rest);
-    const files last = base.content(next == nullptr);
-    if (next)
-        trained_base::expect_equal("with the next training", last, *next);
+    const files last = base.content(then.next == nullptr);
+    if (then.next)
+        trained_base::expect_equal("with the next training", last, *then.next);
     for (const auto& [path, bytes] : last)
         EXPECT_FALSE(path.starts_with(transact_folder + "0")) << path << " is left";
+    return outcome;
 }
 
 TEST(engine_death, leaves_what_is_told_for_each_point) {
@@ -179,16 +160,8 @@ TEST(engine_death, leaves_what_is_told_for_each_point) {
         engine.train();
         engine.stop();
     };
-    const auto judged = [](const files&, const files&, const files&) {
-        const way dead = way_of(shared_board().changes());
-        std::string name = names.at(static_cast<std::size_t>(dead.point));
-        if (dead.statistic_cut)
-            name = "GAP " + name + ", but the statistic of the batch is lost";
-        SCOPED_TRACE(name);
-        judge(dead);
-        return name;
-    };
-    torture({"the engine in a transaction", "waiting", [&] { return run_engine(transaction); }, judged, 60});
+    torture({"the engine in a transaction", "waiting", [&] { return run_engine(transaction); }, judge_engine,
+             60});
 }
 
 // The changes of a transaction that others may rely on, in their order. What lies between is left out.

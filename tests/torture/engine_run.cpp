@@ -15,23 +15,14 @@
 #include "common/path.h"
 #include "platform/clock.h"
 #include "platform/entry.h"
+#include "platform/file.h"
 #include "platform/presence.h"
 #include "platform/registry.h"
 #include "platform/sync.h"
 #include "signal/event_channel.h"
 #include "signal/identity.h"
-#include "support/file_bytes.h"
 #include "support/sample_tokens.h"
 #include "torture/file_changes.h"
-
-// The linker puts this in front of platform::wait_any, so that the test knows when the transaction thread has
-// nothing left to do.
-extern "C" {
-std::uint32_t __real__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(
-    std::span<tvr::platform::event* const> events, std::uint32_t milliseconds);
-std::uint32_t __wrap__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(
-    std::span<tvr::platform::event* const> events, std::uint32_t milliseconds);
-}
 
 namespace tvr::torture {
 
@@ -56,10 +47,6 @@ const std::uint32_t first_time =
 
 } // namespace
 
-void note_idle() {
-    ++shared_board().idle;
-}
-
 void engine_driver::wait_for_rest() {
     const board& all = shared_board();
     const auto until = std::chrono::steady_clock::now() + patience;
@@ -80,10 +67,6 @@ void engine_driver::train() {
     m_waits += 2;
     event_channel().raise(ev_train);
     wait_for_rest();
-}
-
-void engine_driver::append(unsigned series, unsigned count) {
-    append_messages(series, count);
 }
 
 void engine_driver::stop() {
@@ -121,9 +104,7 @@ const char* name_of(verdict what) {
 
 void prepare_root() {
     const std::filesystem::path root = std::getenv("TESSIVAR_ROOT");
-    std::string engine_path = root.string();
-    for (char& c : engine_path)
-        c = c == '/' ? '\\' : c;
+    const std::string engine_path = platform::from_display_path(root.string());
     platform::registry_key key;
     key.create(platform::registry_root::local_machine, paths_key);
     key.set("TessivarRoot", platform::registry_type::string, engine_path);
@@ -157,10 +138,18 @@ bool append_messages(unsigned series, unsigned count) {
 
 } // namespace tvr::torture
 
+extern "C" {
+
+std::uint32_t __real__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(
+    std::span<tvr::platform::event* const> events, std::uint32_t milliseconds);
+
+// The linker puts this in front of platform::wait_any, so that the test knows when the transaction thread has
+// nothing left to do.
 std::uint32_t __wrap__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(
     std::span<tvr::platform::event* const> events, std::uint32_t milliseconds) {
     if (milliseconds == tvr::torture::training_delay * 1000)
-        tvr::torture::note_idle();
+        ++tvr::torture::shared_board().idle;
     return __real__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(events,
                                                                                            milliseconds);
+}
 }

@@ -24,8 +24,6 @@ public:
     void wait_for_rest();
     // Raises the event, and waits until the engine is through with the training.
     void train();
-    // As a client does: `count` messages of the series, of which every second one is spam.
-    void append(unsigned series, unsigned count);
     // Asks the engine to close; it ends the process.
     void stop();
 
@@ -41,7 +39,8 @@ const char* name_of(verdict what);
 
 // Stores and settings of a root: logs are on, the base is small, nothing is trained without being told.
 void prepare_root();
-// A client of its own: appends the series to the cache. False if that failed.
+// A client of its own: appends `count` messages of the series to the cache, of which every second one is
+// spam. False if that failed.
 bool append_messages(unsigned series, unsigned count);
 
 constexpr unsigned base_size = 40; // messages a half; atoms have 12 at most

@@ -21,7 +21,7 @@ namespace {
 void two_trainings(engine_driver& engine) {
     engine.train();
     halt();
-    engine.append(trained_base::next_series, trained_base::batch);
+    append_messages(trained_base::next_series, trained_base::batch);
     engine.train();
 }
 

@@ -35,10 +35,10 @@ trained_base::trained_base() {
     make_bare();
     run("the history", [](engine_driver& engine) {
         for (unsigned series = 1; series <= history; ++series) {
-            engine.append(series, batch);
+            append_messages(series, batch);
             engine.train();
         }
-        engine.append(waiting, batch);
+        append_messages(waiting, batch);
     });
     box.save("waiting");
     before = content();
@@ -89,7 +89,7 @@ verdict trained_base::train(const std::string& what) {
 verdict trained_base::train_next() {
     return run("the next training", [](engine_driver& engine) {
         engine.wait_for_rest();
-        engine.append(next_series, batch);
+        append_messages(next_series, batch);
         engine.train();
     });
 }
