@@ -13,6 +13,7 @@
 #include <sched.h>
 #include <set>
 #include <string>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
@@ -55,56 +56,49 @@ void become(uid_t user) {
         _exit(98);
 }
 
-outcome joined(pid_t child, int reading) {
-    outcome result;
-    char piece[4096];
-    for (ssize_t got = 0; (got = read(reading, piece, sizeof piece)) > 0;)
-        result.text.append(piece, static_cast<std::size_t>(got));
-    close(reading);
-    int status = 0;
-    waitpid(child, &status, 0);
-    result.code = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-    return result;
-}
-
 // Runs the body as a user; its texts are those of the standard output and error.
 outcome as_user(uid_t user, const std::function<int()>& body) {
-    int ends[2];
-    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const int text = memfd_create("text", MFD_CLOEXEC);
     std::fflush(nullptr);
     const pid_t child = fork();
     if (child == 0) {
-        dup2(ends[1], 1);
-        dup2(ends[1], 2);
+        dup2(text, 1);
+        dup2(text, 2);
         become(user);
         const int code = body();
         std::fflush(nullptr);
         _exit(code);
     }
-    close(ends[1]);
-    return joined(child, ends[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    outcome result = {code, read_file("/proc/self/fd/" + std::to_string(text))};
+    close(text);
+    return result;
+}
+
+// As the system's functions want them.
+std::vector<char*> pointers(const words& texts) {
+    std::vector<char*> all;
+    for (const std::string& text : texts)
+        all.push_back(const_cast<char*>(text.c_str()));
+    all.push_back(nullptr);
+    return all;
 }
 
 // Runs tvrctl or tvr_srv. The environment is what is given, and nothing else.
 outcome run(uid_t user, const words& environment, const words& line, limit most = {}) {
     return as_user(user, [&] {
-        const std::string program = "/mnt/bin/" + line[0];
-        std::vector<char*> arguments;
-        std::vector<char*> variables;
-        for (const std::string& word : line)
-            arguments.push_back(const_cast<char*>(word.c_str()));
-        for (const std::string& variable : environment)
-            variables.push_back(const_cast<char*>(variable.c_str()));
-        arguments.push_back(nullptr);
-        variables.push_back(nullptr);
         const rlimit wanted{most.most, most.most};
         if (most.most != RLIM_INFINITY && setrlimit(most.what, &wanted) != 0)
             return 97;
-        execve(program.c_str(), arguments.data(), variables.data());
+        execve(("/mnt/bin/" + line[0]).c_str(), pointers(line).data(), pointers(environment).data());
         return 96;
     });
 }
 
+const words plain = {"HOME=/mnt/owner"};
+const words moved = {"TESSIVAR_ROOT=/tmp/root"};
 const words train_later = {"tvrctl", "train",          "-q",    "--later",
                            "--spam", "/mnt/mail/spam", "--ham", "/mnt/mail/ham"};
 const words train_now = {"tvrctl", "train",          "-q",    "--wait",
@@ -133,11 +127,15 @@ void wait_for(const char* what, const std::function<bool()>& condition) {
     }
 }
 
+void wait_for_no_engine() {
+    wait_for("the end of the engines", [] { return engines(owner).empty() && engines(other).empty(); });
+}
+
 void kill_engines() {
     for (const uid_t user : {owner, other})
         for (const pid_t process : engines(user))
             kill(process, SIGKILL);
-    wait_for("the end of the engines", [] { return engines(owner).empty() && engines(other).empty(); });
+    wait_for_no_engine();
 }
 
 void make_folder(const fs::path& path, uid_t user, mode_t mode) {
@@ -216,7 +214,6 @@ private:
 
 // Processes with and without the variables of a session, before, in and after one, have one engine.
 TEST_F(foreign, processes_of_a_user_meet) {
-    const words plain = {"HOME=/mnt/owner"};
     const words bare = {};
     const words in_session = {"HOME=/mnt/owner", "XDG_RUNTIME_DIR=/run/user/65533"};
     const words elsewhere = {"HOME=/mnt/owner", "XDG_RUNTIME_DIR=/mnt/owner/private"};
@@ -262,7 +259,6 @@ TEST_F(foreign, processes_of_a_user_meet) {
 
 // The engine can't be found any more: no other one may begin before it has left, and it leaves.
 TEST_F(foreign, a_session_ends_under_the_engine) {
-    const words plain = {"HOME=/mnt/owner"};
     make_folder(session, owner, 0700);
     ASSERT_EQ(run(owner, plain, train_now).code, 0);
     const auto first = engines();
@@ -272,7 +268,7 @@ TEST_F(foreign, a_session_ends_under_the_engine) {
     EXPECT_EQ(run(owner, plain, {"tvr_srv"}).code, 0);
     EXPECT_EQ(engines(), first);
     kill(*first.begin(), SIGCONT);
-    wait_for("the end of the engine", [] { return engines().empty(); });
+    wait_for_no_engine();
     const outcome again = run(owner, plain, train_now);
     EXPECT_EQ(again.code, 0) << again.text;
     EXPECT_EQ(engines().size(), 1U);
@@ -367,36 +363,35 @@ TEST_F(foreign, another_user_reaches_nothing) {
 
 // A root in which another user has put his own is refused, with a reason, and gets nothing.
 TEST_F(foreign, planted_roots_are_refused) {
+    const fs::path root = "/tmp/root";
+    const fs::path below = root / "run"; // of a root that is good
     struct {
         const char* what;
-        std::function<void()> plant;
+        fs::path place;
+        std::function<void(const fs::path&)> plant;
         const char* told; // "": any words
     } const table[] = {
-        {"a foreign folder", [] { make_folder("/tmp/root", other, 0777); }, "belongs to another user"},
-        {"an open folder", [] { make_folder("/tmp/root", owner, 0777); }, "other users may write"},
-        {"a sticky folder", [] { make_folder("/tmp/root", 0, 01777); }, "other users may write"},
-        {"a link", [] { fs::create_directory_symlink("/mnt/other", "/tmp/root"); },
+        {"a foreign folder", root, [](auto& place) { make_folder(place, other, 0777); },
          "belongs to another user"},
-        {"a file", [] { make_file("/tmp/root", other, 0666, "x"); }, ""},
-        {"a pipe", [] { EXPECT_EQ(mkfifo("/tmp/root", 0666), 0); }, ""},
-        {"a run-time folder of another",
-         [] {
-             make_folder("/tmp/root", owner, 0700);
-             make_folder("/tmp/root/run", other, 0700);
-         },
+        {"an open folder", root, [](auto& place) { make_folder(place, owner, 0777); },
+         "other users may write"},
+        {"a sticky folder", root, [](auto& place) { make_folder(place, 0, 01777); }, "other users may write"},
+        {"a link", root, [](auto& place) { fs::create_directory_symlink("/mnt/other", place); },
          "belongs to another user"},
-        {"a linked run-time folder",
-         [] {
-             make_folder("/tmp/root", owner, 0700);
-             fs::create_directory_symlink("/mnt/owner", "/tmp/root/run");
-         },
+        {"a file", root, [](auto& place) { make_file(place, other, 0666, "x"); }, ""},
+        {"a pipe", root, [](auto& place) { EXPECT_EQ(mkfifo(place.c_str(), 0666), 0); }, ""},
+        {"another's folder", below, [](auto& place) { make_folder(place, other, 0700); },
+         "belongs to another user"},
+        {"a linked folder", below, [](auto& place) { fs::create_directory_symlink("/mnt/owner", place); },
          "symbolic link"},
     };
     for (const auto& row : table) {
-        SCOPED_TRACE(row.what);
+        SCOPED_TRACE(row.place.string() + ": " + row.what);
         afresh();
-        row.plant();
-        const outcome served = run(owner, {"TESSIVAR_ROOT=/tmp/root"}, {"tvr_srv"});
+        if (row.place == below)
+            make_folder(root, owner, 0700);
+        row.plant(row.place);
+        const outcome served = run(owner, moved, {"tvr_srv"});
         EXPECT_EQ(served.code, 0);
         EXPECT_NE(served.text.find(row.told), std::string::npos) << served.text;
         EXPECT_TRUE(engines().empty());
@@ -406,7 +401,6 @@ TEST_F(foreign, planted_roots_are_refused) {
 
 // Names in the way of the run-time objects and stores: nothing is written through them, and nothing is lost.
 TEST_F(foreign, planted_names_are_not_followed) {
-    const words moved = {"TESSIVAR_ROOT=/tmp/root"};
     const std::pair<const char*, std::function<void(const char*)>> plants[] = {
         {"a link", [](const char* name) { fs::create_symlink("/mnt/other/bait", name); }},
         {"a second name", [](const char* name) { fs::create_hard_link("/tmp/bait", name); }},
@@ -456,19 +450,18 @@ TEST_F(foreign, odd_roots_work_or_are_refused) {
             make_folder(above, owner, 0700);
         if (root.find('\\') != std::string::npos)
             make_folder("/tmp/back", owner, 0700);
-        const words moved = {"TESSIVAR_ROOT=" + root};
-        const outcome trained = run(owner, moved, train_now);
+        const words there = {"TESSIVAR_ROOT=" + root};
+        const outcome trained = run(owner, there, train_now);
         EXPECT_EQ(trained.code == 0, works) << trained.text;
         EXPECT_EQ(trained.text.find("too long") != std::string::npos, !works) << trained.text;
-        EXPECT_EQ(run(owner, moved, {"tvrctl", "verify"}).code == 0, works);
-        EXPECT_EQ(run(owner, moved, {"tvr_srv", "/stop"}).code, 0);
-        wait_for("the end of the engine", [] { return engines().empty(); });
+        EXPECT_EQ(run(owner, there, {"tvrctl", "verify"}).code == 0, works);
+        EXPECT_EQ(run(owner, there, {"tvr_srv", "/stop"}).code, 0);
+        wait_for_no_engine();
     }
 }
 
 // What an engine can't do within its limits is done by the next one without them.
 TEST_F(foreign, an_engine_with_little_loses_nothing) {
-    const words plain = {"HOME=/mnt/owner"};
     constexpr rlim_t mebibyte = 1U << 20;
     // With some 10 to 20 files each step of a training could fail for itself.
     const struct {
@@ -508,7 +501,7 @@ TEST_F(foreign, an_engine_with_little_loses_nothing) {
                    text.find("Ham     32 messages in") != std::string::npos;
         });
         run(owner, plain, {"tvrctl", "stop"});
-        wait_for("the end of the engine", [] { return engines().empty(); });
+        wait_for_no_engine();
         const outcome verified = run(owner, plain, {"tvrctl", "verify"});
         EXPECT_EQ(verified.code, 0) << verified.text;
     }
