@@ -214,7 +214,7 @@ TEST(engine_death, finds_the_changes_in_their_order) {
         "write " + time_mark,
     };
     trained_base& base = the_base();
-    base.box.restore("waiting");
+    base.restore("waiting");
     base.train("the transaction");
     const std::set<std::string> wanted(order.begin(), order.end());
     std::vector<std::string> found;

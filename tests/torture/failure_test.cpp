@@ -148,13 +148,13 @@ TEST(engine_failure, costs_what_is_told) {
     std::uint32_t asked = 0; // in the first transaction
     const auto run = [&](const plan& wanted) {
         all.clear();
-        base.box.restore("waiting");
-        const int child = start_child(base.box, wanted, [] { return run_engine(two_trainings); });
+        base.restore("waiting");
+        const int child = base.start(wanted, [] { return run_engine(two_trainings); });
         wait_for_halt(all);
         files then = base.content(true);
         asked = all.asked;
         all.resume = 1;
-        EXPECT_EQ(join_child(child), 0);
+        EXPECT_EQ(trained_base::join(child), 0);
         return then;
     };
     run({});
@@ -211,19 +211,19 @@ TEST(full_disk, costs_no_more_than_the_batch) {
         GTEST_SKIP() << "needs the right to mount a disk of its own: run it as root";
     tally outcomes("A full disk, with 0 to 200 KiB left");
     for (unsigned room = 0; room <= 200; room += 4 * stride(10)) {
-        const small_disk disk(base.box.root());
+        const small_disk disk(base.root());
         ASSERT_TRUE(disk.mount_new());
-        base.box.restore("waiting");
+        base.restore("waiting");
         disk.fill(room);
         all.clear();
-        const int child = start_child(base.box, {}, [] { return run_engine(two_trainings); });
+        const int child = base.start({}, [] { return run_engine(two_trainings); });
         for (int turns = 0; all.halted == 0 && all.verdict == 0 && turns < 4000; ++turns)
             usleep(500);
         const bool goes_round = all.halted == 0;
         disk.empty();
         const files then = base.content(true);
         all.resume = 1;
-        EXPECT_EQ(join_child(child), 0);
+        EXPECT_EQ(trained_base::join(child), 0);
         SCOPED_TRACE("with " + std::to_string(room) + " KiB");
         files last = base.content(true);
         std::string outcome;

@@ -75,8 +75,10 @@ auto made(std::string_view what, std::string_view full_path, Call call, Half hal
         put(all.hit, what, path);
     }
     was_asked = false;
-    const bool chosen =
-        number == the_plan.index && the_plan.what != fate::none && the_plan.what != fate::fail;
+    const bool is_met = the_plan.change.empty()
+                            ? number == the_plan.index
+                            : std::string(what).append(" ").append(path) == the_plan.change;
+    const bool chosen = is_met && the_plan.what != fate::none && the_plan.what != fate::fail;
     if (chosen) {
         put(all.hit, what, path);
         if (the_plan.what == fate::halt) {

@@ -68,6 +68,7 @@ struct plan {
     std::uint32_t index = 0; // of the change, from 0; for `fail` of the hook's call
     std::uint32_t error = 0; // for `fail`
     unsigned board = 0;
+    std::string change = {}; // unless it is empty, what is met in place of the index: "create path"
 };
 
 // Watches this process from now on. `root` is an absolute folder.

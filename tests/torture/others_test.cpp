@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <iterator>
@@ -13,11 +11,9 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 #include "dict/dictbase.h"
-#include "platform/change_hook.h"
 #include "platform/file.h"
 #include "platform/presence.h"
 #include "signal/identity.h"
@@ -44,6 +40,10 @@ std::vector<std::string> records_of(const std::string& cache) {
 
 bool is_prefix(const std::vector<std::string>& part, const std::vector<std::string>& all) {
     return part.size() <= all.size() && std::equal(part.begin(), part.end(), all.begin());
+}
+
+int train_engine() {
+    return run_engine([](engine_driver& engine) { engine.train(); });
 }
 
 // Runs tvrctl in this process.
@@ -171,7 +171,7 @@ files trained_on(const std::vector<std::string>& records) {
     static std::map<std::vector<std::string>, files> all;
     const auto [entry, is_new] = all.try_emplace(records);
     if (is_new) {
-        base.box.restore("waiting");
+        base.restore("waiting");
         std::string cache = le(static_cast<std::uint32_t>(records.size()));
         for (const std::string& record : records)
             cache += record;
@@ -188,10 +188,10 @@ TEST(merge_death, costs_what_is_told) {
     trained_base& base = the_base();
     const std::string snapshot = transact_folder + "~autotrain.bys";
     const std::string copy = transact_folder + "~~autotrain.bys";
-    base.box.restore("waiting");
+    base.restore("waiting");
     std::filesystem::rename(base.path(cache_file), base.path(snapshot));
     base.append(trained_base::next_series, 5);
-    base.box.save("merging");
+    base.save("merging");
     const auto old = records_of(read_file(base.path(snapshot)));
     const auto fresh = records_of(read_file(base.path(cache_file)));
     std::vector<std::string> both = old;
@@ -210,14 +210,14 @@ TEST(merge_death, costs_what_is_told) {
             next = merged + next.substr(std::min<std::size_t>(next.size(), 4));
         }
         const auto taken = records_of(next);
-        base.box.save("left");
+        base.save("left");
         EXPECT_EQ(base.train("the training"), verdict::rest);
         files found = base.content(true);
         EXPECT_EQ(found.erase(copy) != 0, left.contains(copy) && !left.contains(snapshot));
         trained_base::expect_equal("trained", found, trained_on(taken));
         // With the copy gone, nothing tells that the cache is in the snapshot.
         if (left.contains(copy) || taken.size() == both.size()) {
-            base.box.restore("left");
+            base.restore("left");
             base.work(command({"repair", "--yes"}));
             EXPECT_EQ(base.train("the training of what is repaired"), verdict::rest);
             trained_base::expect_equal("repaired", tidied(base.content(true), {}), trained_on(both));
@@ -232,30 +232,6 @@ TEST(merge_death, costs_what_is_told) {
     torture({"a merge", "merging", merge, judge, 2});
 }
 
-// The engine comes to an empty base, or to the imported one.
-std::string judge_import(const files&, const files& before, const files& after) {
-    trained_base& base = the_base();
-    const auto restarted = [&](const files& start) {
-        base.box.save("meanwhile");
-        base.box.empty();
-        for (const auto& [path, bytes] : start)
-            write_file(base.path(path), bytes);
-        EXPECT_EQ(base.restart(), verdict::rest);
-        const files found = base.content(true);
-        base.box.restore("meanwhile");
-        return found;
-    };
-    static const files nothing = restarted(before);
-    static const files imported = restarted(after);
-    const verdict end = base.restart();
-    const files found = tidied(base.content(true), imported);
-    EXPECT_EQ(end, verdict::rest) << name_of(end);
-    const bool is_old = !found.contains(compiled_base);
-    trained_base::expect_equal("the engine's start", found, is_old ? nothing : imported);
-    EXPECT_EQ(base.train_next(), verdict::rest);
-    return is_old ? "nothing is imported" : "all is imported";
-}
-
 // A second run comes to the same end.
 std::string judge_second_run(const job& each, const files& left, const files& before, const files& after) {
     trained_base& base = the_base();
@@ -268,25 +244,6 @@ std::string judge_second_run(const job& each, const files& left, const files& be
     return left == before                                       ? "nothing is done"
            : differences(tidied(left, after), expected).empty() ? "all is done"
                                                                 : "a second run does the rest";
-}
-
-// An engine dies in front of the change of a path that ends so.
-void die_in_transaction(platform::change what, const char* path_end) {
-    static platform::change wanted;
-    static std::string end;
-    wanted = what;
-    end = path_end;
-    const auto die = [](platform::change change, std::string_view path) {
-        if (change == wanted && path.ends_with(end))
-            kill(getpid(), SIGKILL);
-        return std::uint32_t{0};
-    };
-    const auto engine = [&] {
-        platform::set_change_hook(die);
-        return run_engine([](engine_driver& driver) { driver.train(); });
-    };
-    the_base().box.restore("waiting");
-    ASSERT_EQ(in_child(the_base().box, {}, engine), killed);
 }
 
 // While the halves are put in place.
@@ -312,27 +269,24 @@ TEST(tool_death, of_a_repair_loses_nothing) {
     // Whatever was there still is, in its place or another.
     repair.judge = [&](const files& left, const files& before, const files& after) {
         std::set<std::string> kept;
-        for (const auto& [path, bytes] : base.box.content())
+        for (const auto& [path, bytes] : base.all_content())
             kept.insert(bytes);
         for (const auto& [path, bytes] : before)
             EXPECT_TRUE(kept.contains(bytes)) << path << " is lost";
         return judge_second_run(repair, left, before, after);
     };
-    using enum platform::change;
-    const struct {
-        platform::change what;
-        const char* path_end;
-    } deaths[] = {{create_file, "0001\\prepared.txt"},
-                  {create_file, "0002\\prepared.txt"},
-                  {delete_file, "0001\\prepared.txt"},
-                  {rename_file, "base\\spamdict0004.bye"},
-                  {rename_file, "base\\nspamdict0004.bye"}};
-    for (const auto& death : deaths) {
-        SCOPED_TRACE(death.path_end);
-        die_in_transaction(death.what, death.path_end);
+    const std::string deaths[] = {
+        "create " + transact_folder + "0001/prepared.txt", "create " + transact_folder + "0002/prepared.txt",
+        "delete " + transact_folder + "0001/prepared.txt", "rename " + base_folder + "spamdict0004.bye",
+        "rename " + base_folder + "nspamdict0004.bye",
+    };
+    for (const std::string& death : deaths) {
+        SCOPED_TRACE(death);
+        base.restore("waiting");
+        ASSERT_EQ(base.run_child({.what = fate::die_before, .change = death}, train_engine), killed);
         if (&death == std::end(deaths) - 1)
             damage_files();
-        base.box.save("broken");
+        base.save("broken");
         torture(repair);
     }
     torture(repair, all_errors);
@@ -340,9 +294,9 @@ TEST(tool_death, of_a_repair_loses_nothing) {
 
 TEST(tool_death, of_a_trim_loses_nothing) {
     trained_base& base = the_base();
-    base.box.restore("trained");
+    base.restore("trained");
     write_file(base.path(good_index), std::string(512, 'x'));
-    base.box.save("indexed");
+    base.save("indexed");
     job trim = {"tvrctl trim", "indexed", command({"trim"}), {}, 4};
     trim.judge = [&](const files& left, const files& before, const files& after) {
         return judge_second_run(trim, left, before, after);
@@ -354,7 +308,7 @@ TEST(tool_death, of_a_trim_loses_nothing) {
 TEST(tool_death, leaves_the_old_or_the_new) {
     trained_base& base = the_base();
     const std::string mail = TVR_SAMPLE_MAIL;
-    base.box.restore("trained");
+    base.restore("trained");
     const std::string text = base.path("export.txt");
     base.work(command({"export", text}));
     const std::string exported = read_file(text);
@@ -362,8 +316,25 @@ TEST(tool_death, leaves_the_old_or_the_new) {
     base.append(1, 1);
     base.remove(cache_file);
     write_file(text, exported);
-    base.box.save("empty");
+    base.save("empty");
 
+    // The engine comes to an empty base, or to the imported one.
+    const auto import = command({"import", "--later", text});
+    const auto restarted = [&] {
+        EXPECT_EQ(base.restart(), verdict::rest);
+        return base.content(true);
+    };
+    const files nothing = restarted();
+    base.restore("empty");
+    base.work(import);
+    const files imported = restarted();
+    const auto judge_import = [&](const files&, const files&, const files&) {
+        const files found = tidied(restarted(), imported);
+        const bool is_old = !found.contains(compiled_base);
+        trained_base::expect_equal("the engine's start", found, is_old ? nothing : imported);
+        EXPECT_EQ(base.train_next(), verdict::rest);
+        return is_old ? "nothing is imported" : "all is imported";
+    };
     const auto one_file = [](const std::string& path) {
         return [path](const files& left, const files& before, const files& after) {
             return judge_one_file(path, left, before, after);
@@ -380,7 +351,7 @@ TEST(tool_death, leaves_the_old_or_the_new) {
         {"tvrctl config set", "waiting", command({"config", "set", "training delay", "77"}),
          one_file("advanced.ini"), 6},
         {"tvrctl export", "trained", command({"export", text}), one_file("export.txt"), 4},
-        {"tvrctl import", "empty", command({"import", "--later", text}), judge_import, 25}};
+        {"tvrctl import", "empty", import, judge_import, 25}};
     for (const job& each : jobs) {
         torture(each);
         torture(each, all_errors);
@@ -391,7 +362,7 @@ TEST(tool_death, leaves_the_old_or_the_new) {
 TEST(engine_death, in_the_first_start_costs_nothing) {
     trained_base& base = the_base();
     base.make_bare();
-    base.box.save("bare");
+    base.save("bare");
     EXPECT_EQ(base.train_next(), verdict::rest);
     const files trained = base.content(true);
     torture({"the engine in its first start", "bare",
@@ -414,20 +385,19 @@ TEST(engine_death, in_the_first_start_costs_nothing) {
 // One engine is stopped in front of a change, another is started meanwhile, and the first one goes on.
 TEST(two_engines, train_as_one) {
     trained_base& base = the_base();
-    const auto train = [](engine_driver& engine) { engine.train(); };
-    base.box.restore("waiting");
+    base.restore("waiting");
     base.train("the transaction");
     const std::uint32_t points = shared_board().begun;
     tally outcomes("Two engines, the first one stopped at a change (" + std::to_string(points) + " changes)");
     board& first = board_of(0);
     board& second = board_of(1);
     for (std::uint32_t index = 0; index < points; index += stride(50)) {
-        base.box.restore("waiting");
+        base.restore("waiting");
         first.clear();
         second.clear();
-        const int a = start_child(base.box, {fate::halt, index}, [&] { return run_engine(train); });
+        const int a = base.start({fate::halt, index}, train_engine);
         wait_for_halt(first);
-        const int b = start_child(base.box, {.board = 1}, [] {
+        const int b = base.start({.board = 1}, [] {
             return run_engine([](engine_driver& engine) {
                 engine.train();
                 halt();
@@ -435,9 +405,9 @@ TEST(two_engines, train_as_one) {
         });
         wait_for_halt(second);
         first.resume = 1;
-        EXPECT_EQ(join_child(a), 0);
+        EXPECT_EQ(trained_base::join(a), 0);
         second.resume = 1;
-        EXPECT_EQ(join_child(b), 0);
+        EXPECT_EQ(trained_base::join(b), 0);
         const auto end_a = static_cast<verdict>(first.verdict.load());
         const auto end_b = static_cast<verdict>(second.verdict.load());
         SCOPED_TRACE("change " + std::to_string(index) + ": " + first.hit_change().what + " " +

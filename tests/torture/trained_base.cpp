@@ -1,6 +1,12 @@
 #include "torture/trained_base.h"
 
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <gtest/gtest.h>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "support/file_bytes.h"
 
@@ -9,6 +15,18 @@ namespace tvr::torture {
 namespace fs = std::filesystem;
 
 namespace {
+
+// The folder itself stays, since it may be a disk of its own.
+void clear(const fs::path& folder) {
+    fs::create_directory(folder);
+    for (const auto& entry : fs::directory_iterator(folder))
+        fs::remove_all(entry);
+}
+
+void copy_tree(const fs::path& from, const fs::path& to) {
+    clear(to);
+    fs::copy(from, to, fs::copy_options::recursive);
+}
 
 // By which the engine finds out whether it may write to a folder.
 bool is_probe(const std::string& path) {
@@ -32,6 +50,11 @@ void drop_leftovers(files& content) {
 } // namespace
 
 trained_base::trained_base() {
+    const fs::path memory = "/dev/shm";
+    std::string name = (access(memory.c_str(), W_OK) == 0 ? memory : fs::temp_directory_path()) / "tvrXXXXXX";
+    if (!mkdtemp(name.data()))
+        throw std::runtime_error("no temporary folder");
+    m_folder = name;
     make_bare();
     run("the history", [](engine_driver& engine) {
         for (unsigned series = 1; series <= history; ++series) {
@@ -40,25 +63,51 @@ trained_base::trained_base() {
         }
         append_messages(waiting, batch);
     });
-    box.save("waiting");
+    save("waiting");
     before = content();
     train("the transaction");
-    box.save("trained");
+    save("trained");
     after = content();
     train_next();
     both_apart = content();
-    box.restore("waiting");
+    restore("waiting");
     train_next();
     both_together = content();
-    box.restore("waiting");
+    restore("waiting");
     remove(cache_file);
     train_next();
     next_only = content();
     m_complete = true;
 }
 
+trained_base::~trained_base() {
+    std::error_code ignored;
+    fs::remove_all(m_folder, ignored);
+}
+
+void trained_base::save(const std::string& name) const {
+    copy_tree(root(), m_folder / name);
+}
+void trained_base::restore(const std::string& name) const {
+    copy_tree(m_folder / name, root());
+}
+void trained_base::empty() const {
+    clear(root());
+}
+
+files trained_base::all_content() const {
+    files all;
+    const fs::path start = root();
+    for (const auto& entry : fs::recursive_directory_iterator(start)) {
+        const std::string path = entry.path().lexically_relative(start).string();
+        if (entry.is_regular_file() && !path.starts_with("log/") && !path.starts_with("run/"))
+            all[path] = read_file(entry.path());
+    }
+    return all;
+}
+
 files trained_base::content(bool any_archive) {
-    files all = box.content();
+    files all = all_content();
     drop_leftovers(all);
     for (const char* name : {"data.trr", "data.0"})
         if (const auto found = all.find(base_folder + name); found != all.end()) {
@@ -71,22 +120,54 @@ files trained_base::content(bool any_archive) {
     return all;
 }
 
-verdict trained_base::run(const std::string& what, const std::function<void(engine_driver&)>& driver) {
-    const int code = in_child(box, {}, [&] { return run_engine(driver); });
+int trained_base::start(const plan& wanted, const std::function<int()>& body) const {
+    shared_board();
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child < 0)
+        throw std::runtime_error("no child");
+    if (child > 0)
+        return child;
+    int code = 99;
+    try {
+        setenv("TESSIVAR_ROOT", root().c_str(), 1);
+        arm(wanted, root());
+        code = body();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "child: %s\n", error.what());
+    }
+    std::fflush(nullptr);
+    _exit(code);
+}
+
+int trained_base::join(int process) {
+    int status = 0;
+    while (waitpid(process, &status, 0) < 0) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status) == SIGKILL ? killed : -WTERMSIG(status);
+}
+
+int trained_base::run_child(const plan& wanted, const std::function<int()>& body) const {
+    shared_board().clear();
+    return join(start(wanted, body));
+}
+
+verdict trained_base::run(const std::string& what, const std::function<void(engine_driver&)>& driver) const {
+    const int code = run_child({}, [&] { return run_engine(driver); });
     if (code != 0)
         ADD_FAILURE() << what << ": the engine has crashed, " << code;
     return last_verdict();
 }
 
-verdict trained_base::restart() {
+verdict trained_base::restart() const {
     return run("the restart", [](engine_driver& engine) { engine.wait_for_rest(); });
 }
 
-verdict trained_base::train(const std::string& what) {
+verdict trained_base::train(const std::string& what) const {
     return run(what, [](engine_driver& engine) { engine.train(); });
 }
 
-verdict trained_base::train_next() {
+verdict trained_base::train_next() const {
     return run("the next training", [](engine_driver& engine) {
         engine.wait_for_rest();
         append_messages(next_series, batch);
@@ -94,16 +175,16 @@ verdict trained_base::train_next() {
     });
 }
 
-void trained_base::work(const std::function<int()>& body) {
-    EXPECT_EQ(in_child(box, {}, body), 0);
+void trained_base::work(const std::function<int()>& body) const {
+    EXPECT_EQ(run_child({}, body), 0);
 }
 
-void trained_base::append(unsigned series, unsigned count) {
+void trained_base::append(unsigned series, unsigned count) const {
     work([&] { return append_messages(series, count) ? 0 : 1; });
 }
 
-void trained_base::make_bare() {
-    box.empty();
+void trained_base::make_bare() const {
+    empty();
     work([] { return prepare_root(), 0; });
 }
 
@@ -121,7 +202,7 @@ void trained_base::expect_equal(const std::string& when, files found, files expe
 std::string trained_base::generated(const files& dictionaries) {
     auto [entry, is_new] = m_generated.try_emplace(dictionaries);
     if (is_new) {
-        box.save("meanwhile");
+        save("meanwhile");
         for (const auto& file : fs::directory_iterator(path(base_folder)))
             if (file.is_regular_file())
                 fs::remove(file.path());
@@ -130,9 +211,37 @@ std::string trained_base::generated(const files& dictionaries) {
         write_file(path(transact_folder + "0006/prepared.txt"), std::string("prepared\0", 9));
         EXPECT_EQ(restart(), verdict::rest);
         entry->second = read_file(path(compiled_base));
-        box.restore("meanwhile");
+        restore("meanwhile");
     }
     return entry->second;
+}
+
+std::vector<std::string> differences(const files& found, const files& expected) {
+    std::vector<std::string> lines;
+    for (const auto& [path, content] : expected)
+        if (!found.contains(path))
+            lines.push_back(path + " is missing");
+        else if (found.at(path) != content)
+            lines.push_back(path + " differs (" + std::to_string(found.at(path).size()) + " bytes for " +
+                            std::to_string(content.size()) + ")");
+    for (const auto& [path, content] : found)
+        if (!expected.contains(path))
+            lines.push_back(path + " is too much");
+    return lines;
+}
+
+unsigned stride(unsigned usual) {
+    const char* const text = std::getenv("TORTURE_STRIDE");
+    return text ? static_cast<unsigned>(std::max(1, std::atoi(text))) : usual;
+}
+
+tally::~tally() {
+    unsigned all = 0;
+    for (const auto& [outcome, count] : m_counts)
+        all += count;
+    std::printf("%s: %u points\n", m_title.c_str(), all);
+    for (const auto& [outcome, count] : m_counts)
+        std::printf("  %6u  %s\n", count, outcome.c_str());
 }
 
 trained_base& the_base() {
@@ -142,9 +251,9 @@ trained_base& the_base() {
 
 void torture(const job& each, const std::vector<std::uint32_t>& errors) {
     trained_base& base = the_base();
-    base.box.restore(each.start);
+    base.restore(each.start);
     const files before = base.content(true);
-    ASSERT_EQ(in_child(base.box, {}, each.work), 0) << each.name;
+    ASSERT_EQ(base.run_child({}, each.work), 0) << each.name;
     EXPECT_EQ(shared_board().unseen, 0U) << shared_board().hit_change().path;
     const std::uint32_t points = errors.empty() ? shared_board().begun : shared_board().asked;
     const files after = base.content(true);
@@ -164,8 +273,8 @@ void torture(const job& each, const std::vector<std::uint32_t>& errors) {
         for (wanted.index = 0; wanted.index < points; ++wanted.index) {
             if (turn++ % step != 0)
                 continue;
-            base.box.restore(each.start);
-            const int code = in_child(base.box, wanted, each.work);
+            base.restore(each.start);
+            const int code = base.run_child(wanted, each.work);
             const file_change hit = shared_board().hit_change();
             if (errors.empty() ? code != killed : hit.what.empty()) {
                 ++missed; // threads take turns: this time there were fewer changes

@@ -2,13 +2,16 @@
 // and wrongly dated; logs are on, and a batch waits in the cache. And what an undisturbed engine makes of it.
 #pragma once
 
+#include <cstdint>
+#include <filesystem>
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "torture/engine_run.h"
-#include "torture/sandbox.h"
+#include "torture/file_changes.h"
 
 namespace tvr::torture {
 
@@ -20,6 +23,13 @@ inline const std::string time_mark = base_folder + "cashe.mrk";
 inline const std::string compiled_base = base_folder + "cashe.rgd";
 inline const std::string statistic_file = data_folder + "~stat.bin";
 
+// Contents by path below the root, with slashes. Logs and shared memory are left out.
+using files = std::map<std::string, std::string>;
+
+constexpr int killed = -1;
+
+// One root that is used again and again, since paths stand in some files; and saved states of it. In memory
+// where the system has such a folder.
 class trained_base {
 public:
     static constexpr unsigned history = 6;     // transactions
@@ -28,36 +38,48 @@ public:
     static constexpr unsigned batch = 14;      // messages
 
     trained_base();
+    ~trained_base();
+    trained_base(const trained_base&) = delete;
+    trained_base& operator=(const trained_base&) = delete;
 
-    // The root without what the dead leave behind and nobody looks at: the lock file, temporary files, and
+    [[nodiscard]] std::string root() const { return (m_folder / "root").string(); }
+    [[nodiscard]] std::string path(const std::string& name) const { return root() + "/" + name; }
+    void save(const std::string& name) const;    // the root under a name; "waiting" and "trained" are there
+    void restore(const std::string& name) const; // the root as it was saved
+    void empty() const;                          // a root without anything
+    void make_bare() const;                      // one with its settings
+    void remove(const std::string& path) const;  // a file or a folder of the root
+
+    [[nodiscard]] files all_content() const;
+    // The same without what the dead leave behind and nobody looks at: the lock file, temporary files, and
     // unmarked stage folders. Nor does it have the archives of batches, of which each must be one that an
     // undisturbed engine makes, unless `any_archive` is set.
     files content(bool any_archive = false);
 
     // Each runs an engine in a child, and answers how it ended; a crash fails the test.
-    verdict run(const std::string& what, const std::function<void(engine_driver&)>& driver);
-    verdict restart();                      // to its rest
-    verdict train(const std::string& what); // what waits
-    verdict train_next();                   // what is left, and then the next series
+    verdict run(const std::string& what, const std::function<void(engine_driver&)>& driver) const;
+    verdict restart() const;                      // to its rest
+    verdict train(const std::string& what) const; // what waits
+    verdict train_next() const;                   // what is left, and then the next series
+    // Starts a child that runs the body on this root, and answers its process id.
+    int start(const plan& wanted, const std::function<int()>& body) const;
+    static int join(int process); // the exit code, or `killed`
+    int run_child(const plan& wanted, const std::function<int()>& body) const;
     // Each must succeed in a child.
-    void work(const std::function<int()>& body);
-    void append(unsigned series, unsigned count);
-    void make_bare(); // an empty root with its settings
-    // Removes a file or a folder of the root.
-    void remove(const std::string& path) const;
-    [[nodiscard]] std::string path(const std::string& name) const { return box.root() + "/" + name; }
+    void work(const std::function<int()>& body) const;
+    void append(unsigned series, unsigned count) const;
 
     // Equal files; of the time mark only the size is looked at.
     static void expect_equal(const std::string& when, files found, files expected);
     // The compiled base of these files, made by an engine that finds nothing but the last marker.
     std::string generated(const files& dictionaries);
 
-    sandbox box;                                // saved: "waiting" and "trained"
     files before;                               // a batch waits
     files after;                                // it is trained
     files both_apart, both_together, next_only; // the next series too, or alone
 
 private:
+    std::filesystem::path m_folder;
     bool m_complete = false; // the undisturbed runs are done
     std::set<std::string> m_archives;
     std::map<files, std::string> m_generated;
@@ -65,6 +87,26 @@ private:
 
 // The one of this program.
 trained_base& the_base();
+
+// The paths in which two states differ, each with a word.
+std::vector<std::string> differences(const files& found, const files& expected);
+
+// Every n-th point is run. From TORTURE_STRIDE; `usual` where that isn't set.
+unsigned stride(unsigned usual);
+
+// A count of points for each outcome; printed by the destructor.
+class tally {
+public:
+    explicit tally(std::string title) : m_title(std::move(title)) {}
+    ~tally();
+    tally(const tally&) = delete;
+    tally& operator=(const tally&) = delete;
+    void add(const std::string& outcome) { ++m_counts[outcome]; }
+
+private:
+    std::string m_title;
+    std::map<std::string, unsigned> m_counts;
+};
 
 // One process that changes files, and what may be left when it is killed.
 struct job {
