@@ -41,10 +41,6 @@ unsigned pick(std::mt19937& random, unsigned end) {
     return static_cast<unsigned>(random() % end);
 }
 
-std::string message_name(unsigned client, unsigned message) {
-    return std::to_string(client) + "-" + std::to_string(message);
-}
-
 const char* half_name(bool spam) {
     return spam ? "spamdict" : "nspamdict";
 }
@@ -69,7 +65,7 @@ int run_client(std::string_view argument) {
                 // Now and then one comes again, with whatever verdict.
                 const unsigned message = next > 0 && pick(random, 10) == 0 ? pick(random, next) : next++;
                 const bool spam = pick(random, 2) == 0;
-                const std::string name = message_name(number, message);
+                const std::string name = std::to_string(number) + "-" + std::to_string(message);
                 token_table tokens;
                 tokens.add("B " + name);
                 tokens.add("B common", 2);
@@ -186,12 +182,11 @@ bool stop_process(std::uint32_t process) {
             return false;
         for (const auto& entry : all) {
             const std::string facts = read_file(entry.path() / "stat");
-            const std::size_t name_end = facts.rfind(')');
-            if (name_end == std::string::npos || facts.size() < name_end + 3)
+            const std::size_t name_end = facts.rfind(") ");
+            const char state = name_end == std::string::npos ? 'X' : facts[name_end + 2];
+            if (state == 'Z' || state == 'X')
                 return false;
-            if (facts[name_end + 2] == 'Z' || facts[name_end + 2] == 'X')
-                return false;
-            moving = moving || facts[name_end + 2] != 'T';
+            moving = moving || state != 'T';
         }
     }
     return true;
