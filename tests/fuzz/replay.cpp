@@ -47,9 +47,7 @@ private:
         case 1: // most heads lie in front
         case 2:
             if (const std::size_t place = below(2) == 0 ? at : below(48); place + 4 <= bytes.size()) {
-                const std::uint32_t value = numbers.at(below(numbers.size()));
-                for (unsigned i = 0; i < 4; ++i)
-                    bytes[place + i] = static_cast<char>(value >> 8 * i);
+                bytes.replace(place, 4, tvr::le(numbers.at(below(numbers.size()))));
             }
             break;
         case 3:

@@ -78,7 +78,7 @@ void engine_driver::stop() {
 
 int run_engine(const std::function<void(engine_driver&)>& driver) {
     std::thread([&driver] {
-        const spared nothing;
+        spare(true);
         engine_driver hands;
         driver(hands);
         end_with(verdict::rest);

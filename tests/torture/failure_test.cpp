@@ -29,19 +29,15 @@ void two_trainings(engine_driver& engine) {
 bool is_whole_atom(const std::string& bytes) {
     if (bytes.size() < 36 || word_at(bytes, 0) != 0x19780702 || word_at(bytes, 4) != 5)
         return false;
-    const std::uint32_t tokens = word_at(bytes, 28);
     const std::size_t end = 36 + word_at(bytes, 32);
-    std::uint32_t count = 0;
-    std::uint32_t occurrences = 0;
     std::size_t place = 36;
-    for (; place < end && end <= bytes.size(); ++count) {
-        const std::size_t next = place + 5 + static_cast<unsigned char>(bytes[place]);
-        if (next > end)
-            return false;
-        occurrences += word_at(bytes, next - 4);
-        place = next;
+    std::uint32_t tokens = 0;
+    std::uint32_t occurrences = 0;
+    for (; place < end && end <= bytes.size(); ++tokens) {
+        place += 5 + static_cast<unsigned char>(bytes[place]);
+        occurrences += place <= end ? word_at(bytes, place - 4) : 0;
     }
-    return place == end && count == tokens && count == word_at(bytes, 12) &&
+    return place == end && tokens == word_at(bytes, 28) && tokens == word_at(bytes, 12) &&
            occurrences == word_at(bytes, 16);
 }
 

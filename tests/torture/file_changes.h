@@ -79,17 +79,8 @@ void halt();
 // For the test: waits until a child stands, or has ended.
 void wait_for_halt(const board& of_child);
 
-// Spares the changes of this thread, in a scope.
-class spared {
-public:
-    spared();
-    ~spared();
-    spared(const spared&) = delete;
-    spared& operator=(const spared&) = delete;
-
-private:
-    bool m_before;
-};
+// Whether the changes of this thread are spared from now on.
+void spare(bool yes);
 
 // The same path with the changing parts of temporary names taken out.
 std::string generic_name(std::string path);

@@ -60,10 +60,9 @@ int tvrctl(std::vector<std::string> words) {
 // The same beside something that looks like an engine, so that none is started.
 int tvrctl_with_engine(const std::vector<std::string>& words) {
     platform::presence engine;
-    {
-        const spared nothing;
-        engine.create(server_class, server_title);
-    }
+    spare(true);
+    engine.create(server_class, server_title);
+    spare(false);
     return tvrctl(words);
 }
 

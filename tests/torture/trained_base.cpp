@@ -199,21 +199,18 @@ void trained_base::expect_equal(const std::string& when, files found, files expe
     EXPECT_EQ(differences(found, expected), std::vector<std::string>()) << when;
 }
 
-std::string trained_base::generated(const files& dictionaries) {
-    auto [entry, is_new] = m_generated.try_emplace(dictionaries);
-    if (is_new) {
-        save("meanwhile");
-        for (const auto& file : fs::directory_iterator(path(base_folder)))
-            if (file.is_regular_file())
-                fs::remove(file.path());
-        for (const auto& [name, bytes] : dictionaries)
-            write_file(path(name), bytes);
-        write_file(path(transact_folder + "0006/prepared.txt"), std::string("prepared\0", 9));
-        EXPECT_EQ(restart(), verdict::rest);
-        entry->second = read_file(path(compiled_base));
-        restore("meanwhile");
-    }
-    return entry->second;
+std::string trained_base::generated(const files& dictionaries) const {
+    save("meanwhile");
+    for (const auto& file : fs::directory_iterator(path(base_folder)))
+        if (file.is_regular_file())
+            fs::remove(file.path());
+    for (const auto& [name, bytes] : dictionaries)
+        write_file(path(name), bytes);
+    write_file(path(transact_folder + "0006/prepared.txt"), std::string("prepared\0", 9));
+    EXPECT_EQ(restart(), verdict::rest);
+    std::string base = read_file(path(compiled_base));
+    restore("meanwhile");
+    return base;
 }
 
 std::vector<std::string> differences(const files& found, const files& expected) {

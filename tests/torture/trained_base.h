@@ -72,7 +72,7 @@ public:
     // Equal files; of the time mark only the size is looked at.
     static void expect_equal(const std::string& when, files found, files expected);
     // The compiled base of these files, made by an engine that finds nothing but the last marker.
-    std::string generated(const files& dictionaries);
+    [[nodiscard]] std::string generated(const files& dictionaries) const;
 
     files before;                               // a batch waits
     files after;                                // it is trained
@@ -82,7 +82,6 @@ private:
     std::filesystem::path m_folder;
     bool m_complete = false; // the undisturbed runs are done
     std::set<std::string> m_archives;
-    std::map<files, std::string> m_generated;
 };
 
 // The one of this program.
