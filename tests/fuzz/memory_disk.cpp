@@ -14,10 +14,6 @@
 #include "platform/mapping.h"
 #include "platform/posix/errors.h"
 
-namespace tvr::platform::posix {
-std::uint64_t to_file_time(const timespec& time) noexcept;
-}
-
 namespace {
 
 using tvr::platform::access;
@@ -25,7 +21,8 @@ using tvr::platform::fail;
 using tvr::platform::share;
 namespace error = tvr::platform::error;
 
-using content = std::vector<std::uint8_t>; // never has room for more than its size
+using content = std::vector<std::uint8_t>;                 // never has room for more than its size
+constexpr std::size_t largest_file = std::size_t{1} << 28; // bytes; more counts as a full disk
 
 std::uint64_t tick() { // each change has a time of its own
     static std::uint64_t time = 130'000'000'000'000'000;
@@ -38,19 +35,20 @@ struct node {
     std::uint64_t written = tick(); // time
     bool is_folder = false;
 
-    void resize(std::size_t size) {
+    bool resize(std::uint64_t size) {
+        if (size > largest_file)
+            return fail(error::disk_full);
         auto other = std::make_shared<content>(size);
         std::copy_n(bytes->begin(), std::min(size, bytes->size()), other->begin());
         bytes = std::move(other);
         written = tick();
+        return true;
     }
 };
 using node_ptr = std::shared_ptr<node>;
 
 std::map<std::string, node_ptr, std::less<>> disk;
 tvr::fuzz::kept_files* kept = nullptr;
-
-constexpr std::size_t largest_file = std::size_t{1} << 28; // bytes; more counts as a full disk
 
 // One backslash between names, none at the end; empty for what can be no path.
 std::string key_of(std::string_view path) {
@@ -171,13 +169,6 @@ struct file::state {
     ~state() { place->holders.extract({rights, sharing}); }
     state(const state&) = delete;
     state& operator=(const state&) = delete;
-
-    bool resize(std::uint64_t size) const {
-        if (size > largest_file)
-            return fail(error::disk_full);
-        place->resize(static_cast<std::size_t>(size));
-        return true;
-    }
 };
 
 file::file() noexcept = default;
@@ -232,7 +223,7 @@ bool file::write(const void* data, std::size_t size) {
     if (size == 0)
         return true;
     const std::uint64_t end = m_state->position + size;
-    if (end > m_state->place->bytes->size() && !m_state->resize(end))
+    if (end > m_state->place->bytes->size() && !m_state->place->resize(end))
         return false;
     std::copy_n(static_cast<const std::uint8_t*>(data), size,
                 m_state->place->bytes->data() + m_state->position);
@@ -256,7 +247,7 @@ std::optional<std::uint64_t> file::seek(std::int64_t distance, origin from) {
 bool file::set_end() {
     if (!m_state || lacks(m_state->rights, access::write))
         return fail(error::access_denied);
-    return m_state->resize(m_state->position);
+    return m_state->place->resize(m_state->position);
 }
 
 bool file::flush() {
@@ -417,7 +408,7 @@ bool mapping::create(file& target, bool writable, std::uint64_t size) {
         size = present;
     if (size == 0)
         return fail(error::file_invalid);
-    if (size > present && (!writable || !target.m_state->resize(size)))
+    if (size > present && (!writable || !target.m_state->place->resize(size)))
         return fail(error::not_enough_memory);
     m_handle = reinterpret_cast<std::intptr_t>(new std::shared_ptr(target.m_state->place->bytes));
     m_writable = writable;

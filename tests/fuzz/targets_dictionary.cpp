@@ -74,30 +74,34 @@ const target map_target("map", run_map, 4096);
 void run_cache(raw_bytes input) {
     const std::string path = in_base("transact\\autotrain.bys");
     put_file(path, input);
+    std::vector<std::uint64_t> places;
+    file_stream records;
     {
-        file_stream cache;
         std::uint32_t count = 0;
-        cache.open(path, platform::access::read_write, platform::share::read,
-                   platform::creation::open_existing);
-        cache.read_u32(count);
-        std::vector<std::uint64_t> places;
+        records.open_to_read(path);
+        records.read_u32(count);
         message_head head;
-        while (head.read(cache) && places.size() < 1000)
+        while (head.read(records) && places.size() < 1000)
             places.push_back(head.position);
         message_reader reader;
         reader.open(path);
-        std::size_t sum = 0;
-        for (const std::uint64_t place : places)
+        for (const std::uint64_t place : places) {
+            std::size_t sum = 0;
             if (reader.read(place))
                 reader.tokens.for_each([&](std::string_view token, std::uint32_t) { sum += token.size(); });
-        if (!places.empty()) {
-            message_record whole;
-            cache.seek(static_cast<std::int64_t>(places.back()), platform::origin::begin);
-            whole.read_whole(cache);
-            remark(cache, places.front(), true, true);
-            mark_deleted(cache, places.back());
+            must(sum <= input.size(), "tokens lie in the file");
         }
     }
+    if (!places.empty()) {
+        records.open(path, platform::access::read_write, platform::share::read,
+                     platform::creation::open_existing);
+        message_record whole;
+        records.seek(static_cast<std::int64_t>(places.back()), platform::origin::begin);
+        whole.read_whole(records);
+        remark(records, places.front(), true, true);
+        mark_deleted(records, places.back());
+    }
+    records.close();
     const std::size_t before = file_bytes(path).size();
     must(before <= input.size() + 64, "marking leaves the size");
     token_table tokens;

@@ -9,8 +9,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <random>
-#include <set>
 #include <sstream>
 #include <unistd.h>
 

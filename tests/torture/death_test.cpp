@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "support/file_bytes.h"
 #include "torture/trained_base.h"
 
 namespace tvr::torture {

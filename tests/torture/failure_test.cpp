@@ -177,50 +177,31 @@ TEST(engine_failure, costs_what_is_told) {
         }
 }
 
-// A root on a disk of its own, in which the test alone sees it.
-class small_disk {
-public:
-    explicit small_disk(const std::string& folder) : m_folder(folder) {}
-    ~small_disk() { umount2(m_folder.c_str(), MNT_DETACH); }
-    small_disk(const small_disk&) = delete;
-    small_disk& operator=(const small_disk&) = delete;
-
-    [[nodiscard]] bool mount_new() const {
-        return mount("tvr", m_folder.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "size=2m,mode=700") == 0;
-    }
-    // Leaves this room, in KiB.
-    void fill(unsigned room) const {
-        const std::size_t bytes = std::filesystem::space(m_folder).available - room * std::size_t{1024};
-        write_file(m_folder + "/filler", std::string(bytes, 'x'));
-    }
-    void empty() const { std::filesystem::remove(m_folder + "/filler"); }
-
-private:
-    std::string m_folder;
-};
-
 // The disk is full from the start of the engine to the end of a transaction.
 TEST(full_disk, costs_no_more_than_the_batch) {
     trained_base& base = the_base();
     board& all = shared_board();
+    const std::string root = base.root();
+    const std::string filler = base.path("filler");
+    // The mounts are seen by the test alone.
     if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         GTEST_SKIP() << "needs the right to mount a disk of its own: run it as root";
     tally outcomes("A full disk, with 0 to 200 KiB left");
-    for (unsigned room = 0; room <= 200; room += 4 * stride(10)) {
-        const small_disk disk(base.root());
-        ASSERT_TRUE(disk.mount_new());
+    for (unsigned kibibytes = 0; kibibytes <= 200; kibibytes += 4 * stride(10)) {
+        ASSERT_EQ(mount("tvr", root.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "size=2m,mode=700"), 0);
         base.restore("waiting");
-        disk.fill(room);
+        const std::size_t free = std::filesystem::space(root).available;
+        write_file(filler, std::string(free - kibibytes * std::size_t{1024}, 'x'));
         all.clear();
         const int child = base.start({}, [] { return run_engine(two_trainings); });
         for (int turns = 0; all.halted == 0 && all.verdict == 0 && turns < 4000; ++turns)
             usleep(500);
         const bool goes_round = all.halted == 0;
-        disk.empty();
+        std::filesystem::remove(filler);
         const files then = base.content(true);
         all.resume = 1;
         EXPECT_EQ(trained_base::join(child), 0);
-        SCOPED_TRACE("with " + std::to_string(room) + " KiB");
+        SCOPED_TRACE("with " + std::to_string(kibibytes) + " KiB");
         files last = base.content(true);
         std::string outcome;
         if (last.contains(cache_file)) {
@@ -237,6 +218,7 @@ TEST(full_disk, costs_no_more_than_the_batch) {
                     break;
                 }
         }
+        umount2(root.c_str(), MNT_DETACH);
         outcomes.add((goes_round ? "it goes round until there is room; then " : "") + outcome);
     }
 }

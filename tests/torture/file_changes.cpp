@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <new>

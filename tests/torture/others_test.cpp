@@ -39,7 +39,7 @@ std::vector<std::string> records_of(const std::string& cache) {
 }
 
 bool is_prefix(const std::vector<std::string>& part, const std::vector<std::string>& all) {
-    return part.size() <= all.size() && std::equal(part.begin(), part.end(), all.begin());
+    return std::ranges::mismatch(part, all).in1 == part.end();
 }
 
 int train_engine() {
@@ -412,8 +412,7 @@ TEST(two_engines, train_as_one) {
         SCOPED_TRACE("change " + std::to_string(index) + ": " + first.hit_change().what + " " +
                      first.hit_change().path + "; the first " + name_of(end_a) + ", the second " +
                      name_of(end_b));
-        EXPECT_TRUE((end_a == verdict::rest) != (end_b == verdict::rest));
-        EXPECT_TRUE((end_a == verdict::left) != (end_b == verdict::left));
+        EXPECT_EQ(std::set({end_a, end_b}), std::set({verdict::rest, verdict::left}));
         trained_base::expect_equal("trained", base.content(), base.after);
         outcomes.add(end_a == verdict::rest
                          ? "the first one trains to the same bytes, the second one leaves"

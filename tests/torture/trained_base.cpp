@@ -39,12 +39,10 @@ void drop_leftovers(files& content) {
         return path.starts_with(transact_folder + "000") &&
                !content.contains(path.substr(0, transact_folder.size() + 5) + "prepared.txt");
     };
-    files kept;
-    for (const auto& [path, bytes] : content)
-        if (path != transact_folder + "lock.bin" && !path.starts_with("tmp/") && !is_probe(path) &&
-            !is_unmarked(path))
-            kept[path] = bytes;
-    content = std::move(kept);
+    std::erase_if(content, [&](const auto& file) {
+        return file.first == transact_folder + "lock.bin" || file.first.starts_with("tmp/") ||
+               is_probe(file.first) || is_unmarked(file.first);
+    });
 }
 
 } // namespace
