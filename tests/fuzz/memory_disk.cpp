@@ -128,7 +128,8 @@ bool has_file(std::string_view path) {
 
 std::string file_bytes(std::string_view path) {
     const node_ptr file = find(path);
-    return file ? std::string(file->bytes->begin(), file->bytes->end()) : std::string();
+    return file ? std::string(reinterpret_cast<const char*>(file->bytes->data()), file->bytes->size())
+                : std::string();
 }
 
 std::vector<std::string> all_files() {
