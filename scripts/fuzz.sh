@@ -5,7 +5,7 @@
 # What a run learns is kept in build/fuzz/corpus, inputs that end it in build/fuzz/found. An input fails that
 # takes more than 5 seconds, a block of more than 128 MiB, or 600 MiB in all. To run one again:
 #   TVR_FUZZ_TARGET=TARGET build/fuzz/bin/tvr_fuzz FILE
-# FUZZ_JOBS: how many at a time.
+# FUZZ_JOBS: how many at a time. FUZZ_OPTIONS: further options of libFuzzer, as "-entropic=0 -max_len=1024".
 set -euo pipefail
 cd "$(dirname "$0")/.."
 export ASAN_OPTIONS=detect_leaks=0:malloc_context_size=2:quarantine_size_mb=16 UBSAN_OPTIONS=print_stacktrace=1
@@ -16,7 +16,7 @@ if [ "${1:-}" = --one ]; then
     log=$build/logs/$target result=clean
     TVR_FUZZ_TARGET=$target "$build/bin/tvr_fuzz" -max_total_time="$seconds" -max_len="$longest" -timeout=5 \
         -rss_limit_mb=600 -malloc_limit_mb=128 -artifact_prefix="$build/found/$target-" -print_final_stats=1 \
-        "$build/corpus/$target" "$build/seeds/$target" >"$log" 2>&1 || result="FAILED, see $log"
+        ${FUZZ_OPTIONS:-} "$build/corpus/$target" "$build/seeds/$target" >"$log" 2>&1 || result="FAILED, see $log"
     echo "$target: $(awk '/number_of_executed_units/ { print $2 }' "$log") executions," \
          "peak $(awk '/peak_rss_mb/ { print $2 }' "$log") MiB, $result"
     [ "$result" = clean ]
