@@ -1,6 +1,7 @@
 #include "system/engine_root.h"
 
 #include <fstream>
+#include <gtest/gtest.h>
 #include <stdexcept>
 
 #include "common/bytes.h"
@@ -103,10 +104,6 @@ int engine_root::run_key(const std::string& key) const {
     return run_program("tvr_srv", key).code;
 }
 
-program_result engine_root::tvrctl(const std::string& arguments) {
-    return run_program("tvrctl", arguments);
-}
-
 void engine_root::append(unsigned series, unsigned count, bool manual) {
     record_batch batch;
     for (unsigned i = 0; i < count; ++i) {
@@ -200,6 +197,16 @@ std::string engine_root::peek(const fs::path& file) {
         bytes.resize(bytes.size() - 65536 + got);
     } while (got != 0);
     return bytes;
+}
+
+program_result tvrctl(const std::string& arguments) {
+    return run_program("tvrctl", arguments);
+}
+
+std::string tvrctl(const std::string& arguments, int code) {
+    const program_result result = tvrctl(arguments);
+    EXPECT_EQ(result.code, code) << arguments << "\n" << result.text;
+    return result.text;
 }
 
 } // namespace tvr

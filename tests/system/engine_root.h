@@ -62,9 +62,6 @@ public:
     [[nodiscard]] const std::filesystem::path& path() const { return m_root.path(); }
     training_client& client() { return m_client; }
 
-    // Runs the real tvrctl to its end.
-    static program_result tvrctl(const std::string& arguments);
-
     // Waits until the condition holds; throws after a minute.
     static void wait_for(const char* what, const std::function<bool()>& condition);
 
@@ -76,5 +73,10 @@ private:
     training_client m_client;
     std::string m_stamp_before;
 };
+
+// Runs the real tvrctl to its end.
+program_result tvrctl(const std::string& arguments);
+// The output of a run that must answer this.
+std::string tvrctl(const std::string& arguments, int code);
 
 } // namespace tvr

@@ -21,7 +21,7 @@ TEST(engine, is_alone) {
     const std::uint32_t first = engine_root::process();
     EXPECT_EQ(root.run_key(""), 0); // finds the first and ends
     EXPECT_EQ(engine_root::process(), first);
-    EXPECT_NE(root.log("tvr_srv.log").find("[-] Another instance found. Aborting..."), std::string::npos);
+    EXPECT_TRUE(holds(root.log("tvr_srv.log"), "[-] Another instance found. Aborting..."));
     root.train(1, 10);
     EXPECT_EQ(root.messages(), 10U);
 }
@@ -77,11 +77,11 @@ TEST(engine, tests_itself) {
     const fs::path scratch = root.path() / "tmp/tvrtest";
     write_file(scratch / "base/cashe.mrk", "left by a test that died");
     EXPECT_EQ(root.run_key("/test"), 0);
-    EXPECT_EQ(root.log("unit_test.log").find("[-]"), std::string::npos) << root.log("unit_test.log");
-    EXPECT_NE(root.log("unit_test.log").find("[i] all tests completed"), std::string::npos);
-    EXPECT_NE(root.log("profiler.log").find("[flush_ordered:0] "), std::string::npos);
+    EXPECT_FALSE(holds(root.log("unit_test.log"), "[-]"));
+    EXPECT_TRUE(holds(root.log("unit_test.log"), "[i] all tests completed"));
+    EXPECT_TRUE(holds(root.log("profiler.log"), "[flush_ordered:0] "));
     const std::string log = root.log("tvr_srv.log");
-    EXPECT_NE(log.find("[i] running with /test key - only testing"), std::string::npos);
+    EXPECT_TRUE(holds(log, "[i] running with /test key - only testing"));
     const std::size_t first_stop = log.find("***STOP***");
     EXPECT_NE(log.find("***STOP***", first_stop + 1), std::string::npos) << log;
     EXPECT_FALSE(fs::exists(scratch));
@@ -93,8 +93,7 @@ TEST(engine, tests_itself) {
     EXPECT_EQ(root.run_key("/TESTs"), 0);
     EXPECT_EQ(root.log("unit_test.0"), before);
     for (const char* name : {"filehead", "transaction", "dword_map"})
-        EXPECT_NE(root.log("unit_test.log").find("[-] " + std::string(name) + " test FAILED"),
-                  std::string::npos);
+        EXPECT_TRUE(holds(root.log("unit_test.log"), "[-] " + std::string(name) + " test FAILED"));
     EXPECT_EQ(read_file(scratch), "a file of that name");
 
     root.start(); // beside another one it doesn't test
@@ -116,7 +115,7 @@ TEST(engine, trains_when_enough_messages_wait) {
     root.append(2, 1);
     root.wait_until_trained();
     EXPECT_EQ(root.messages(), 5U);
-    EXPECT_NE(root.log("transact.log").find("[i] retrain by timeout"), std::string::npos);
+    EXPECT_TRUE(holds(root.log("transact.log"), "[i] retrain by timeout"));
 }
 
 // A backup program, say, that reads the cache and lets nobody move it meanwhile.
@@ -146,7 +145,7 @@ TEST(engine, trains_on_one_message_that_the_user_marked) {
     root.append(1, 1, true);
     root.wait_until_trained();
     EXPECT_EQ(root.messages(), 1U);
-    EXPECT_NE(root.log("transact.log").find("[i] retrain by manual marks"), std::string::npos);
+    EXPECT_TRUE(holds(root.log("transact.log"), "[i] retrain by manual marks"));
 }
 
 TEST(engine, a_force_without_messages_changes_nothing) {

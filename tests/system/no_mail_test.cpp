@@ -13,7 +13,7 @@ TEST(no_mail, is_told_in_one_line) {
     for (const char* arguments :
          {"train --spam x --ham y", "score x", "score --filter --frobnicate", "eval --spam x --ham y",
           "tokenize x --spam", "watch --spam x", "forget --file x"}) {
-        const auto result = engine_root::tvrctl(arguments);
+        const auto result = tvrctl(arguments);
         EXPECT_EQ(result.code, 3) << arguments;
         EXPECT_TRUE(result.text.starts_with("tvrctl: this build parses no mail: ")) << arguments << "\n"
                                                                                     << result.text;

@@ -17,16 +17,6 @@ namespace fs = std::filesystem;
 using platform::change;
 using std::string_literals::operator""s;
 
-std::string run(const std::string& arguments, int code) {
-    const auto result = engine_root::tvrctl(arguments);
-    EXPECT_EQ(result.code, code) << arguments << "\n" << result.text;
-    return result.text;
-}
-
-bool holds(const std::string& text, std::string_view part) {
-    return text.find(part) != std::string::npos;
-}
-
 // A root whose files can be put back.
 class repair : public testing::Test {
 protected:
@@ -54,7 +44,7 @@ protected:
             return !view.stage() && learned() == std::pair(spam + 5, good + 5) && !view.stage();
         });
         root.stop();
-        run("verify", 0);
+        tvrctl("verify", 0);
     }
     // What was set aside, under its path below the data folder.
     std::map<std::string, std::string> set_aside() const {
@@ -160,10 +150,10 @@ TEST_F(repair, mends_or_sets_aside_what_is_damaged) {
             fs::remove(file);
         else
             write_file(file, row.bytes);
-        EXPECT_TRUE(holds(run("verify", 1), row.found));
-        EXPECT_TRUE(holds(run("repair --dry-run", 1), row.told));
+        EXPECT_TRUE(holds(tvrctl("verify", 1), row.found));
+        EXPECT_TRUE(holds(tvrctl("repair --dry-run", 1), row.told));
         EXPECT_EQ(read_file(file), row.bytes);
-        const std::string told = run("repair --yes", 0);
+        const std::string told = tvrctl("repair --yes", 0);
         EXPECT_TRUE(holds(told, row.told)) << told;
         EXPECT_EQ(fs::exists(file), !row.mended.empty());
         if (row.mended != "made") {
@@ -173,8 +163,8 @@ TEST_F(repair, mends_or_sets_aside_what_is_damaged) {
         if (!row.bytes.empty() && !stays) {
             EXPECT_EQ(set_aside()[row.file], row.bytes);
         }
-        EXPECT_TRUE(holds(run("repair", 0), "nothing to do"));
-        run("verify", 0);
+        EXPECT_TRUE(holds(tvrctl("repair", 0), "nothing to do"));
+        tvrctl("verify", 0);
         if (row.file == std::string("base/cashe.rgd")) {
             root.start();
             engine_root::wait_for("the compiled base", [&] { return fs::exists(file) && !root.marker(6); });
@@ -187,8 +177,8 @@ TEST_F(repair, mends_or_sets_aside_what_is_damaged) {
 
 TEST_F(repair, keeps_apart_from_the_engine) {
     root.start();
-    EXPECT_TRUE(holds(run("repair", 3), "the engine runs"));
-    EXPECT_TRUE(holds(run("trim", 3), "the engine runs"));
+    EXPECT_TRUE(holds(tvrctl("repair", 3), "the engine runs"));
+    EXPECT_TRUE(holds(tvrctl("trim", 3), "the engine runs"));
     root.stop();
     engine_pause pause;
     EXPECT_EQ(pause.begin(), "");
@@ -201,8 +191,8 @@ class repair_after_death : public repair, public testing::WithParamInterface<dea
 // From whatever point: nothing is lost, and nothing counts twice.
 TEST_P(repair_after_death, ends_as_an_undisturbed_run) {
     die_in_second_training(root, GetParam());
-    run("verify", 1);
-    run("repair --yes", 0);
+    tvrctl("verify", 1);
+    tvrctl("repair --yes", 0);
     root.start();
     const engine_view view(root.client().working_directory());
     engine_root::wait_for("the rest of the training", [&] { return !view.stage(); });
@@ -253,9 +243,9 @@ TEST_F(repair, begins_again_or_goes_on_behind_the_sorting) {
         SCOPED_TRACE(row.name);
         restore();
         row.damage();
-        run("verify", 1);
-        run("repair --yes", 0);
-        EXPECT_TRUE(holds(run("repair", 0), "nothing to do"));
+        tvrctl("verify", 1);
+        tvrctl("repair --yes", 0);
+        EXPECT_TRUE(holds(tvrctl("repair", 0), "nothing to do"));
         expect_to_learn(row.learned.first, row.learned.second);
     }
 }
@@ -283,8 +273,8 @@ TEST_F(repair, ends_a_merge_of_waiting_messages) {
         write_file(root.transact() / "~~autotrain.bys", row.merged);
         if (!row.snapshot.empty())
             write_file(root.transact() / "~autotrain.bys", row.snapshot);
-        EXPECT_TRUE(holds(run("verify", 1), "a merge of waiting messages"));
-        run("repair --yes", 0);
+        EXPECT_TRUE(holds(tvrctl("verify", 1), "a merge of waiting messages"));
+        tvrctl("repair --yes", 0);
         expect_to_learn(15, 15);
     }
 }
@@ -309,12 +299,12 @@ TEST(trim, drops_the_ids_of_what_was_forgotten) {
     const std::string head = "spamdict: ";
     const std::string counts = std::to_string(stale) + " of 60 message IDs";
     const std::string before = read_file(root.base() / "spamdict.lst");
-    EXPECT_TRUE(holds(run("trim --dry-run", 0), head + "would drop " + counts));
+    EXPECT_TRUE(holds(tvrctl("trim --dry-run", 0), head + "would drop " + counts));
     EXPECT_TRUE(read_file(root.base() / "spamdict.lst") == before);
-    EXPECT_TRUE(holds(run("trim", 0), head + "dropped " + counts));
+    EXPECT_TRUE(holds(tvrctl("trim", 0), head + "dropped " + counts));
     EXPECT_LT(read_file(root.base() / "spamdict.lst").size(), before.size());
-    EXPECT_TRUE(holds(run("trim", 0), head + "dropped 0 of " + std::to_string(60 - stale)));
-    run("verify", 0);
+    EXPECT_TRUE(holds(tvrctl("trim", 0), head + "dropped 0 of " + std::to_string(60 - stale)));
+    tvrctl("verify", 0);
 
     // What is left answers as before, and the engine goes on with it.
     const auto expect_ids = [&] {
@@ -333,7 +323,7 @@ TEST(trim, drops_the_ids_of_what_was_forgotten) {
     root.train(5, 10);
     root.stop();
     EXPECT_EQ(expect_ids(), 65 - stale);
-    run("verify", 0);
+    tvrctl("verify", 0);
 }
 
 } // namespace

@@ -1,17 +1,15 @@
 // tvrctl watch over real folders, told by the records in the cache.
 
 #include <cstdio>
-#include <fcntl.h>
 #include <fstream>
 #include <memory>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "common/bytes.h"
 #include "common/path.h"
 #include "platform/file.h"
+#include "support/child_process.h"
 #include "support/test.h"
 #include "system/engine_root.h"
 
@@ -19,6 +17,10 @@ namespace tvr {
 namespace {
 
 namespace fs = std::filesystem;
+
+const child_role watcher("watcher", [](std::string_view command) {
+    return execl("/bin/sh", "sh", "-c", std::string(command).c_str(), nullptr);
+});
 
 // A Maildir with a folder for spam, a plain folder for ham, and a process that watches them.
 class watch_test : public testing::Test {
@@ -31,7 +33,7 @@ protected:
     }
     ~watch_test() override {
         // Not in the middle: what is learned and the start of an engine for it belong together.
-        if (m_process != 0)
+        if (m_process)
             stop();
         // That one may not be there yet.
         if (fs::exists(m_root.transact() / "autotrain.bys"))
@@ -39,39 +41,23 @@ protected:
     }
 
     void start(const std::string& option = {}) {
-        const std::string program = platform::display_path(module_folder() + "tvrctl");
-        std::vector<std::string> words = {program,         "watch", (m_root.path() / "Maildir").string(),
-                                          m_spam.string(), "--ham", m_plain.string()};
-        if (!option.empty())
-            words.push_back(option);
-        std::vector<char*> pointers;
-        for (std::string& word : words)
-            pointers.push_back(word.data());
-        pointers.push_back(nullptr);
         fs::remove(m_out);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, m_out.c_str(), O_WRONLY | O_CREAT, 0600);
-        posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-        ASSERT_EQ(posix_spawn(&m_process, program.c_str(), &actions, nullptr, pointers.data(), environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
+        m_process.emplace("watcher", "exec '" + platform::display_path(module_folder()) + "tvrctl' watch " +
+                                         m_maildir.string() + " " + m_spam.string() + " --ham " +
+                                         m_plain.string() + " " + option + " >" + m_out.string() + " 2>&1");
         wait_for_line("watching"); // what is there has been seen by then
     }
     void wait_for_line(const std::string& text) {
-        engine_root::wait_for(text.c_str(), [&] { return read_file(m_out).find(text) != std::string::npos; });
-    }
-    int join() {
-        int status = 0;
-        if (m_process != 0)
-            waitpid(m_process, &status, 0);
-        m_process = 0;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        engine_root::wait_for(text.c_str(), [&] { return holds(read_file(m_out), text); });
     }
     int stop() {
-        kill(m_process, SIGTERM);
-        kill(m_process, SIGCONT);
-        return join();
+        send(SIGTERM);
+        send(SIGCONT);
+        const int code = m_process->join();
+        m_process.reset();
+        return code;
     }
+    void send(int signal) const { kill(static_cast<pid_t>(m_process->id()), signal); }
 
     static std::string mail(const std::string& id) {
         return "From: a@b.example\nTo: c@d.example\nSubject: about " + id + "\nMessage-ID: <" + id +
@@ -109,7 +95,7 @@ protected:
     fs::path m_plain = m_root.path() / "plain";
     fs::path m_out = m_root.path() / "watch.out";
     fs::path m_memory = m_root.base().parent_path() / "watch.bin";
-    pid_t m_process = 0;
+    std::optional<child_process> m_process;
 };
 
 // Flags: 1 deleted, 2 spam, 4 by the user's hand, 8 re-marked.
@@ -161,8 +147,7 @@ TEST_F(watch_test, what_came_meanwhile_is_learned_at_the_next_start) {
     start();
     expect_records("a 10, p 0, b 2, ");
     // At once, too, and whatever state its memory is in: a death in the middle leaves half an entry.
-    kill(m_process, SIGKILL);
-    join();
+    m_process.reset();
     std::ofstream(m_memory, std::ios::binary | std::ios::app) << "half";
     deliver(m_spam, "c");
     start();
@@ -194,7 +179,7 @@ TEST_F(watch_test, a_queue_that_overflows_is_no_loss) {
     if (events == 0 || events > 100'000)
         GTEST_SKIP() << "the queue can't be filled";
     start();
-    kill(m_process, SIGSTOP);
+    send(SIGSTOP);
     // Created, closed and deleted: three events each, of two names by turns, so that no two are merged.
     for (unsigned i = 0; i < events / 3 + 10; ++i) {
         const fs::path name = m_maildir / "new" / (i % 2 ? "x" : "y");
@@ -202,7 +187,7 @@ TEST_F(watch_test, a_queue_that_overflows_is_no_loss) {
         fs::remove(name);
     }
     deliver(m_spam, "a");
-    kill(m_process, SIGCONT);
+    send(SIGCONT);
     expect_records("a 2, ");
     wait_for_line("read anew");
 }
@@ -244,17 +229,13 @@ TEST_F(watch_test, a_file_is_read_when_it_is_written_to_its_end) {
 }
 
 TEST_F(watch_test, wrong_use_is_told) {
-    const auto code_of = [](const std::string& folders) {
-        return engine_root::tvrctl("watch " + folders).code;
-    };
-    EXPECT_EQ(code_of(""), 2);
-    const auto unnamed = engine_root::tvrctl("watch " + m_plain.string());
-    EXPECT_EQ(unnamed.code, 2);
-    EXPECT_NE(unnamed.text.find("use --spam or --ham"), std::string::npos) << unnamed.text;
-    EXPECT_EQ(code_of("--spam " + m_plain.string() + " --ham " + m_plain.string() + "/."), 2);
-    EXPECT_EQ(code_of("--spam /absent"), 2);
+    const std::string plain = m_plain.string();
+    tvrctl("watch", 2);
+    EXPECT_TRUE(holds(tvrctl("watch " + plain, 2), "use --spam or --ham"));
+    tvrctl("watch --spam " + plain + " --ham " + plain + "/.", 2);
+    tvrctl("watch --spam /absent", 2);
     start();
-    EXPECT_EQ(code_of(m_spam.string()), 3); // a second one
+    tvrctl("watch " + m_spam.string(), 3); // a second one
 }
 
 } // namespace

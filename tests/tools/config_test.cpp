@@ -72,7 +72,7 @@ TEST_F(config_test, knows_every_setting) {
 }
 
 TEST_F(config_test, asks_for_a_root) {
-    EXPECT_NE(set("training delay", "60").find("tvrctl config root"), std::string::npos);
+    EXPECT_TRUE(holds(set("training delay", "60"), "tvrctl config root"));
     EXPECT_FALSE(register_root(m_root.engine_path("nothing")).empty());
     EXPECT_EQ(register_root(m_root.engine_path("install")), "");
     EXPECT_EQ(set("Training Delay", "60"), "");
@@ -108,7 +108,7 @@ TEST_F(config_test, checks_before_it_writes) {
     EXPECT_FALSE(fs::exists(m_working / "tvram.ini"));
 
     write_file(m_root.path() / "install/advanced.ini", std::string((1 << 20) + 1, ';'));
-    EXPECT_NE(set("training delay", "60").find("1 MiB"), std::string::npos);
+    EXPECT_TRUE(holds(set("training delay", "60"), "1 MiB"));
 }
 
 TEST_F(config_test, writes_where_the_engine_reads) {

@@ -92,7 +92,7 @@ TEST(record_stream, takes_what_stands_in_front_of_damage) {
     };
     for (const auto& damage : cases) {
         const outcome found = read(head + one + damage.bytes);
-        EXPECT_NE(found.error.find(damage.error), std::string::npos) << found.error;
+        EXPECT_TRUE(holds(found.error, damage.error));
         EXPECT_EQ(found.records.substr(0, one.size()), one);
     }
     for (const std::string& other : {std::string(), std::string("TV"), le(0x25062004), le(2) + one})

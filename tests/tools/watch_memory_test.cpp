@@ -60,7 +60,7 @@ TEST_F(watch_memory_test, damage_is_set_aside) {
                                      head + entry(2, 0, 10), good + entry(6, 0, 1), good + entry(0, 0, 0)}) {
         write_file(m_root.path() / "watch.bin", bytes);
         watch_memory memory(m_path);
-        EXPECT_NE(memory.load({1}).find("damaged"), std::string::npos);
+        EXPECT_TRUE(holds(memory.load({1}), "damaged"));
         EXPECT_FALSE(memory.knows_folder(1));
         EXPECT_EQ(read_file(m_root.path() / "watch.bad"), bytes);
         EXPECT_EQ(content(), head);
