@@ -93,6 +93,7 @@ const std::vector<station> stations = {
          keeps_the_old_mark(then);
      }},
     {"create " + marker(6), "comes to the same bytes, from marker 6"},
+    {"delete " + compiled_base, "comes to the same bytes, from marker 6"},
     {"delete " + marker(6), "GAP the same bytes, with the old time mark", keeps_the_old_mark},
     {"cut " + time_mark, "GAP the same bytes, with a cut time mark",
      [](sequel& then) {
@@ -154,13 +155,29 @@ std::string judge_engine(const files&, const files&, const files&) {
     return outcome;
 }
 
-TEST(engine_death, leaves_what_is_told_for_each_point) {
-    const auto transaction = [](engine_driver& engine) {
+int train_once() {
+    return run_engine([](engine_driver& engine) {
         engine.train();
         engine.stop();
-    };
-    torture({"the engine in a transaction", "waiting", [&] { return run_engine(transaction); }, judge_engine,
-             60});
+    });
+}
+
+TEST(engine_death, leaves_what_is_told_for_each_point) {
+    torture({"the engine in a transaction", "waiting", train_once, judge_engine, 60});
+}
+
+// The first and the last point of each station at least, whatever the stride.
+TEST(engine_death, leaves_what_is_told_for_each_station) {
+    trained_base& base = the_base();
+    for (std::size_t i = 1; i < stations.size(); ++i)
+        for (const fate what : {fate::die_before, fate::die_after}) {
+            const std::string& leads_here = stations[i].change;
+            const std::string change = leads_here + (leads_here.ends_with("nspamdict") ? ".lst" : "");
+            SCOPED_TRACE(std::string(name_of(what)) + " " + change);
+            base.restore("waiting");
+            ASSERT_EQ(base.run_child({.what = what, .change = change}, train_once), killed);
+            EXPECT_EQ(judge_engine({}, {}, {}), stations[what == fate::die_after ? i : i - 1].outcome);
+        }
 }
 
 // The changes of a transaction that others may rely on, in their order. What lies between is left out.
