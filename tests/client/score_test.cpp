@@ -10,16 +10,16 @@ namespace {
 
 using grades = std::map<std::string, double, std::less<>>;
 
-message_score score_of(const grades& base, std::initializer_list<const char*> tokens, score_rule rule,
-                       std::uint32_t significant = 15) {
+message_score score_of(const grades& base, const std::vector<std::string>& tokens,
+                       const score_settings& settings) {
     const mail_scorer scorer(
         [&](std::string_view token) {
             const auto found = base.find(token);
             return found == base.end() ? 0.0 : found->second;
         },
-        {.rule = rule, .significant_tokens = significant});
+        settings);
     token_table table;
-    for (const char* token : tokens)
+    for (const std::string& token : tokens)
         table.add(token);
     return scorer.score(table, true);
 }
@@ -31,7 +31,7 @@ const grades base = {{"B spam", 0.99}, {"B spam2", 0.99}, {"B ham", 0.01},  {"B 
 TEST(score, is_that_of_the_rules) {
     const struct {
         score_rule rule;
-        std::initializer_list<const char*> tokens;
+        std::vector<std::string> tokens;
         double expected; // 0 to 100
     } cases[] = {
         {score_rule::graham, {"B spam"}, 99},
@@ -58,12 +58,12 @@ TEST(score, is_that_of_the_rules) {
         {score_rule::graham, {"B spam", "B nan", "B high", "B neg"}, 99},
     };
     for (const auto& test : cases)
-        EXPECT_NEAR(score_of(base, test.tokens, test.rule).score, test.expected, 1e-4);
+        EXPECT_NEAR(score_of(base, test.tokens, {.rule = test.rule}).score, test.expected, 1e-4);
 }
 
 TEST(score, takes_the_most_significant_tokens) {
-    EXPECT_NEAR(score_of(base, {"B so", "B mid", "B ham"}, score_rule::graham, 1).score, 1, 1e-9);
-    const auto result = score_of(base, {"B so", "B ham", "B spam"}, score_rule::graham, 2);
+    const auto result =
+        score_of(base, {"B so", "B ham", "B spam"}, {.rule = score_rule::graham, .significant_tokens = 2});
     EXPECT_NEAR(result.score, 50, 1e-9);
     EXPECT_EQ(result.known, 3U);
     EXPECT_EQ(result.tokens.size(), 2U);
@@ -72,20 +72,13 @@ TEST(score, takes_the_most_significant_tokens) {
 TEST(score, gives_each_kind_its_vote) {
     // Many words of the body don't drown one sender as they would in one pot.
     grades crowd = base;
-    std::vector<std::string> names;
-    token_table table;
+    std::vector<std::string> tokens;
     for (int i = 0; i < 30; ++i)
-        crowd["B w" + std::to_string(i)] = 0.99;
-    const mail_scorer scorer([&](std::string_view token) {
-        const auto found = crowd.find(token);
-        return found == crowd.end() ? 0.0 : found->second;
-    });
-    for (int i = 0; i < 30; ++i)
-        table.add("B w" + std::to_string(i));
-    const double without = scorer.score(table).score;
+        crowd[tokens.emplace_back("B w" + std::to_string(i))] = 0.99;
+    const double without = score_of(crowd, tokens, {}).score;
     EXPECT_GT(without, 85);
-    table.add("F ham");
-    const auto with = scorer.score(table, true);
+    tokens.emplace_back("F ham");
+    const auto with = score_of(crowd, tokens, {});
     EXPECT_LT(with.score, without);
     EXPECT_EQ(with.tokens.front().token, "F ham"); // the weightiest
     EXPECT_LT(with.tokens.front().share, 0);
@@ -93,12 +86,9 @@ TEST(score, gives_each_kind_its_vote) {
 
 TEST(score, decides_by_the_thresholds) {
     const auto verdict_at = [](double grade, double spam, double unsure) {
-        const mail_scorer scorer(
-            [=](std::string_view) { return grade; },
-            {.rule = score_rule::graham, .spam_threshold = spam, .unsure_threshold = unsure});
-        token_table table;
-        table.add("B x");
-        return scorer.score(table).decision;
+        return score_of({{"B x", grade}}, {"B x"},
+                        {.rule = score_rule::graham, .spam_threshold = spam, .unsure_threshold = unsure})
+            .decision;
     };
     EXPECT_EQ(verdict_at(0.9, 85, 75), verdict::spam);
     EXPECT_EQ(verdict_at(0.8, 85, 75), verdict::unsure);
@@ -110,7 +100,7 @@ TEST(score, knows_words_by_their_other_forms) {
     const grades forms = {
         {"B free", 0.9}, {"B Free", 0.95}, {"B FREE!", 0.2}, {"H subject:win", 0.9}, {"F a", 0.9}};
     const auto known = [&](const char* token) {
-        const auto result = score_of(forms, {token}, score_rule::graham);
+        const auto result = score_of(forms, {token}, {.rule = score_rule::graham});
         return result.known == 0 ? 0 : result.score;
     };
     EXPECT_NEAR(known("B FREE!"), 20, 1e-9); // itself comes first

@@ -194,14 +194,6 @@ void read_ini(const scene& s, const std::string& file) {
     EXPECT_EQ(platform::profile_int("Settings", "new", 5, name), 6);
 }
 
-void read_registry(const scene&, const std::string&) {
-    platform::registry_key key;
-    EXPECT_TRUE(key.create(platform::registry_root::local_machine, paths_key));
-    (void)key.query("TessivarRoot");
-    EXPECT_TRUE(key.set("other", platform::registry_type::string, "x"));
-    EXPECT_EQ(key.query("other").value().data, "x");
-}
-
 // The whole pipeline.
 void train_on(const scene& s, const std::string& file) {
     const std::string bytes = s.get(file);
@@ -309,7 +301,6 @@ INSTANTIATE_TEST_SUITE_P(every, damage,
                                          kind{"signals", "base/transact/ipc.bin", 200, look_at},
                                          kind{"advanced", "advanced.ini", 60, read_settings},
                                          kind{"ini", "some.ini", 100, read_ini},
-                                         kind{"registry", "../machine", 60, read_registry},
                                          kind{"learned_cache", "base/transact/autotrain.bys", 25, train_on},
                                          kind{"learned_atom", "base/spamdict0000.bye", 25, train_on},
                                          kind{"learned_list", "base/spamdict.lst", 25, train_on},

@@ -1,5 +1,6 @@
 #include "system/engine_root.h"
 
+#include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <stdexcept>
@@ -169,10 +170,8 @@ std::map<std::string, std::string> engine_root::base_files() const {
 
 void engine_root::wait_for_purge() const {
     wait_for("empty dictionaries", [&] {
-        for (const auto& entry : fs::directory_iterator(m_base))
-            if (entry.path().extension() == ".bye" || entry.path().extension() == ".lst")
-                return false;
-        return true;
+        return std::ranges::all_of(base_files(),
+                                   [](const auto& file) { return file.first.ends_with(".rgd"); });
     });
 }
 

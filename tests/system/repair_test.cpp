@@ -1,5 +1,6 @@
 // tvrctl repair and trim on the files of a real engine: damaged, cut off by a death, or only old.
 
+#include <algorithm>
 #include <functional>
 
 #include "dict/message_record.h"
@@ -127,12 +128,7 @@ TEST_F(repair, mends_or_sets_aside_what_is_damaged) {
         {"base/transact/0006/prepared.txt", "prepared", "not the text of a stage marker", "anew",
          "prepared\0"s},
         {"base/transact/0003/spamdict0000.bye", atom, "a stage without", "set aside", ""},
-        {"base/transact/0001/dis1.tmp",
-         cut(cache, 1),
-         "its messages will be lost",
-         "mark stage 1",
-         le(19),
-         {35, 34}},
+        {"base/transact/0001/dis1.tmp", cut(cache, 1), "will be lost", "mark stage 1", le(19), {35, 34}},
         {"base/transact/0001/prepared.txt", "prepared\0"s, "the marked batch isn't there", "set aside", ""},
         {"base/transact/0002/prepared.txt", "prepared\0"s, "data.bys, aren't there", "set aside", ""},
         {"base/transact/0003/prepared.txt", "prepared\0"s, "stage 3 is marked without", "half of stage 3",
@@ -250,35 +246,6 @@ TEST_F(repair, begins_again_or_goes_on_behind_the_sorting) {
     }
 }
 
-// A snapshot of 20 messages that was being joined with 10 new ones: each counts once.
-TEST_F(repair, ends_a_merge_of_waiting_messages) {
-    root.append(1, 20);
-    const std::string old = read_file(root.transact() / "autotrain.bys");
-    root.append(2, 10);
-    const std::string both = read_file(root.transact() / "autotrain.bys");
-    const std::string fresh = le(10) + both.substr(old.size());
-    const struct {
-        const char* point;
-        std::string merged, snapshot;
-    } rows[] = {
-        {"after the copy", old, old},
-        {"within the append", cut(both, 100), old},
-        {"before the new snapshot is there", both, ""},
-        {"after it", both, both},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.point);
-        fs::remove_all(data());
-        write_file(root.transact() / "autotrain.bys", fresh);
-        write_file(root.transact() / "~~autotrain.bys", row.merged);
-        if (!row.snapshot.empty())
-            write_file(root.transact() / "~autotrain.bys", row.snapshot);
-        EXPECT_TRUE(holds(tvrctl("verify", 1), "a merge of waiting messages"));
-        tvrctl("repair --yes", 0);
-        expect_to_learn(15, 15);
-    }
-}
-
 TEST(trim, drops_the_ids_of_what_was_forgotten) {
     engine_root root;
     write_file(root.path() / "advanced.ini", "training delay = 3600\noptimal base size per half = 20\n"
@@ -291,11 +258,14 @@ TEST(trim, drops_the_ids_of_what_was_forgotten) {
     const std::uint32_t oldest = view.half("spamdict").oldest;
     const std::string folder = root.client().working_directory() + "base\\";
     constexpr std::uint32_t first_time = 213'000'000;
-    ASSERT_GT(oldest, first_time + 1000 + 28); // series 1 is forgotten
-    unsigned stale = 0;
+    ASSERT_GT(oldest, first_time + 1000 + 28);  // series 1 is forgotten
+    std::map<std::string, std::uint32_t> times; // of the spam
     for (unsigned series = 1; series <= 4; ++series)
         for (unsigned i = 0; i < 30; i += 2)
-            stale += first_time + series * 1000 + i < oldest ? 1 : 0;
+            times[make_msid(std::to_string(series) + "." + std::to_string(i), "", "", "")] =
+                first_time + series * 1000 + i;
+    const auto stale = static_cast<unsigned>(
+        std::ranges::count_if(times, [&](const auto& id) { return id.second < oldest; }));
     const std::string head = "spamdict: ";
     const std::string counts = std::to_string(stale) + " of 60 message IDs";
     const std::string before = read_file(root.base() / "spamdict.lst");
@@ -309,13 +279,8 @@ TEST(trim, drops_the_ids_of_what_was_forgotten) {
     // What is left answers as before, and the engine goes on with it.
     const auto expect_ids = [&] {
         msidmap map(folder, "spamdict");
-        for (unsigned series = 1; series <= 4; ++series)
-            for (unsigned i = 0; i < 30; i += 2) {
-                const std::uint32_t time = first_time + series * 1000 + i;
-                const std::string id =
-                    make_msid(std::to_string(series) + "." + std::to_string(i), "", "", "");
-                EXPECT_EQ(map.search(id), time < oldest ? 0 : time) << id;
-            }
+        for (const auto& [id, time] : times)
+            EXPECT_EQ(map.search(id), time < oldest ? 0 : time) << id;
         return map.records();
     };
     EXPECT_EQ(expect_ids(), 60 - stale);
