@@ -108,24 +108,22 @@ TEST(tokenizer, finds_what_a_mail_is_made_of) {
 
 TEST(tokenizer, makes_the_message_id_and_the_time) {
     tokenizer cutter;
-    cutter.tokenize("From: f\nSubject: s\nDate: Thu, 22 Aug 2002 18:26:25 +0700\nMessage-ID: <a@b>\n\nx\n");
-    EXPECT_EQ(cutter.facts().msid.substr(0, 6), "<a@b>_");
-    EXPECT_EQ(cutter.facts().msid.size(), 14U);
-    EXPECT_EQ(cutter.facts().time, 211'241'486U); // 11:26 UTC
-    const std::string first = cutter.facts().msid;
-    cutter.tokenize(
-        "From: f\nSubject: another\nDate: Thu, 22 Aug 2002 18:26:25 +0700\nMessage-ID: <a@b>\n\nx\n");
-    EXPECT_NE(cutter.facts().msid, first);
+    const auto facts_of = [&](std::string_view mail) {
+        cutter.tokenize(mail);
+        return cutter.facts();
+    };
+    const std::string head = "From: f\nDate: Thu, 22 Aug 2002 18:26:25 +0700\nMessage-ID: <a@b>\n";
+    const auto facts = facts_of(head + "Subject: s\n\nx\n");
+    EXPECT_EQ(facts.msid.substr(0, 6), "<a@b>_");
+    EXPECT_EQ(facts.msid.size(), 14U);
+    EXPECT_EQ(facts.time, 211'241'486U); // 11:26 UTC
+    EXPECT_NE(facts_of(head + "Subject: another\n\nx\n").msid, facts.msid);
     // Without an ID of its own it is called by its content.
-    cutter.tokenize("Subject: s\n\nx\n");
-    const std::string made = cutter.facts().msid;
-    cutter.tokenize("Subject: s\n\ny\n");
-    EXPECT_NE(cutter.facts().msid, made);
-    EXPECT_EQ(cutter.facts().time, 0U);
-    cutter.tokenize("From x@y Thu Aug 22 18:30:05 2002\nSubject: a\nDate: once\n\nx\n");
-    EXPECT_EQ(cutter.facts().time, 211'241'910U);
-    cutter.tokenize("Subject: s\nMessage-ID: <" + std::string(400, 'i') + ">\n\n");
-    EXPECT_EQ(cutter.facts().msid.size(), 254U);
+    EXPECT_NE(facts_of("Subject: s\n\nx\n").msid, facts_of("Subject: s\n\ny\n").msid);
+    EXPECT_EQ(facts_of("Subject: s\n\ny\n").time, 0U);
+    EXPECT_EQ(facts_of("From x@y Thu Aug 22 18:30:05 2002\nSubject: a\nDate: once\n\nx\n").time,
+              211'241'910U);
+    EXPECT_EQ(facts_of("Subject: s\nMessage-ID: <" + std::string(400, 'i') + ">\n\n").msid.size(), 254U);
 }
 
 TEST(tokenizer, reads_dates) {

@@ -107,8 +107,7 @@ TEST(engine, trains_when_enough_messages_wait) {
     root.set_training(0, 4);
     root.append(1, 4); // not more than 4
     root.start();
-    engine_root::wait_for("some rounds",
-                          [&] { return root.log("tvr_srv.log").find("Startup") != std::string::npos; });
+    engine_root::wait_for("some rounds", [&] { return holds(root.log("tvr_srv.log"), "Startup"); });
     root.make_hear();
     EXPECT_EQ(root.stamp(), "");
     EXPECT_TRUE(fs::exists(root.transact() / "autotrain.bys"));
@@ -127,9 +126,8 @@ TEST(engine, takes_messages_later_that_another_process_holds) {
     ASSERT_TRUE(held.open(platform::from_display_path((root.transact() / "autotrain.bys").string()),
                           platform::access::read, platform::share::read, platform::creation::open_existing));
     root.force();
-    engine_root::wait_for("the vain round", [&] {
-        return root.log("transact.log").find("[i] unable to delete source (2)") != std::string::npos;
-    });
+    engine_root::wait_for("the vain round",
+                          [&] { return holds(root.log("transact.log"), "[i] unable to delete source (2)"); });
     EXPECT_TRUE(fs::exists(root.transact() / "autotrain.bys"));
     EXPECT_EQ(root.stamp(), "");
     held.close();
@@ -155,9 +153,8 @@ TEST(engine, a_force_without_messages_changes_nothing) {
     const auto before = root.base_files();
     const std::string stamp = root.stamp();
     root.force();
-    engine_root::wait_for("the empty round", [&] {
-        return root.log("transact.log").find("[i] unable to delete source (2)") != std::string::npos;
-    });
+    engine_root::wait_for("the empty round",
+                          [&] { return holds(root.log("transact.log"), "[i] unable to delete source (2)"); });
     EXPECT_EQ(root.base_files(), before);
     EXPECT_EQ(root.stamp(), stamp);
 }

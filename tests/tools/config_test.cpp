@@ -82,28 +82,22 @@ TEST_F(config_test, asks_for_a_root) {
 
 TEST_F(config_test, checks_before_it_writes) {
     ASSERT_EQ(register_root(m_root.engine_path("install")), "");
-    const char* const refused[][2] = {
-        {"training delay", "0"},
-        {"training delay", "4294968"},
-        {"training delay", "1.5"},
-        {"training delay", "-1"},
-        {"training delay", ""},
-        {"training delay", "60s"},
-        {"optimal one dict size", "0"},
-        {"regarding threshold", "nan"},
-        {"regarding threshold", "0"},
-        {"use autotrain", "2"},
-        {"MaxSinglePathLevel", "0.5"},
-        {"working directory", "\\x"},
-        {"spam transliteration table", "abc"},
-        {"spam threshold", "101"},
-        {"spam threshold", "70"},
-        {"unsure threshold", "86"},
-        {"local user alphabet", "a\"b"},
-        {"number of exclamations", "4294967296"},
+    const std::pair<const char*, std::vector<const char*>> refused[] = {
+        {"training delay", {"0", "4294968", "1.5", "-1", "", "60s"}},
+        {"optimal one dict size", {"0"}},
+        {"regarding threshold", {"nan", "0"}},
+        {"use autotrain", {"2"}},
+        {"MaxSinglePathLevel", {"0.5"}},
+        {"working directory", {"\\x"}},
+        {"spam transliteration table", {"abc"}},
+        {"spam threshold", {"101", "70"}},
+        {"unsure threshold", {"86"}},
+        {"local user alphabet", {"a\"b"}},
+        {"number of exclamations", {"4294967296"}},
     };
-    for (const auto& row : refused)
-        EXPECT_NE(set(row[0], row[1]), "") << row[0] << " " << row[1];
+    for (const auto& [key, values] : refused)
+        for (const char* value : values)
+            EXPECT_NE(set(key, value), "") << key << " " << value;
     EXPECT_TRUE(fs::is_empty(m_root.path() / "install"));
     EXPECT_FALSE(fs::exists(m_working / "tvram.ini"));
 
