@@ -170,8 +170,10 @@ std::map<std::string, std::string> engine_root::base_files() const {
 
 void engine_root::wait_for_purge() const {
     wait_for("empty dictionaries", [&] {
-        return std::ranges::all_of(base_files(),
-                                   [](const auto& file) { return file.first.ends_with(".rgd"); });
+        // By their names alone: elsewhere an open file hinders its deletion.
+        return std::ranges::none_of(fs::directory_iterator(m_base), [](const auto& entry) {
+            return entry.path().extension() == ".bye" || entry.path().extension() == ".lst";
+        });
     });
 }
 
