@@ -1,31 +1,24 @@
-// Damaged files before the whole system: the onlookers of tvrctl, the platform's stores of text, and a
-// training. Each takes real files of its kind, cut at every place, and with single bytes and runs of bytes
-// changed: it must come back without a fault, and without memory out of proportion. (The fuzz targets do the
-// same to each reader by itself.)
+// Damaged files before the whole system: the onlookers of tvrctl, the texts of the settings, and a training.
+// Each takes real files of its kind, cut at every place, and with single bytes and runs of bytes changed: it
+// must come back without a fault, and without memory out of proportion. (The fuzz targets do the same to each
+// reader by itself.)
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <fstream>
 #include <random>
 #include <sstream>
 
 #include <nlohmann/json.hpp>
 
-#include "client/cache_writer.h"
-#include "common/minutes.h"
-#include "common/path.h"
 #include "compiled/hashreg.h"
 #include "msid/msidmap.h"
-#include "platform/change_hook.h"
-#include "platform/clock.h"
 #include "platform/profile.h"
-#include "platform/registry.h"
-#include "settings/settings.h"
-#include "stage/temp_folder.h"
-#include "stat/statistic.h"
+#include "support/atom_bytes.h"
+#include "support/child_process.h"
 #include "support/memory_peak.h"
 #include "support/test.h"
+#include "system/mortal_engine.h"
 #include "tools/engine_view.h"
 #include "tools/inspection.h"
 #include "tools/setting_list.h"
@@ -37,124 +30,66 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint32_t patience = 30'000;       // milliseconds
-constexpr std::uint32_t some_time = 213'000'000; // 2005, in minutes since 1601
-std::map<std::string, std::string> caught;       // files of a stage, taken when they go
-
-std::uint32_t catch_stage_files(platform::change what, std::string_view path) {
-    const std::string name(path.substr(path.rfind('\\') + 1));
-    if (what == platform::change::delete_file && (name.ends_with(".col") || name == "data.bys"))
-        caught[name] = read_file(platform::display_path(path));
-    return 0;
-}
-
-// A working directory with the files of a small training, and one of each other kind.
+// A working directory with the files of a small training, the next one cut off where it is sorted, and one of
+// each other kind.
 struct scene {
     scene() {
-        platform::registry_key key;
-        key.create(platform::registry_root::local_machine, paths_key);
-        key.set("TessivarRoot", platform::registry_type::string, root.engine_path("install"));
-        fs::create_directories(root.path() / "install");
+        root.start();
+        root.train(1, 4);
+        root.kill(); // idle, and so nothing is lost
+        root.append(2, 4);
+        const death sorted = {"sorted", platform::change::create_file, "\\0003\\prepared.txt"};
+        EXPECT_EQ(child_process("forced_mortal_engine", sorted.argument()).join(), child_process::killed);
         settings& set = make_current_settings();
         set.schema(schema_mode::declare);
-        set.schema(schema_mode::basic_defaults);
-        set.schema(schema_mode::advanced_defaults);
-        set.working_directory = {engine(""), engine("")};
-        fs::create_directories(path("base/transact"));
-        platform::set_current_directory(engine("")); // a stage leaves an unnamed map there
-        append(0);
-        platform::set_change_hook(catch_stage_files);
-        train();
-        platform::set_change_hook(nullptr);
+        default_settings().working_directory = {engine(""), engine("")};
+        // A stage leaves an unnamed map there.
+        fs::current_path(root.path());
         { msidmap(engine("base\\"), "spamdict").search("<0>"); } // makes the index
-        base = snapshot();
+        for (const auto& entry : fs::directory_iterator(root.base()))
+            if (entry.is_regular_file())
+                base["base/" + entry.path().filename().string()] = read_file(entry.path());
         std::string name = engine("settings.cfg"), text = engine("advanced.ini");
         set.save(&name, &text, store_binary | store_text);
-        {
-            statistic counters;
-            counters.read(engine("stat.bin"));
-            for (std::uint32_t hour = 0; hour < 3; ++hour)
-                counters.add_message({2, 100, now_minutes() - hour * 60}, false, true);
-            counters.commit_transaction();
-        }
-        put("~stat.bin", get("stat.bin"));
-        temp_folder stages(engine("base\\transact\\"));
-        stages.prepare(5);
-        write_file(path("base/transact/0005/a"), std::string(300, 'a'));
-        write_file(path("base/transact/0005/folder/b"), "b");
-        std::string archive;
-        stages.pack(archive, 5);
-        put("base/data.trr", read_file(platform::display_path(archive)));
+        for (const char* statistic : {"stat.bin", "~stat.bin"})
+            put(statistic, "STAT" + le(3'550'000, 1, 2, 3, 4, 5, 6, 7, 8));
         put("base/transact/ipc.bin", le(5));
-        put("base/transact/0002/spamdict.col", caught["spamdict.col"]);
-        put("base/transact/0002/data.bys", caught["data.bys"]);
-        put("base/transact/autotrain.bys", caught["data.bys"]);
         put("some.ini", "[Settings]\r\nSpamThreshold=85\r\n;x\r\nUnsure Threshold = 70\r\n");
+        root.append(3, 4);
     }
-
-    static record_batch four_messages(unsigned first) {
-        record_batch batch;
-        for (unsigned i = first; i < first + 4; ++i) {
-            const bool spam = i % 2 == 0;
-            token_table tokens;
-            tokens.add("B common", 5);
-            tokens.add(spam ? "H subject:offer" : "B meeting", 9);
-            const std::string msid = "<" + std::to_string(i) + ">";
-            batch.add({.msid = msid, .spam = spam, .size = 100, .time = some_time + i}, tokens);
-        }
-        return batch;
-    }
-
-    void append(unsigned first) const {
-        EXPECT_EQ(cache_writer(engine("base\\transact\\autotrain.bys")).append(four_messages(first)),
-                  append_result::done);
-    }
+    ~scene() { fs::current_path(fs::temp_directory_path()); }
 
     // Folds what waits in the cache. Never ends without a new mark: then nothing is left that could be ended.
-    void train() const {
+    void train() const noexcept {
         fs::remove(path("base/cashe.mrk"));
         transaction pipeline;
         pipeline.init();
         pipeline.force_retrain();
-        const std::uint32_t start = platform::tick_count();
-        while (!fs::exists(path("base/cashe.mrk"))) {
-            if (platform::tick_count() - start > patience) {
-                ADD_FAILURE() << "the pipeline is stuck";
-                std::abort();
-            }
-            platform::sleep_for(1);
-        }
+        engine_root::wait_for("the mark", [&] { return fs::exists(path("base/cashe.mrk")); });
         pipeline.shutdown();
     }
 
-    [[nodiscard]] std::string engine(const std::string& name) const {
-        return root.engine_path("work\\" + name);
+    [[nodiscard]] std::string engine(const std::string& name) {
+        return root.client().working_directory() + name;
     }
-    [[nodiscard]] fs::path path(const std::string& name) const { return root.path() / "work" / name; }
+    [[nodiscard]] fs::path path(const std::string& name) const { return root.base().parent_path() / name; }
     void put(const std::string& name, const std::string& bytes) const { write_file(path(name), bytes); }
     [[nodiscard]] std::string get(const std::string& name) const { return read_file(path(name)); }
 
-    [[nodiscard]] std::map<std::string, std::string> snapshot() const {
-        std::map<std::string, std::string> all;
-        for (const auto& entry : fs::directory_iterator(path("base")))
-            if (entry.is_regular_file())
-                all["base/" + entry.path().filename().string()] = read_file(entry.path());
-        return all;
-    }
     void restore() const {
-        fs::remove_all(path("base"));
-        fs::create_directories(path("base/transact"));
+        fs::remove_all(root.base());
+        fs::create_directories(root.transact());
         for (const auto& [name, bytes] : base)
             put(name, bytes);
     }
 
-    test_root root;
-    std::map<std::string, std::string> base; // the files of the folder after the training
+    engine_root root;
+    files base; // the files of the folder after the training
 };
 
 // --- the readers ---
 
-void look_at(const scene& s, const std::string& name) {
+void look_at(scene& s, const std::string& name) {
     std::ostringstream out, errors;
     const bool good = inspect_file(s.path(name).string(), {.all = true, .json = true}, out, errors);
     EXPECT_EQ(good, errors.str().empty()) << errors.str();
@@ -173,7 +108,7 @@ void look_at(const scene& s, const std::string& name) {
     (void)view.stamp();
 }
 
-void read_settings(const scene& s, const std::string& name) {
+void read_settings(scene& s, const std::string& name) {
     const std::string bytes = s.get(name);
     settings set;
     set.schema(schema_mode::declare);
@@ -183,11 +118,11 @@ void read_settings(const scene& s, const std::string& name) {
         EXPECT_TRUE(set.read_text(s.engine(name), 1));
         EXPECT_EQ(set.training_delay, 77U);
     }
-    write_file(s.root.path() / "install/advanced.ini", bytes);
+    write_file(s.root.path() / "advanced.ini", bytes);
     EXPECT_NE(setting_list().find("training delay"), nullptr);
 }
 
-void read_ini(const scene& s, const std::string& file) {
+void read_ini(scene& s, const std::string& file) {
     const std::string name = s.engine(file);
     (void)platform::profile_int("Settings", "unsure threshold", 5, name);
     EXPECT_TRUE(platform::write_profile_string("Settings", "new", "6", name));
@@ -195,12 +130,12 @@ void read_ini(const scene& s, const std::string& file) {
 }
 
 // The whole pipeline.
-void train_on(const scene& s, const std::string& file) {
+void train_on(scene& s, const std::string& file) {
     const std::string bytes = s.get(file);
     if (bytes.empty() && file.ends_with(".bys"))
         return; // deliberate: an empty batch sticks, until somebody clears it away
     s.restore();
-    s.append(4);
+    s.root.append(4, 4);
     s.put(file, bytes);
     s.train();
     hashreg published;
@@ -252,7 +187,7 @@ struct kind {
     const char* name;
     const char* file;
     std::size_t places;
-    void (*read)(const scene&, const std::string& file);
+    void (*read)(scene&, const std::string& file);
 };
 
 void PrintTo(const kind& tested, std::ostream* out) {
@@ -262,7 +197,7 @@ void PrintTo(const kind& tested, std::ostream* out) {
 class damage : public testing::TestWithParam<kind> {};
 
 TEST_P(damage, is_lived_through) {
-    const scene s;
+    scene s;
     const std::string file = GetParam().file;
     const std::string good = s.get(file);
     ASSERT_GT(good.size(), 3U);
