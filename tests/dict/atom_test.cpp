@@ -188,6 +188,8 @@ TEST_F(Atom, AppliesMessagesToTokensAndIds) {
     ASSERT_TRUE(atom->rewrite(final, root.engine_path("out"), true));
     EXPECT_EQ(read_file(out), atom_bytes({3, 1, 2, 20000, 20002}, 1, counted("q", 2)) + "nSID" + le(2, 2, 0) +
                                   counted("<old>", 8) + counted("<1>", 20001));
+    atom.reset();
+    EXPECT_TRUE(std::filesystem::is_empty(root.path() / "tmp")) << "a temporary file stayed";
 }
 
 TEST_F(Atom, FoldsIntoItsPredecessor) {

@@ -11,6 +11,8 @@ namespace {
 
 using namespace std::literals;
 
+using content = std::map<std::string, std::string>; // of files, by their names
+
 std::string record(std::uint32_t flags) {
     return le(0x25062004, 6, 41, flags, 0, 0, 0, 0) + '\0' + le(0, 0);
 }
@@ -25,43 +27,26 @@ protected:
     test_root root;
     const std::filesystem::path folder = root.path() / "t";
     const std::filesystem::path cache = folder / "autotrain.bys";
-    const std::filesystem::path tilde = folder / "~autotrain.bys";
-    const std::filesystem::path double_tilde = folder / "~~autotrain.bys";
     dictbase base;
 };
 
 TEST_F(DictBase, SnapshotsMoveOrMerge) {
-    const auto only = [&](const std::filesystem::path& path) {
-        std::size_t files = 0;
-        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-            EXPECT_EQ(entry.path(), path);
-            ++files;
-        }
-        return files == 1;
+    const auto expect_snapshot = [&](const std::string& bytes) {
+        base.try_snapshot_to_tilda();
+        EXPECT_EQ(folder_content(folder), (content{{"~autotrain.bys", bytes}}));
     };
     write_file(cache, le(3) + "first");
-    base.try_snapshot_to_tilda();
-    EXPECT_TRUE(only(tilde));
-    EXPECT_EQ(read_file(tilde), le(3) + "first");
-
+    expect_snapshot(le(3) + "first");
     write_file(cache, le(2) + std::string(500000, 'x'));
-    base.try_snapshot_to_tilda();
-    EXPECT_TRUE(only(tilde));
-    EXPECT_EQ(read_file(tilde), le(5) + "first" + std::string(500000, 'x'));
+    expect_snapshot(le(5) + "first" + std::string(500000, 'x'));
 
-    write_file(tilde, le(7) + "stale");
-    write_file(double_tilde, le(10) + "left over");
+    write_file(folder / "~autotrain.bys", le(7) + "stale");
+    write_file(folder / "~~autotrain.bys", le(10) + "left over");
     write_file(cache, le(1) + "next");
-    base.try_snapshot_to_tilda();
-    EXPECT_TRUE(only(tilde));
-    EXPECT_EQ(read_file(tilde), le(11) + "left overnext");
-
-    base.try_snapshot_to_tilda(); // without a cache
-    EXPECT_EQ(read_file(tilde), le(11) + "left overnext");
-    write_file(cache, "abc"); // shorter than its count
-    base.try_snapshot_to_tilda();
-    EXPECT_EQ(read_file(tilde), le(11) + "left overnext");
-    EXPECT_TRUE(only(tilde));
+    expect_snapshot(le(11) + "left overnext");
+    expect_snapshot(le(11) + "left overnext"); // without a cache
+    write_file(cache, "abc");                  // shorter than its count
+    expect_snapshot(le(11) + "left overnext");
 
     dictbase unready;
     unready.try_snapshot_to_tilda();
@@ -154,35 +139,35 @@ TEST_F(DictFolder, ReservesTheLowestFreeName) {
 }
 
 TEST_F(DictFolder, CopiesMovesAndReplaces) {
-    write_file(root.path() / "a" / "d0000.bye", "new0");
-    write_file(root.path() / "a" / "d0002.bye", "new2");
-    write_file(root.path() / "a" / "e0000.bye", "other");
-    write_file(root.path() / "a" / "_d0001.bye", "aside");
-    std::filesystem::create_directory(root.path() / "a" / "dfolder.bye");
-    write_file(root.path() / "b" / "d0000.bye", "old0");
-    write_file(root.path() / "b" / "d0001.bye", "old1");
+    const auto a = root.path() / "a", b = root.path() / "b", c = root.path() / "c";
+    write_file(a / "d0000.bye", "new0");
+    write_file(a / "d0002.bye", "new2");
+    write_file(a / "e0000.bye", "other");
+    write_file(a / "_d0001.bye", "aside");
+    std::filesystem::create_directory(a / "dfolder.bye");
+    write_file(b / "d0000.bye", "old0");
+    write_file(b / "d0001.bye", "old1");
     dict_folder(engine("a"), "d").copy_all(engine("b"), true);
-    EXPECT_EQ(read_file(root.path() / "b" / "d0000.bye"), "old0");
-    EXPECT_EQ(read_file(root.path() / "b" / "d0002.bye"), "new2");
-    EXPECT_EQ(read_file(root.path() / "b" / "d0001.bye"), "old1");
+    EXPECT_EQ(folder_content(b),
+              (content{{"d0000.bye", "old0"}, {"d0001.bye", "old1"}, {"d0002.bye", "new2"}}));
     dict_folder(engine("a"), "d").copy_all(engine("b"), false);
-    EXPECT_EQ(read_file(root.path() / "b" / "d0000.bye"), "new0");
+    EXPECT_EQ(folder_content(b),
+              (content{{"d0000.bye", "new0"}, {"d0001.bye", "old1"}, {"d0002.bye", "new2"}}));
 
     dict_folder folder(engine("a"), "d");
     folder.enumerate("d*.bye");
     EXPECT_EQ(folder.files(), (std::vector<std::string>{"d0000.bye", "d0002.bye"}));
     folder.replace(engine("b"));
     EXPECT_EQ(folder.path(), engine("a"));
-    EXPECT_FALSE(std::filesystem::exists(root.path() / "b" / "d0001.bye"));
-    EXPECT_EQ(read_file(root.path() / "b" / "d0002.bye"), "new2");
-    EXPECT_FALSE(std::filesystem::exists(root.path() / "a" / "d0002.bye"));
-    EXPECT_EQ(read_file(root.path() / "a" / "_d0001.bye"), "aside");
+    EXPECT_EQ(folder_content(b), (content{{"d0000.bye", "new0"}, {"d0002.bye", "new2"}}));
+    EXPECT_EQ(folder_content(a), (content{{"_d0001.bye", "aside"}, {"e0000.bye", "other"}}));
 
-    std::filesystem::create_directory(root.path() / "c");
+    std::filesystem::create_directory(c);
     dict_folder(engine("b"), "d").move_all(engine("c"));
-    EXPECT_TRUE(std::filesystem::is_empty(root.path() / "b"));
+    EXPECT_TRUE(std::filesystem::is_empty(b));
+    EXPECT_EQ(folder_content(c).size(), 2U);
     dict_folder(engine("c"), "d").delete_all();
-    EXPECT_TRUE(std::filesystem::is_empty(root.path() / "c"));
+    EXPECT_TRUE(std::filesystem::is_empty(c));
 }
 
 } // namespace

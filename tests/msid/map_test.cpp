@@ -1,7 +1,6 @@
 // List files against bytes written by hand, and the map against a reference map.
 #include <random>
 
-#include "common/file_stream.h"
 #include "msid/msidmap.h"
 #include "support/test.h"
 
@@ -230,29 +229,6 @@ TEST_F(MessageMap, MergesAndRelabelsLiveRecordsOnly) {
         msidmap(folder(), "m").merge(other);
         EXPECT_EQ(read_file(root.path() / "other.lst"), bytes);
     }
-}
-
-TEST_F(MessageMap, GoesThroughAStream) {
-    start_with(head(9, 9) + dead(3) + counted("one", 1) + dead(300 % 256) + counted("two", 2));
-    const std::string path = root.engine_path("third");
-    file_stream out;
-    ASSERT_TRUE(out.create_to_write(path));
-    {
-        file_stream in;
-        ASSERT_TRUE(in.open_to_read(root.engine_path("m.lst")));
-        msidmap temporary(in);
-        EXPECT_EQ(temporary.search("two"), 2U);
-        EXPECT_NE(temporary.list_path(), root.engine_path("m.lst"));
-        EXPECT_TRUE(temporary.remove("one"));
-        EXPECT_TRUE(temporary.insert("three", 3));
-        temporary.write_out(out);
-    }
-    out.close();
-    EXPECT_EQ(read_file(root.path() / "third"), head(2, 0) + counted("two", 2) + counted("three", 3));
-    std::size_t left = 0;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(root.path()))
-        left += entry.path().filename().string().starts_with("msid");
-    EXPECT_EQ(left, 0U) << "a temporary file stayed";
 }
 
 TEST_F(MessageMap, AgreesWithAReferenceMap) {

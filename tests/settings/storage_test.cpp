@@ -1,9 +1,9 @@
 #include "settings/storage.h"
 
 #include <array>
+#include <future>
 
 #include "platform/change_hook.h"
-#include "platform/sync.h"
 #include "support/log_lines.h"
 #include "support/platform_limits.h"
 #include "support/test.h"
@@ -198,17 +198,11 @@ TEST(storage_test, issues_ids) {
 TEST(storage_test, a_handle_keeps_other_threads_out) {
     storage_object store;
     owned handle(store.create_section("a", nullptr, false));
-    std::string seen;
-    platform::thread other;
-    ASSERT_TRUE(other.start([&] {
-        seen = value(store, "x");
-        return 0U;
-    }));
+    auto seen = std::async(std::launch::async, [&] { return value(store, "x"); });
     for (int number = 0; number != 100'000; ++number)
         put(store, "x", std::to_string(number));
     handle.reset();
-    other.join();
-    EXPECT_EQ(seen, "99999");
+    EXPECT_EQ(seen.get(), "99999");
 }
 
 TEST(storage_file_test, tells_what_fails) {

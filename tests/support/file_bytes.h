@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -43,6 +44,15 @@ inline std::string counted(std::string_view text, std::uint32_t number) {
 inline std::string read_file(const std::filesystem::path& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The files of a folder, without those of the folders in it.
+inline std::map<std::string, std::string> folder_content(const std::filesystem::path& folder) {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        if (entry.is_regular_file())
+            files[entry.path().filename().string()] = read_file(entry.path());
+    return files;
 }
 
 inline void write_file(const std::filesystem::path& path, std::string_view bytes) {
