@@ -71,13 +71,12 @@ TEST_F(files, a_stream_is_a_string_with_a_position) {
                 place = random() % 2 == 0 ? place + random() % 10 - std::min<std::size_t>(place, 5)
                                           : random() % (model.size() + 20);
                 const auto distance = static_cast<std::int64_t>(place);
-                const auto moved =
-                    random() % 2 == 0 ? stream.seek(distance, origin::begin)
-                    : random() % 2 == 0
-                        ? stream.seek(distance - static_cast<std::int64_t>(stream.position()),
-                                      origin::current)
-                        : stream.seek(distance - static_cast<std::int64_t>(model.size()), origin::end);
-                ASSERT_EQ(moved, place);
+                const std::pair<std::int64_t, origin> ways[] = {
+                    {distance, origin::begin},
+                    {distance - static_cast<std::int64_t>(stream.position()), origin::current},
+                    {distance - static_cast<std::int64_t>(model.size()), origin::end}};
+                const auto& [offset, from] = ways[random() % 3];
+                ASSERT_EQ(stream.seek(offset, from), place);
                 break;
             }
             case 6:

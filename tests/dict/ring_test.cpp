@@ -134,33 +134,33 @@ TEST_F(Ring, FinalizesByHand) {
     const std::string second = message_bytes(20002, "<2>", 2, counted("ab", 1) + counted("zz", 5));
     const std::string third = message_bytes(50000, "<3>", 2, counted("ef", 4) + counted("gh", 1));
     write_file(base / "transact" / "0002" / "data.bys", le(3) + first + second + third);
+    const auto change = [](std::size_t position, char positive) { return le(1, position, 0) + positive; };
+    const std::size_t of_second = 4 + first.size(), of_third = of_second + second.size();
     const struct {
         const char* name;
         head_values head;
-        std::uint32_t count;
         std::string entries;
         bool merge;
-        std::string changes;
+        std::string changes = le(0);
     } atoms[] = {
-        {"d0000.bye", {3, 1, 1, 20000, 0}, 1, counted("ab", 1), false, le(1, 4, 0) + '\1'},
+        {"d0000.bye", {3, 1, 1, 20000, 0}, counted("ab", 1), false, change(4, 1)},
         {"d0001.bye",
          {2, 2, 10, 20002, 20010},
-         2,
          counted("ab", 3) + counted("qq", 7),
          true,
-         le(1, 4 + first.size(), 0) + '\0'},
-        {"d0002.bye", {1, 1, 1, 30000, 0}, 1, counted("kk", 1), false, le(0)},
+         change(of_second, 0)},
+        {"d0002.bye", {1, 1, 1, 30000, 0}, counted("kk", 1), false},
         {"d0003.bye",
          {4, 2, 8, 50000, 50000},
-         2,
          counted("ef", 3) + counted("gh", 5),
          false,
-         le(1, 4 + first.size() + second.size(), 0) + '\0'},
-        {"d0004.bye", {4, 1, 2, 50000, 50000}, 1, counted("ef", 2), false, le(0)},
+         change(of_third, 0)},
+        {"d0004.bye", {4, 1, 2, 50000, 50000}, counted("ef", 2), false},
     };
     std::string column = "oTJE" + le(1, std::size(atoms));
     for (const auto& atom : atoms) {
-        write_file(base / "transact" / "0002" / atom.name, atom_bytes(atom.head, atom.count, atom.entries));
+        write_file(base / "transact" / "0002" / atom.name,
+                   atom_bytes(atom.head, atom.head.tokens, atom.entries));
         column += pascal(engine("0002\\"s + atom.name)) + atom_head_bytes(atom.head) +
                   (atom.merge ? '\1' : '\0') + atom.changes;
     }

@@ -10,6 +10,8 @@
 namespace tvr {
 namespace {
 
+namespace fs = std::filesystem;
+
 using namespace std::literals;
 
 constexpr auto basic_text = "working directory=\"\"\n"
@@ -262,8 +264,8 @@ protected:
     }
 
     test_root root;
-    std::filesystem::path install = root.path() / "install";
-    std::filesystem::path data = root.path() / "appdata" / "Orvenix" / "Brackenhold" / "data";
+    fs::path install = root.path() / "install";
+    fs::path data = root.path() / "appdata" / "Orvenix" / "Brackenhold" / "data";
     platform::registry_key paths;
     settings set;
     _kwilsfile file;
@@ -274,7 +276,7 @@ TEST_F(settings_start, makes_the_users_folder_and_reads_what_is_there) {
     EXPECT_EQ(paths.query("tvram settings")->data, default_raw + "\0"s);
     EXPECT_EQ(set.working_directory.raw, default_raw);
     EXPECT_EQ(set.working_directory.expanded, root.engine_path("appdata\\Orvenix\\Brackenhold\\data\\"));
-    EXPECT_TRUE(std::filesystem::is_directory(data / "base" / "transact"));
+    EXPECT_TRUE(fs::is_directory(data / "base" / "transact"));
     EXPECT_EQ(read_file(data / "kludges.txt"), "kludges");
     EXPECT_EQ(set.filter_log.raw, default_raw + "report.log"s);
     EXPECT_EQ(set.list_of_ignoring_kludges.expanded, set.working_directory.expanded + "kludges.txt");
@@ -306,7 +308,7 @@ TEST_F(settings_start, goes_where_the_registry_says) {
     ASSERT_TRUE(paths.set("tvram settings", 1, own + '\0'));
     start();
     EXPECT_EQ(set.working_directory.raw, own + "\\");
-    EXPECT_TRUE(std::filesystem::is_directory(root.path() / "own" / "base" / "transact"));
+    EXPECT_TRUE(fs::is_directory(root.path() / "own" / "base" / "transact"));
     EXPECT_EQ(*file.settingsfile(), own + "\\settings.cfg");
     EXPECT_EQ(paths.query("tvram settings")->data, own + '\0');
     // A path that is no folder gives way to the default.
@@ -315,7 +317,7 @@ TEST_F(settings_start, goes_where_the_registry_says) {
     EXPECT_EQ(paths.query("tvram settings")->data, default_raw + "\0"s);
     // And without one there is none.
     write_file(root.path() / "appdata" / "x", "");
-    std::filesystem::remove_all(root.path() / "appdata");
+    fs::remove_all(root.path() / "appdata");
     write_file(root.path() / "appdata", "no folder");
     EXPECT_EQ(common_settings::getsettingsfolder(), "");
 }
@@ -340,11 +342,11 @@ TEST_F(settings_start, settings_cfg_gives_way_to_the_registry_and_the_defaults) 
 }
 
 TEST_F(settings_start, lives_without_any_file) {
-    std::filesystem::remove_all(install);
+    fs::remove_all(install);
     start();
     EXPECT_EQ(set.training_delay, 30000U);
     EXPECT_EQ(set.use_white_list_of_kludges, 1);
-    EXPECT_FALSE(std::filesystem::exists(data / "kludges.txt"));
+    EXPECT_FALSE(fs::exists(data / "kludges.txt"));
     _kwilsfile unattached;
     EXPECT_TRUE(!unattached.settingsfile() && !unattached.advancedfile() && !unattached.read_seed("x"));
     EXPECT_EQ(unattached.size(), 0U);
