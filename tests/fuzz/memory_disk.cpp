@@ -52,14 +52,10 @@ tvr::fuzz::kept_files* kept = nullptr;
 
 // One backslash between names, none at the end; empty for what can be no path.
 std::string key_of(std::string_view path) {
-    std::string key;
-    if (path.find('\0') != std::string_view::npos)
-        return key;
-    for (const char c : path)
-        if (c != '\\' && c != '/')
-            key += c;
-        else if (key.empty() || key.back() != '\\')
-            key += '\\';
+    std::string key(path.find('\0') == std::string_view::npos ? path : std::string_view());
+    std::ranges::replace(key, '/', '\\');
+    const auto both = [](char a, char b) { return a == '\\' && b == '\\'; };
+    key.erase(std::unique(key.begin(), key.end(), both), key.end());
     if (key.size() > 1 && key.back() == '\\')
         key.pop_back();
     return key;
@@ -377,10 +373,11 @@ bool directory_search::first(std::string_view pattern, directory_entry& entry) {
     const std::string start = key_of(pattern.substr(0, cut)) + "\\";
     m_state = std::make_unique<state>();
     for (auto each = disk.lower_bound(start); each != disk.end() && each->first.starts_with(start); ++each) {
-        const std::string inside = each->first.substr(start.size());
-        if (inside.find('\\') == std::string::npos &&
-            fnmatch(name.c_str(), inside.c_str(), FNM_NOESCAPE) == 0)
-            m_state->found.push_back({inside, *get_attributes(each->first)});
+        const std::string_view inside = std::string_view(each->first).substr(start.size());
+        if (inside.find('\\') == std::string_view::npos &&
+            fnmatch(name.c_str(), inside.data(), FNM_NOESCAPE) == 0)
+            m_state->found.push_back(
+                {std::string(inside), each->second->is_folder ? attribute::directory : attribute::archive});
     }
     return next(entry) || fail(error::file_not_found);
 }
