@@ -94,8 +94,6 @@ TEST_F(MessageRecord, IsMarkedInPlace) {
 }
 
 TEST_F(MessageRecord, ReadersEndAtDamage) {
-    const std::string good =
-        record_head(46, 2) + pascal("id") + le(1, 6) + counted("a", 1).substr(0, 6) + "12345";
     const std::string tokens = le(2, 12) + counted("a", 1) + counted("b", 2);
     const struct {
         const char* what;

@@ -47,8 +47,10 @@ TEST(engine, logs_its_start_and_its_stop_in_order) {
 
 TEST(engine, keys_work_from_a_second_process) {
     engine_root root;
-    root.start();
+    EXPECT_EQ(root.run_key("/register"), 0); // "/force" starts what is registered
     root.append(1, 10);
+    EXPECT_EQ(root.run_key("/force"), 0);
+    engine_root::wait_for("the engine", [] { return engine_root::process() != 0; });
     EXPECT_EQ(root.run_key("/force"), 0);
     root.wait_until_trained();
     EXPECT_EQ(root.messages(), 10U);
@@ -62,14 +64,6 @@ TEST(engine, keys_work_from_a_second_process) {
     EXPECT_EQ(root.run_key("/stop"), 0);
     EXPECT_EQ(engine_root::process(), 0U); // the key waits for that
     engine_root::wait_for("the end of the process", [process] { return !platform::process_exists(process); });
-}
-
-TEST(engine, force_starts_an_absent_engine) {
-    engine_root root;
-    EXPECT_EQ(root.run_key("/register"), 0); // "/force" starts what is registered
-    root.append(1, 10);
-    EXPECT_EQ(root.run_key("/force"), 0);
-    engine_root::wait_for("the engine", [] { return engine_root::process() != 0; });
 }
 
 TEST(engine, tests_itself) {
@@ -102,7 +96,7 @@ TEST(engine, tests_itself) {
     EXPECT_EQ(root.log("unit_test.log"), failed);
 }
 
-TEST(engine, trains_when_enough_messages_wait) {
+TEST(engine, trains_when_enough_messages_wait_or_one_that_the_user_marked) {
     engine_root root;
     root.set_training(0, 4);
     root.append(1, 4); // not more than 4
@@ -115,6 +109,11 @@ TEST(engine, trains_when_enough_messages_wait) {
     root.wait_until_trained();
     EXPECT_EQ(root.messages(), 5U);
     EXPECT_TRUE(holds(root.log("transact.log"), "[i] retrain by timeout"));
+
+    root.append(3, 1, true);
+    root.wait_until_trained();
+    EXPECT_EQ(root.messages(), 6U);
+    EXPECT_TRUE(holds(root.log("transact.log"), "[i] retrain by manual marks"));
 }
 
 // A backup program, say, that reads the cache and lets nobody move it meanwhile.
@@ -134,16 +133,6 @@ TEST(engine, takes_messages_later_that_another_process_holds) {
     root.force();
     root.wait_until_trained();
     EXPECT_EQ(root.messages(), 10U);
-}
-
-TEST(engine, trains_on_one_message_that_the_user_marked) {
-    engine_root root;
-    root.set_training(0, 1000);
-    root.start();
-    root.append(1, 1, true);
-    root.wait_until_trained();
-    EXPECT_EQ(root.messages(), 1U);
-    EXPECT_TRUE(holds(root.log("transact.log"), "[i] retrain by manual marks"));
 }
 
 TEST(engine, a_force_without_messages_changes_nothing) {
