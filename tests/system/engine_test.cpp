@@ -51,6 +51,7 @@ TEST(engine, keys_work_from_a_second_process) {
     root.append(1, 10);
     EXPECT_EQ(root.run_key("/force"), 0);
     engine_root::wait_for("the engine", [] { return engine_root::process() != 0; });
+    root.make_hear(); // the first one may have gone before it listened
     EXPECT_EQ(root.run_key("/force"), 0);
     root.wait_until_trained();
     EXPECT_EQ(root.messages(), 10U);
