@@ -35,6 +35,9 @@ struct node {
     std::uint64_t written = tick(); // time
     bool is_folder = false;
 
+    [[nodiscard]] std::uint32_t attributes() const {
+        return is_folder ? tvr::platform::attribute::directory : tvr::platform::attribute::archive;
+    }
     bool resize(std::uint64_t size) {
         if (size > largest_file)
             return fail(error::disk_full);
@@ -262,7 +265,7 @@ std::optional<std::uint64_t> file::last_write_time() const {
 std::optional<std::uint32_t> get_attributes(std::string_view path) {
     const node_ptr place = find(path);
     if (place)
-        return place->is_folder ? attribute::directory : attribute::archive;
+        return place->attributes();
     fail(error::file_not_found);
     return std::nullopt;
 }
@@ -376,8 +379,7 @@ bool directory_search::first(std::string_view pattern, directory_entry& entry) {
         const std::string_view inside = std::string_view(each->first).substr(start.size());
         if (inside.find('\\') == std::string_view::npos &&
             fnmatch(name.c_str(), inside.data(), FNM_NOESCAPE) == 0)
-            m_state->found.push_back(
-                {std::string(inside), each->second->is_folder ? attribute::directory : attribute::archive});
+            m_state->found.push_back({std::string(inside), each->second->attributes()});
     }
     return next(entry) || fail(error::file_not_found);
 }
