@@ -11,8 +11,6 @@ namespace {
 
 using namespace std::literals;
 
-using content = std::map<std::string, std::string>; // of files, by their names
-
 std::string record(std::uint32_t flags) {
     return le(0x25062004, 6, 41, flags, 0, 0, 0, 0) + '\0' + le(0, 0);
 }
@@ -33,7 +31,7 @@ protected:
 TEST_F(DictBase, SnapshotsMoveOrMerge) {
     const auto expect_snapshot = [&](const std::string& bytes) {
         base.try_snapshot_to_tilda();
-        EXPECT_EQ(folder_content(folder), (content{{"~autotrain.bys", bytes}}));
+        EXPECT_EQ(folder_content(folder), (files{{"~autotrain.bys", bytes}}));
     };
     write_file(cache, le(3) + "first");
     expect_snapshot(le(3) + "first");
@@ -149,18 +147,18 @@ TEST_F(DictFolder, CopiesMovesAndReplaces) {
     write_file(b / "d0001.bye", "old1");
     dict_folder(engine("a"), "d").copy_all(engine("b"), true);
     EXPECT_EQ(folder_content(b),
-              (content{{"d0000.bye", "old0"}, {"d0001.bye", "old1"}, {"d0002.bye", "new2"}}));
+              (files{{"d0000.bye", "old0"}, {"d0001.bye", "old1"}, {"d0002.bye", "new2"}}));
     dict_folder(engine("a"), "d").copy_all(engine("b"), false);
     EXPECT_EQ(folder_content(b),
-              (content{{"d0000.bye", "new0"}, {"d0001.bye", "old1"}, {"d0002.bye", "new2"}}));
+              (files{{"d0000.bye", "new0"}, {"d0001.bye", "old1"}, {"d0002.bye", "new2"}}));
 
     dict_folder folder(engine("a"), "d");
     folder.enumerate("d*.bye");
     EXPECT_EQ(folder.files(), (std::vector<std::string>{"d0000.bye", "d0002.bye"}));
     folder.replace(engine("b"));
     EXPECT_EQ(folder.path(), engine("a"));
-    EXPECT_EQ(folder_content(b), (content{{"d0000.bye", "new0"}, {"d0002.bye", "new2"}}));
-    EXPECT_EQ(folder_content(a), (content{{"_d0001.bye", "aside"}, {"e0000.bye", "other"}}));
+    EXPECT_EQ(folder_content(b), (files{{"d0000.bye", "new0"}, {"d0002.bye", "new2"}}));
+    EXPECT_EQ(folder_content(a), (files{{"_d0001.bye", "aside"}, {"e0000.bye", "other"}}));
 
     std::filesystem::create_directory(c);
     dict_folder(engine("b"), "d").move_all(engine("c"));

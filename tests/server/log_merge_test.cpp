@@ -8,7 +8,6 @@ namespace tvr {
 namespace {
 
 using namespace std::literals;
-using files = std::map<std::string, std::string>;
 
 class log_merge : public testing::Test {
 protected:

@@ -8,6 +8,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tvr {
 
@@ -46,13 +47,30 @@ inline std::string read_file(const std::filesystem::path& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+using files = std::map<std::string, std::string>; // contents by name
+
 // The files of a folder, without those of the folders in it.
-inline std::map<std::string, std::string> folder_content(const std::filesystem::path& folder) {
-    std::map<std::string, std::string> files;
+inline files folder_content(const std::filesystem::path& folder) {
+    files all;
     for (const auto& entry : std::filesystem::directory_iterator(folder))
         if (entry.is_regular_file())
-            files[entry.path().filename().string()] = read_file(entry.path());
-    return files;
+            all[entry.path().filename().string()] = read_file(entry.path());
+    return all;
+}
+
+// The names in which two sets of files differ, each with a word.
+inline std::vector<std::string> differences(const files& found, const files& expected) {
+    std::vector<std::string> lines;
+    for (const auto& [name, content] : expected)
+        if (!found.contains(name))
+            lines.push_back(name + " is missing");
+        else if (found.at(name) != content)
+            lines.push_back(name + " differs (" + std::to_string(found.at(name).size()) + " bytes for " +
+                            std::to_string(content.size()) + ")");
+    for (const auto& [name, content] : found)
+        if (!expected.contains(name))
+            lines.push_back(name + " is too much");
+    return lines;
 }
 
 inline void write_file(const std::filesystem::path& path, std::string_view bytes) {

@@ -20,4 +20,10 @@ inline testing::AssertionResult holds(std::string_view text, std::string_view pa
     return testing::AssertionResult(found) << '"' << part << (found ? "\" is in\n" : "\" isn't in\n") << text;
 }
 
+// Equal names and contents; tells only the names.
+inline testing::AssertionResult same_files(const files& found, const files& expected) {
+    const std::vector<std::string> lines = differences(found, expected);
+    return testing::AssertionResult(lines.empty()) << testing::PrintToString(lines);
+}
+
 } // namespace tvr

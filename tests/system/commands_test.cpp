@@ -7,7 +7,6 @@
 #include "platform/registry.h"
 #include "support/test.h"
 #include "system/engine_root.h"
-#include "system/mortal_engine.h"
 
 namespace tvr {
 namespace {

@@ -46,9 +46,7 @@ struct scene {
         // A stage leaves an unnamed map there.
         fs::current_path(root.path());
         { msidmap(engine("base\\"), "spamdict").search("<0>"); } // makes the index
-        for (const auto& entry : fs::directory_iterator(root.base()))
-            if (entry.is_regular_file())
-                base["base/" + entry.path().filename().string()] = read_file(entry.path());
+        base = folder_content(root.base());
         std::string name = engine("settings.cfg"), text = engine("advanced.ini");
         set.save(&name, &text, store_binary | store_text);
         for (const char* statistic : {"stat.bin", "~stat.bin"})
@@ -80,7 +78,7 @@ struct scene {
         fs::remove_all(root.base());
         fs::create_directories(root.transact());
         for (const auto& [name, bytes] : base)
-            put(name, bytes);
+            put("base/" + name, bytes);
     }
 
     engine_root root;

@@ -159,13 +159,13 @@ std::string engine_root::stamp() const {
     return peek(m_base / "cashe.mrk");
 }
 
-std::map<std::string, std::string> engine_root::base_files() const {
-    std::map<std::string, std::string> files;
+files engine_root::base_files() const {
+    files all;
     for (const auto& entry : fs::directory_iterator(m_base))
         for (const char* extension : {".bye", ".lst", ".rgd"})
             if (entry.path().extension() == extension)
-                files[entry.path().filename().string()] = peek(entry.path());
-    return files;
+                all[entry.path().filename().string()] = peek(entry.path());
+    return all;
 }
 
 void engine_root::wait_for_purge() const {

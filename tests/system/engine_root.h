@@ -4,13 +4,13 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "client/record_batch.h"
 #include "client/tvr_ipc.h"
+#include "support/file_bytes.h"
 #include "support/program.h"
 #include "support/test_root.h"
 
@@ -55,7 +55,7 @@ public:
     [[nodiscard]] bool marker(unsigned stage) const;
     [[nodiscard]] std::string stamp() const; // the content of cashe.mrk
     // Names and contents of the dictionaries and the compiled base.
-    [[nodiscard]] std::map<std::string, std::string> base_files() const;
+    [[nodiscard]] files base_files() const;
     // Of both halves, as the compiled base tells.
     [[nodiscard]] std::uint32_t messages() const;
     [[nodiscard]] std::string log(const std::string& name) const;

@@ -58,12 +58,9 @@ void expect_tvrctl(const engine_root& root, bool windows, const std::string& arg
 
 // All of the base but the time of its making, and what only an engine with a log leaves.
 files base_of(const engine_root& root) {
-    files all;
-    for (const auto& entry : fs::directory_iterator(root.base())) {
-        const std::string name = entry.path().filename().string();
-        if (entry.is_regular_file() && name != "cashe.mrk" && name != "data.trr" && name != "data.0")
-            all[name] = read_file(entry.path());
-    }
+    files all = folder_content(root.base());
+    for (const char* name : {"cashe.mrk", "data.trr", "data.0"})
+        all.erase(name);
     return all;
 }
 

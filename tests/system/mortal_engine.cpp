@@ -66,17 +66,4 @@ const files& undisturbed_files() {
     return all;
 }
 
-testing::AssertionResult same_files(const files& found, const files& expected) {
-    std::string wrong;
-    for (const auto& [name, content] : expected)
-        if (!found.contains(name))
-            wrong += name + " is missing\n";
-        else if (found.at(name) != content)
-            wrong += name + " differs\n";
-    for (const auto& [name, content] : found)
-        if (!expected.contains(name))
-            wrong += name + " is too much\n";
-    return wrong.empty() ? testing::AssertionSuccess() : testing::AssertionFailure() << wrong;
-}
-
 } // namespace tvr

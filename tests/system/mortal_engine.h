@@ -2,8 +2,6 @@
 // for messages and events like any other, "forced_mortal_engine" begins by training what waits.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <map>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -27,12 +25,7 @@ struct death {
 // An engine trains 30 messages and dies while it trains another 20.
 void die_in_second_training(engine_root& root, const death& point);
 
-using files = std::map<std::string, std::string>; // contents by name
-
 // The dictionaries and the compiled base that both trainings lead to undisturbed.
 const files& undisturbed_files();
-
-// Equal names and contents; tells only the names.
-testing::AssertionResult same_files(const files& found, const files& expected);
 
 } // namespace tvr

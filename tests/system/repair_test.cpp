@@ -48,13 +48,13 @@ protected:
         tvrctl("verify", 0);
     }
     // What was set aside, under its path below the data folder.
-    std::map<std::string, std::string> set_aside() const {
-        std::map<std::string, std::string> files;
+    files set_aside() const {
+        files all;
         for (const auto& entry : fs::recursive_directory_iterator(data() / "repair"))
             if (entry.is_regular_file())
-                files[fs::relative(entry.path(), *fs::directory_iterator(data() / "repair"))
-                          .generic_string()] = read_file(entry.path());
-        return files;
+                all[fs::relative(entry.path(), *fs::directory_iterator(data() / "repair")).generic_string()] =
+                    read_file(entry.path());
+        return all;
     }
 
     engine_root root;

@@ -211,20 +211,6 @@ std::string trained_base::generated(const files& dictionaries) const {
     return base;
 }
 
-std::vector<std::string> differences(const files& found, const files& expected) {
-    std::vector<std::string> lines;
-    for (const auto& [path, content] : expected)
-        if (!found.contains(path))
-            lines.push_back(path + " is missing");
-        else if (found.at(path) != content)
-            lines.push_back(path + " differs (" + std::to_string(found.at(path).size()) + " bytes for " +
-                            std::to_string(content.size()) + ")");
-    for (const auto& [path, content] : found)
-        if (!expected.contains(path))
-            lines.push_back(path + " is too much");
-    return lines;
-}
-
 unsigned stride(unsigned usual) {
     const char* const text = std::getenv("TORTURE_STRIDE");
     return text ? static_cast<unsigned>(std::max(1, std::atoi(text))) : usual;

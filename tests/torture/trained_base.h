@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/file_bytes.h"
 #include "torture/engine_run.h"
 #include "torture/file_changes.h"
 
@@ -22,9 +23,6 @@ inline const std::string cache_file = transact_folder + "autotrain.bys";
 inline const std::string time_mark = base_folder + "cashe.mrk";
 inline const std::string compiled_base = base_folder + "cashe.rgd";
 inline const std::string statistic_file = data_folder + "~stat.bin";
-
-// Contents by path below the root, with slashes. Logs and shared memory are left out.
-using files = std::map<std::string, std::string>;
 
 constexpr int killed = -1;
 
@@ -50,6 +48,7 @@ public:
     void make_bare() const;                      // one with its settings
     void remove(const std::string& path) const;  // a file or a folder of the root
 
+    // By path below the root, with slashes. Logs and shared memory are left out.
     [[nodiscard]] files all_content() const;
     // The same without what the dead leave behind and nobody looks at: the lock file, temporary files, and
     // unmarked stage folders. Nor does it have the archives of batches, of which each must be one that an
@@ -86,9 +85,6 @@ private:
 
 // The one of this program.
 trained_base& the_base();
-
-// The paths in which two states differ, each with a word.
-std::vector<std::string> differences(const files& found, const files& expected);
 
 // Every n-th point is run. From TORTURE_STRIDE; `usual` where that isn't set.
 unsigned stride(unsigned usual);

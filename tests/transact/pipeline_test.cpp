@@ -41,14 +41,13 @@ protected:
     }
 
     void expect_half(const model::half& half) {
-        std::map<std::string, model::bytes> expected, found;
+        files expected;
         for (const model::atom& atom : half.atoms)
             expected[atom.name] = atom.file();
-        for (const auto& entry : fs::directory_iterator(m_base)) {
-            const std::string name = entry.path().filename().string();
-            if (name.starts_with(half.name) && name.ends_with(".bye"))
-                found[name] = read_file(entry.path());
-        }
+        files found = folder_content(m_base);
+        std::erase_if(found, [&](const auto& file) {
+            return !file.first.starts_with(half.name) || !file.first.ends_with(".bye");
+        });
         EXPECT_EQ(found, expected) << half.name;
         msidmap map(m_root.engine_path("work\\base\\"), half.name);
         for (const auto& [msid, time] : half.msids)
