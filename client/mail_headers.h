@@ -1,0 +1,44 @@
+// The tokens of the header of a mail.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "client/header_shape.h"
+#include "client/mail_links.h"
+#include "client/mail_tokens.h"
+#include "client/mail_words.h"
+
+namespace tvr {
+
+class mail_headers {
+public:
+    mail_headers(mail_tokens& tokens, mail_words& words, mail_links& links)
+        : m_tokens(tokens), m_words(words), m_links(links) {}
+
+    void clear() { m_lines = {}; }
+    // One field: its name, and its value as it stands in the mail.
+    void field(std::string_view name, std::string_view raw_value);
+    // Behind the last field: what is missing, and how the whole is made.
+    void end();
+
+    [[nodiscard]] const header_lines& lines() const noexcept { return m_lines; }
+
+private:
+    void keep_line(std::string_view value);
+    void tokens_of_field(std::string_view name, std::string_view value);
+    void addresses(std::string_view name, std::string_view value);
+    void received(std::string_view value);
+    void subject_shape(std::string_view subject);
+    void absent_fields();
+
+    mail_tokens& m_tokens;
+    mail_words& m_words;
+    mail_links& m_links;
+    header_lines m_lines;
+    std::string m_name; // in lower case
+    std::string m_decoded;
+    std::string m_charset_room;
+};
+
+} // namespace tvr

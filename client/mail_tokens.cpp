@@ -1,0 +1,57 @@
+#include "client/mail_tokens.h"
+
+#include "client/short_text.h"
+#include "common/text.h"
+
+namespace tvr {
+
+namespace {
+
+using namespace std::string_view_literals;
+
+// The count of a token in a message, however often it stands there: how many messages have a word tells more
+// than how often they repeat it. With 3 it is graded from its second spam message or its first good one on.
+constexpr std::uint32_t weight = 3;
+
+} // namespace
+
+std::size_t power_of_two_below(std::size_t number) noexcept {
+    std::size_t power = 0;
+    while (number >>= 1)
+        ++power;
+    return power;
+}
+
+void mail_tokens::put(std::string_view token) {
+    m_table.mark(token, weight);
+}
+
+void mail_tokens::add(std::string_view kind, std::string_view text) {
+    const bool limited = kind != "F " && kind != "M ";
+    const std::size_t limit = kind == "H " ? m_limits.header_word : m_limits.word;
+    short_text token;
+    token << kind;
+    if (limited && text.size() > limit)
+        token << shorten_token(text, kind, m_limits.word, m_limits.header_word);
+    else
+        token << text;
+    put(token.view());
+}
+
+void mail_tokens::mark(std::string_view text) {
+    put((short_text() << "M "sv << text).view());
+}
+
+void mail_tokens::mark(std::string_view text, std::size_t number) {
+    put((short_text() << "M "sv << text << number).view());
+}
+
+void mail_tokens::mark_pair(std::string_view text, std::string_view value) {
+    short_text token;
+    token << "M "sv << text;
+    const std::size_t start = token.size();
+    token << value.substr(0, 60);
+    put(token.lower_from(start).view());
+}
+
+} // namespace tvr
