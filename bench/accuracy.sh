@@ -1,68 +1,136 @@
 #!/usr/bin/env bash
-# How well the filter tells spam from ham on the public corpus that scripts/demo.sh has fetched, or on a folder with
-# the same groups:
+# How well the filter tells spam from ham, beside bogofilter and SpamProbe where they are installed
+# (scripts/install-deps.sh --dev), on the public corpus that scripts/demo.sh has fetched or a folder with the same
+# groups:
 #   bench/accuracy.sh [FOLDER]
-# SEEDS="1 2 3" chooses the cuts 60/40; their means are printed. Where bogofilter and spamprobe are installed, they
-# are tested on the last row's mail, too. What a filter isn't sure of counts as missed spam, and as good mail.
+#   bench/accuracy.sh --spam DIR... --ham DIR...     only the stream, of your own folders of message files
+# BLOCK=250 is the number of messages in a block of the stream; SEEDS="1 2 3" chooses the cuts 60/40, of which the
+# means are printed. What a filter isn't sure of counts as missed spam, and as good mail.
 set -euo pipefail
-cd "$(dirname "$0")/.."
-data=${1:-build/corpus/package/data}
-[ -d "$data/spam-1" ] || { echo "accuracy.sh: no corpus in $data; scripts/demo.sh fetches it" >&2; exit 1; }
-bin=$PWD/build/release/bin
+project=$(cd "$(dirname "$0")/.." && pwd)
+bin=$project/build/release/bin
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+block=${BLOCK:-250}
+peers=()
+for peer in bogofilter spamprobe; do
+    if command -v "$peer" >/dev/null; then peers+=("$peer"); else echo "accuracy.sh: $peer isn't installed" >&2; fi
+done
 
-row() { printf '%-44s %9s %16s %12s %9s\n' "$@"; }
-# Three rates and the ROC area of an evaluation.
+row() { printf '%-46s %8s %16s %12s %10s %16s\n' "$@"; }
+heading() { row "" right "false positives" "missed spam" 1-ROCA "missed at 0.1%"; }
+# The figures of an evaluation by tvrctl, on one line.
 figures() {
-    "$bin/tvrctl" eval --quiet "$@" |
-        awk '/^Accuracy/ { a = $2 } /^False/ { f = $3 } /^Missed/ { m = $3 } /^ROC/ { print a, f, m, $3 }'
+    "$bin/tvrctl" eval --quiet "$@" | tee "$work/text" | awk '
+        /^Right/ { a = $2 "%" } /^False/ { f = $3 "%" } /^Missed spam/ { m = $3 "%" } /^1-ROCA/ { r = $2 "%" }
+        /^Missed at/ { t = $5 == "%" ? $4 "%" : "-" } END { print a, f, m, r, t }'
+}
+# The same figures of lines "spam verdict score": whether it is spam (1 or 0) and is called so (S or another), and the
+# score, the higher the worse.
+figures_of() {
+    sort -k3,3gr "$1" | awk '
+        function tie() { area += ham_here * (spam + spam_here / 2); spam += spam_here; ham += ham_here
+                         if (ham <= ham_all / 1000 + 1e-9) found = spam
+                         spam_here = ham_here = 0 }
+        NR == FNR { all[$1]++; wrong[$1] += ($2 == "S") != $1; next }
+        FNR == 1 { ham_all = all[0] }
+        $3 != last { tie(); last = $3 }
+        { if ($1) spam_here++; else ham_here++ }
+        END { tie(); n = all[0] + all[1]
+              printf "%.2f%% %.2f%% %.2f%% %.4f%% ", 100 * (n - wrong[0] - wrong[1]) / n, 100 * wrong[0] / all[0],
+                     100 * wrong[1] / all[1], 100 * (1 - area / spam / ham)
+              if (ham_all < 1000) print "-"; else printf "%.2f%%\n", 100 * (spam - found) / spam }' "$1" -
 }
 
-row "" right "false positives" "missed spam" ROC
+# The peers: a list of files for training, and one of files to judge; the latter gives "verdict score" for each.
+teach_bogofilter() { bogofilter -d "$work/bogofilter" "$([ "$1" = spam ] && echo -s || echo -n)" -b <"$2"; }
+# Its exit code is the last verdict; 3 is an error.
+judge_bogofilter() {
+    bogofilter -d "$work/bogofilter" -T -b <"$1" >"$work/letters" || [ $? -lt 3 ]
+    bogofilter -d "$work/bogofilter" -TT -b <"$1" >"$work/numbers" || [ $? -lt 3 ]
+    paste -d" " <(awk '{ print $(NF - 1) }' "$work/letters") <(awk '{ print $NF }' "$work/numbers")
+}
+probe() { tr '\n' '\0' | xargs -0 -r spamprobe -c -M -d "$work/spamprobe" "$@" 2>/dev/null; }
+teach_spamprobe() { if [ "$1" = spam ]; then probe spam; else probe good; fi <"$2"; }
+judge_spamprobe() { probe score <"$1" | awk '{ print substr($1, 1, 1), $2 }'; }
+# Appends the verdicts on a list of "spam path" to a file.
+judge() {
+    cut -d" " -f2- "$2" >"$work/paths"
+    "judge_$1" "$work/paths" >"$work/judged"
+    [ "$(wc -l <"$work/judged")" -eq "$(wc -l <"$work/paths")" ] ||
+        { echo "accuracy.sh: $1 has not judged every message" >&2; return 1; }
+    paste -d" " <(cut -d" " -f1 "$2") "$work/judged" >>"$3"
+}
+teach() {
+    local kind
+    for kind in "1 spam" "0 ham"; do
+        sed -n "s/^${kind%% *} //p" "$2" >"$work/paths"
+        "teach_$1" "${kind#* }" "$work/paths"
+    done
+}
+forget() { rm -rf "${work:?}/$1"; mkdir "$work/$1"; }
+
+# Plays one stream to all: the order is tvrctl's own, as its list of scores has it.
+stream() {
+    local peer part name=$1 errors="$work/errors"
+    shift
+    # shellcheck disable=SC2046
+    row "$name" $(figures --stream --block "$block" --scores "$work/scores" "$@")
+    sed -n '/^Errors a block/,/^$/p' "$work/text" >"$errors"
+    sed -En 's/^[0-9]+,[^,]*,([01]),[^,]*,"(.*)"$/\1 \2/p' "$work/scores" | sed 's/""/"/g' >"$work/order"
+    split -l "$block" -d -a 4 "$work/order" "$work/part-"
+    for peer in "${peers[@]}"; do
+        forget "$peer"
+        : >"$work/verdicts-$peer"
+        for part in "$work"/part-*; do
+            [ "$part" = "$work/part-0000" ] || judge "$peer" "$part" "$work/verdicts-$peer"
+            teach "$peer" "$part"
+        done
+        # shellcheck disable=SC2046
+        row "  $peer" $(figures_of "$work/verdicts-$peer")
+        awk -v name="$peer" -v block="$block" '
+            function out() { line = line sprintf(" %7s", f + 0 "+" m + 0); f = m = 0
+                             if (++blocks % 10 == 0) flush_line() }
+            function flush_line() { if (line != "") printf "%6d:%s\n", first, line; line = ""; first = blocks + 2 }
+            BEGIN { print name; first = 2 }
+            { if ($1 && $2 != "S") m++; if (!$1 && $2 == "S") f++ } NR % block == 0 { out() }
+            END { if (NR % block) out(); flush_line() }' "$work/verdicts-$peer" >>"$errors"
+    done
+    echo
+    cat "$errors"
+}
+
+if [[ ${1:-} == --* ]]; then
+    heading
+    stream "stream of $block a block" "$@"
+    exit
+fi
+data=${1:-$project/build/corpus/package/data}
+[ -d "$data/spam-1" ] || { echo "accuracy.sh: no corpus in $data; scripts/demo.sh fetches it" >&2; exit 1; }
+
+heading
 for seed in ${SEEDS:-1 2 3 4 5 6 7 8 9 10}; do
     figures --seed "$seed" --spam "$data"/spam-* --ham "$data"/*-ham-*
 done >"$work/seeds"
 # shellcheck disable=SC2046
-row "60/40 at random, $(wc -l <"$work/seeds") cuts" \
-    $(awk '{ a += $1; f += $2; m += $3; r += $4 }
-           END { printf "%.2f%% %.2f%% %.2f%% %.5f", a / NR, f / NR, m / NR, r / NR }' "$work/seeds")
+row "60/40 at random, $(wc -l <"$work/seeds") cuts" $(tr -d % <"$work/seeds" | awk '
+    { a += $1; f += $2; m += $3; r += $4; if ($5 != "-") { t += $5; n++ } }
+    END { printf "%.2f%% %.2f%% %.2f%% %.4f%% ", a / NR, f / NR, m / NR, r / NR; if (n) printf "%.2f%%", t / n; else print "-" }')
 # shellcheck disable=SC2046
-row "60/40 by time" $(figures --by-time --spam "$data"/spam-* --ham "$data"/*-ham-* |
-    awk '{ print $1 "%", $2 "%", $3 "%", $4 }')
+row "60/40 by time" $(figures --by-time --spam "$data"/spam-* --ham "$data"/*-ham-*)
 
-train=(--spam "$data/spam-1" --ham "$data/easy-ham-1")
-test_spam=("$data/spam-2")
-test_ham=("$data/easy-ham-2" "$data/hard-ham-1")
 # shellcheck disable=SC2046
-row "other groups: spam-2, easy-ham-2, hard-ham-1" \
-    $(figures "${train[@]}" --test-spam "${test_spam[@]}" --test-ham "${test_ham[@]}" |
-        awk '{ print $1 "%", $2 "%", $3 "%", $4 }')
-
-# A peer's verdicts, one a line and an "S" or "SPAM" first for spam, in two files.
-peer_row() {
-    local caught spam wrong ham
-    caught=$(grep -c '^S' "$2" || true) spam=$(wc -l <"$2")
-    wrong=$(grep -c '^S' "$3" || true) ham=$(wc -l <"$3")
+row "other groups: spam-2, easy-ham-2, hard-ham-1" $(figures --spam "$data/spam-1" --ham "$data/easy-ham-1" \
+    --test-spam "$data/spam-2" --test-ham "$data/easy-ham-2" "$data/hard-ham-1")
+list() { find "${@:2}" -type f | sort | sed "s/^/$1 /"; }
+{ list 1 "$data/spam-1" && list 0 "$data/easy-ham-1"; } >"$work/taught"
+{ list 1 "$data/spam-2" && list 0 "$data/easy-ham-2" "$data/hard-ham-1"; } >"$work/asked"
+for peer in "${peers[@]}"; do
+    forget "$peer"
+    teach "$peer" "$work/taught"
+    judge "$peer" "$work/asked" "$work/verdicts"
     # shellcheck disable=SC2046
-    row "  $1" $(awk -v c="$caught" -v s="$spam" -v w="$wrong" -v h="$ham" 'BEGIN {
-        printf "%.2f%% %.2f%% %.2f%% -", 100 * (c + h - w) / (s + h), 100 * w / h, 100 * (s - c) / s }')
-}
-if command -v bogofilter >/dev/null; then
-    mkdir "$work/bogofilter"
-    bogofilter -d "$work/bogofilter" -s -B "$data/spam-1"
-    bogofilter -d "$work/bogofilter" -n -B "$data/easy-ham-1"
-    # Its exit code is the last verdict; 3 is an error.
-    find "${test_spam[@]}" -type f | bogofilter -d "$work/bogofilter" -T -b | cut -d" " -f2 >"$work/spam" || [ $? -lt 3 ]
-    find "${test_ham[@]}" -type f | bogofilter -d "$work/bogofilter" -T -b | cut -d" " -f2 >"$work/ham" || [ $? -lt 3 ]
-    peer_row bogofilter "$work/spam" "$work/ham"
-fi
-if command -v spamprobe >/dev/null; then
-    mkdir "$work/spamprobe"
-    probe() { xargs -0 spamprobe -c -d "$work/spamprobe" "$1" 2>/dev/null; }
-    find "$data/spam-1" -type f -print0 | probe spam
-    find "$data/easy-ham-1" -type f -print0 | probe good
-    find "${test_spam[@]}" -type f -print0 | probe score >"$work/spam"
-    find "${test_ham[@]}" -type f -print0 | probe score >"$work/ham"
-    peer_row spamprobe "$work/spam" "$work/ham"
-fi
+    row "  $peer" $(figures_of "$work/verdicts")
+    rm "$work/verdicts"
+done
+stream "all in the order of arrival, blocks of $block" --spam "$data"/spam-* --ham "$data"/*-ham-*

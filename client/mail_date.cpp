@@ -11,7 +11,8 @@ namespace {
 
 constexpr std::array<std::string_view, 12> month_names = {"jan", "feb", "mar", "apr", "may", "jun",
                                                           "jul", "aug", "sep", "oct", "nov", "dec"};
-constexpr std::int64_t minutes_to_1970 = 194074560; // from 1601
+constexpr std::int64_t minutes_to_1970 = 194074560;  // from 1601
+constexpr std::uint32_t minutes_to_1990 = 204593760; // the same
 
 struct zone {
     std::string_view name;
@@ -109,6 +110,11 @@ std::uint32_t minutes_from_mail_date(std::string_view text) noexcept {
         days_of(date.year, static_cast<unsigned>(date.month), static_cast<unsigned>(date.day)) * 1440 +
         date.hour * 60 + date.minute - date.zone + minutes_to_1970;
     return minutes > minutes_to_1970 ? static_cast<std::uint32_t>(minutes) : 0;
+}
+
+std::uint32_t arrival_time(std::string_view newest_hop, std::uint32_t latest) noexcept {
+    const std::uint32_t minutes = minutes_from_mail_date(newest_hop.substr(newest_hop.rfind(';') + 1));
+    return minutes >= minutes_to_1990 && minutes <= latest ? minutes : 0;
 }
 
 } // namespace tvr

@@ -10,6 +10,7 @@
 #include "client/mail_tokens.h"
 #include "client/mail_walk.h"
 #include "client/mail_words.h"
+#include "common/minutes.h"
 #include "common/text.h"
 #include "dict/message_record.h"
 
@@ -82,6 +83,8 @@ void tokenizer::implementation::make_facts(std::string_view raw, std::string_vie
             std::string_view(lines.newest_hop).substr(lines.newest_hop.rfind(';') + 1));
     if (m_facts.time == 0)
         m_facts.time = minutes_from_mail_date(mbox_date);
+    constexpr std::uint32_t day = 24 * 60;
+    m_facts.arrival = arrival_time(lines.newest_hop, now_minutes() + day);
 }
 
 void tokenizer::implementation::tokenize(std::string_view raw) {

@@ -17,6 +17,9 @@ struct mail_facts {
     std::string msid; // the message ID of a cache record
     // Minutes since 1601: of the Date header, or the newest Received, or the mbox line; 0 if none is sane.
     std::uint32_t time = 0;
+    // When it came in, as its newest Received line tells; 0 if none does, or that is before 1990 or in the
+    // future.
+    std::uint32_t arrival = 0;
 };
 
 struct tokenizer_limits {

@@ -13,7 +13,7 @@ for option in "$@"; do
     case "$option" in
     --demo) command -v npm >/dev/null || packages+=(npm) ;;
     --mail) packages+=(procmail maildrop dovecot-core dovecot-imapd dovecot-sieve) ;;
-    --dev) packages+=(clang clang-format clang-tidy libclang-rt-14-dev bogofilter time) ;;
+    --dev) packages+=(clang clang-format clang-tidy libclang-rt-14-dev bogofilter spamprobe time) ;;
     --windows) packages+=(g++-mingw-w64-x86-64-posix libz-mingw-w64 googletest wine64) ;;
     *) echo "install-deps.sh: unknown option $option" >&2; exit 2 ;;
     esac
@@ -26,7 +26,7 @@ done
 # Tools that are there without being a Debian package will do.
 for index in "${!missing[@]}"; do
     case "${missing[$index]}" in
-    g++|cmake|clang|clang-format|clang-tidy|bogofilter) ! command -v "${missing[$index]}" >/dev/null || unset "missing[$index]" ;;
+    g++|cmake|clang|clang-format|clang-tidy|bogofilter|spamprobe) ! command -v "${missing[$index]}" >/dev/null || unset "missing[$index]" ;;
     ninja-build) ! command -v ninja >/dev/null || unset "missing[$index]" ;;
     esac
 done

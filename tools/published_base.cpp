@@ -6,6 +6,11 @@
 
 namespace tvr {
 
+bool published_base::is_there() {
+    const std::string working = common_settings::working_directory();
+    return !working.empty() && platform::get_attributes(engine_view(working).base_path()).has_value();
+}
+
 bool published_base::load() {
     const std::string working = common_settings::working_directory();
     if (working.empty()) {
@@ -30,10 +35,11 @@ double published_base::grade(std::string_view token) const {
     return m_base.grade(token);
 }
 
-mail_scorer published_base::scorer(score_rule rule) const {
+mail_scorer published_base::scorer(score_rule rule, std::optional<double> spam_threshold) const {
     score_settings settings;
     settings.rule = rule;
-    settings.spam_threshold = common_settings::get_value(common_value::spam_threshold);
+    settings.spam_threshold =
+        spam_threshold.value_or(common_settings::get_value(common_value::spam_threshold));
     settings.unsure_threshold = common_settings::get_value(common_value::unsure_threshold);
     return mail_scorer([this](std::string_view token) { return grade(token); }, settings);
 }

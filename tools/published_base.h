@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "client/score.h"
@@ -12,12 +13,14 @@ namespace tvr {
 // Immutable after load(). grade() by any thread.
 class published_base {
 public:
+    [[nodiscard]] static bool is_there(); // that is, one has been published
     // False with the reason in error().
     bool load();
     [[nodiscard]] const std::string& error() const noexcept { return m_error; }
     double grade(std::string_view token) const;
-    // A scorer with the user's thresholds; lives no longer than this object.
-    [[nodiscard]] mail_scorer scorer(score_rule rule = score_rule::kinds) const;
+    // A scorer with the user's thresholds, or another one for spam; lives no longer than this object.
+    [[nodiscard]] mail_scorer scorer(score_rule rule = score_rule::kinds,
+                                     std::optional<double> spam_threshold = std::nullopt) const;
 
 private:
     mutable hashreg m_base;

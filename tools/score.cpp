@@ -5,6 +5,7 @@
 #include <iostream>
 #include <iterator>
 #include <memory>
+#include <optional>
 
 #include <nlohmann/json.hpp>
 
@@ -24,6 +25,7 @@ constexpr std::string_view header_name = "X-Tessivar";
 struct score_options {
     std::vector<std::string> paths;
     std::string rule = "kinds";
+    std::optional<double> threshold; // in place of the user's
     bool explain = false;
     bool json = false;
     bool filter = false;
@@ -137,7 +139,7 @@ int score(const score_options& options) {
     const bool loaded = base.load();
     if (!loaded)
         fail(base.error());
-    const mail_scorer scorer = base.scorer(rule_of(options.rule));
+    const mail_scorer scorer = base.scorer(rule_of(options.rule), options.threshold);
     const int code = options.filter ? filter(loaded ? &scorer : nullptr)
                      : loaded       ? score_all(scorer, options)
                                     : exit_code::failed;
@@ -160,6 +162,11 @@ void add_score(CLI::App& program, int& code) {
     command->add_option("--rule", options->rule, "How the grades are combined")
         ->check(CLI::IsMember({"kinds", "graham", "robinson", "fisher"}))
         ->capture_default_str();
+    command
+        ->add_option("--threshold", options->threshold,
+                     "Call spam what has at least this score, in place of the threshold that is set")
+        ->type_name("SCORE")
+        ->check(CLI::Range(0.0, 100.0));
     command->footer("Exit code, of the last message: 0 spam; 1 ham; 2 unsure; 3 an error.\n\n"
                     "Examples:\n"
                     "  tvrctl score --explain message.eml\n"

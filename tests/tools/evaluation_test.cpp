@@ -1,15 +1,35 @@
 // The figures of an evaluation, by hand.
 
+#include "client/mail_date.h"
 #include "support/test.h"
-#include "tools/evaluation.h"
+#include "tools/evaluation_report.h"
 
 namespace tvr {
 namespace {
 
+constexpr bool is_spam = true, is_ham = false;
+
+// Judged with the thresholds 85 and 75.
+std::vector<judged_mail> judged(const std::vector<std::pair<double, bool>>& scores) {
+    std::vector<judged_mail> mails;
+    for (const auto& [score, spam] : scores)
+        mails.push_back({score, spam,
+                         score >= 85   ? verdict::spam
+                         : score >= 75 ? verdict::unsure
+                                       : verdict::ham});
+    return mails;
+}
+
 TEST(evaluation, counts) {
-    const std::vector<scored_mail> mails = {{85, true},  {84.9, true}, {74, true}, {85, false},
-                                            {75, false}, {10, false},  {0, false}, {100, true}};
-    const confusion found = confuse(mails, 85, 75);
+    const auto mails = judged({{85, is_spam},
+                               {84.9, is_spam},
+                               {74, is_spam},
+                               {85, is_ham},
+                               {75, is_ham},
+                               {10, is_ham},
+                               {0, is_ham},
+                               {100, is_spam}});
+    const confusion found = confuse(mails);
     EXPECT_EQ(found.spam_as_spam, 2U);
     EXPECT_EQ(found.spam_as_unsure, 1U);
     EXPECT_EQ(found.spam_as_ham, 1U);
@@ -18,15 +38,47 @@ TEST(evaluation, counts) {
     EXPECT_EQ(found.ham_as_ham, 2U);
     EXPECT_EQ(found.missed(), 2U);
     EXPECT_EQ(found.right(), 5U);
+
+    const auto blocks = errors_by_block(mails, 3);
+    ASSERT_EQ(blocks.size(), 3U);
+    EXPECT_EQ(blocks[0].missed, 2U);
+    EXPECT_EQ(blocks[1].false_positives, 1U);
+    EXPECT_EQ(blocks[2].mails, 2U);
+
+    const auto bins = reliability(mails);
+    ASSERT_EQ(bins.size(), 5U); // 0 to 1, 10 to 25, 50 to 75, 75 to 90, 99 to 100
+    EXPECT_EQ(bins[3].mails, 4U);
+    EXPECT_DOUBLE_EQ(bins[3].said, (85 + 84.9 + 85 + 75) / 400);
+    EXPECT_DOUBLE_EQ(bins[3].seen, 0.5);
+    EXPECT_EQ(bins[4].mails, 1U);
 }
 
 TEST(evaluation, area_under_the_curve) {
-    EXPECT_DOUBLE_EQ(roc_area({{90, true}, {10, false}}), 1);
-    EXPECT_DOUBLE_EQ(roc_area({{10, true}, {90, false}}), 0);
-    EXPECT_DOUBLE_EQ(roc_area({{50, true}, {50, false}}), 0.5);
+    EXPECT_DOUBLE_EQ(roc_area(judged({{90, is_spam}, {10, is_ham}})), 1);
+    EXPECT_DOUBLE_EQ(roc_area(judged({{10, is_spam}, {90, is_ham}})), 0);
+    EXPECT_DOUBLE_EQ(roc_area(judged({{50, is_spam}, {50, is_ham}})), 0.5);
     // Of six pairs two are right and one is a tie.
-    EXPECT_DOUBLE_EQ(roc_area({{9, true}, {8, false}, {7, true}, {7, false}, {6, true}}), 2.5 / 6);
-    EXPECT_DOUBLE_EQ(roc_area({{9, true}}), 0.5);
+    EXPECT_DOUBLE_EQ(roc_area(judged({{9, true}, {8, false}, {7, true}, {7, false}, {6, true}})), 2.5 / 6);
+    EXPECT_DOUBLE_EQ(roc_area(judged({{9, is_spam}})), 0.5);
+}
+
+TEST(evaluation, spam_missed_at_a_rate_of_false_positives) {
+    auto mails =
+        judged({{90, is_spam}, {80, is_spam}, {70, is_spam}, {60, is_spam}, {95, is_ham}, {80, is_ham}});
+    mails.resize(mails.size() + 18, {10, is_ham, verdict::ham});
+    EXPECT_FALSE(missed_at(mails, 0.04));                   // of twenty good ones that is none
+    EXPECT_DOUBLE_EQ(missed_at(mails, 0.05).value(), 0.75); // above 80, with one of them wrong
+    EXPECT_DOUBLE_EQ(missed_at(mails, 0.1).value(), 0);
+    EXPECT_FALSE(missed_at(judged({{1, is_ham}, {2, is_ham}}), 0.5));
+}
+
+TEST(evaluation, time_of_arrival) {
+    const std::uint32_t latest = minutes_from_mail_date("1 Jan 2010 00:00 +0000");
+    EXPECT_EQ(arrival_time("from a by b (x; y); Thu, 22 Aug 2002 13:17:21 +0100", latest),
+              minutes_from_mail_date("22 Aug 2002 12:17 +0000"));
+    EXPECT_EQ(arrival_time("x; 1 Jan 2010 00:00 +0000", latest), latest);
+    for (const char* hop : {"", "from a by b", "x; 1 Jan 2010 00:01 +0000", "x; 31 Dec 1989 23:59 +0000"})
+        EXPECT_EQ(arrival_time(hop, latest), 0U);
 }
 
 TEST(evaluation, confidence_intervals) {
@@ -38,17 +90,31 @@ TEST(evaluation, confidence_intervals) {
     EXPECT_EQ(confidence(0, 0).high, 1);
 }
 
-TEST(evaluation, report_stands_alone) {
-    const std::vector<scored_mail> mails = {{99, true}, {1, false}, {100, true}, {0, false}};
-    const std::string page =
-        report_page(mails, confuse(mails, 85, 75), {{10, 0.6}, {20, 0.9}}, "A <b> & c", 85, 75);
-    EXPECT_TRUE(holds(page, "A &lt;b> &amp; c"));
+TEST(evaluation, reports_tell_how_it_was_and_stand_alone) {
+    evaluation_result result;
+    result.title = "A <b> & c";
+    result.circumstances = {{"Rule", "kinds"}};
+    result.mails =
+        judged({{99, is_spam}, {1, is_ham}, {86, is_ham}, {0, is_ham}, {20, is_spam}, {90, is_ham}});
+    result.names = {"a", "b", "c", "d", "e<", "f"};
+    result.curve = {{10, 0.6}, {20, 0.9}};
+    result.block = 4;
+    const std::string page = report_page(result);
+    for (const char* part : {"A &lt;b> &amp; c", "<dt>Rule</dt><dd>kinds</dd>", "e&lt;"})
+        EXPECT_TRUE(holds(page, part));
     for (const char* foreign : {"<script", "href=", "src=", "http:", "https:", "nan"})
         EXPECT_FALSE(holds(page, foreign));
     std::size_t plots = 0;
     for (std::size_t at = page.find("<svg"); at != std::string::npos; at = page.find("<svg", at + 1))
         ++plots;
-    EXPECT_EQ(plots, 3U);
+    EXPECT_EQ(plots, 5U);
+
+    const std::string text = report_text(result);
+    EXPECT_TRUE(holds(text, "    spam            1            0            1\n"
+                            "     ham            2            0            2\n"));
+    EXPECT_TRUE(holds(text, "     2:     1+0     1+1\n"));
+    EXPECT_TRUE(
+        holds(text, "false positive   90.00  f\nfalse positive   86.00  c\nmissed spam      20.00  e<\n"));
 }
 
 } // namespace
