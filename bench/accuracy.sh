@@ -23,7 +23,7 @@ heading() { row "" right "false positives" "missed spam" 1-ROCA "missed at 0.1%"
 figures() {
     "$bin/tvrctl" eval --quiet "$@" | tee "$work/text" | awk '
         /^Right/ { a = $2 "%" } /^False/ { f = $3 "%" } /^Missed spam/ { m = $3 "%" } /^1-ROCA/ { r = $2 "%" }
-        /^Missed at/ { t = $5 == "%" ? $4 "%" : "-" } END { print a, f, m, r, t }'
+        /^Missed at/ { t = $6 == "%" ? $5 "%" : "-" } END { print a, f, m, r, t }'
 }
 # The same figures of lines "spam verdict score": whether it is spam (1 or 0) and is called so (S or another), and the
 # score, the higher the worse.
@@ -43,7 +43,11 @@ figures_of() {
 }
 
 # The peers: a list of files for training, and one of files to judge; the latter gives "verdict score" for each.
-teach_bogofilter() { bogofilter -d "$work/bogofilter" "$([ "$1" = spam ] && echo -s || echo -n)" -b <"$2"; }
+teach_bogofilter() {
+    local option=-n
+    [ "$1" = ham ] || option=-s
+    bogofilter -d "$work/bogofilter" $option -b <"$2"
+}
 # Its exit code is the last verdict; 3 is an error.
 judge_bogofilter() {
     bogofilter -d "$work/bogofilter" -T -b <"$1" >"$work/letters" || [ $? -lt 3 ]
