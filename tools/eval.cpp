@@ -286,7 +286,7 @@ private:
         options.wait = options.silent = options.quiet = true;
         const int code = train(options);
         if (stopped())
-            return fail("stopped");
+            return code == exit_code::done ? fail("stopped") : code;
         return code == exit_code::nothing_taken ? exit_code::done : code; // all of it was known
     }
 

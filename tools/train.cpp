@@ -9,7 +9,6 @@
 #include "client/tvr_ipc.h"
 #include "platform/clock.h"
 #include "platform/file.h"
-#include "platform/folder_watch.h"
 #include "platform/process.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
@@ -49,10 +48,6 @@ public:
                 idle_since = now;
             else if (m_view.stamp() != m_stamp_before || now - idle_since > no_change)
                 return true;
-            if (platform::folder_watch::stop_requested()) {
-                why = "stopped";
-                return false;
-            }
             if (now - last_seen > absence) {
                 why = "the engine has gone";
                 return false;
