@@ -5,15 +5,7 @@
 
 namespace tvr {
 
-namespace {
-
 using namespace std::string_view_literals;
-
-// The count of a token in a message, however often it stands there: how many messages have a word tells more
-// than how often they repeat it. With 3 it is graded from its second spam message or its first good one on.
-constexpr std::uint32_t weight = 3;
-
-} // namespace
 
 std::size_t power_of_two_below(std::size_t number) noexcept {
     std::size_t power = 0;
@@ -23,7 +15,7 @@ std::size_t power_of_two_below(std::size_t number) noexcept {
 }
 
 void mail_tokens::put(std::string_view token) {
-    m_table.mark(token, weight);
+    m_table.mark(token, token_weight);
 }
 
 void mail_tokens::add(std::string_view kind, std::string_view text) {

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <utility>
 
+#include "client/verdict/exact_math.h"
+
 namespace tvr {
 
 namespace {
@@ -16,58 +18,6 @@ double logit(double grade) {
 double logistic(double x) {
     return 1 / (1 + std::exp(-x));
 }
-
-// The kinds that vote, each with the tokens that begin as told. The first that fits counts.
-enum kind : std::size_t { subject, received, body, header, address, structure, path, kind_count, no_kind };
-constexpr std::array<std::pair<std::string_view, kind>, 7> kind_starts = {{{"H subject:", subject},
-                                                                           {"F rcvd:", received},
-                                                                           {"B ", body},
-                                                                           {"H ", header},
-                                                                           {"F ", address},
-                                                                           {"M ", structure},
-                                                                           {"U ", path}}};
-
-kind kind_of(std::string_view token) {
-    for (const auto& [start, what] : kind_starts)
-        if (token.starts_with(start))
-            return what;
-    return no_kind;
-}
-
-// The classes of grades: those that stand at the ends, since one half alone has the token, and those that
-// lean to a side. What lies between has no say.
-enum grade_class : std::size_t { ham_only, mostly_ham, mostly_spam, spam_only, class_count, no_class };
-
-grade_class class_of(double grade) {
-    return grade <= 0.0101   ? ham_only
-           : grade <= 0.3    ? mostly_ham
-           : grade <= 0.7    ? no_class
-           : grade <= 0.9899 ? mostly_spam
-                             : spam_only;
-}
-
-// What the tokens of a kind say: n of them count as log(1 + n), times the weight of their class. With all
-// tokens in one pot, the many words of the body would drown the few of sender and links. How many tokens of
-// the kind are unknown makes up for the length of the message and the age of the base.
-//
-// The weights are a logistic regression over the public corpus: cut 60/40 by the seeds 101 to 110 of "tvrctl
-// eval", the same with a third and a tenth of that to learn from, and learned from spam-2 and easy-ham-2 to
-// tell the other groups. The middle is set so that of the good mail of the seeds 101 to 115 about one in 800
-// goes wrong.
-struct kind_weights {
-    std::array<double, class_count> classes; // in the order of grade_class
-    double unknown;
-};
-constexpr std::array<kind_weights, kind_count> weights = {{
-    {{-0.31, -0.40, 0.08, 0.22}, -0.26}, // subject
-    {{-0.06, 0.00, 0.35, 0.60}, 0.28},   // received
-    {{-1.03, -1.11, 1.13, 1.01}, 0.33},  // body
-    {{-0.53, -0.03, 0.01, 0.31}, -0.27}, // header
-    {{-0.58, 0.00, 0.22, 0.35}, 0.39},   // address
-    {{-1.15, -0.56, 0.43, 0.65}, -0.23}, // structure
-    {{-0.41, -0.49, 0.12, 0.00}, -0.85}, // path
-}};
-constexpr double middle = -0.45;
 
 constexpr double least_deviation = 0.4;   // from 0.5: the closer grades have no say in Fisher's rule
 constexpr double deviation_of_mean = 0.1; // the same for the geometric mean
@@ -124,12 +74,10 @@ struct known_token {
     double share = 0;
 };
 
-using kind_counts = std::array<std::uint32_t, kind_count>;
-
 class combination {
 public:
-    combination(const score_settings& settings, std::vector<known_token>& tokens, const kind_counts& unknown)
-        : m_settings(settings), m_tokens(tokens), m_unknown(unknown) {}
+    combination(const score_settings& settings, std::vector<known_token>& tokens)
+        : m_settings(settings), m_tokens(tokens) {}
 
     double run() { // 0 to 1
         switch (m_settings.rule) {
@@ -139,11 +87,9 @@ public:
         case score_rule::robinson:
             keep_deviating(deviation_of_mean);
             return geometric_mean();
-        case score_rule::fisher:
+        default:
             keep_deviating(least_deviation);
             return inverse_chi_squared();
-        default:
-            return kinds();
         }
     }
 
@@ -200,62 +146,130 @@ private:
                2;
     }
 
-    double kinds() {
-        std::erase_if(m_tokens, [](const known_token& t) {
-            return kind_of(t.token) == no_kind || class_of(t.grade) == no_class;
-        });
-        if (m_tokens.empty())
-            return 0.5;
-        std::array<std::array<std::uint32_t, class_count>, kind_count> counts{};
-        for (const known_token& t : m_tokens)
-            ++counts[kind_of(t.token)][class_of(t.grade)];
-        double sum = middle;
-        for (std::size_t i = 0; i < kind_count; ++i)
-            sum += weights[i].unknown * std::log1p(m_unknown[i]);
-        for (known_token& t : m_tokens) {
-            const kind what = kind_of(t.token);
-            const grade_class is = class_of(t.grade);
-            t.share = weights[what].classes[is] * std::log1p(counts[what][is]) / counts[what][is];
-            sum += t.share;
-        }
-        return logistic(sum);
-    }
-
     const score_settings& m_settings;
     std::vector<known_token>& m_tokens;
-    const kind_counts& m_unknown; // tokens that have no grade
+};
+
+// The user's state, or that of somebody who has judged nothing yet.
+std::shared_ptr<const verdict_state> or_nothing(std::shared_ptr<const verdict_state> learned) {
+    static const auto nothing = std::make_shared<const verdict_state>();
+    return learned ? std::move(learned) : nothing;
+}
+
+// How the logit of a message is shared out among its tokens.
+class token_shares {
+public:
+    token_shares(const evidence& of, const feature_weights& weights, const token_memory& memory)
+        : m_memory(memory) {
+        feature_vector(of).for_each([&](std::size_t place, double value) {
+            const double share = value * weights[place];
+            if (const auto cell = feature::cell_of(place))
+                m_cells[*cell] += share;
+            else if (feature::is_of_memory(place))
+                m_of_memory += share;
+            else
+                m_middle += share;
+        });
+        m_middle += logit_of(of, weights) - feature_vector(of).times(weights);
+    }
+
+    // To be called for every token first.
+    void count(token_key key, double grade) {
+        if (kind_of_key(key) < kind_count)
+            ++m_taken[cell_of(key, grade)];
+        m_said += m_memory.weight(key);
+    }
+    [[nodiscard]] double share(token_key key, double grade) const {
+        double sum = said() == 0 ? 0 : m_of_memory * m_memory.weight(key) / said();
+        if (kind_of_key(key) < kind_count)
+            sum += m_cells[cell_of(key, grade)] / m_taken[cell_of(key, grade)];
+        return sum;
+    }
+    [[nodiscard]] double middle() const {
+        return m_middle + (said() == 0 ? m_of_memory : m_of_memory * m_memory.bias / said());
+    }
+
+private:
+    static std::size_t cell_of(token_key key, double grade) {
+        return kind_of_key(key) * class_count + class_of(grade);
+    }
+    [[nodiscard]] double said() const { return static_cast<double>(m_said + m_memory.bias); }
+
+    const token_memory& m_memory;
+    std::array<double, feature::cells> m_cells{};
+    std::array<std::uint32_t, feature::cells> m_taken{};
+    double m_of_memory = 0;
+    double m_middle = 0;
+    std::int64_t m_said = 0;
 };
 
 } // namespace
 
 mail_scorer::mail_scorer(grade_source grades, const score_settings& settings)
-    : m_grades(std::move(grades)), m_settings(settings) {}
+    : m_grades(std::move(grades)), m_settings(settings), m_learned(or_nothing(settings.learned)),
+      m_weights(weights_of(*m_learned)) {}
 
 message_score mail_scorer::score(const token_table& tokens, bool explain) const {
+    message_score result = m_settings.rule == score_rule::kinds ? score_by_kinds(tokens, explain)
+                                                                : score_by_grades(tokens, explain);
+    std::stable_sort(
+        result.tokens.begin(), result.tokens.end(),
+        [](const token_share& x, const token_share& y) { return std::abs(x.share) > std::abs(y.share); });
+    return result;
+}
+
+verdict mail_scorer::decide(double score, double spam_from) const noexcept {
+    return score >= spam_from                     ? verdict::spam
+           : score >= m_settings.unsure_threshold ? verdict::unsure
+                                                  : verdict::ham;
+}
+
+message_score mail_scorer::score_by_kinds(const token_table& tokens, bool explain) const {
     message_score result;
+    evidence_sum sum(m_learned->memory);
+    tokens.for_each([&](std::string_view token, std::uint32_t) {
+        const double grade = m_grades(token);
+        result.known += grade > 0 ? 1 : 0;
+        sum.add(key_of(token), grade);
+    });
+    const evidence what = sum.finish(m_settings.spam_messages, m_settings.ham_messages);
+    result.spam_from = 100 * exact_logistic(spam_logit(*m_learned, m_settings.limits));
+    if (result.known == 0)
+        return result;
+    result.score = 100 * exact_logistic(logit_of(what, m_weights));
+    result.decision = decide(result.score, result.spam_from);
+    if (explain) {
+        token_shares shares(what, m_weights, m_learned->memory);
+        tokens.for_each(
+            [&](std::string_view token, std::uint32_t) { shares.count(key_of(token), m_grades(token)); });
+        tokens.for_each([&](std::string_view token, std::uint32_t) {
+            const double grade = m_grades(token);
+            result.tokens.push_back({std::string(token), grade, shares.share(key_of(token), grade)});
+        });
+        result.middle = shares.middle();
+    }
+    return result;
+}
+
+message_score mail_scorer::score_by_grades(const token_table& tokens, bool explain) const {
+    message_score result;
+    result.spam_from = m_settings.limits.spam_threshold;
     std::vector<known_token> known;
-    kind_counts unknown{};
     tokens.for_each([&](std::string_view token, std::uint32_t) {
         double grade = m_grades(token);
         if (grade == 0 && m_settings.degenerate)
             grade = grade_of_forms(m_grades, token);
         if (grade > 0 && grade < 1)
             known.push_back({token, grade});
-        else if (const kind what = kind_of(token); what != no_kind)
-            ++unknown[what];
     });
     result.known = known.size();
-    result.score = 100 * combination(m_settings, known, unknown).run();
-    result.decision = result.score >= m_settings.spam_threshold     ? verdict::spam
-                      : result.score >= m_settings.unsure_threshold ? verdict::unsure
-                                                                    : verdict::ham;
-    if (explain) {
-        std::stable_sort(known.begin(), known.end(), [](const known_token& x, const known_token& y) {
-            return std::abs(x.share) > std::abs(y.share);
-        });
+    if (known.empty())
+        return result;
+    result.score = 100 * combination(m_settings, known).run();
+    result.decision = decide(result.score, result.spam_from);
+    if (explain)
         for (const known_token& t : known)
             result.tokens.push_back({std::string(t.token), t.grade, t.share});
-    }
     return result;
 }
 

@@ -11,6 +11,11 @@
 
 namespace tvr {
 
+// The count of a token in a message of the tokenizer, however often it stands there: how many messages have a
+// word tells more than how often they repeat it. With 3 it is graded from its second spam message or its
+// first good one on.
+constexpr std::uint32_t token_weight = 3;
+
 // Belongs to one thread. Made to be used again and again: clear() keeps the memory of ordinary messages.
 class TVR_IPC_EXPORT token_table {
 public:

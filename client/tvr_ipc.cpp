@@ -1,6 +1,7 @@
 #include "client/tvr_ipc.h"
 
 #include "client/cache_writer.h"
+#include "client/verdict/learning.h"
 #include "common/path.h"
 #include "platform/error.h"
 #include "platform/file.h"
@@ -33,7 +34,8 @@ std::string reason(std::uint32_t code) {
 
 struct training_client::state {
     state()
-        : working(find_working_directory()), cache(working + std::string(cache_folder) + "autotrain.bys") {
+        : working(find_working_directory()), cache(working + std::string(cache_folder) + "autotrain.bys"),
+          learning(working) {
         channel.set_file(working.empty() ? std::string() : working + std::string(cache_folder) + "ipc.bin");
     }
 
@@ -51,10 +53,15 @@ struct training_client::state {
     std::string working;
     cache_writer cache;
     event_channel channel;
+    verdict_learning learning;
+    std::string remark; // of the learning
 };
 
 training_client::training_client() : m_state(std::make_unique<state>()) {}
-training_client::~training_client() = default;
+training_client::~training_client() {
+    if (m_state->status)
+        m_state->learning.finish();
+}
 
 const ipc_status& training_client::status() const noexcept {
     return m_state->status;
@@ -70,7 +77,11 @@ ipc_status training_client::append(const record_batch& batch) {
     if (!m_state->status)
         return m_state->status;
     const std::string path = m_state->working + std::string(cache_folder);
-    switch (m_state->cache.append(batch)) {
+    m_state->learning.take(batch);
+    const append_result result = m_state->cache.append(batch);
+    if (result != append_result::done)
+        m_state->learning.drop(batch.count());
+    switch (result) {
     case append_result::done:
         return {};
     case append_result::locked:
@@ -92,9 +103,15 @@ ipc_status training_client::raise(engine_event event, bool start) {
         return m_state->status;
     const start_result found = m_state->channel.start_server(start);
     m_state->channel.raise(static_cast<std::uint32_t>(event));
+    if (event != engine_event::reset) // while the engine learns as well
+        m_state->remark = m_state->learning.finish();
     if (start && found == start_result::no_server)
         return {ipc_error::no_engine, "the engine doesn't run, and could not be started"};
     return {};
+}
+
+const std::string& training_client::remark() const noexcept {
+    return m_state->remark;
 }
 
 bool training_client::is_pending(engine_event event) const {

@@ -59,7 +59,8 @@ public:
     // With backslashes, and one at the end; empty on failure.
     [[nodiscard]] const std::string& working_directory() const noexcept;
 
-    // Appends the batch to the cache, all of it or nothing. Raises no event.
+    // Appends the batch to the cache, all of it or nothing. Raises no event. The verdict on mail learns from
+    // the messages, too: with the next event, or when this object goes.
     ipc_status append(const record_batch& batch);
     // Appends the batch, starts the engine if it doesn't run, and raises the event `add`.
     ipc_status train(const record_batch& batch);
@@ -67,6 +68,10 @@ public:
     // Raises an event, and first starts the engine if it doesn't run and `start` allows it. Without an
     // engine the event stays raised until one comes up or this object goes.
     ipc_status raise(engine_event event, bool start = true);
+
+    // What went wrong when the verdict learned from the last messages, in one line; empty if nothing did. The
+    // engine's training isn't touched by it.
+    [[nodiscard]] const std::string& remark() const noexcept;
 
     // Whether a raise of this event hasn't reached an engine yet. Whoever raises and ends stays that long.
     [[nodiscard]] bool is_pending(engine_event event) const;

@@ -296,7 +296,7 @@ private:
         if (base.is_there() && !base.load())
             return fail(base.error());
         const mail_scorer scorer = base.scorer(rule_of(m_options.rule));
-        m_result.spam_threshold = scorer.settings().spam_threshold;
+        m_result.spam_threshold = scorer.settings().limits.spam_threshold;
         m_result.unsure_threshold = scorer.settings().unsure_threshold;
         token_table tokens;
         for (const std::size_t place : places) {

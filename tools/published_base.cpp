@@ -27,7 +27,19 @@ bool published_base::load() {
         m_error = shown + ": damaged, or in use";
         return false;
     }
+    load_learned(verdict_path(working));
     return true;
+}
+
+void published_base::load_learned(const std::string& path) {
+    auto state = std::make_shared<verdict_state>();
+    const verdict_file_result found = load_verdict(path, *state);
+    if (found == verdict_file_result::damaged || found == verdict_file_result::failed)
+        m_remark =
+            platform::display_path(path) +
+            (found == verdict_file_result::damaged ? ": damaged, or of another version" : ": can't be read") +
+            "; the verdict rests on the built-in weights";
+    m_learned = std::move(state);
 }
 
 double published_base::grade(std::string_view token) const {
@@ -38,9 +50,14 @@ double published_base::grade(std::string_view token) const {
 mail_scorer published_base::scorer(score_rule rule, std::optional<double> spam_threshold) const {
     score_settings settings;
     settings.rule = rule;
-    settings.spam_threshold =
+    settings.limits.spam_threshold =
         spam_threshold.value_or(common_settings::get_value(common_value::spam_threshold));
+    if (spam_threshold)
+        settings.limits.false_positives = 100; // nothing but the threshold that is asked for
     settings.unsure_threshold = common_settings::get_value(common_value::unsure_threshold);
+    settings.learned = m_learned;
+    settings.spam_messages = m_base.header().spam_messages;
+    settings.ham_messages = m_base.header().nonspam_messages;
     return mail_scorer([this](std::string_view token) { return grade(token); }, settings);
 }
 

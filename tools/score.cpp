@@ -1,6 +1,7 @@
 // tvrctl score: the verdict on messages.
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <iterator>
@@ -46,24 +47,49 @@ const char* name_of(verdict decision) {
     return decision == verdict::spam ? "spam" : decision == verdict::ham ? "ham" : "unsure";
 }
 
-void print_text(const mail_item& mail, const message_score& result) {
+std::string grade_text(double grade) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%.3f", grade);
+    return grade == 0 ? "unknown" : text;
+}
+
+// `is_sum`: the shares add up to the logit of the score.
+void print_text(const mail_item& mail, const message_score& result, bool explain, bool is_sum) {
     std::printf("%-6s %6.2f  %s\n", name_of(result.decision), result.score, mail.name.c_str());
+    if (explain && result.known == 0)
+        std::printf("    The base knows none of its tokens.\n");
     if (result.tokens.empty())
         return;
-    std::printf("    %8s  %6s  %s\n", "share", "grade", "token");
-    for (std::size_t i = 0; i < std::min(result.tokens.size(), most_shown); ++i)
-        std::printf("    %+8.3f  %6.3f  %s\n", result.tokens[i].share, result.tokens[i].grade,
-                    result.tokens[i].token.c_str());
+    std::printf("    %8s  %7s  %s\n", "share", "grade", "token");
+    const std::size_t shown = std::min(result.tokens.size(), most_shown);
+    for (std::size_t i = 0; i < shown; ++i)
+        std::printf("    %+8.3f  %7s  %s\n", result.tokens[i].share,
+                    grade_text(result.tokens[i].grade).c_str(), result.tokens[i].token.c_str());
+    if (is_sum) {
+        double others = 0;
+        for (std::size_t i = shown; i < result.tokens.size(); ++i)
+            others += result.tokens[i].share;
+        std::printf("    %+8.3f  %7s  %zu other tokens\n", others, "", result.tokens.size() - shown);
+        std::printf("    %+8.3f  %7s  where every message begins\n", result.middle, "");
+        std::printf("    %+8.3f  %7s  together: spam from %.2f on\n",
+                    std::log(result.score / (100 - result.score)), "", result.spam_from);
+    }
 }
 
 void print_json(const mail_item& mail, const message_score& result, bool explain) {
-    nlohmann::json json = {
-        {"file", mail.name}, {"verdict", name_of(result.decision)}, {"score", result.score}};
+    nlohmann::json json = {{"file", mail.name},
+                           {"verdict", name_of(result.decision)},
+                           {"score", result.score},
+                           {"spam_from", result.spam_from},
+                           {"known_tokens", result.known}};
     if (explain) {
+        json["middle"] = result.middle;
         json["tokens"] = nlohmann::json::array();
         for (const token_share& token : result.tokens)
             json["tokens"].push_back(
-                {{"token", token.token}, {"grade", token.grade}, {"share", token.share}});
+                {{"token", token.token},
+                 {"grade", token.grade == 0 ? nlohmann::json() : nlohmann::json(token.grade)},
+                 {"share", token.share}});
     }
     std::printf("%s\n", json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
 }
@@ -128,7 +154,7 @@ int score_all(const mail_scorer& scorer, const score_options& options) {
         if (options.json)
             print_json(mail, result, options.explain);
         else
-            print_text(mail, result);
+            print_text(mail, result, options.explain, options.rule == "kinds");
         code = code_of(result.decision);
     }
     return failed ? exit_code::failed : code;
@@ -139,6 +165,8 @@ int score(const score_options& options) {
     const bool loaded = base.load();
     if (!loaded)
         fail(base.error());
+    if (!base.remark().empty())
+        std::fprintf(stderr, "tvrctl: %s\n", base.remark().c_str());
     const mail_scorer scorer = base.scorer(rule_of(options.rule), options.threshold);
     const int code = options.filter ? filter(loaded ? &scorer : nullptr)
                      : loaded       ? score_all(scorer, options)

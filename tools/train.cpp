@@ -130,6 +130,8 @@ int train(const train_options& options) {
         return failure ? exit_code::nothing_taken : exit_code::failed;
 
     const auto status = client.raise(options.later ? engine_event::add : engine_event::train);
+    if (!client.remark().empty())
+        std::fprintf(stderr, "tvrctl: %s\n", client.remark().c_str());
     if (!status)
         return fail(status.text + "; the messages wait in the cache");
     if (options.wait && !options.later) {

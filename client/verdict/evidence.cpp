@@ -1,0 +1,77 @@
+#include "client/verdict/evidence.h"
+
+#include <algorithm>
+#include <bit>
+#include <utility>
+
+namespace tvr {
+
+namespace {
+
+// The first that fits counts.
+constexpr std::array<std::pair<std::string_view, token_kind>, kind_count> kind_starts = {
+    {{"H subject:", token_kind::subject},
+     {"F rcvd:", token_kind::received},
+     {"B ", token_kind::body},
+     {"H ", token_kind::header},
+     {"F ", token_kind::address},
+     {"M ", token_kind::structure},
+     {"U ", token_kind::path}}};
+
+constexpr std::array<double, unknown_class - 1> class_ends = {0.0101, 0.1, 0.3, 0.7, 0.9, 0.9899};
+
+constexpr std::uint32_t exact_counts = 64; // counts below it are kept as they are
+constexpr std::uint32_t most = 0x1FFFF;
+
+std::uint16_t limited(std::uint32_t messages) noexcept {
+    return static_cast<std::uint16_t>(std::min<std::uint32_t>(messages, 0xFFFF));
+}
+
+} // namespace
+
+std::optional<token_kind> kind_of(std::string_view token) noexcept {
+    for (const auto& [start, kind] : kind_starts)
+        if (token.starts_with(start))
+            return kind;
+    return std::nullopt;
+}
+
+const char* name_of(token_kind kind) noexcept {
+    constexpr std::array<const char*, kind_count> names = {"subject",   "received",  "body", "headers",
+                                                           "addresses", "structure", "links"};
+    return names[static_cast<std::size_t>(kind)];
+}
+
+std::size_t class_of(double grade) noexcept {
+    if (!(grade > 0 && grade < 1))
+        return unknown_class;
+    const auto* const end = std::lower_bound(class_ends.begin(), class_ends.end(), grade);
+    return static_cast<std::size_t>(end - class_ends.begin());
+}
+
+std::uint8_t pack_count(std::uint32_t count) noexcept {
+    if (count < exact_counts)
+        return static_cast<std::uint8_t>(count);
+    count = std::min(count, most);
+    const auto octave = static_cast<std::uint32_t>(std::bit_width(count)) - 1; // 6 to 16
+    return static_cast<std::uint8_t>(exact_counts + (octave - 6) * 16 + (count >> (octave - 4) & 15));
+}
+
+std::uint32_t unpack_count(std::uint8_t packed) noexcept {
+    if (packed < exact_counts)
+        return packed;
+    const std::uint32_t octave = (packed - exact_counts) / 16U + 6;
+    return (16U + (packed - exact_counts) % 16U) << (octave - 4);
+}
+
+evidence make_evidence(const grade_counts& counts, std::uint32_t spam_messages, std::uint32_t ham_messages,
+                       std::int16_t memory) noexcept {
+    evidence made{
+        .spam_messages = limited(spam_messages), .ham_messages = limited(ham_messages), .memory = memory};
+    for (std::size_t kind = 0; kind < kind_count; ++kind)
+        for (std::size_t grade = 0; grade < class_count; ++grade)
+            made.counts[kind][grade] = pack_count(counts[kind][grade]);
+    return made;
+}
+
+} // namespace tvr

@@ -1,0 +1,45 @@
+// What the score of a message is made of: how many of its tokens, kind by kind, fall into which class of
+// grades, how much the base knew, and what the memory of tokens says.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace tvr {
+
+// The kinds that have a vote of their own. With all tokens in one pot, the many words of the body would drown
+// the few of sender and links.
+enum class token_kind : std::uint8_t { subject, received, body, header, address, structure, path };
+constexpr std::size_t kind_count = 7;
+
+// Nothing for a token that begins like none of them: it has no vote.
+[[nodiscard]] std::optional<token_kind> kind_of(std::string_view token) noexcept;
+[[nodiscard]] const char* name_of(token_kind kind) noexcept;
+
+// Grades up to 0.01, 0.1, 0.3, 0.7, 0.9, below 0.99, 0.99, and tokens without a grade.
+constexpr std::size_t class_count = 8;
+constexpr std::size_t unknown_class = 7;
+[[nodiscard]] std::size_t class_of(double grade) noexcept; // 0 is no grade
+
+// A count in one byte: exact up to 64, then in steps of a sixteenth.
+[[nodiscard]] std::uint8_t pack_count(std::uint32_t count) noexcept;
+[[nodiscard]] std::uint32_t unpack_count(std::uint8_t packed) noexcept;
+
+struct evidence {
+    std::array<std::array<std::uint8_t, class_count>, kind_count> counts{}; // packed
+    std::uint16_t spam_messages = 0xFFFF;                                   // that the base was made of
+    std::uint16_t ham_messages = 0xFFFF;
+    std::int16_t memory = 0; // what token_memory says, a logit in 1/64
+    bool crossed = false;    // graded by other mail that came with it, not by the published base
+
+    bool operator==(const evidence&) const = default;
+};
+
+using grade_counts = std::array<std::array<std::uint32_t, class_count>, kind_count>;
+[[nodiscard]] evidence make_evidence(const grade_counts& counts, std::uint32_t spam_messages,
+                                     std::uint32_t ham_messages, std::int16_t memory) noexcept;
+
+} // namespace tvr

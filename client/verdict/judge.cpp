@@ -1,0 +1,94 @@
+#include "client/verdict/judge.h"
+
+#include <algorithm>
+#include <functional>
+
+#include "client/verdict/exact_math.h"
+
+namespace tvr {
+
+namespace {
+
+double logit_of_percent(double percent) noexcept {
+    if (!(percent > 0 && percent < 100))
+        return percent > 0 ? 700 : -700; // all, or nothing
+    const double p = percent / 100;
+    return p < 0.5 ? -exact_log((1 - p) / p) : exact_log(p / (1 - p));
+}
+
+// A few good messages that look like spam don't move the threshold without end: with the usual limit up to 93
+// %, with a tighter one further.
+constexpr double usual_limit = 0.1; // percent
+constexpr double highest_logit = 2.6;
+
+constexpr std::size_t recent = 1000; // good messages that the threshold is found on
+
+// Trust: the weights that would have judged the kept messages better have the say. The cost is in units of
+// the logarithm of the likelihood; a head start goes to the learned ones.
+constexpr double trust_start = 20;
+constexpr double trust_unit = 20;
+
+double cost(double logit, bool spam) noexcept {
+    const double wrong = spam ? -logit : logit;
+    return wrong > 30 ? wrong : exact_log(1 + exact_exp(wrong < -700 ? -700 : wrong));
+}
+
+void find_trust(verdict_state& state) {
+    double gain = trust_start;
+    const double shift = exact_log(ham_weight);
+    for (const judged_message& message : state.messages) {
+        const double weight = learning_weight(message.what, message.spam);
+        gain += weight * (cost(logit_of(message.what, built_in_weights()) - shift, message.spam) -
+                          cost(message.learned_score / score_unit - shift, message.spam));
+    }
+    state.trust = exact_logistic(std::clamp(gain / trust_unit, -30.0, 30.0));
+}
+
+void find_ham_scores(verdict_state& state) {
+    std::vector<std::int16_t>& scores = state.ham_scores;
+    scores.clear();
+    for (std::size_t i = state.messages.size(); i-- > 0 && scores.size() < recent;)
+        if (!state.messages[i].spam)
+            scores.push_back(state.messages[i].score);
+    state.recent_ham = static_cast<std::uint32_t>(scores.size());
+    std::sort(scores.begin(), scores.end(), std::greater<>());
+    scores.resize(std::min(scores.size(), verdict_state::top_scores));
+}
+
+} // namespace
+
+feature_weights weights_of(const verdict_state& state) noexcept {
+    feature_weights mixed = built_in_weights();
+    for (std::size_t i = 0; i < feature::learned; ++i)
+        mixed[i] += state.trust * (state.weights[i] - mixed[i]);
+    return mixed;
+}
+
+double spam_logit(const verdict_state& state, const spam_limits& limits) noexcept {
+    const double least = logit_of_percent(limits.spam_threshold);
+    double found = least;
+    if (!state.ham_scores.empty() && limits.false_positives < 100) {
+        const double limit = std::max(limits.false_positives, 0.001);
+        const auto allowed = static_cast<std::size_t>(limit / 100 * state.recent_ham);
+        const double highest =
+            limit < usual_limit ? highest_logit + exact_log(usual_limit / limit) : highest_logit;
+        const std::size_t place = std::min(allowed, state.ham_scores.size() - 1);
+        // Above the first good message that may not go wrong, by the least step of a score.
+        found = std::min((state.ham_scores[place] + 1) / score_unit, highest);
+    }
+    return std::max(least, found);
+}
+
+void learn(verdict_state& state) {
+    find_trust(state);
+    find_ham_scores(state);
+    state.weights = learn_weights(
+        state.messages.size(),
+        [&](std::size_t i) {
+            return judged_evidence{state.messages[i].what, state.messages[i].spam};
+        },
+        state.weights);
+    state.unlearned = 0;
+}
+
+} // namespace tvr

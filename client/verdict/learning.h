@@ -1,0 +1,64 @@
+// Learns the verdict from the messages that are handed over for training.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/known_messages.h"
+#include "client/record_batch.h"
+#include "client/verdict/token_memory.h"
+#include "client/verdict/verdict_file.h"
+#include "compiled/hashreg.h"
+
+namespace tvr {
+
+// Each message is scored with the published base, as one not seen before, and kept with its user's verdict. A
+// message that the engine knows already doesn't count again; a correction counts as what it is now. The
+// engine takes no part. One thread.
+class verdict_learning {
+public:
+    explicit verdict_learning(std::string_view working_directory); // with a backslash at the end
+
+    // Looks at messages that are about to be handed over. Holds some bytes a token until finish(), but never
+    // more than 16 MiB.
+    void take(const record_batch& batch);
+    // The last `count` messages taken were not handed over after all.
+    void drop(std::size_t count);
+    // Learns, and writes verdict.bin. An empty text, or one line for the user: training goes on all the same.
+    std::string finish();
+
+private:
+    struct taken_message {
+        std::uint64_t id = 0;
+        std::uint32_t time = 0;
+        bool spam = false;
+        known_as known;
+        std::size_t first = 0, end = 0; // of its tokens
+        grade_counts counts{};          // by the published base
+    };
+
+    static constexpr std::size_t most_tokens = std::size_t{1} << 21;
+
+    void look_at_base();
+    void add(std::string_view msid, bool spam, std::uint32_t time, std::span<const std::uint8_t> entries);
+    [[nodiscard]] std::span<const token_key> tokens_of(const taken_message& of) const;
+    std::string learn_pending();
+    void judge_pending(verdict_state& state);
+    void keep(verdict_state& state, std::vector<judged_message>& made) const;
+
+    std::string m_working;
+    std::string m_path;
+    known_messages m_known;
+    bool m_looked = false;
+    bool m_graded = false; // the published base is grown enough to grade by
+    hashreg m_base;
+    std::vector<taken_message> m_messages;
+    std::vector<token_key> m_tokens;
+    std::string m_remark;
+};
+
+} // namespace tvr

@@ -1,0 +1,244 @@
+#include "client/verdict/model.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "client/verdict/exact_math.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr std::array<double, 256> make_amounts() {
+    std::array<double, 256> amounts{};
+    for (std::size_t packed = 0; packed < amounts.size(); ++packed) {
+        const std::size_t count =
+            packed < 64 ? packed : (16 + (packed - 64) % 16) << ((packed - 64) / 16 + 2);
+        amounts[packed] = exact_log(1 + static_cast<double>(count));
+    }
+    return amounts;
+}
+constexpr std::array<double, 256> amounts = make_amounts(); // log(1 + count) of a packed count
+
+// 1 for no message, one half for `half`, near 0 for many.
+double little(std::uint32_t messages, double half) noexcept {
+    return half / (half + static_cast<double>(messages));
+}
+
+constexpr double few = 30, some = 300; // messages
+constexpr double memory_unit = 64;
+
+// Good mail of a kind that a base hasn't met looks like spam to it: the less good mail it knows, the more it
+// doubts.
+constexpr double doubt = 3;          // of a logit, without any good mail
+constexpr double little_known = 200; // messages that leave half of the doubt
+
+// Mail that came together is more alike than what comes next: it flatters the grades it gives itself.
+constexpr double crossed_weight = 0.25;
+
+constexpr double least_spread = 1e-4; // of p * (1 - p): what is surer doesn't bend the curve
+constexpr double enough = 0.02;       // a step that gains less is the last
+
+// The regression over the messages, which stay as sparse lists for the few rounds it takes.
+class regression {
+public:
+    regression(std::size_t count, const std::function<judged_evidence(std::size_t)>& get,
+               const learning_plan& plan)
+        : m_plan(plan) {
+        m_messages.reserve(count);
+        for (std::size_t i = 0; i < count; ++i)
+            add(get(i));
+    }
+
+    feature_weights run(feature_weights weights) {
+        double loss = loss_of(weights);
+        for (unsigned step = 0; step < m_plan.most_steps; ++step) {
+            make_step(weights);
+            double part = 1;
+            feature_weights next;
+            double next_loss = 0;
+            do {
+                next = weights;
+                for (std::size_t i = 0; i < m_plan.learned; ++i)
+                    next[i] -= part * m_step[i];
+                next_loss = loss_of(next);
+                part /= 2;
+            } while (!(next_loss <= loss) && part > 1e-6);
+            if (!(next_loss <= loss))
+                break;
+            const bool is_last = loss - next_loss < enough;
+            weights = next;
+            loss = next_loss;
+            if (is_last)
+                break;
+        }
+        return weights;
+    }
+
+private:
+    struct message {
+        std::size_t first = 0, end = 0; // of its features
+        double fixed = 0;               // what the features add that aren't learned
+        double weight = 1;
+        bool spam = false;
+    };
+
+    void add(const judged_evidence& judged) {
+        message made{.first = m_values.size(),
+                     .weight = learning_weight(judged.what, judged.spam),
+                     .spam = judged.spam};
+        feature_vector(judged.what).for_each([&](std::size_t place, double value) {
+            if (place < m_plan.learned) {
+                m_places.push_back(static_cast<std::uint16_t>(place));
+                m_values.push_back(value);
+            } else {
+                made.fixed += value * m_plan.towards[place];
+            }
+        });
+        made.end = m_values.size();
+        m_messages.push_back(made);
+    }
+
+    double logit(const message& of, const feature_weights& weights) const {
+        double sum = of.fixed;
+        for (std::size_t i = of.first; i < of.end; ++i)
+            sum += weights[m_places[i]] * m_values[i];
+        return sum;
+    }
+
+    // The negative logarithm of the likelihood, with what draws.
+    double loss_of(const feature_weights& weights) const {
+        double loss = 0;
+        for (const message& one : m_messages) {
+            const double wrong = one.spam ? -logit(one, weights) : logit(one, weights);
+            const double cost = wrong > 30 ? wrong : exact_log(1 + exact_exp(std::max(wrong, -700.0)));
+            loss += one.weight * cost;
+        }
+        for (std::size_t i = 0; i < m_plan.learned; ++i) {
+            const double away = weights[i] - m_plan.towards[i];
+            loss += m_plan.draw / 2 * away * away;
+        }
+        return loss;
+    }
+
+    void make_step(const feature_weights& weights) {
+        m_curve.assign(m_plan.learned, std::vector<double>(m_plan.learned));
+        m_step.resize(m_plan.learned);
+        for (std::size_t i = 0; i < m_plan.learned; ++i) {
+            m_step[i] = m_plan.draw * (weights[i] - m_plan.towards[i]);
+            m_curve[i][i] = m_plan.draw;
+        }
+        for (const message& one : m_messages) {
+            const double p = exact_logistic(logit(one, weights));
+            const double slope = one.weight * (one.spam ? p - 1 : p);
+            const double spread = one.weight * p * (1 - p);
+            for (std::size_t i = one.first; i < one.end; ++i)
+                m_step[m_places[i]] += slope * m_values[i];
+            if (spread < least_spread)
+                continue;
+            for (std::size_t i = one.first; i < one.end; ++i) {
+                const double part = spread * m_values[i];
+                std::vector<double>& row = m_curve[m_places[i]];
+                for (std::size_t j = one.first; j <= i; ++j)
+                    row[m_places[j]] += part * m_values[j];
+            }
+        }
+        solve();
+    }
+
+    // By Cholesky's decomposition of the curve, in place; the places of a message ascend, so that the lower
+    // triangle is whole.
+    void solve() {
+        for (std::size_t i = 0; i < m_plan.learned; ++i) {
+            for (std::size_t j = 0; j <= i; ++j) {
+                double sum = m_curve[i][j];
+                for (std::size_t k = 0; k < j; ++k)
+                    sum -= m_curve[i][k] * m_curve[j][k];
+                m_curve[i][j] = i == j ? std::sqrt(std::max(sum, 1e-9)) : sum / m_curve[j][j];
+            }
+        }
+        for (std::size_t i = 0; i < m_plan.learned; ++i) {
+            for (std::size_t k = 0; k < i; ++k)
+                m_step[i] -= m_curve[i][k] * m_step[k];
+            m_step[i] /= m_curve[i][i];
+        }
+        for (std::size_t i = m_plan.learned; i-- > 0;) {
+            for (std::size_t k = i + 1; k < m_plan.learned; ++k)
+                m_step[i] -= m_curve[k][i] * m_step[k];
+            m_step[i] /= m_curve[i][i];
+        }
+    }
+
+    std::vector<message> m_messages;
+    std::vector<std::uint16_t> m_places;
+    std::vector<double> m_values;
+    std::vector<std::vector<double>> m_curve; // the second derivatives; their lower triangle
+    std::vector<double> m_step;
+    const learning_plan m_plan;
+};
+
+} // namespace
+
+double learning_weight(const evidence& of, bool spam) noexcept {
+    return (spam ? 1 : ham_weight) * (of.crossed ? crossed_weight : 1) * (1 - little(of.spam_messages, few)) *
+           (1 - little(of.ham_messages, few));
+}
+
+void feature_vector::put(std::size_t place, double value) noexcept {
+    m_places[m_used] = static_cast<std::uint16_t>(place);
+    m_values[m_used] = value;
+    ++m_used;
+}
+
+feature_vector::feature_vector(const evidence& from) noexcept {
+    const double little_spam = little(from.spam_messages, few);
+    const double little_ham = little(from.ham_messages, few);
+    std::array<double, feature::cells> amount_of;
+    for (std::size_t kind = 0; kind < kind_count; ++kind)
+        for (std::size_t grade = 0; grade < class_count; ++grade)
+            amount_of[kind * class_count + grade] = amounts[from.counts[kind][grade]];
+    const auto put_amounts = [&](std::size_t start, double factor) {
+        for (std::size_t cell = 0; cell < feature::cells; ++cell)
+            if (amount_of[cell] != 0)
+                put(start + cell, amount_of[cell] * factor);
+    };
+    put_amounts(feature::amount, 1);
+    for (std::size_t cell = 0; cell < feature::cells; ++cell)
+        if (amount_of[cell] != 0)
+            put(feature::presence + cell, 1);
+    const double memory = from.memory / memory_unit;
+    const double narrow = std::clamp(memory, -10.0, 10.0) / 2;
+    put(feature::memory, narrow);
+    put(feature::memory + 1, std::clamp(memory, -30.0, 30.0) / 10);
+    put(feature::middle, 1);
+    put_amounts(feature::amount_of_little_spam, little_spam);
+    put_amounts(feature::amount_of_little_ham, little_ham);
+    put(feature::youth, little_spam);
+    put(feature::youth + 1, little(from.spam_messages, some));
+    put(feature::youth + 2, little_ham);
+    put(feature::youth + 3, little(from.ham_messages, some));
+    put(feature::young_memory, narrow * little_spam);
+    put(feature::young_memory + 1, narrow * little_ham);
+}
+
+double feature_vector::times(const feature_weights& weights) const noexcept {
+    double sum = 0;
+    for (std::size_t i = 0; i < m_used; ++i)
+        sum += weights[m_places[i]] * m_values[i];
+    return sum;
+}
+
+double logit_of(const evidence& of, const feature_weights& weights) noexcept {
+    // The costs of the errors moved the weights; the probability is without them.
+    static const double shift = exact_log(ham_weight);
+    const double known = of.ham_messages / little_known;
+    return feature_vector(of).times(weights) + shift - doubt / (1 + known * known);
+}
+
+feature_weights learn_weights(std::size_t count, const std::function<judged_evidence(std::size_t)>& get,
+                              const feature_weights& start, const learning_plan& plan) {
+    return regression(count, get, plan).run(start);
+}
+
+} // namespace tvr

@@ -1,0 +1,67 @@
+#include "client/verdict/token_memory.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "client/verdict/exact_math.h"
+#include "common/bytes.h"
+
+namespace tvr {
+
+namespace {
+
+constexpr double rate = 0.03 * token_memory::unit; // of learning
+constexpr std::int32_t bias_share = 10;            // the bias learns this much slower
+constexpr std::int64_t verdict_unit = 64;
+constexpr std::int64_t most = 30000;
+
+std::int32_t rounded(double x) noexcept {
+    return static_cast<std::int32_t>(x < 0 ? x - 0.5 : x + 0.5);
+}
+
+} // namespace
+
+token_key key_of(std::string_view token) noexcept {
+    std::uint64_t hash = token.size() * 0x9E3779B97F4A7C15ULL;
+    const char* at = token.data();
+    std::size_t left = token.size();
+    for (; left >= 8; at += 8, left -= 8)
+        hash = (hash ^ load_le<std::uint64_t>(at)) * 0xD6E8FEB86659FD93ULL, hash ^= hash >> 32;
+    std::uint64_t tail = 0;
+    std::memcpy(&tail, at, left);
+    hash = (hash ^ tail) * 0xD6E8FEB86659FD93ULL;
+    hash = (hash ^ hash >> 29) * 0xBF58476D1CE4E5B9ULL;
+    const auto kind = kind_of(token);
+    return (static_cast<std::uint32_t>(hash >> 32) & ~7U) |
+           (kind ? static_cast<std::uint32_t>(*kind) : std::uint32_t{kind_count});
+}
+
+std::int64_t token_memory::sum_of(std::span<const token_key> tokens) const noexcept {
+    std::int64_t sum = 0;
+    for (const token_key key : tokens)
+        sum += weight(key);
+    return sum;
+}
+
+std::int16_t token_memory::verdict(std::int64_t sum) const noexcept {
+    constexpr std::int64_t step = unit / verdict_unit;
+    const std::int64_t all = sum + bias + step / 2;
+    const std::int64_t down = all >= 0 ? all / step : -((-all + step - 1) / step);
+    return static_cast<std::int16_t>(std::clamp(down, -most, most));
+}
+
+std::int16_t token_memory::say(std::span<const token_key> tokens) const noexcept {
+    return verdict(sum_of(tokens));
+}
+
+void token_memory::learn(std::span<const token_key> tokens, bool spam) noexcept {
+    const double said = exact_logistic(static_cast<double>(sum_of(tokens) + bias) / unit);
+    const std::int32_t step = rounded(rate * ((spam ? 1.0 : 0.0) - said));
+    for (const token_key key : tokens) {
+        std::int16_t& place = m_weights[key >> (32 - index_bits)];
+        place = static_cast<std::int16_t>(std::clamp(place + step, -32000, 32000));
+    }
+    bias += rounded(static_cast<double>(step) / bias_share);
+}
+
+} // namespace tvr

@@ -1,0 +1,52 @@
+// What the user's mail taught about single tokens: weights of a logistic regression over all tokens, found by
+// their hash. It remembers more than the base: how often a token that only one half has was seen, and what
+// has aged out.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "client/verdict/evidence.h"
+
+namespace tvr {
+
+// A token by 29 bits of its hash, and its kind in the lowest three (7 is none).
+using token_key = std::uint32_t;
+[[nodiscard]] token_key key_of(std::string_view token) noexcept;
+constexpr unsigned kind_of_key(token_key key) noexcept {
+    return key & 7U;
+}
+
+// One thread. All arithmetic is of integers, but for one function that every build computes alike.
+class token_memory {
+public:
+    static constexpr unsigned index_bits = 18;
+    static constexpr std::size_t places = std::size_t{1} << index_bits;
+    static constexpr std::int32_t unit = 4096; // of a weight
+
+    token_memory() : m_weights(places) {}
+
+    // What one token says, a logit in 1/unit.
+    [[nodiscard]] std::int16_t weight(token_key key) const noexcept {
+        return m_weights[key >> (32 - index_bits)];
+    }
+    // What a sum of such weights says of a message: a logit in 1/64.
+    [[nodiscard]] std::int16_t verdict(std::int64_t sum) const noexcept;
+    [[nodiscard]] std::int16_t say(std::span<const token_key> tokens) const noexcept;
+    // Learns from one message; the surer the memory was right, the less.
+    void learn(std::span<const token_key> tokens, bool spam) noexcept;
+
+    [[nodiscard]] std::span<const std::int16_t> weights() const noexcept { return m_weights; }
+    [[nodiscard]] std::span<std::int16_t> weights() noexcept { return m_weights; }
+    std::int32_t bias = 0; // 1/unit
+
+private:
+    [[nodiscard]] std::int64_t sum_of(std::span<const token_key> tokens) const noexcept;
+
+    std::vector<std::int16_t> m_weights;
+};
+
+} // namespace tvr

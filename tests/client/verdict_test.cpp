@@ -1,0 +1,131 @@
+// What the verdict learns from its user's mail, and the file it keeps.
+
+#include <cmath>
+
+#include "client/score.h"
+#include "client/verdict/exact_math.h"
+#include "client/verdict/learning.h"
+#include "support/file_bytes.h"
+#include "support/test.h"
+#include "support/test_root.h"
+
+namespace tvr {
+namespace {
+
+TEST(exact_math, is_near_the_library) {
+    for (const double x : {1.0, 1.4, 1.6, 2.0, 10.0, 65536.5, 1e12})
+        EXPECT_NEAR(exact_log(x), std::log(x), 1e-13 * (1 + std::log(x)));
+    for (const double x : {-700.0, -40.5, -1.0, 0.0, 0.3, 1.0, 25.0, 700.0})
+        EXPECT_NEAR(exact_exp(x) / std::exp(x), 1, 1e-13);
+    EXPECT_EQ(exact_logistic(0), 0.5);
+    EXPECT_EQ(exact_logistic(-1e9), 0);
+    EXPECT_EQ(exact_logistic(1e9), 1);
+}
+
+TEST(evidence, packs_counts) {
+    for (const std::uint32_t count : {0U, 1U, 63U, 64U, 128U})
+        EXPECT_EQ(unpack_count(pack_count(count)), count);
+    for (std::uint32_t count = 64; count < 200000; count += 997) {
+        const std::uint32_t back = unpack_count(pack_count(std::min(count, 0x1FFFFU)));
+        EXPECT_LE(back, count);
+        EXPECT_GE(back * 17ULL, std::min(count, 0x1FFFFU) * 16ULL);
+    }
+}
+
+// A message of a user whose spam offers and whose good mail meets.
+void add_message(record_batch& batch, unsigned number, bool spam) {
+    token_table tokens;
+    for (const char* word :
+         spam ? std::array{"offer", "cheap", "buy"} : std::array{"meeting", "report", "tuesday"})
+        tokens.mark(std::string("B ") + word, token_weight);
+    tokens.mark("B w" + std::to_string(number % 7), token_weight);
+    tokens.mark(spam ? "H subject:now" : "H subject:minutes", token_weight);
+    batch.add({.msid = "m" + std::to_string(number), .spam = spam, .time = 1000 + number}, tokens);
+}
+
+class verdict_test : public testing::Test {
+protected:
+    void SetUp() override { std::filesystem::create_directories(m_root.path() / "work/base"); }
+
+    std::string learn(unsigned from, unsigned to, bool reversed = false) {
+        verdict_learning learning(folder());
+        record_batch batch;
+        for (unsigned i = from; i < to; ++i)
+            add_message(batch, i, (i % 2 == 0) != reversed);
+        learning.take(batch);
+        return learning.finish();
+    }
+    [[nodiscard]] verdict_state state() const {
+        verdict_state read;
+        EXPECT_EQ(load_verdict(verdict_path(folder()), read), verdict_file_result::loaded);
+        return read;
+    }
+    [[nodiscard]] std::string folder() const { return m_root.engine_path("work\\"); }
+    [[nodiscard]] std::filesystem::path file() const { return m_root.path() / "work/verdict.bin"; }
+
+    test_root m_root;
+};
+
+TEST_F(verdict_test, learns_from_a_first_mailbox) {
+    EXPECT_EQ(learn(0, 400), "");
+    const verdict_state learned = state();
+    EXPECT_EQ(learned.judged, 400U);
+    EXPECT_EQ(learned.messages.size(), 400U);
+    EXPECT_EQ(learned.recent_ham, 200U);
+    const auto score = [&](bool spam) {
+        record_batch batch;
+        const mail_scorer scorer([](std::string_view token) { return token == "B w1" ? 0.5 : 0.0; },
+                                 {.learned = std::make_shared<verdict_state>(learned)});
+        token_table tokens;
+        for (const char* word : {"B w1", spam ? "B cheap" : "B report"})
+            tokens.mark(word, token_weight);
+        return scorer.score(tokens).score;
+    };
+    EXPECT_GT(score(true), score(false) + 10);
+}
+
+TEST_F(verdict_test, counts_each_message_once_and_takes_corrections) {
+    learn(0, 100);
+    const auto first = state();
+    EXPECT_EQ(learn(0, 100), "");
+    EXPECT_EQ(verdict_bytes(state()), verdict_bytes(first));
+    EXPECT_EQ(learn(10, 12, true), "");
+    const auto corrected = state();
+    EXPECT_EQ(corrected.judged, first.judged);
+    std::size_t changed = 0;
+    for (std::size_t i = 0; i < first.messages.size(); ++i)
+        changed += first.messages[i].spam != corrected.messages[i].spam ? 1 : 0;
+    EXPECT_EQ(changed, 2U);
+    EXPECT_NE(verdict_bytes(corrected), verdict_bytes(first));
+}
+
+TEST_F(verdict_test, is_bounded) {
+    for (unsigned i = 0; i < 8; ++i)
+        learn(i * 1200, (i + 1) * 1200);
+    EXPECT_EQ(state().messages.size(), verdict_state::most_messages);
+    EXPECT_EQ(state().judged, 9600U);
+    EXPECT_LE(std::filesystem::file_size(file()), std::uintmax_t{1} << 20);
+}
+
+TEST_F(verdict_test, takes_nothing_but_a_whole_file) {
+    learn(0, 60);
+    const std::vector<std::uint8_t> whole = verdict_bytes(state());
+    verdict_state read;
+    for (std::size_t place = 0; place < whole.size(); place += place < 1200 ? 1 : 997) {
+        auto damaged = whole;
+        damaged[place] ^= 0x10;
+        EXPECT_FALSE(parse_verdict(damaged, read)) << place;
+        EXPECT_EQ(read.judged, 0U);
+    }
+    for (const std::size_t size : {std::size_t{0}, std::size_t{7}, whole.size() - 80, whole.size() - 1})
+        EXPECT_FALSE(parse_verdict({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)}, read));
+
+    auto damaged = whole;
+    damaged[100] ^= 1;
+    write_file(file(), std::string(damaged.begin(), damaged.end()));
+    EXPECT_NE(learn(60, 100).find("verdict.bad"), std::string::npos);
+    EXPECT_EQ(state().judged, 40U);
+}
+
+} // namespace
+} // namespace tvr
