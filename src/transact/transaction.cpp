@@ -12,6 +12,7 @@
 #include "platform/file.h"
 #include "settings/settings.h"
 #include "stat/statistic.h"
+#include "transact/training_room.h"
 
 namespace tvr {
 
@@ -105,6 +106,10 @@ void transaction::feed_portion(dictbase& cache) {
     if (!reports_ready("feed_portion"))
         return;
     TVR_LOG(transact_log, "[i] transaction::feed_portion");
+    if (const training_room room = room_for_training(m_holder.base()); !room.is_enough()) {
+        TVR_LOG(transact_log, "[-] %s. The messages wait", room.text().c_str());
+        return;
+    }
     const platform::locker locker(m_feedlock);
     cache.try_snapshot_to_tilda();
     E_added.set();

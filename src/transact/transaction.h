@@ -26,7 +26,8 @@ public:
     bool init(); // opens the cache, starts the thread; always true
     int add();   // a message was added: restarts the thread's wait. 0, or -1 before init()
     void force_retrain();
-    // Takes the snapshot of the cache, and tells the thread.
+    // Takes the snapshot of the cache, and tells the thread; does nothing where the disk has no room for the
+    // training.
     void feed_portion(dictbase& cache);
     // Throws all training away. Waits until a running pipeline has drained.
     void reinit();

@@ -62,9 +62,9 @@ void engine_driver::wait_for_rest() {
 }
 
 // The thread comes to its wait twice: with the snapshot taken, and at the end.
-void engine_driver::train() {
+void engine_driver::train(bool has_room) {
     wait_for_rest();
-    m_waits += 2;
+    m_waits += has_room ? 2 : 1;
     event_channel().raise(ev_train);
     wait_for_rest();
 }

@@ -22,8 +22,9 @@ class engine_driver {
 public:
     // Waits until the transaction thread is at rest. Ends the process with another verdict if it never is.
     void wait_for_rest();
-    // Raises the event, and waits until the engine is through with the training.
-    void train();
+    // Raises the event, and waits until the engine is through with the training; or, without room on the
+    // disk, has looked at it.
+    void train(bool has_room = true);
     // Asks the engine to close; it ends the process.
     void stop();
 

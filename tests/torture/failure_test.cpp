@@ -11,8 +11,11 @@
 #include <unistd.h>
 #include <vector>
 
+#include "common/path.h"
+#include "settings/common_settings.h"
 #include "support/file_bytes.h"
 #include "torture/trained_base.h"
+#include "transact/training_room.h"
 
 namespace tvr::torture {
 namespace {
@@ -177,49 +180,114 @@ TEST(engine_failure, costs_what_is_told) {
         }
 }
 
-// The disk is full from the start of the engine to the end of a transaction.
-TEST(full_disk, costs_no_more_than_the_batch) {
-    trained_base& base = the_base();
-    board& all = shared_board();
-    const std::string root = base.root();
-    const std::string filler = base.path("filler");
-    // The mounts are seen by the test alone.
-    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        GTEST_SKIP() << "needs the right to mount a disk of its own: run it as root";
-    tally outcomes("A full disk, with 0 to 200 KiB left");
-    for (unsigned kibibytes = 0; kibibytes <= 200; kibibytes += 4 * stride(10)) {
-        ASSERT_EQ(mount("tvr", root.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "size=2m,mode=700"), 0);
-        base.restore("waiting");
-        const std::size_t free = std::filesystem::space(root).available;
-        write_file(filler, std::string(free - kibibytes * std::size_t{1024}, 'x'));
+// A small disk with just so much left. One training, as far as there is room; then there is room, and
+// another.
+class small_disk : public testing::Test {
+protected:
+    void SetUp() override {
+        // The mounts are seen by the test alone.
+        if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+            GTEST_SKIP() << "needs the right to mount a disk of its own: run it as root";
+    }
+
+    // What a training of the batch may need, on a disk with a saved root.
+    std::uint64_t mount_disk(const std::string& state) {
+        const std::string root = m_base.root();
+        EXPECT_EQ(mount("tvr", root.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "size=32m,mode=700"), 0);
+        m_base.restore(state);
+        board& all = shared_board();
         all.clear();
-        const int child = base.start({}, [] { return run_engine(two_trainings); });
-        for (int turns = 0; all.halted == 0 && all.verdict == 0 && turns < 4000; ++turns)
-            usleep(500);
-        const bool goes_round = all.halted == 0;
+        m_base.run_child({}, [&all] {
+            all.asked = static_cast<std::uint32_t>(room().needed_bytes);
+            return 0;
+        });
+        return all.asked;
+    }
+    void unmount() const { umount2(m_base.root().c_str(), MNT_DETACH); }
+
+    // Trains with `free` bytes left. Whether it began.
+    bool train_with(std::uint64_t free) {
+        const std::string filler = m_base.path("filler");
+        const std::uint64_t all_free = std::filesystem::space(m_base.root()).available;
+        write_file(filler, std::string(all_free - std::min(free, all_free), 'x'));
+        board& all = shared_board();
+        all.clear();
+        const int child = m_base.start({}, [] {
+            return run_engine([](engine_driver& engine) {
+                engine.wait_for_rest();
+                engine.train(room().is_enough());
+                halt();
+                append_messages(trained_base::next_series, trained_base::batch);
+                engine.train();
+            });
+        });
+        wait_for_halt(all);
         std::filesystem::remove(filler);
-        const files then = base.content(true);
+        then = m_base.content(true);
         all.resume = 1;
         EXPECT_EQ(trained_base::join(child), 0);
-        SCOPED_TRACE("with " + std::to_string(kibibytes) + " KiB");
-        files last = base.content(true);
-        std::string outcome;
-        if (last.contains(cache_file)) {
-            EXPECT_EQ(base.train("the restart"), verdict::rest);
-            EXPECT_TRUE(are_equal(base.content(true), base.both_together));
-            outcome = "the engine doesn't find its folder; the messages wait for its next start";
+        last = m_base.content(true);
+        return !then.contains(cache_file);
+    }
+
+    static training_room room() {
+        return room_for_training(join_path(common_settings::working_directory(), "base\\"));
+    }
+
+    trained_base& m_base = the_base();
+    files then, last; // behind the first training, and behind the next
+};
+
+constexpr std::uint64_t block = 4096;
+constexpr std::uint64_t start_files = 16 * block; // what a started engine has written before it looks
+
+std::uint64_t whole_blocks(std::uint64_t bytes) {
+    return (bytes + block - 1) / block * block;
+}
+
+TEST_F(small_disk, begins_no_training_without_room) {
+    tally outcomes("A disk with room for a training, and from there down to none, in steps of 4 KiB");
+    const std::uint64_t needed = whole_blocks(mount_disk("waiting"));
+    unmount();
+    std::vector<std::uint64_t> points = {needed - block, needed + start_files};
+    for (std::uint64_t free = 0; free < needed - block; free += block * stride(64))
+        points.push_back(free);
+    for (const std::uint64_t free : points) {
+        SCOPED_TRACE(std::to_string(free) + " bytes of " + std::to_string(needed));
+        mount_disk("waiting");
+        EXPECT_EQ(train_with(free), free >= needed);
+        if (last.contains(cache_file) && free <= block) {
+            EXPECT_EQ(m_base.train("the restart"), verdict::rest);
+            last = m_base.content(true);
+            outcomes.add("the engine doesn't find its folder; the messages wait for its next start");
+        } else if (free < needed) {
+            EXPECT_EQ(then.at(cache_file), m_base.before.at(cache_file));
+            EXPECT_EQ(atoms_of(then), atoms_of(m_base.before));
+            outcomes.add("nothing is changed, and the messages wait");
         } else {
-            outcome = outcome_of(then, last, last_verdict());
-            EXPECT_NE(outcome, history);
-            EXPECT_NE(outcome, stuck);
-            for (const char* list : {"spamdict.lst", "nspamdict.lst"})
-                if (last[base_folder + list].size() < base.next_only.at(base_folder + list).size()) {
-                    outcome += ", and older message IDs";
-                    break;
-                }
+            trained_base::expect_equal("with room", then, m_base.after);
+            outcomes.add("trained to the same bytes");
         }
-        umount2(root.c_str(), MNT_DETACH);
-        outcomes.add((goes_round ? "it goes round until there is room; then " : "") + outcome);
+        EXPECT_TRUE(are_equal(last, free < needed ? m_base.both_together : m_base.both_apart));
+        unmount();
+    }
+}
+
+// What grows with the batch is counted, too: it trains with just the room that it asks for.
+TEST_F(small_disk, is_enough_for_many_messages) {
+    mount_disk("waiting");
+    m_base.append(9, 1500);
+    m_base.save("many");
+    unmount();
+    const std::uint64_t needed = whole_blocks(mount_disk("many"));
+    EXPECT_TRUE(train_with(2 * needed));
+    const files expected = then;
+    unmount();
+    for (const std::uint64_t free : {needed - block, needed + start_files}) {
+        mount_disk("many");
+        EXPECT_EQ(train_with(free), free >= needed);
+        EXPECT_TRUE(free < needed || are_equal(then, expected));
+        unmount();
     }
 }
 
