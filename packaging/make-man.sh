@@ -10,9 +10,7 @@ commands() {
         "$1" "$command" --help | awk -f "$folder/help-to-man.awk"
         "$1" "$command" --help | awk '/^Subcommands:/ { on = 1; next } /^$/ { on = 0 } on { print $1 }' |
             while read -r below; do
-                # Without the line that all of them have at the end.
-                "$1" "$command" "$below" --help | sed '/^"tvrctl COMMAND --help"/d' |
-                    awk -f "$folder/help-to-man.awk"
+                "$1" "$command" "$below" --help | awk -f "$folder/help-to-man.awk"
             done
     done
 }

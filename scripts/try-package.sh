@@ -40,10 +40,14 @@ contents=$(dpkg-deb -c "$package")
 echo "$contents"
 for path in bin/tvr_srv bin/tvrctl lib/libtvr_ipc.so lib/systemd/user/tessivar.service \
     share/man/man1/tvrctl.1.gz share/man/man1/tvr_srv.1.gz share/bash-completion/completions/tvrctl \
-    share/doc/tessivar/README.md include/tessivar/client/tvr_ipc_c.h; do
+    share/doc/tessivar/README.md share/doc/tessivar/copyright share/doc/tessivar/formats.md \
+    share/doc/tessivar/mail.md include/tessivar/client/tvr_ipc_c.h; do
     grep -q " ./usr/$path\$" <<<"$contents" || wrong "usr/$path is missing"
 done
-! grep -vE ' \./(usr/.*)?$' <<<"$contents" || wrong "files outside of /usr"
+! grep -vE ' \./(usr/.*|etc/|etc/tessivar/.*)?$' <<<"$contents" || wrong "files outside of /usr and /etc/tessivar"
+for path in machine advanced.ini common/Orvenix/Brackenhold/tessivar.ini; do
+    grep -q " ./etc/tessivar/$path\$" <<<"$contents" || wrong "etc/tessivar/$path is missing"
+done
 ! grep -v ' root/root ' <<<"$contents" || wrong "files of another owner"
 ! grep -vE '^(drwxr-xr-x|-rw-r--r--|-rwxr-xr-x|l)' <<<"$contents" || wrong "odd permissions"
 scratch=$(mktemp -d)
@@ -81,6 +85,10 @@ dpkg -V tessivar || wrong "what is installed isn't what was packed"
 dpkg -L tessivar >"$scratch/files"
 
 echo "== Use"
+[ "$(env -u TESSIVAR_ROOT HOME="$scratch" tvrctl config root)" = /etc/tessivar/ ] || wrong "no root is registered"
+while read -r link; do
+    [ -e "/usr/share/doc/tessivar/$link" ] || wrong "the README points to $link"
+done < <(grep -oE '\]\([^)]+' /usr/share/doc/tessivar/README.md | cut -c3-)
 mail=$PWD/tests/mail
 # Nothing of the build is reached from here.
 cd "$scratch"
