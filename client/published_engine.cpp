@@ -4,15 +4,16 @@
 #include <exception>
 #include <memory>
 
+#include "client/base_check.h"
 #include "client/tvr_ipc_export.h"
+#include "client/user_folder.h"
 #include "common/bytes.h"
 #include "platform/file.h"
-#include "settings/common_settings.h"
 
 namespace tvr {
 
 published_engine::published_engine() {
-    const std::string working = common_settings::working_directory();
+    const std::string working = find_user_folder().path;
     if (!working.empty())
         m_folder = working + "base\\";
 }
@@ -71,7 +72,7 @@ void published_engine::refresh() {
     m_stamp = stamp;
     const std::string path = m_folder + "cashe.rgd";
     if (!m_loaded || m_base.is_file_fresher(path))
-        m_loaded = m_base.load(path);
+        m_loaded = m_base.load(path) && base_defect(path).empty();
 }
 
 } // namespace tvr

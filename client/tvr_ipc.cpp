@@ -1,13 +1,13 @@
 #include "client/tvr_ipc.h"
 
 #include "client/cache_writer.h"
+#include "client/user_folder.h"
 #include "client/verdict/learning.h"
 #include "common/path.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/presence.h"
 #include "platform/process.h"
-#include "settings/common_settings.h"
 #include "signal/event_channel.h"
 #include "signal/identity.h"
 
@@ -16,19 +16,6 @@ namespace tvr {
 namespace {
 
 constexpr std::string_view cache_folder = "base\\transact\\";
-
-std::string reason(std::uint32_t code) {
-    switch (code) {
-    case platform::error::access_denied:
-        return "access denied";
-    case platform::error::sharing_violation:
-        return "in use by another program";
-    case platform::error::disk_full:
-        return "the disk is full";
-    default:
-        return "error " + std::to_string(code);
-    }
-}
 
 } // namespace
 
@@ -40,12 +27,12 @@ struct training_client::state {
     }
 
     std::string find_working_directory() {
-        std::string folder = common_settings::working_directory();
-        const std::string wanted = folder + std::string(cache_folder);
-        if (!folder.empty() && (make_folders(wanted) || platform::get_attributes(wanted)))
-            return folder;
-        status = {ipc_error::no_folder, folder.empty() ? "the user's folder can't be found or made"
-                                                       : wanted + ": " + reason(platform::last_error())};
+        user_folder folder = make_user_folder();
+        const std::string wanted = folder.path + std::string(cache_folder);
+        if (!folder.path.empty() && (make_folders(wanted) || platform::get_attributes(wanted)))
+            return folder.path;
+        status = {ipc_error::no_folder,
+                  folder.path.empty() ? folder.error : path_error(wanted, platform::last_error())};
         return {};
     }
 
@@ -85,11 +72,12 @@ ipc_status training_client::append(const record_batch& batch) {
     case append_result::done:
         return {};
     case append_result::locked:
-        return {ipc_error::locked, path + "lock.bin: in use by another program"};
+        return {ipc_error::locked, path_error(path + "lock.bin", platform::error::sharing_violation)};
     case append_result::cache_full:
-        return {ipc_error::cache_full, path + "autotrain.bys: full until the engine has taken the messages"};
+        return {ipc_error::cache_full,
+                platform::display_path(path) + "autotrain.bys: full until the engine has taken the messages"};
     default:
-        return {ipc_error::io, path + "autotrain.bys: " + reason(platform::last_error())};
+        return {ipc_error::io, path_error(path + "autotrain.bys", platform::last_error())};
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include "common/path.h"
 #include "platform/file.h"
+#include "platform/process.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
 #include "tools/setting_list.h"
@@ -16,7 +17,9 @@ namespace tvr {
 namespace {
 
 const char* name_of(setting_reader reader) {
-    return reader == setting_reader::engine ? "engine" : "client";
+    return reader == setting_reader::engine  ? "engine"
+           : reader == setting_reader::score ? "verdict"
+                                             : "mail program";
 }
 
 const char* title_of(setting_group group) {
@@ -29,18 +32,21 @@ std::string quoted(const std::string& value) {
     return value.empty() || value.find(' ') != std::string::npos ? "\"" + value + "\"" : value;
 }
 
-void print_table(const setting_list& list) {
-    const setting_view* before = nullptr;
+bool is_ours(const setting_view& setting) {
+    return setting.facts->reader != setting_reader::client;
+}
+
+void print_group(const setting_list& list, setting_group group, bool all) {
+    std::string place =
+        "the defaults, since no installation root is registered: the folder whose advanced.ini "
+        "the engine reads (tvrctl config root FOLDER)";
+    for (const setting_view& setting : list.all())
+        if (setting.group == group && !setting.file.empty())
+            place = setting.file;
+    std::printf("%s: %s\n", title_of(group), place.c_str());
     for (const setting_view& setting : list.all()) {
-        if (!before || before->group != setting.group) {
-            std::string place =
-                "no installation root is registered (tvrctl config root FOLDER); these are the defaults";
-            for (const setting_view& other : list.all())
-                if (other.group == setting.group && !other.file.empty())
-                    place = other.file;
-            std::printf("%s%s: %s\n", before ? "\n" : "", title_of(setting.group), place.c_str());
-        }
-        before = &setting;
+        if (setting.group != group || (!all && !is_ours(setting)))
+            continue;
         std::printf("  %-34s %s\n", setting.facts->key, quoted(setting.value).c_str());
         std::printf("      %s; %s, default %s; read by the %s%s\n", setting.facts->meaning,
                     limits_text(setting).c_str(), quoted(setting.fallback).c_str(),
@@ -48,35 +54,51 @@ void print_table(const setting_list& list) {
     }
 }
 
-void print_json(const setting_list& list) {
+void print_table(const setting_list& list, bool all) {
+    print_group(list, setting_group::common, all);
+    std::printf("\n");
+    print_group(list, setting_group::advanced, all);
+    std::printf("\n");
+    print_group(list, setting_group::basic, all);
+    if (!all)
+        std::printf("\nWhat mail programs keep in the same files is shown with --all.\n");
+}
+
+void print_json(const setting_list& list, bool all) {
     auto json = nlohmann::json::array();
+    const auto text_or_null = [](const std::string& text) {
+        return text.empty() ? nlohmann::json() : nlohmann::json(text);
+    };
     for (const setting_view& setting : list.all())
-        json.push_back({{"key", setting.facts->key},
-                        {"value", setting.value},
-                        {"default", setting.fallback},
-                        {"limits", limits_text(setting)},
-                        {"meaning", setting.facts->meaning},
-                        {"reader", name_of(setting.facts->reader)},
-                        {"file", setting.file},
-                        {"obstacle", setting.obstacle}});
+        if (all || is_ours(setting))
+            json.push_back({{"key", setting.facts->key},
+                            {"value", setting.value},
+                            {"default", setting.fallback},
+                            {"limits", limits_text(setting)},
+                            {"meaning", setting.facts->meaning},
+                            {"reader", name_of(setting.facts->reader)},
+                            {"file", text_or_null(setting.file)},
+                            {"obstacle", text_or_null(setting.obstacle)}});
     std::printf("%s\n", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
 }
 
-int list_all(bool as_json) {
+int list_settings(bool as_json, bool all) {
+    platform::only_look();
     const setting_list list;
     if (as_json)
-        print_json(list);
+        print_json(list, all);
     else
-        print_table(list);
+        print_table(list, all);
     return exit_code::done;
 }
 
 int unknown_key(const std::string& key) {
-    fail("there is no setting \"" + key + "\"; \"tvrctl config list\" names them all");
+    fail("there is no setting \"" + key + "\"; \"tvrctl config list --all\" names them all");
     return exit_code::usage;
 }
 
 int get(const std::string& key) {
+    platform::only_look();
     const setting_list list;
     const setting_view* const setting = list.find(key);
     if (!setting)
@@ -131,6 +153,7 @@ int root(const std::string& folder) {
 void add_config(CLI::App& program, int& code) {
     struct config_options {
         bool json = false;
+        bool all = false;
         std::string key, value, folder;
     };
     auto options = std::make_shared<config_options>();
@@ -138,7 +161,8 @@ void add_config(CLI::App& program, int& code) {
     command->require_subcommand(1);
     CLI::App* list = command->add_subcommand("list", "Show all settings with their defaults and limits");
     list->add_flag("--json", options->json, "Print one JSON array");
-    list->callback([options, &code] { code = list_all(options->json); });
+    list->add_flag("--all", options->all, "Show those too that only mail programs read");
+    list->callback([options, &code] { code = list_settings(options->json, options->all); });
     CLI::App* one = command->add_subcommand("get", "Print the value of one setting");
     one->add_option("KEY", options->key, "Its name, as the list has it")->required();
     one->callback([options, &code] { code = get(options->key); });
@@ -149,11 +173,14 @@ void add_config(CLI::App& program, int& code) {
     CLI::App* place = command->add_subcommand("root", "Show or register the installation root");
     place->add_option("FOLDER", options->folder, "A folder that is to hold advanced.ini");
     place->callback([options, &code] { code = root(options->folder); });
-    command->footer("Values are those that the engine takes at its next start.\n\n"
-                    "Examples:\n"
-                    "  tvrctl config list\n"
-                    "  tvrctl config set \"training delay\" 60\n"
-                    "  tvrctl config root ~/.config/tessivar");
+    command->footer(
+        "The installation root is the folder whose advanced.ini the engine of each user reads. The package\n"
+        "registers /etc/tessivar; \"tvrctl config root FOLDER\" registers one of your own.\n"
+        "Values are those that the engine takes at its next start.\n\n"
+        "Examples:\n"
+        "  tvrctl config list\n"
+        "  tvrctl config root ~/.config/tessivar\n"
+        "  tvrctl config set \"training delay\" 60");
 }
 
 } // namespace tvr

@@ -1,8 +1,12 @@
 // tvrctl start, stop, force, purge: the engine's own keys, and a word about what came of them.
 
 #include <cstdio>
+#include <memory>
 
 #include "client/tvr_ipc.h"
+#include "client/user_folder.h"
+#include "platform/error.h"
+#include "platform/file.h"
 #include "platform/presence.h"
 #include "platform/process.h"
 #include "signal/identity.h"
@@ -53,6 +57,33 @@ int start() {
     return exit_code::done;
 }
 
+// Asks on a terminal; elsewhere the option has to say it.
+bool may_purge(bool yes) {
+    if (yes)
+        return true;
+    if (!platform::is_terminal(stdin)) {
+        fail("this forgets all training; say so with --yes");
+        return false;
+    }
+    std::printf("This forgets all training, and what \"tvrctl watch\" remembers. Go on? [y/N] ");
+    std::fflush(stdout);
+    const int answer = std::getchar();
+    return answer == 'y' || answer == 'Y';
+}
+
+int purge(bool yes) {
+    if (!may_purge(yes))
+        return exit_code::nothing_taken;
+    const int code =
+        raise_and_report(engine_event::reset, "The engine was told to forget all training. The published "
+                                              "base stays in use until the next training.");
+    // Or a watched folder would count as learned.
+    const std::string memory = find_user_folder().path + "watch.bin";
+    if (code == exit_code::done && platform::get_attributes(memory) && !platform::delete_file(memory))
+        return fail(path_error(memory, platform::last_error()) + "; what \"tvrctl watch\" remembers stays");
+    return code;
+}
+
 int stop() {
     const std::uint32_t process = engine_view::process_id();
     if (process == 0) {
@@ -79,11 +110,15 @@ void add_engine_commands(CLI::App& program, int& code) {
         ->footer("Example:\n  tvrctl force")
         ->callback(
             [&code] { code = raise_and_report(engine_event::train, "The engine was told to train now."); });
-    program.add_subcommand("purge", "Forget all training")
-        ->footer("The published base stays in use until the next training.\n\nExample:\n  tvrctl purge")
-        ->callback([&code] {
-            code = raise_and_report(engine_event::reset, "The engine was told to forget all training.");
-        });
+    auto yes = std::make_shared<bool>(false);
+    CLI::App* command = program.add_subcommand("purge", "Forget all training");
+    command->add_flag("-y,--yes", *yes, "Don't ask first");
+    command->footer(
+        "The published base stays in use until the next training. What \"tvrctl watch\" remembers is\n"
+        "forgotten, too.\n\n"
+        "Exit code 0: the engine was told; 1: the answer was no; 2: wrong arguments; 3: an error.\n\n"
+        "Example:\n  tvrctl purge --yes");
+    command->callback([yes, &code] { code = purge(*yes); });
 }
 
 } // namespace tvr

@@ -5,25 +5,26 @@
 #include <span>
 #include <utility>
 
+#include "client/base_check.h"
 #include "common/bytes.h"
-#include "common/files.h"
 #include "common/path.h"
 #include "compiled/base_header.h"
 #include "dict/atom.h"
-#include "dict/dictbase.h"
+#include "dict/message_record.h"
 #include "platform/clock.h"
+#include "platform/disk_room.h"
 #include "platform/file.h"
 #include "platform/presence.h"
 #include "platform/process.h"
 #include "signal/identity.h"
 #include "stage/temp_folder.h"
+#include "transact/training_room.h"
 
 namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t lock_patience = 2000; // milliseconds
-constexpr std::uint32_t end_patience = 30000;
+constexpr std::uint32_t end_patience = 30000; // milliseconds
 constexpr std::uint32_t poll_pause = 10;
 
 // The start of a file, as far as it goes.
@@ -61,19 +62,25 @@ bool engine_view::wait_for_end(std::uint32_t process) {
     return wait_until(end_patience, [process] { return !platform::process_exists(process); });
 }
 
-std::optional<std::uint32_t> engine_view::waiting() const {
+std::uint64_t engine_view::waiting() const {
     const std::string path = m_transact + "autotrain.bys";
-    if (!exists(path))
-        return 0;
-    file_lock lock(m_transact + "lock.bin");
-    if (!wait_until(lock_patience, [&] { return lock.try_acquire(); }))
-        return std::nullopt;
-    return word_file(path).read(0);
+    std::uint64_t count = 0;
+    std::array<std::uint8_t, 128> room;
+    for (std::uint64_t place = 4;;) {
+        const std::size_t got = platform::peek_file(path, place, room.data(), room.size()).value_or(0);
+        message_head record;
+        std::size_t behind = 0;
+        if (!record.header.read({room.data(), got}, behind))
+            return count;
+        count += (record.flags & message_flag::deleted) == 0 ? 1 : 0;
+        if (record.length == 0)
+            return count;
+        place += record.length;
+    }
 }
 
 std::uint64_t engine_view::cache_size() const {
-    const std::uint32_t size = file_size(m_transact + "autotrain.bys");
-    return size == no_file_size ? 0 : size;
+    return platform::size_on_disk(m_transact + "autotrain.bys").value_or(0);
 }
 
 bool engine_view::snapshot_exists() const {
@@ -125,12 +132,21 @@ std::optional<base_view> engine_view::base() const {
     if (!head.header.read(start, behind) || start.size() < behind + 4)
         return std::nullopt;
     base_view view;
-    view.bytes = file_size(base_path());
+    view.bytes = platform::size_on_disk(base_path()).value_or(0);
     view.tokens = load_u32(start.data() + behind);
     view.spam_messages = head.spam_messages;
     view.ham_messages = head.nonspam_messages;
     view.published = stamp();
     return view;
+}
+
+std::string engine_view::base_fault() const {
+    return exists(base_path()) ? base_defect(base_path()) : std::string();
+}
+
+std::string engine_view::room_fault() const {
+    const training_room room = room_for_training(m_base);
+    return room.is_enough() ? std::string() : "no room on the disk for a training: " + room.text();
 }
 
 std::uint64_t engine_view::stamp() const {

@@ -41,8 +41,7 @@ public:
     // second. False if it doesn't within half a minute.
     static bool wait_for_end(std::uint32_t process);
 
-    // The messages of the cache; nothing if it is in use all the time (its lock is tried for two seconds).
-    [[nodiscard]] std::optional<std::uint32_t> waiting() const;
+    [[nodiscard]] std::uint64_t waiting() const;    // messages of the cache that weren't taken back
     [[nodiscard]] std::uint64_t cache_size() const; // bytes; 0 if there is none
     [[nodiscard]] bool snapshot_exists() const;     // messages taken, but not yet in a stage
     // What a transaction does next, in words, or null if none is under way.
@@ -50,6 +49,10 @@ public:
 
     [[nodiscard]] half_view half(const std::string& name) const; // "spamdict" or "nspamdict"
     [[nodiscard]] std::optional<base_view> base() const;
+    // What is wrong with the published base; empty if there is none, or it is whole.
+    [[nodiscard]] std::string base_fault() const;
+    // Why the engine doesn't begin with what waits, for a person; empty if nothing hinders it.
+    [[nodiscard]] std::string room_fault() const;
     [[nodiscard]] std::uint64_t stamp() const; // of the published base; 0 if there is none
     [[nodiscard]] std::string base_path() const { return m_base + "cashe.rgd"; }
 

@@ -41,19 +41,19 @@ std::string_view kind_text(file_kind kind) {
         return "settings";
     case file_kind::stage_mark:
         return "stage marker";
+    case file_kind::watch:
+        return "memory of tvrctl watch";
     default:
         return "unknown";
     }
 }
 
 file_kind kind_of_name(std::string_view name) {
-    constexpr std::pair<std::string_view, file_kind> whole[] = {{"stat.bin", file_kind::statistic},
-                                                                {"~stat.bin", file_kind::statistic},
-                                                                {"ipc.bin", file_kind::signals},
-                                                                {"data.trr", file_kind::archive},
-                                                                {"data.0", file_kind::archive},
-                                                                {"settings.cfg", file_kind::settings},
-                                                                {stage_marker_name, file_kind::stage_mark}};
+    constexpr std::pair<std::string_view, file_kind> whole[] = {
+        {"stat.bin", file_kind::statistic}, {"~stat.bin", file_kind::statistic},
+        {"ipc.bin", file_kind::signals},    {"data.trr", file_kind::archive},
+        {"data.0", file_kind::archive},     {"settings.cfg", file_kind::settings},
+        {"watch.bin", file_kind::watch},    {stage_marker_name, file_kind::stage_mark}};
     constexpr std::pair<std::string_view, file_kind> ends[] = {
         {".bye", file_kind::atom},  {".rgd", file_kind::base},    {".mrk", file_kind::time_mark},
         {".lst", file_kind::list},  {".idx", file_kind::index},   {".col", file_kind::columns},
@@ -78,7 +78,8 @@ file_kind kind_of(file_view& file) {
         {signature::atom, file_kind::atom},           {signature::base, file_kind::base},
         {signature::old_base, file_kind::base},       {signature::list, file_kind::list},
         {signature::index, file_kind::index},         {signature::columns, file_kind::columns},
-        {signature::statistic, file_kind::statistic}, {signature::settings, file_kind::settings}};
+        {signature::statistic, file_kind::statistic}, {signature::settings, file_kind::settings},
+        {signature::watch, file_kind::watch}};
     const std::uint32_t word = load_u32(start.data());
     for (const auto& [value, kind] : signatures)
         if (word == value)
@@ -127,6 +128,11 @@ std::string visible(std::string_view text) {
             out += "\\x" + to_hex(byte, 2);
     }
     return out;
+}
+
+std::string visible_start(std::string_view text) {
+    constexpr std::size_t most = 24;
+    return visible(text.substr(0, most)) + (text.size() > most ? "..." : "");
 }
 
 std::string shown(const std::string& path) {

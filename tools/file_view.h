@@ -28,7 +28,8 @@ enum class file_kind {
     signals,
     archive,
     settings,
-    stage_mark
+    stage_mark,
+    watch
 };
 
 [[nodiscard]] std::string_view kind_text(file_kind kind);
@@ -87,6 +88,8 @@ void walk_file(file_kind kind, file_view& file, view_sink& sink);
 
 // The bytes of a text that could disturb a terminal as \xNN.
 [[nodiscard]] std::string visible(std::string_view text);
+// The same of its beginning, for what may be rubbish.
+[[nodiscard]] std::string visible_start(std::string_view text);
 // A path as users write it, in that form.
 [[nodiscard]] std::string shown(const std::string& path);
 // "PATH: WHAT (error N)" of a failure that the platform has just told.

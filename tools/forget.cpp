@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "settings/common_settings.h"
+#include "client/user_folder.h"
 #include "tools/command.h"
 #include "tools/file_view.h"
 #include "tools/mail_input.h"
@@ -23,9 +23,9 @@ int forget(const std::string& id, const std::vector<std::string>& files) {
     messages.erase("");
     if (messages.empty())
         return fail("no message is named");
-    const std::string folder = common_settings::working_directory();
+    const auto [folder, error] = make_user_folder();
     if (folder.empty())
-        return fail("the user's folder can't be found or made");
+        return fail(error);
     if (const std::string why = forget_waiting(folder + "base\\transact\\autotrain.bys", messages);
         !why.empty())
         return fail(why);

@@ -12,12 +12,14 @@ namespace tvr {
 namespace {
 
 constexpr std::uint32_t pause = 100; // milliseconds between two drawings
+constexpr std::uint32_t brief = 2000; // milliseconds of work that need no lines
 constexpr unsigned width = 30;       // characters of the bar
 
 } // namespace
 
 progress::progress(std::string what, bool quiet)
-    : m_what(std::move(what)), m_quiet(quiet), m_terminal(platform::is_terminal(stderr)) {}
+    : m_what(std::move(what)), m_quiet(quiet), m_terminal(platform::is_terminal(stderr)),
+      m_start(platform::tick_count()) {}
 
 progress::~progress() {
     clear();
@@ -47,7 +49,7 @@ void progress::show(std::uint64_t done, std::uint64_t total, const std::string& 
         return;
     }
     const auto quarter = static_cast<unsigned>(part * 4);
-    if (quarter <= m_quarter)
+    if (quarter <= m_quarter || platform::tick_count() - m_start < brief)
         return;
     m_quarter = quarter;
     std::fprintf(stderr, "%s: %u %%, %s\n", m_what.c_str(), quarter * 25, note.c_str());

@@ -1,4 +1,4 @@
-// Tells the user how far long work is: a bar on a terminal, a line now and then elsewhere.
+// Tells the user how far long work is: a bar on a terminal; elsewhere a line now and then, after two seconds.
 #pragma once
 
 #include <cstdint>
@@ -21,6 +21,7 @@ private:
     bool m_quiet;
     bool m_terminal;
     bool m_visible = false;
+    std::uint32_t m_start;    // tick count
     std::uint32_t m_last = 0; // tick count of the last drawing
     unsigned m_quarter = 0;   // of the work, already told
 };

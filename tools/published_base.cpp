@@ -1,5 +1,6 @@
 #include "tools/published_base.h"
 
+#include "client/user_folder.h"
 #include "platform/file.h"
 #include "settings/common_settings.h"
 #include "tools/engine_view.h"
@@ -7,28 +8,34 @@
 namespace tvr {
 
 bool published_base::is_there() {
-    const std::string working = common_settings::working_directory();
+    const std::string working = find_user_folder().path;
     return !working.empty() && platform::get_attributes(engine_view(working).base_path()).has_value();
 }
 
 bool published_base::load() {
-    const std::string working = common_settings::working_directory();
-    if (working.empty()) {
-        m_error = "the user's folder can't be found or made";
+    const auto [working, error] = find_user_folder();
+    m_error = error;
+    if (working.empty())
         return false;
-    }
     const engine_view view(working);
     const std::string shown = platform::display_path(view.base_path());
     if (!platform::get_attributes(view.base_path())) {
-        m_error = shown + ": no base is published yet; train some spam and some ham first";
+        m_error =
+            shown + (view.stage()
+                         ? ": none is published now; \"tvrctl start\" starts the engine, which makes it anew"
+                         : ": no base is published yet; train some spam and some ham first");
         return false;
     }
-    if (!m_base.load(view.base_path())) {
-        m_error = shown + ": damaged, or in use";
-        return false;
+    m_error = view.base_fault();
+    if (m_error.empty() && !m_base.load(view.base_path()))
+        m_error = "can't be read";
+    if (m_error.empty()) {
+        load_learned(verdict_path(working));
+        return true;
     }
-    load_learned(verdict_path(working));
-    return true;
+    m_error = shown + ": " + m_error +
+              "; \"tvrctl verify\" tells more, \"tvrctl stop; tvrctl repair; tvrctl start\" makes it anew";
+    return false;
 }
 
 void published_base::load_learned(const std::string& path) {

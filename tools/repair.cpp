@@ -4,10 +4,10 @@
 #include <iostream>
 #include <memory>
 
+#include "client/user_folder.h"
 #include "dict/dictbase.h"
 #include "platform/file.h"
 #include "platform/process.h"
-#include "settings/common_settings.h"
 #include "tools/command.h"
 #include "tools/engine_pause.h"
 #include "tools/progress.h"
@@ -63,9 +63,9 @@ std::string run_steps(repair_folder& folder) {
 }
 
 int repair(const repair_options& options) {
-    const std::string working = common_settings::working_directory();
+    const auto [working, error] = make_user_folder();
     if (working.empty())
-        return fail("the user's folder can't be found or made");
+        return fail(error);
     engine_pause pause;
     if (const std::string why = pause.begin(); !why.empty())
         return fail(why);
@@ -109,7 +109,7 @@ void add_repair(CLI::App& program, int& code) {
         "Exit code: 0 if the files are sound, 1 if not (or not yet); 3 an error.\n\n"
         "Examples:\n"
         "  tvrctl stop; tvrctl repair\n"
-        "  tvrctl repair --dry-run");
+        "  tvrctl stop; tvrctl repair --dry-run");
     command->callback([options, &code] { code = repair(*options); });
 }
 

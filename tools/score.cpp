@@ -12,6 +12,7 @@
 
 #include "client/tokenizer.h"
 #include "common/text.h"
+#include "platform/process.h"
 #include "tools/mail_input.h"
 #include "tools/mail_source.h"
 #include "tools/published_base.h"
@@ -161,6 +162,7 @@ int score_all(const mail_scorer& scorer, const score_options& options) {
 }
 
 int score(const score_options& options) {
+    platform::only_look();
     published_base base;
     const bool loaded = base.load();
     if (!loaded)

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <limits>
 
+#include "client/user_folder.h"
 #include "common/file_stream.h"
 #include "common/path.h"
 #include "common/text.h"
@@ -26,6 +27,9 @@ constexpr std::uint64_t largest_file = std::uint64_t{1} << 20; // bytes; the eng
 constexpr std::size_t table_size = 96;                         // characters of a transliteration table
 constexpr std::string_view table_key = "spam transliteration table";
 constexpr std::string_view folder_key = "working directory";
+constexpr const char* no_root =
+    "no installation root is registered; that is the folder whose advanced.ini the "
+    "engine reads, and \"tvrctl config root FOLDER\" registers one";
 constexpr auto by_engine = setting_reader::engine;
 constexpr auto by_client = setting_reader::client;
 
@@ -68,8 +72,8 @@ constexpr std::array<setting_facts, 35> field_facts = {{
 }};
 
 constexpr std::array<setting_facts, 5> common_facts = {{
-    {"spam threshold", by_client, 0, 100, "a message of this score or more is spam"},
-    {"unsure threshold", by_client, 0, 100, "of this score or more: unsure"},
+    {"spam threshold", setting_reader::score, 0, 100, "a message of this score or more is spam"},
+    {"unsure threshold", setting_reader::score, 0, 100, "of this score or more: unsure"},
     {"enable outlook", by_client, 0, 1, "filter in this mail program"},
     {"enable express", by_client, 0, 1, "filter in this mail program"},
     {"enable thebat", by_client, 0, 1, "filter in this mail program"},
@@ -140,7 +144,9 @@ std::string rewrite_file(const std::string& path, const std::string& text) {
     namespace fs = std::filesystem;
     const std::string shown = platform::display_path(path);
     const auto refuse = [&] {
-        return shown + ": can't be written (error " + std::to_string(platform::last_error()) + ")";
+        return shown + ": " + reason_text(platform::last_error()) +
+               "; without the right to write there, a root of your own can be registered: "
+               "\"tvrctl config root FOLDER\"";
     };
     const auto beside = platform::make_temp_file(folder_part(path), "set");
     if (!beside)
@@ -195,11 +201,9 @@ std::optional<std::string> changed_line(std::string_view line, std::string_view 
 } // namespace
 
 setting_list::setting_list() {
-    std::string raw = common_settings::getsettingsfolder();
-    add_backslash(raw);
-    m_working = platform::expand_environment(raw);
+    m_working = find_user_folder().path;
     m_root = root_folder();
-    add_fields(raw);
+    add_fields(common_settings::known_settingsfolder());
     add_common();
 }
 
@@ -237,10 +241,9 @@ void setting_list::add_fields(const std::string& raw_working) {
                 "a line in a file would part the engine from its clients; the registry value \"tvram "
                 "settings\" tells all of them where the data lies";
         else if (view.group == setting_group::advanced && m_root.empty())
-            view.obstacle = "no installation root is registered, where advanced.ini would be read from; "
-                            "\"tvrctl config root FOLDER\" registers one";
+            view.obstacle = no_root;
         else if (m_working.empty() && view.group == setting_group::basic)
-            view.obstacle = "the user's folder can't be found or made";
+            view.obstacle = find_user_folder().error;
         view.file = view.obstacle.empty() ? platform::display_path(view.file) : std::string();
         m_all.push_back(std::move(view));
     }
@@ -258,7 +261,7 @@ void setting_list::add_common() {
         if (folder)
             view.file = platform::display_path(*folder + "tessivar.ini");
         else
-            view.obstacle = "the folder of all users can't be found";
+            view.obstacle = "there is no folder for the settings of all users";
         m_all.push_back(std::move(view));
     }
 }
@@ -288,10 +291,14 @@ std::string setting_list::set(const setting_view& setting, std::string_view valu
         if ((index == common_value::spam_threshold && number < unsure) ||
             (index == common_value::unsure_threshold && number > spam))
             return "\"spam threshold\" must not be below \"unsure threshold\"; set the other one first";
-        return common_settings::set_value(number, index) ? std::string()
-                                                         : setting.file + ": can't be written";
+        return common_settings::set_value(number, index)
+                   ? std::string()
+                   : setting.file + ": " + reason_text(platform::last_error()) +
+                         "; it holds for all users of this machine, and its administrator sets it";
     }
     const bool basic = setting.group == setting_group::basic;
+    if (const user_folder folder = basic ? make_user_folder() : user_folder(); !folder.error.empty())
+        return folder.error;
     const std::string path = basic ? m_working + "tvram.ini" : m_root + "advanced.ini";
     // A new file in the working directory hides the one in the root, and so begins with its lines.
     const std::string source = basic && !m_seed.empty() && !file_exists(path) ? m_seed : path;
@@ -380,14 +387,15 @@ std::optional<std::string> with_setting(std::string_view text, std::string_view 
 }
 
 std::string register_root(std::string_view folder) {
+    make_folders(folder);
     const auto attributes = platform::get_attributes(folder);
     const std::string shown = platform::display_path(folder);
     if (!attributes || !(*attributes & platform::attribute::directory))
-        return shown + ": no such folder";
+        return shown + ": no folder, and none can be made";
     platform::registry_key key;
     if (!key.create(platform::registry_root::local_machine, paths_key) ||
         !key.set("TessivarRoot", platform::registry_type::string, folder))
-        return "the root can't be registered: no right to change the machine's settings";
+        return "the root can't be registered: " + reason_text(platform::last_error());
     std::string wanted(folder);
     add_backslash(wanted);
     return root_folder() == wanted ? std::string() : shown + ": the path is too long for a root";

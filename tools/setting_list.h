@@ -14,7 +14,11 @@
 namespace tvr {
 
 enum class setting_group { basic, advanced, common };
-enum class setting_reader { engine, client };
+enum class setting_reader {
+    engine,
+    score,
+    client
+}; // `client`: mail programs that keep settings in the same files
 
 // What is known of a setting beside its value.
 struct setting_facts {

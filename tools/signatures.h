@@ -24,6 +24,7 @@ constexpr std::uint32_t index = index_signature;
 constexpr std::uint32_t columns = column_signature;
 constexpr std::uint32_t packed = packed_signature;
 constexpr std::uint32_t statistic = tvr::statistic::signature;
+constexpr std::uint32_t watch = 0x57525654; // "TVRW"
 constexpr std::uint32_t settings = storage_object::signature;
 
 } // namespace tvr::signature

@@ -1,11 +1,15 @@
 #include "tools/state_check.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <memory>
 #include <sstream>
 
 #include "common/bytes.h"
 #include "common/path.h"
+#include "compiled/base_header.h"
+#include "dict/atom.h"
 #include "msid/list_record.h"
 #include "platform/file.h"
 #include "platform/process.h"
@@ -102,6 +106,35 @@ private:
     bool m_in_chain = false;
 };
 
+struct atom_view {
+    std::string name;
+    std::unique_ptr<atom_head> head;
+};
+
+// Those of a half that have a head, in the order of all lists.
+std::vector<atom_view> atoms_of(const std::string& base, const std::string& half) {
+    std::vector<atom_view> atoms;
+    for (const std::string& name : file_names(base, (half + "*.bye").c_str())) {
+        std::array<std::uint8_t, 256> start;
+        const auto got = platform::peek_file(base + name, 0, start.data(), start.size()).value_or(0);
+        auto head = std::make_unique<atom_head>();
+        std::size_t behind = 0;
+        if (head->read({start.data(), got}, behind))
+            atoms.push_back({name, std::move(head)});
+    }
+    std::ranges::stable_sort(atoms, [](const atom_view& a, const atom_view& b) {
+        return atom_is_before(*a.head, a.name, *b.head, b.name);
+    });
+    return atoms;
+}
+
+// As the head of a list tells it; 0 if there is none.
+std::uint32_t list_records(const std::string& path) {
+    std::array<std::uint8_t, 12> start{};
+    const auto got = platform::peek_file(path, 0, start.data(), start.size()).value_or(0);
+    return got == start.size() ? load_u32(start.data() + 8) : 0;
+}
+
 } // namespace
 
 state_check::state_check(std::string working_directory, bool engine_runs, std::ostream& out)
@@ -172,11 +205,64 @@ void state_check::check_stages() {
                 check_folder(state.folder(stage));
         }
     for (const stage_problem& problem : state.problems(m_engine_runs)) {
-        if (problem.fault == stage_fault::copy_left)
+        // What was broken off is begun anew.
+        if (problem.fault == stage_fault::copy_left || problem.fault == stage_fault::broken_off)
             note(problem.path, problem.reason);
         else
             defect(problem.path, problem.reason);
     }
+}
+
+void state_check::check_half(const std::string& name, std::uint32_t messages, std::uint32_t tokens) {
+    const std::string base = m_working + "base\\";
+    std::vector<atom_view> atoms = atoms_of(base, name);
+    std::uint32_t all_messages = 0;
+    std::uint32_t all_tokens = 0;
+    for (const atom_view& atom : atoms) {
+        all_messages += atom.head->messages;
+        all_tokens += atom.head->tokens;
+    }
+    const std::uint64_t ids = list_records(base + name + ".lst");
+    if (all_messages != 0 && ids == 0)
+        defect(base + name + ".lst", "the message IDs of " + grouped(all_messages) + " messages are missing");
+    // The engine leaves atoms of the larger half out of the base: divided ones first, then the oldest.
+    std::ranges::stable_partition(atoms, [](const atom_view& atom) { return atom.head->is_ordinal(); });
+    const std::string told = grouped(messages) + " messages and " + grouped(tokens) + " tokens";
+    const std::string found = grouped(all_messages) + " and " + grouped(all_tokens);
+    for (const atom_view& atom : atoms) {
+        if (all_messages == messages && all_tokens == tokens)
+            return;
+        all_messages -= atom.head->messages;
+        all_tokens -= atom.head->tokens;
+    }
+    if (messages != 0 || tokens != 0)
+        defect(base + name + "*.bye",
+               "the base was made of " + told + ", the atoms hold " + found + ": atoms are missing");
+}
+
+// The halves as the base tells of them, and their message IDs. Meanwhile nothing may be under way.
+void state_check::check_halves() {
+    const std::string base = m_working + "base\\";
+    const auto is_under_way = [&] {
+        const stage_state state(m_working);
+        for (unsigned stage = 1; stage <= stage_state::stages; ++stage)
+            if (state.exists(stage))
+                return true;
+        return false;
+    };
+    std::array<std::uint8_t, 256> start;
+    const auto got = platform::peek_file(base + "cashe.rgd", 0, start.data(), start.size()).value_or(0);
+    base_header head;
+    std::size_t behind = 0;
+    if (m_engine_runs || is_under_way() || !head.header.read({start.data(), got}, behind))
+        return;
+    if (file_names(base, "*spamdict*").empty()) {
+        if (head.spam_messages + head.nonspam_messages != 0)
+            note(base, "all training was forgotten; the base stays in use until the next one");
+        return;
+    }
+    check_half("spamdict", head.spam_messages, head.spam_tokens);
+    check_half("nspamdict", head.nonspam_messages, head.nonspam_tokens);
 }
 
 void state_check::run() {
@@ -190,6 +276,7 @@ void state_check::run() {
     check_folder(m_working + "base\\");
     check_folder(m_working + "base\\transact\\");
     check_stages();
+    check_halves();
 }
 
 bool tell_state(const std::string& working_directory, bool engine_runs, std::ostream& out) {

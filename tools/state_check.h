@@ -44,6 +44,8 @@ private:
     void check_file(const std::string& path);
     void check_index(const std::string& list_path);
     void check_stages();
+    void check_half(const std::string& name, std::uint32_t messages, std::uint32_t tokens);
+    void check_halves();
 
     void defect(const std::string& path, const std::string& reason);
     void note(const std::string& path, const std::string& reason);

@@ -5,8 +5,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "client/user_folder.h"
 #include "platform/file.h"
-#include "settings/common_settings.h"
+#include "platform/process.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
 
@@ -17,10 +18,12 @@ namespace {
 struct status_view {
     std::uint32_t process = 0;
     const char* stage = nullptr;
-    std::optional<std::uint32_t> waiting;
+    std::uint64_t waiting = 0;
     std::uint64_t cache_size = 0;
+    std::string room_fault;
     half_view spam, ham;
     std::optional<base_view> base;
+    std::string base_fault;
 };
 
 void print_half(const char* name, const half_view& half) {
@@ -36,14 +39,15 @@ void print_text(const engine_view& view, const status_view& state) {
     else
         std::printf("Engine  doesn't run\n");
     std::printf("Folder  %s\n", platform::display_path(view.working_directory()).c_str());
-    if (state.waiting)
-        std::printf("Cache   %s messages wait, %s bytes\n", grouped(*state.waiting).c_str(),
-                    grouped(state.cache_size).c_str());
-    else
-        std::printf("Cache   in use; %s bytes\n", grouped(state.cache_size).c_str());
+    std::printf("Cache   %s messages wait, %s bytes\n", grouped(state.waiting).c_str(),
+                grouped(state.cache_size).c_str());
+    if (!state.room_fault.empty())
+        std::printf("        They wait: %s\n", state.room_fault.c_str());
     print_half("Spam", state.spam);
     print_half("Ham", state.ham);
-    if (state.base)
+    if (!state.base_fault.empty())
+        std::printf("Base    %s\n", state.base_fault.c_str());
+    else if (state.base)
         std::printf("Base    %s graded tokens, %s bytes, published %s\n", grouped(state.base->tokens).c_str(),
                     grouped(state.base->bytes).c_str(),
                     state.base->published != 0 ? time_text(state.base->published).c_str()
@@ -52,52 +56,67 @@ void print_text(const engine_view& view, const status_view& state) {
         std::printf("Base    none\n");
 }
 
+// null in place of what there isn't.
+template <class Value>
+nlohmann::json json_if(bool known, const Value& value) {
+    return known ? nlohmann::json(value) : nlohmann::json();
+}
+
 nlohmann::json json_of(const half_view& half) {
     return {{"atoms", half.atoms},
             {"messages", half.messages},
-            {"oldest", date_text(half.oldest)},
-            {"newest", date_text(half.newest)}};
+            {"oldest", json_if(half.oldest != 0, date_text(half.oldest))},
+            {"newest", json_if(half.newest != 0, date_text(half.newest))}};
+}
+
+nlohmann::json json_of(const base_view& base) {
+    return {{"bytes", base.bytes},
+            {"tokens", base.tokens},
+            {"spam_messages", base.spam_messages},
+            {"ham_messages", base.ham_messages},
+            {"published", json_if(base.published != 0, iso_time(base.published))}};
 }
 
 void print_json(const engine_view& view, const status_view& state) {
     nlohmann::json json = {
-        {"engine", {{"running", state.process != 0}, {"pid", state.process}}},
+        {"engine",
+         {{"running", state.process != 0},
+          {"pid", json_if(state.process != 0, state.process)},
+          {"stage", json_if(state.stage != nullptr, std::string(state.stage ? state.stage : ""))}}},
         {"folder", platform::display_path(view.working_directory())},
-        {"cache", {{"bytes", state.cache_size}}},
+        {"cache",
+         {{"messages", state.waiting},
+          {"bytes", state.cache_size},
+          {"held_back", json_if(!state.room_fault.empty(), state.room_fault)}}},
         {"spam", json_of(state.spam)},
         {"ham", json_of(state.ham)},
+        {"base", state.base ? json_of(*state.base) : nlohmann::json()},
+        {"base_damaged", json_if(!state.base_fault.empty(), state.base_fault)},
     };
-    json["engine"]["stage"] = state.stage ? nlohmann::json(state.stage) : nlohmann::json();
-    json["cache"]["messages"] = state.waiting ? nlohmann::json(*state.waiting) : nlohmann::json();
-    if (state.base)
-        json["base"] = {{"bytes", state.base->bytes},
-                        {"tokens", state.base->tokens},
-                        {"spam_messages", state.base->spam_messages},
-                        {"ham_messages", state.base->ham_messages},
-                        {"published", state.base->published != 0 ? time_text(state.base->published) : ""}};
-    else
-        json["base"] = nullptr;
     std::printf("%s\n", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
 }
 
 int status(bool as_json) {
-    const std::string working = common_settings::working_directory();
+    platform::only_look();
+    const auto [working, error] = find_user_folder();
     if (working.empty())
-        return fail("the user's folder can't be found or made");
+        return fail(error);
     const engine_view view(working);
     status_view state;
     state.process = engine_view::process_id();
     state.stage = view.stage();
     state.waiting = view.waiting();
     state.cache_size = view.cache_size();
+    state.room_fault = view.room_fault();
     state.spam = view.half("spamdict");
     state.ham = view.half("nspamdict");
     state.base = view.base();
+    state.base_fault = view.base_fault();
     if (as_json)
         print_json(view, state);
     else
         print_text(view, state);
-    return exit_code::done;
+    return state.room_fault.empty() && state.base_fault.empty() ? exit_code::done : exit_code::failed;
 }
 
 } // namespace
@@ -107,7 +126,9 @@ void add_status(CLI::App& program, int& code) {
     CLI::App* command =
         program.add_subcommand("status", "Show the engine, the waiting messages and the base");
     command->add_flag("--json", *as_json, "Print one JSON object");
-    command->footer("Examples:\n  tvrctl status\n  tvrctl status --json");
+    command->footer(
+        "Exit code 0; 3 if the base is damaged, a training has no room on the disk, or an error.\n\n"
+        "Examples:\n  tvrctl status\n  tvrctl status --json");
     command->callback([as_json, &code] { code = status(*as_json); });
 }
 

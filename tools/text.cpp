@@ -14,11 +14,18 @@ std::string grouped(std::uint64_t number) {
     return text;
 }
 
-std::string time_text(std::uint64_t file_time) {
+std::string iso_time(std::uint64_t file_time) {
     const platform::calendar_time time = platform::to_calendar(file_time);
     char text[64];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d UTC", time.year, time.month, time.day,
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", time.year, time.month, time.day,
                   time.hour, time.minute, time.second);
+    return text;
+}
+
+std::string time_text(std::uint64_t file_time) {
+    std::string text = iso_time(file_time);
+    text[10] = ' ';
+    text.replace(19, 1, " UTC");
     return text;
 }
 

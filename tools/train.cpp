@@ -48,6 +48,14 @@ public:
                 idle_since = now;
             else if (m_view.stamp() != m_stamp_before || now - idle_since > no_change)
                 return true;
+            // The engine doesn't begin, but waits for room.
+            if (!m_taken && !m_view.stage()) {
+                why = m_view.room_fault();
+                if (!why.empty()) {
+                    why += "; the messages wait in the cache";
+                    return false;
+                }
+            }
             if (now - last_seen > absence) {
                 why = "the engine has gone";
                 return false;
@@ -90,17 +98,24 @@ private:
     bool m_taken = false; // the engine has taken the cache with the messages
 };
 
-void report_base(const engine_watch& watch, std::uint64_t stamp_before) {
+// False if there is a base, and it is damaged.
+bool report_base(const engine_watch& watch, std::uint64_t stamp_before) {
+    if (const std::string fault = watch.view().base_fault(); !fault.empty()) {
+        fail(platform::display_path(watch.view().base_path()) + ": " + fault +
+             "; \"tvrctl stop; tvrctl repair; tvrctl start\" makes it anew");
+        return false;
+    }
     const auto base = watch.view().base();
     if (!base) {
         std::printf("No base is published: there is too little mail of both kinds yet.\n");
-        return;
+        return true;
     }
     std::printf("%s: %s bytes, %s graded tokens, from %s spam and %s ham messages.\n",
                 base->published == stamp_before ? "The base stays as it was" : "Published base",
                 grouped(base->bytes).c_str(), grouped(base->tokens).c_str(),
                 grouped(base->spam_messages).c_str(), grouped(base->ham_messages).c_str());
     std::printf("It lies in %s\n", platform::display_path(watch.view().base_path()).c_str());
+    return true;
 }
 
 } // namespace
@@ -140,8 +155,9 @@ int train(const train_options& options) {
         if (!watch.wait(why))
             return fail(why + "; \"tvrctl status\" tells more");
         if (options.silent)
-            return exit_code::done;
-        report_base(watch, stamp_before);
+            return watch.view().base_fault().empty() ? exit_code::done : exit_code::failed;
+        if (!report_base(watch, stamp_before))
+            return exit_code::failed;
         std::printf("Trained in %.2f s; with the reading %.2f s. The engine's memory peaked at %.1f MiB.\n",
                     seconds_since(start) - mail_seconds, seconds_since(start),
                     static_cast<double>(watch.peak()) / (1 << 20));

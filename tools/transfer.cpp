@@ -6,10 +6,11 @@
 #include <memory>
 
 #include "client/tvr_ipc.h"
+#include "client/user_folder.h"
 #include "common/file_stream.h"
 #include "platform/clock.h"
 #include "platform/file.h"
-#include "settings/common_settings.h"
+#include "platform/process.h"
 #include "tools/base_text.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
@@ -67,9 +68,10 @@ private:
 };
 
 int export_to(const std::string& path) {
-    const std::string working = common_settings::working_directory();
+    platform::only_look();
+    const auto [working, error] = find_user_folder();
     if (working.empty())
-        return fail("the user's folder can't be found or made");
+        return fail(error);
     const engine_view view(working);
     if (const char* stage = view.stage())
         return fail(std::string("a training is under way (") + stage +
@@ -129,9 +131,9 @@ int publish(const engine_view& view) {
 }
 
 int import_from(const std::string& path, bool later) {
-    const std::string working = common_settings::working_directory();
+    const auto [working, error] = make_user_folder();
     if (working.empty())
-        return fail("the user's folder can't be found or made");
+        return fail(error);
     const engine_view view(working);
     if (const std::string why = obstacle(view); !why.empty())
         return fail(why);
@@ -173,7 +175,7 @@ void add_transfer_commands(CLI::App& program, int& code) {
     in->footer(
         "The engine must not run, and the base must be empty. A text that is damaged changes nothing.\n\n"
         "Example:\n"
-        "  tvrctl purge; tvrctl stop; tvrctl import base.txt");
+        "  tvrctl purge --yes; tvrctl stop; tvrctl import base.txt");
     in->callback([source, later, &code] { code = import_from(*source, *later); });
 }
 

@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <memory>
 
+#include "client/user_folder.h"
 #include "common/files.h"
 #include "platform/process.h"
-#include "settings/common_settings.h"
 #include "tools/command.h"
 #include "tools/engine_pause.h"
 #include "tools/progress.h"
@@ -45,9 +45,9 @@ void print(const id_trim& trim, bool dry) {
 }
 
 int trim(bool dry) {
-    const std::string working = common_settings::working_directory();
+    const auto [working, error] = make_user_folder();
     if (working.empty())
-        return fail("the user's folder can't be found or made");
+        return fail(error);
     engine_pause pause;
     if (const std::string why = pause.begin(); !why.empty())
         return fail(why);
@@ -78,7 +78,7 @@ void add_trim(CLI::App& program, int& code) {
         "The engine forgets old messages, but keeps their IDs. The engine must not run meanwhile. IDs that\n"
         "are older than the oldest atom of their half go.\n\n"
         "Examples:\n"
-        "  tvrctl trim --dry-run\n"
+        "  tvrctl stop; tvrctl trim --dry-run\n"
         "  tvrctl stop; tvrctl trim");
     command->callback([dry, &code] { code = trim(*dry); });
 }

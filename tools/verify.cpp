@@ -2,7 +2,8 @@
 
 #include <iostream>
 
-#include "settings/common_settings.h"
+#include "client/user_folder.h"
+#include "platform/process.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
 #include "tools/state_check.h"
@@ -14,9 +15,10 @@ namespace {
 constexpr int defective = 1;
 
 int verify() {
-    const std::string folder = common_settings::working_directory();
+    platform::only_look();
+    const auto [folder, error] = find_user_folder();
     if (folder.empty())
-        return fail("the user's folder can't be found or made");
+        return fail(error);
     const bool runs = engine_view::process_id() != 0;
     if (runs)
         std::cout << "The engine runs: files may change meanwhile\n";

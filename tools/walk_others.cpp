@@ -202,6 +202,31 @@ void walk_stage_mark(file_view& file, view_sink& sink) {
         sink.defect(0, "not the text of a stage marker");
 }
 
+void walk_watch(file_view& file, view_sink& sink) {
+    constexpr std::size_t entry_size = 16;
+    constexpr std::array kinds = {"folder", "file", "file that has gone", "learned as ham",
+                                  "learned as spam"};
+    fileheader header(signature::watch);
+    if (!take_header(file, sink, header))
+        return;
+    sink.list("entries");
+    bool in_folder = false;
+    for (; file.has(entry_size); file.skip(entry_size)) {
+        const auto entry = file.ahead(entry_size);
+        const std::uint32_t kind = load_u32(entry.data());
+        if (kind == 0 || kind > kinds.size() || ((kind == 2 || kind == 3) && !in_folder)) {
+            sink.defect(file.position(), "an entry of the unknown kind " + grouped(kind));
+            return;
+        }
+        in_folder = in_folder || kind == 1;
+        if (sink.wants_entry())
+            sink.entry(
+                {{"what", std::string(kinds.at(kind - 1))},
+                 {"key", to_hex(load_u32(entry.data() + 12), 8) + to_hex(load_u32(entry.data() + 8), 8)},
+                 {"stamp", std::uint64_t{load_u32(entry.data() + 4)}}});
+    }
+}
+
 void walk_statistic(file_view& file, view_sink& sink) {
     constexpr std::size_t entry_size = 36;
     constexpr std::uint32_t minutes_in_hour = 60;
@@ -321,6 +346,8 @@ void walk_file(file_kind kind, file_view& file, view_sink& sink) {
         return walk_settings(file, sink);
     case file_kind::stage_mark:
         return walk_stage_mark(file, sink);
+    case file_kind::watch:
+        return walk_watch(file, sink);
     default:
         sink.defect(0, "no file of the engine");
     }

@@ -82,10 +82,10 @@ private:
         if (sums.entries != 0 && hash < m_hash && !m_told) {
             m_told = true;
             m_sink.defect(m_file.position(),
-                          "token " + grouped(sums.entries + 1) + " is out of order: " + visible(text));
+                          "token " + grouped(sums.entries + 1) + " is out of order: " + visible_start(text));
         }
         if (sums.entries != 0 && text == m_last)
-            m_sink.defect(m_file.position(), "the token stands twice: " + visible(text));
+            m_sink.defect(m_file.position(), "the token stands twice: " + visible_start(text));
         m_hash = hash;
         m_last = text;
     }
@@ -194,7 +194,7 @@ void walk_base(file_view& file, view_sink& sink) {
         const auto value = std::bit_cast<float>(entry.value);
         if (!(value >= lowest && value <= highest)) // also if it is no number
             sink.defect(file.position() + 1 + entry.text.size(),
-                        "no probability from 0.01 to 0.99: " + visible(entry.text));
+                        "no probability from 0.01 to 0.99: " + visible_start(entry.text));
         if (sink.wants_entry())
             sink.entry({{"token", std::string(entry.text)}, {"probability", double{value}}});
     });

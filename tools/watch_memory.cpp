@@ -11,14 +11,14 @@
 #include "platform/error.h"
 #include "platform/file.h"
 #include "tools/file_view.h"
+#include "tools/signatures.h"
 
 namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t signature = 0x57525654; // "TVRW"
-constexpr std::size_t entry_size = 16;          // bytes
-constexpr std::size_t spare_entries = 4096;     // out of date, before the file is written anew for them
+constexpr std::size_t entry_size = 16;      // bytes
+constexpr std::size_t spare_entries = 4096; // out of date, before the file is written anew for them
 
 } // namespace
 
@@ -58,7 +58,7 @@ bool watch_memory::read(const std::string& path) {
     file_stream file;
     if (!file.open_to_read(path))
         return false;
-    fileheader head(signature);
+    fileheader head(signature::watch);
     if (!head.read(file))
         return false;
     file_map* current = nullptr;
@@ -208,8 +208,8 @@ std::string watch_memory::write_anew() {
     const std::vector<entry> all = all_entries();
     const std::string beside = tilde_name(m_path);
     file_stream file;
-    if (!file.create_to_write(beside) || !fileheader(signature).write(file) || !put_entries(file, all) ||
-        !file.close())
+    if (!file.create_to_write(beside) || !fileheader(signature::watch).write(file) ||
+        !put_entries(file, all) || !file.close())
         return failure(beside, "can't be written");
     if (!platform::replace_file(beside, m_path))
         return failure(m_path, "can't be replaced");

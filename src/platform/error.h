@@ -16,6 +16,7 @@ constexpr std::uint32_t access_denied = 5;
 constexpr std::uint32_t invalid_handle = 6;
 constexpr std::uint32_t not_enough_memory = 8;
 constexpr std::uint32_t no_more_files = 18;
+constexpr std::uint32_t write_protected = 19; // the disk
 constexpr std::uint32_t write_fault = 29;
 constexpr std::uint32_t read_fault = 30;
 constexpr std::uint32_t general_failure = 31;

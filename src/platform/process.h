@@ -47,6 +47,8 @@ std::optional<std::uint64_t> peak_memory(std::uint32_t process_id);
 // of them can be open at a time. Always true on the reference platform, which sets no such limit.
 bool reserve_handles(unsigned count);
 
+// From now on this process makes none of the folders below by itself: for those who only look.
+void only_look() noexcept;
 // The folder of run-time objects, private to the user, with a trailing backslash.
 std::string runtime_folder();
 // The folder of application data of all users, without a trailing backslash; empty on failure.

@@ -16,6 +16,7 @@ namespace {
 
 constexpr const char* folder_value = "tvram settings";
 constexpr const char* product_folder = "Orvenix\\Brackenhold";
+constexpr const char* default_raw_folder = "%appdata%\\Orvenix\\Brackenhold\\data\\";
 
 struct keyed_default {
     const char* key;
@@ -53,7 +54,7 @@ std::optional<std::string> default_folder() {
     if (!key.create(platform::registry_root::current_user, paths_key))
         return std::nullopt;
     TVR_LOG(default_log, "[i] creating tessivar record in HKCU");
-    std::string raw = std::string("%appdata%\\") + product_folder + "\\" + "data\\";
+    std::string raw = default_raw_folder;
     const bool usable = check_directory(platform::expand_environment(raw)) == folder_state::usable;
     const bool written = key.write(folder_value, raw);
     return usable && written ? std::optional(std::move(raw)) : std::nullopt;
@@ -78,6 +79,16 @@ std::string common_settings::getsettingsfolder() {
 
 std::string common_settings::working_directory() {
     std::string folder = platform::expand_environment(getsettingsfolder());
+    add_backslash(folder);
+    return folder;
+}
+
+std::string common_settings::known_settingsfolder() {
+    registry_text key;
+    std::optional<std::string> raw;
+    if (key.open(platform::registry_root::current_user, paths_key))
+        raw = key.read(folder_value);
+    std::string folder = raw.value_or(default_raw_folder);
     add_backslash(folder);
     return folder;
 }

@@ -24,6 +24,9 @@ public:
     // The same expanded: the working directory of the user. Empty on failure.
     static std::string working_directory();
 
+    // The raw path for onlookers, whether it can be used or not: makes nothing, and remembers nothing.
+    static std::string known_settingsfolder();
+
     static std::int32_t get_value(common_value index);
     static std::int32_t default_value(common_value index);
     static bool set_value(std::uint32_t value, common_value index); // false if the folder can't be used

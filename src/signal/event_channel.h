@@ -61,9 +61,10 @@ public:
     // if the server's window is visible. Serialised with start_server(). `sleep` is for tests.
     bool _restart_server(sleeper sleep = platform::sleep_for);
 
-private:
-    std::optional<std::string> locate_server();
+    // The engine's program, as start_server() finds it.
+    static std::optional<std::string> locate_server();
 
+private:
     platform::critical_section m_locker;
     std::uint32_t m_private_message = 0;
     std::uint32_t m_last_start = 0; // tick count, 0 = none yet

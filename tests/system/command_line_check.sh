@@ -19,10 +19,24 @@ mapfile -t commands < <("$tvrctl" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a
 [ "${#commands[@]}" -ge 15 ] || wrong "tvrctl --help lists only ${#commands[@]} commands"
 for command in "${commands[@]}"; do
     help=$("$tvrctl" "$command" --help) || wrong "tvrctl $command --help fails"
-    [[ $help =~ Examples?:$'\n'"  tvrctl $command" || $help =~ Examples?:$'\n'"  tvrctl "[a-z]*"; tvrctl ".*"tvrctl $command" ]] ||
+    [[ $help =~ Examples?:$'\n'"  tvrctl $command" || $help =~ Examples?:$'\n'"  tvrctl "[a-z\ -]*"; tvrctl ".*"tvrctl $command" ]] ||
         wrong "tvrctl $command --help: no example of it"
     grep -qw "$command" "$source/README.md" || wrong "README.md: no tvrctl $command"
 done
+
+# --- output that nobody gets ---
+for words in "status" "status --json" "config list" "verify" "stop" "--help" "score --help"; do
+    code=0
+    # shellcheck disable=SC2086
+    "$tvrctl" $words >/dev/full 2>/dev/null || code=$?
+    [ "$code" = 3 ] || wrong "tvrctl $words on a full disk answers $code"
+done
+exec 5> >(true)
+wait $! # nobody reads any more
+code=0
+"$tvrctl" status >&5 2>/dev/null || code=$?
+exec 5>&-
+[ "$code" = 3 ] || wrong "tvrctl status into a closed pipe answers $code"
 
 # --- the manual pages ---
 "$source/packaging/make-man.sh" "$tvrctl" "$source/packaging/tvrctl.1.in" 0 >"$scratch/tvrctl.1"

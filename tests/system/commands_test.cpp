@@ -94,6 +94,45 @@ TEST_F(commands, look_at_the_files_of_a_training) {
     tvrctl("inspect /absent", 1);
 }
 
+TEST_F(commands, tell_what_is_missing_or_damaged) {
+    train();
+    root.stop();
+    const fs::path saved = root.path() / "saved";
+    fs::copy(root.base(), saved, fs::copy_options::recursive);
+    const struct {
+        const char* file;
+        std::size_t kept; // bytes
+        const char* command;
+        int code;
+        const char* part;
+    } rows[] = {
+        {"cashe.rgd", 200, "status", 3, "there are"},
+        {"spamdict0000.bye", 0, "verify", 1, "atoms are missing"},
+        {"nspamdict.lst", 0, "verify", 1, "message IDs of 30 messages are missing"},
+    };
+    for (const auto& row : rows) {
+        const std::string whole = read_file(root.base() / row.file);
+        if (row.kept == 0)
+            fs::remove(root.base() / row.file);
+        else
+            write_file(root.base() / row.file, whole.substr(0, row.kept));
+        expect(row.command, row.code, row.part);
+        tvrctl("stop", 0);
+        fs::remove_all(root.base());
+        fs::copy(saved, root.base(), fs::copy_options::recursive);
+    }
+    const auto state = nlohmann::json::parse(tvrctl("status --json", 0));
+    EXPECT_TRUE(state["engine"]["pid"].is_null());
+    EXPECT_EQ(state["base"]["published"].get<std::string>().back(), 'Z');
+}
+
+TEST_F(commands, say_what_they_did_not_understand) {
+    expect("bogus", 2, "no command \"bogus\"");
+    expect("statsu", 2, "do you mean \"status\"?");
+    expect("config lst", 2, "do you mean \"list\"?");
+    expect("purge", 1, "--yes");
+}
+
 TEST_F(commands, carry_the_base_over) {
     train();
     const std::string text = (root.path() / "base.txt").string();
@@ -101,7 +140,7 @@ TEST_F(commands, carry_the_base_over) {
     EXPECT_TRUE(tvrctl("export", 0).starts_with(read_file(text)));
     const auto before = root.base_files();
     tvrctl("import " + text, 3); // over a base that is there
-    tvrctl("purge", 0);
+    tvrctl("purge --yes", 0);
     root.wait_for_purge();
     tvrctl("stop", 0);
     write_file(root.path() / "cut.txt", read_file(text).substr(0, 1000));
@@ -145,7 +184,7 @@ TEST_F(commands, control_the_engine) {
     root.append(1, 10);
     tvrctl("force", 0);
     root.wait_until_trained();
-    tvrctl("purge", 0);
+    tvrctl("purge --yes", 0);
     root.wait_for_purge();
     tvrctl("stop", 0);
     EXPECT_EQ(engine_root::process(), 0U);

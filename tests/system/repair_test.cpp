@@ -137,7 +137,8 @@ TEST_F(repair, mends_or_sets_aside_what_is_damaged) {
             fs::remove(file);
         else
             write_file(file, row.bytes);
-        EXPECT_TRUE(holds(tvrctl("verify", 1), row.found));
+        const bool heals = row.found == "a stage without"s; // at the engine's next start
+        EXPECT_TRUE(holds(tvrctl("verify", heals ? 0 : 1), row.found));
         EXPECT_TRUE(holds(tvrctl("repair --dry-run", 1), row.told));
         EXPECT_EQ(read_file(file), row.bytes);
         const std::string told = tvrctl("repair --yes", 0);
@@ -151,7 +152,7 @@ TEST_F(repair, mends_or_sets_aside_what_is_damaged) {
             EXPECT_EQ(set_aside()[row.file], row.bytes);
         }
         EXPECT_TRUE(holds(tvrctl("repair", 0), "nothing to do"));
-        tvrctl("verify", 0);
+        tvrctl("verify", row.bytes == "junk" ? 1 : 0); // no list is left
         if (row.file == std::string("base/cashe.rgd")) {
             root.start();
             engine_root::wait_for("the compiled base", [&] { return fs::exists(file) && !root.marker(6); });
@@ -178,7 +179,8 @@ class repair_after_death : public repair, public testing::WithParamInterface<dea
 // From whatever point: nothing is lost, and nothing counts twice.
 TEST_P(repair_after_death, ends_as_an_undisturbed_run) {
     die_in_second_training(root, GetParam());
-    tvrctl("verify", 1);
+    const std::string point = GetParam().name;
+    tvrctl("verify", point == "sorting" || point == "finalizing_good" ? 0 : 1); // those begin anew by themselves
     tvrctl("repair --yes", 0);
     root.start();
     const engine_view view(root.client().working_directory());

@@ -21,12 +21,13 @@ std::uint32_t number_of(int errno_value) noexcept {
         return error::too_many_open_files;
     case EACCES:
     case EPERM:
-    case EROFS:
     case EISDIR:
     case ELOOP:
     case ENXIO:
     case ETXTBSY:
         return error::access_denied;
+    case EROFS:
+        return error::write_protected;
     case EBADF:
         return error::invalid_handle;
     case ENOMEM:

@@ -20,7 +20,6 @@ namespace tvr::platform {
 
 namespace {
 
-constexpr mode_t new_folder_mode = 0700;
 constexpr mode_t any_write = 0222;
 constexpr std::size_t copy_portion = std::size_t{8} << 20; // bytes between two questions to the change hook
 constexpr std::size_t copy_buffer = std::size_t{256} << 10;
@@ -275,7 +274,7 @@ bool create_directory(std::string_view path) {
         return posix::fail(error::already_exists);
     if (!posix::may_change(change::create_folder, path))
         return false;
-    return mkdir(native.c_str(), new_folder_mode) == 0 || posix::fail_path(native);
+    return mkdir(native.c_str(), posix::folder_mode(native)) == 0 || posix::fail_path(native);
 }
 
 bool remove_directory(std::string_view path) {

@@ -20,6 +20,8 @@ namespace tvr::platform::posix {
 namespace {
 
 constexpr mode_t private_folder = 0700;
+// Of the administrator; what he writes there is for all to read.
+constexpr std::string_view for_all_users = "/etc/tessivar/";
 constexpr mode_t permission_bits = 0777;
 constexpr mode_t others_may_write = 0022;
 // Bytes. The engine's paths have 260 at most, and it needs some 70 below this folder.
@@ -150,8 +152,10 @@ bool is_in_use(const std::string& folder) {
     return events.is_open() && fcntl(events.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
+std::atomic<bool> looks_only{false};
+
 std::string made(std::string path) {
-    return !path.empty() && make_folders(path) ? path : std::string();
+    return path.empty() || looks_only || make_folders(path) ? path : std::string();
 }
 
 std::string made_private(std::string path) {
@@ -230,13 +234,22 @@ std::string parent_folder(std::string_view native) {
     return std::string(native.substr(0, slash == 0 ? 1 : slash));
 }
 
+mode_t folder_mode(const std::string& native) {
+    return native.starts_with(for_all_users) ? 0755 : private_folder;
+}
+
+mode_t file_mode(const std::string& native) {
+    return native.starts_with(for_all_users) ? 0644 : 0600;
+}
+
 bool make_folders(const std::string& native) {
     struct stat info {};
     if (stat(native.c_str(), &info) == 0)
         return S_ISDIR(info.st_mode);
+    const mode_t mode = folder_mode(native);
     for (std::size_t cut = native.find('/', 1); cut != std::string::npos; cut = native.find('/', cut + 1))
-        mkdir(native.substr(0, cut).c_str(), private_folder);
-    return mkdir(native.c_str(), private_folder) == 0 ||
+        mkdir(native.substr(0, cut).c_str(), mode);
+    return mkdir(native.c_str(), mode) == 0 ||
            (errno == EEXIST && stat(native.c_str(), &info) == 0 && S_ISDIR(info.st_mode));
 }
 
@@ -274,7 +287,7 @@ std::string native_appdata_folder() {
 std::string native_common_folder() {
     if (const auto root = moved_root())
         return made(*root + "/common");
-    return made(geteuid() == 0 ? "/var/lib/tessivar" : below_home("/.local/share/tessivar/common"));
+    return std::string(for_all_users) + "common"; // root makes it when it is written
 }
 
 std::string native_user_store() {
@@ -295,3 +308,11 @@ std::string native_machine_store_behind() {
 }
 
 } // namespace tvr::platform::posix
+
+namespace tvr::platform {
+
+void only_look() noexcept {
+    posix::looks_only = true;
+}
+
+} // namespace tvr::platform

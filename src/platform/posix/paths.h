@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 
 namespace tvr::platform::posix {
 
@@ -32,7 +33,10 @@ std::string native_user_store();
 std::string native_machine_store();        // the one to be written
 std::string native_machine_store_behind(); // read where the other has no answer; may be empty
 
-// Makes a folder and its missing parents with mode 0700. True if it is there afterwards.
+// Of new folders and of the files of stores: 0700 and 0600, but for the administrator's, which all may read.
+mode_t folder_mode(const std::string& native);
+mode_t file_mode(const std::string& native);
+// Makes a folder and its missing parents. True if it is there afterwards.
 bool make_folders(const std::string& native);
 
 } // namespace tvr::platform::posix

@@ -58,6 +58,7 @@ std::vector<std::string> split_words(std::string_view text) {
 // In the child of the child: everything that follows is safe after fork.
 [[noreturn]] void become(const char* program, char* const* arguments, int report) {
     setsid();
+    signal(SIGPIPE, SIG_DFL); // also where the parent ignores it
     const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
     for (int number = 0; number < 3; ++number)
         dup2(null, number);

@@ -1,7 +1,11 @@
 #include "platform/streams.h"
 
+#include <csignal>
+
 namespace tvr::platform {
 
-void use_binary_streams() noexcept {} // they always do
+void use_plain_streams() noexcept {
+    std::signal(SIGPIPE, SIG_IGN);
+}
 
 } // namespace tvr::platform

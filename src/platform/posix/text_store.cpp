@@ -87,7 +87,8 @@ bool replace_text_file(const std::string& native, std::size_t limit,
         return false;
     unlink(fresh.c_str());
     {
-        const descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        const descriptor file(
+            open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, file_mode(native)));
         if (!file.is_open())
             return fail_path(fresh);
         if (!may_change(change::write_file, path))

@@ -138,6 +138,8 @@ void exit_process(std::int32_t exit_code) noexcept {
     ExitProcess(static_cast<UINT>(exit_code));
 }
 
+void only_look() noexcept {} // the system has made them
+
 std::string runtime_folder() {
     auto folder = win32::moved_folder("run");
     if (!folder) {

@@ -6,7 +6,7 @@
 
 namespace tvr::platform {
 
-void use_binary_streams() noexcept {
+void use_plain_streams() noexcept {
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);
 }
