@@ -4,6 +4,7 @@
 
 #include "common/path.h"
 #include "platform/file.h"
+#include "platform/process.h"
 
 namespace tvr {
 
@@ -27,6 +28,8 @@ void msid_access::open(std::string_view main_folder, std::string_view work_folde
 
 void msid_access::reopen() {
     close();
+    if (m_work_folder.empty())
+        m_main_folder = m_work_folder = platform::runtime_folder(); // where the unnamed map harms nobody
     for (const char* extension : {".idx", ".lst"})
         platform::copy_file(join_path(m_main_folder, m_name + extension),
                             join_path(m_work_folder, m_name + extension), false);
@@ -54,11 +57,6 @@ void msid_access::remove(std::string_view msid) {
 void msid_access::purge(aged_out_list& ranges) {
     if (m_map && ranges.capacity() != 0)
         m_map->delete_if([&](std::string_view, std::uint32_t time) { return claims_time(ranges, time); });
-}
-
-void msid_access::release_files() {
-    if (m_map)
-        m_map->release_list();
 }
 
 } // namespace tvr

@@ -29,7 +29,9 @@ class msid_access {
 public:
     // Copies <main_folder><name>.idx and .lst to <work_folder>, over older ones, and opens the map there.
     void open(std::string_view main_folder, std::string_view work_folder, std::string_view name);
-    void reopen(); // the same with the stored strings (all empty in a handle that was never opened)
+    // The same with the stored strings. A handle that was never opened has none, and opens an unnamed map in
+    // the folder of run-time objects.
+    void reopen();
     void close();
     [[nodiscard]] bool is_open() const noexcept { return m_map != nullptr; }
 
@@ -37,7 +39,6 @@ public:
     void add(std::string_view msid, std::uint32_t time);
     void remove(std::string_view msid);
     void purge(aged_out_list& ranges); // takes out the IDs whose time the ranges claim
-    void release_files();              // lets go of the .lst, so that it can be renamed
 
 private:
     std::unique_ptr<msidmap, pool_deleter> m_map;

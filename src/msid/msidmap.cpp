@@ -18,9 +18,14 @@ namespace tvr {
 namespace {
 
 constexpr std::uint64_t rebuild_percent = 5;
-constexpr std::uint32_t rebuild_least = 1024;     // bytes of garbage
-constexpr std::uint64_t least_growth = 64 * 1024; // bytes, while the list is held
-constexpr std::size_t copy_size = 65536;          // bytes
+constexpr std::uint32_t rebuild_least = 1024; // bytes of garbage
+constexpr std::size_t copy_size = 65536;      // bytes
+constexpr std::uint64_t chain_room = 512;     // bytes, read at first
+
+bool write_at(platform::file& file, std::uint64_t place, std::span<const std::uint8_t> bytes) {
+    return file.seek(static_cast<std::int64_t>(place), platform::origin::begin) &&
+           file.write(bytes.data(), bytes.size());
+}
 
 void log_unmapped(const char* operation) {
     const std::uint32_t code = platform::last_error();
@@ -28,28 +33,15 @@ void log_unmapped(const char* operation) {
             static_cast<int>(code));
 }
 
-// The maps of this process, so that one can be asked to let go of a list that another reads.
-platform::critical_section& maps_lock() {
-    static platform::critical_section lock;
-    return lock;
-}
-
-std::vector<msidmap*>& all_maps() {
-    static std::vector<msidmap*> maps;
-    return maps;
-}
-
 } // namespace
 
 msidmap::msidmap(std::string_view folder, std::string_view name)
     : m_header(list_signature), m_list_path(join_path(folder, std::string(name) + ".lst")),
       m_index_path(join_path(folder, std::string(name) + ".idx")) {
-    enter();
     open();
 }
 
 msidmap::msidmap(file_stream& file) : m_header(list_signature), m_temporary(true) {
-    enter();
     if (const auto made = platform::make_temp_file(platform::temp_folder_path(), "msid")) {
         m_reserved_path = *made;
         m_list_path = *made + ".lst";
@@ -60,31 +52,11 @@ msidmap::msidmap(file_stream& file) : m_header(list_signature), m_temporary(true
 }
 
 msidmap::~msidmap() {
-    leave();
-    if (m_temporary) {
-        drop_files();
-        if (!m_reserved_path.empty())
-            platform::delete_file(m_reserved_path);
+    if (!m_temporary)
         return;
-    }
-    release_list();
-}
-
-void msidmap::enter() {
-    const platform::locker locker(maps_lock());
-    all_maps().push_back(this);
-}
-
-void msidmap::leave() noexcept {
-    const platform::locker locker(maps_lock());
-    std::erase(all_maps(), this);
-}
-
-void msidmap::let_go_of(std::string_view list_path) {
-    const platform::locker locker(maps_lock());
-    for (msidmap* map : all_maps())
-        if (map->m_list_path == list_path)
-            map->release_list();
+    drop_files();
+    if (!m_reserved_path.empty())
+        platform::delete_file(m_reserved_path);
 }
 
 void msidmap::copy_in(file_stream& file) {
@@ -114,134 +86,137 @@ void msidmap::open() {
 // Brings a list with another number of header values to the present one. True if it has been so all along;
 // otherwise the offsets in the index are wrong.
 bool msidmap::upgrade() {
-    if (!map_list() || !has_header())
+    write_map list(m_list_path, 0, &m_filesize);
+    if (!list.is_valid() || !read_header(list))
         return false;
     const std::uint32_t values = m_header.filecount();
     if (values == m_header.count())
         return true;
     const std::size_t old_head = 8 + 4 * std::size_t{values};
-    const std::uint64_t old_size = m_filesize;
-    const std::uint64_t new_size = old_size + m_header.size() - old_head;
-    grow_list(new_size);
-    if (!m_list || !m_list->is_valid())
+    const auto body = static_cast<std::size_t>(m_filesize - old_head);
+    if (old_head < m_header.size() && !list.resize(m_header.size() + body))
         return false;
-    std::memmove(m_list->at(m_header.size()), m_list->at(old_head),
-                 static_cast<std::size_t>(old_size - old_head));
-    m_filesize = new_size;
-    write_header();
+    std::memmove(list.at(m_header.size()), list.at(old_head), body);
+    write_header(list);
+    cut(list, m_header.size() + body);
     return false;
 }
 
-// Maps the list if it isn't mapped. The bytes in use are then those of the file.
-bool msidmap::map_list() {
-    if (m_list && m_list->is_valid())
-        return true;
-    if (m_list_path.empty())
-        return false;
-    std::uint64_t size = 0;
-    m_list.emplace(m_list_path, 0, &size);
-    if (!m_list->is_valid()) {
-        const bool empty_file = m_list->is_file_open() && size == 0;
-        if (empty_file)
-            m_filesize = 0;
-        return false;
-    }
+bool msidmap::read_header(const write_map& list) {
+    std::size_t position = 0;
+    return m_header.read(std::span<const std::uint8_t>(list.bytes()), position);
+}
+
+void msidmap::write_header(const write_map& list) {
+    std::size_t position = 0;
+    m_header.write(list.bytes(), position);
+}
+
+// Ends the view, and the file behind its bytes in use.
+void msidmap::cut(write_map& list, std::uint64_t size) {
+    const bool longer = list.size() > size;
     m_filesize = size;
-    return true;
+    list.close_view();
+    if (longer && list.handle().seek(static_cast<std::int64_t>(size), platform::origin::begin))
+        list.handle().set_end();
 }
 
-// Reads the header of the mapped list into the counters.
-bool msidmap::has_header() {
-    std::size_t position = 0;
-    const auto list = in_use();
-    return m_header.read(std::span<const std::uint8_t>(list), position);
-}
-
-// Makes the mapped list at least so large; it may become larger while it is held.
-void msidmap::grow_list(std::uint64_t needed) {
-    if (!m_list)
-        return;
-    if (m_list->is_valid() && needed <= m_list->size())
-        return;
-    if (!m_list->resize(needed + std::max(least_growth, needed / 4)))
-        m_list->resize(needed); // a disk that is nearly full may have room for that
-}
-
-void msidmap::write_header() {
-    std::size_t position = 0;
-    m_header.write(m_list->bytes(), position);
-}
-
-std::span<std::uint8_t> msidmap::in_use() const noexcept {
-    if (!m_list || !m_list->is_valid())
-        return {};
-    return m_list->bytes().first(static_cast<std::size_t>(std::min(m_filesize, m_list->size())));
-}
-
-void msidmap::release_list() {
-    const platform::locker locker(m_lock);
-    if (!m_list)
-        return;
-    const bool cut = m_list->is_valid() && m_list->size() > m_filesize;
-    m_list->close_view();
-    if (cut && m_list->handle().seek(static_cast<std::int64_t>(m_filesize), platform::origin::begin))
-        m_list->handle().set_end();
-    m_list.reset();
-}
-
-// Asked before the list is mapped: an ID that the index doesn't know leaves the list alone.
+// Asked before the list is opened: an ID that the index doesn't know leaves the list alone.
 std::size_t msidmap::chain_offset(const key11& key) {
     return m_tree ? m_tree->find(key) : 0;
 }
 
-msidmap::chain msidmap::measure_chain(std::size_t offset, std::string_view id, const key11& key) const {
+// The records at the start of `list` that have the length and the key of the ID. deliberate: a dead record
+// counts as the empty ID, whose key also an ID of 32 bytes may have.
+msidmap::chain msidmap::measure_chain(std::span<const std::uint8_t> list, std::string_view id,
+                                      const key11& key) {
     chain result;
-    const auto list = in_use();
-    if (offset < m_header.size() || offset >= list.size())
-        return result;
-    result.offset = offset;
     list_record record;
-    for (std::size_t at = offset; read_record(list, at, record); at += record.size) {
-        if (record.value == 0 || key11::of(record.id) != key)
+    for (; read_record(list, result.bytes, record); result.bytes += record.size) {
+        if (record.id.size() != id.size() || key11::of(record.id) != key) {
+            result.ends_here = true;
             break;
+        }
         if (!result.match && record.id == id)
-            result.match = at;
-        result.bytes += record.size;
+            result.match = result.bytes;
         ++result.records;
     }
     return result;
 }
 
+bool msidmap::open_list(platform::file& list, platform::access rights, platform::creation mode) {
+    if (!list.open(m_list_path, rights, platform::share::read, mode))
+        return false;
+    m_filesize = list.size().value_or(0);
+    return true;
+}
+
+// The chain at an offset that the index tells, with its bytes. Few have more than one record, so that little
+// is read at first.
+msidmap::chain msidmap::read_chain(platform::file& list, std::size_t offset, std::string_view id,
+                                   const key11& key) {
+    chain result;
+    if (offset < m_header.size() || offset >= m_filesize)
+        return result;
+    const std::uint64_t rest = m_filesize - offset;
+    std::vector<std::uint8_t> bytes;
+    for (std::uint64_t wanted = chain_room;; wanted *= 2) {
+        bytes.resize(static_cast<std::size_t>(std::min(wanted, rest)));
+        std::size_t got = 0;
+        if (!list.seek(static_cast<std::int64_t>(offset), platform::origin::begin) ||
+            !list.read(bytes.data(), bytes.size(), got))
+            return result;
+        bytes.resize(got);
+        result = measure_chain(bytes, id, key);
+        if (result.ends_here || got < wanted)
+            break;
+    }
+    result.offset = offset;
+    bytes.resize(result.bytes);
+    result.content = std::move(bytes);
+    return result;
+}
+
 bool msidmap::insert(std::string_view id, std::uint32_t value) {
     const platform::locker locker(m_lock);
-    if (id.size() > 255 || !m_tree)
+    platform::file list;
+    if (id.size() > 255 || !m_tree ||
+        !open_list(list, platform::access::read_write, platform::creation::open_always))
         return false;
-    map_list();
+    if (m_filesize == 0) // the line of a mapping, as everywhere else an empty list is met
+        TVR_LOG(default_log, "[-] filemap__ failed to map file. Error is %d",
+                static_cast<int>(platform::error::file_invalid));
     const key11 key = key11::of(id);
-    const chain found = measure_chain(chain_offset(key), id, key);
+    chain found = read_chain(list, chain_offset(key), id, key);
     if (found.match)
         return true;
-    std::uint64_t end = m_filesize == 0 ? m_header.size() : m_filesize;
+    const std::uint64_t end = std::max<std::uint64_t>(m_filesize, m_header.size());
     const bool follows = found.offset != 0 && end == found.offset + found.bytes;
-    const std::size_t moved = follows ? 0 : found.bytes;
-    const std::size_t size = id.size() + list_record::overhead;
-    grow_list(end + moved + size);
-    if (!m_list || !m_list->is_valid())
+    std::vector<std::uint8_t> added;
+    if (!follows)
+        added = found.content;
+    const std::size_t moved = added.size();
+    added.resize(moved + id.size() + list_record::overhead);
+    write_record(added.data() + moved, id, value);
+    if (!write_at(list, end, added)) {
+        if (list.seek(static_cast<std::int64_t>(m_filesize), platform::origin::begin))
+            list.set_end();
         return false;
-    m_filesize = end + moved + size;
-    std::uint8_t* at = m_list->at(end);
-    if (moved != 0) {
-        std::memcpy(at, m_list->at(found.offset), moved);
+    }
+    m_filesize = end + added.size();
+    if (moved != 0) { // garbage stays in the old place
         list_record record;
-        for (std::size_t old = found.offset; old < found.offset + moved; old += record.size) {
-            read_record(in_use(), old, record);
-            blank_record(m_list->at(old), record.size);
-        }
+        for (std::size_t at = 0; read_record(found.content, at, record); at += record.size)
+            blank_record(found.content.data() + at, record.size);
+        write_at(list, found.offset, found.content);
         m_garbage += static_cast<std::uint32_t>(moved);
     }
-    write_record(at + moved, id, value);
     ++m_records;
-    write_header();
+    std::vector<std::uint8_t> head(m_header.size());
+    std::size_t position = 0;
+    m_header.write(head, position);
+    write_at(list, 0, head);
+    list.close();
     tell_index(key, static_cast<std::uint32_t>(end), !follows);
     check_garbage();
     return true;
@@ -251,34 +226,34 @@ std::uint32_t msidmap::search(std::string_view id) {
     const platform::locker locker(m_lock);
     const key11 key = key11::of(id);
     const std::size_t offset = chain_offset(key);
-    if (offset == 0 || !map_list())
+    platform::file list;
+    if (offset == 0 || !open_list(list, platform::access::read, platform::creation::open_existing))
         return 0;
-    const chain found = measure_chain(offset, id, key);
+    const chain found = read_chain(list, offset, id, key);
     list_record record;
-    return found.match && read_record(in_use(), *found.match, record) ? record.value : 0;
-}
-
-// Moves the rest of the chain down over a record, and leaves a garbage record behind the chain.
-void msidmap::kill_record(std::size_t offset, std::size_t size, std::size_t chain_end) {
-    const std::uint8_t length = *m_list->at(offset);
-    std::memmove(m_list->at(offset), m_list->at(offset + size), chain_end - offset - size);
-    std::uint8_t* garbage_record = m_list->at(chain_end - size);
-    *garbage_record = length;
-    blank_record(garbage_record, size);
-    m_garbage += static_cast<std::uint32_t>(size);
+    return found.match && read_record(found.content, *found.match, record) ? record.value : 0;
 }
 
 bool msidmap::remove(std::string_view id) {
     const platform::locker locker(m_lock);
     const key11 key = key11::of(id);
     const std::size_t offset = chain_offset(key);
-    if (offset == 0 || !map_list())
+    platform::file list;
+    if (offset == 0 || !open_list(list, platform::access::read_write, platform::creation::open_existing))
         return false;
-    const chain found = measure_chain(offset, id, key);
+    chain found = read_chain(list, offset, id, key);
     if (!found.match)
         return false;
-    kill_record(*found.match, id.size() + list_record::overhead, found.offset + found.bytes);
-    write_header();
+    // The rest of the chain moves down, and a garbage record stands behind it.
+    list_record record;
+    read_record(found.content, *found.match, record);
+    const auto start = found.content.begin() + static_cast<std::ptrdiff_t>(*found.match);
+    const auto garbage =
+        std::rotate(start, start + static_cast<std::ptrdiff_t>(record.size), found.content.end());
+    blank_record(&*garbage, record.size);
+    write_at(list, offset, found.content);
+    list.close();
+    m_garbage += static_cast<std::uint32_t>(record.size);
     check_garbage();
     // deliberate: this counts as an insertion of the index, which is then made anew at the next opening.
     if (found.records == 1 && m_tree)
@@ -289,46 +264,56 @@ bool msidmap::remove(std::string_view id) {
 }
 
 bool msidmap::delete_if(const std::function<bool(std::string_view id, std::uint32_t value)>& predicate) {
-    if (!map_list()) {
-        log_unmapped("delete_if");
-        return false;
-    }
-    if (!has_header()) {
-        TVR_LOG(default_log, "[-] msidmap::__rebuild_index has wrong lst file");
-        return false;
-    }
-    list_record record;
-    std::vector<std::uint8_t> gone; // lengths of the IDs of a chain that are taken out
-    for (std::size_t at = m_header.size(); read_record(in_use(), at, record);) {
-        if (record.value == 0) {
-            at += record.size;
-            continue;
+    {
+        const write_map list(m_list_path, 0, &m_filesize);
+        if (!list.is_valid()) {
+            log_unmapped("delete_if");
+            return false;
         }
-        // What stays moves to the chain's start, garbage of the same sizes follows.
-        const chain whole = measure_chain(at, record.id, key11::of(record.id));
-        std::size_t kept = at;
-        for (std::size_t left = whole.records; left != 0; --left) {
-            read_record(in_use(), at, record);
-            const std::size_t size = record.size;
-            if (predicate(record.id, record.value)) {
-                gone.push_back(*m_list->at(at));
-                m_garbage += static_cast<std::uint32_t>(size);
-            } else {
-                std::memmove(m_list->at(kept), m_list->at(at), size);
-                kept += size;
-            }
-            at += size;
+        const std::uint32_t garbage = m_garbage; // the header in the file may be behind
+        if (!read_header(list)) {
+            TVR_LOG(default_log, "[-] msidmap::__rebuild_index has wrong lst file");
+            return false;
         }
-        for (const std::uint8_t length : gone) {
-            *m_list->at(kept) = length;
-            blank_record(m_list->at(kept), length + list_record::overhead);
-            kept += length + list_record::overhead;
+        m_garbage = garbage;
+        list_record record;
+        for (std::size_t at = m_header.size(); read_record(list.bytes(), at, record);) {
+            chain whole = measure_chain(list.bytes().subspan(at), record.id, key11::of(record.id));
+            whole.offset = at;
+            thin_chain(list, whole, predicate);
+            at += whole.bytes;
         }
-        gone.clear();
     }
-    write_header();
     check_garbage();
     return true;
+}
+
+// What stays of the chain moves to its start, and garbage of the sizes of the others follows: the one taken
+// out last comes first.
+void msidmap::thin_chain(const write_map& list, const chain& whole,
+                         const std::function<bool(std::string_view id, std::uint32_t value)>& predicate) {
+    std::vector<std::uint8_t> gone; // lengths of the IDs
+    std::size_t at = whole.offset;
+    std::size_t kept = at;
+    list_record record;
+    for (std::size_t left = whole.records; left != 0; --left) {
+        read_record(list.bytes(), at, record);
+        const std::size_t size = record.size;
+        if (predicate(record.id, record.value)) {
+            gone.push_back(*list.at(at));
+            m_garbage += static_cast<std::uint32_t>(size);
+        } else {
+            std::memmove(list.at(kept), list.at(at), size);
+            kept += size;
+        }
+        at += size;
+    }
+    for (; !gone.empty(); gone.pop_back()) {
+        const std::size_t size = gone.back() + list_record::overhead;
+        *list.at(kept) = gone.back();
+        blank_record(list.at(kept), size);
+        kept += size;
+    }
 }
 
 void msidmap::check_garbage() {
@@ -348,7 +333,7 @@ void msidmap::tell_index(const key11& key, std::uint32_t offset, bool replace) {
 }
 
 // Compacts the list and, with an index, enters its records anew.
-bool msidmap::__rebuild_index(bool with_index) {
+void msidmap::__rebuild_index(bool with_index) {
     m_tree.reset();
     if (!m_index_path.empty())
         platform::delete_file(m_index_path);
@@ -358,45 +343,40 @@ bool msidmap::__rebuild_index(bool with_index) {
         if (m_tree->count() != 0)
             m_tree->start_anew();
     }
-    if (!map_list()) {
+    write_map list(m_list_path, 0, &m_filesize);
+    if (!list.is_valid()) {
         log_unmapped("__rebuild_index");
-        m_list.reset();
-        return false;
+        return;
     }
-    if (!has_header()) {
+    // deliberate: such a file stays as it is. The next insert() gives it a header, and the next rebuilding
+    // finds its records again.
+    if (!read_header(list)) {
         TVR_LOG(default_log, "[-] msidmap::__rebuild_index has wrong lst file");
-        // Counts as empty as a whole, so that the next record stands behind a header.
-        m_records = m_garbage = 0;
-        m_filesize = 0;
-        release_list();
-        return false;
+        return;
     }
     m_records = 0;
     std::size_t kept = m_header.size();
     list_record record;
-    for (std::size_t at = kept; read_record(in_use(), at, record);) {
+    for (std::size_t at = kept; read_record(list.bytes(), at, record);) {
         const std::size_t size = record.size;
         if (record.is_live()) {
             if (m_tree)
                 m_tree->insert(key11::of(record.id), static_cast<std::uint32_t>(kept), false);
             if (kept != at)
-                std::memmove(m_list->at(kept), m_list->at(at), size);
+                std::memmove(list.at(kept), list.at(at), size);
             kept += size;
             ++m_records;
         }
         at += size;
     }
     m_garbage = 0;
-    write_header();
-    m_filesize = kept;
-    release_list();
-    return true;
+    write_header(list);
+    cut(list, kept);
 }
 
 void msidmap::merge(std::string_view list_path) {
     if (list_path.empty())
         return;
-    let_go_of(list_path);
     const read_map list(list_path);
     if (list.is_valid())
         for_each_live(list.bytes(),
@@ -404,7 +384,6 @@ void msidmap::merge(std::string_view list_path) {
 }
 
 void msidmap::relabel(std::string_view list_path, std::uint32_t value) {
-    let_go_of(list_path);
     write_map list(list_path);
     if (!list.is_valid())
         return;
@@ -416,14 +395,12 @@ void msidmap::relabel(std::string_view list_path, std::uint32_t value) {
 void msidmap::write_out(file_stream& file) {
     const platform::locker locker(m_lock);
     __rebuild_index(false);
-    if (map_list())
-        file.write(in_use().data(), in_use().size());
-    release_list();
+    const read_map list(m_list_path);
+    file.write(list.bytes().data(), list.bytes().size());
 }
 
 void msidmap::drop_files() {
     m_tree.reset();
-    release_list();
     if (m_list_path.empty())
         return;
     platform::delete_file(m_list_path);

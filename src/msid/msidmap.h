@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/fileheader.h"
 #include "common/filemap.h"
@@ -22,10 +23,8 @@ struct key11;
 
 // Any thread, one operation at a time; delete_if() and the rebuilding want the map to themselves.
 //
-// The index is held open for the life of the map. The list is opened by the first operation that needs it
-// and stays open and mapped, with room behind its last record, until release_list() or the destructor cuts
-// it to its bytes in use. Should the process die before that, the zeros at the end read as dead records,
-// and the stale index makes the next opening rebuild and cut.
+// The index is held open for the life of the map. The list is open for the length of each operation only, and
+// is then exactly as long as its records.
 class msidmap {
 public:
     // Opens "<folder><name>.lst" and ".idx"; missing ones are made. `folder` with a trailing backslash, or
@@ -43,11 +42,11 @@ public:
     bool insert(std::string_view id, std::uint32_t value);
     std::uint32_t search(std::string_view id); // the value, 0 if it isn't there
     bool remove(std::string_view id);          // false if it isn't there
-    // Takes out every record for which the predicate, called in the order of the list, says yes. False, with
-    // a log line, if the list can't be mapped (an empty one can't be) or has no header. Takes no lock.
+    // Takes out every record for which the predicate, called in the order of the list, says yes; a dead one
+    // is shown to it as the empty ID with the value 0. False, with a log line, if the list can't be mapped
+    // (an empty one can't be) or has no header. Takes no lock.
     bool delete_if(const std::function<bool(std::string_view id, std::uint32_t value)>& predicate);
-    // Inserts all live records of another .lst; nothing for an empty path. The list of another map of this
-    // process is let go of first.
+    // Inserts all live records of another .lst; nothing for an empty path.
     void merge(std::string_view list_path);
     // Overwrites the value of every live record of a .lst file; its index stays right. A missing list is
     // made, empty.
@@ -55,10 +54,6 @@ public:
     // Writes a compacted copy of the .lst file. The map has no index afterwards: discard it or clear it.
     void write_out(file_stream& file);
     void clear(); // deletes both files and makes a new empty map; the .lst comes with the first insert
-
-    // Lets go of the list file between operations, so that it can be renamed; it is opened again by the
-    // next operation.
-    void release_list();
 
     // Records added, as counted at the last rebuild plus those added since; dead ones are not taken off.
     [[nodiscard]] std::uint32_t records() const noexcept { return m_records; }
@@ -72,31 +67,29 @@ private:
         std::size_t offset = 0; // 0: none
         std::size_t bytes = 0;
         std::size_t records = 0;
-        std::optional<std::size_t> match; // offset of the record with the very ID that was asked for
+        std::optional<std::size_t> match; // from the chain's start, of the record with the very ID
+        bool ends_here = false;           // another record follows
+        std::vector<std::uint8_t> content;
     };
 
     void open();
     bool upgrade();
-    bool __rebuild_index(bool with_index);
+    void __rebuild_index(bool with_index);
     void check_garbage();
     void tell_index(const key11& key, std::uint32_t offset, bool replace);
     void drop_files();
     void copy_in(file_stream& file);
 
-    bool map_list();
-    bool has_header();
-    void grow_list(std::uint64_t needed);
-    void write_header();
-    // The bytes in use; nothing while the list isn't mapped.
-    [[nodiscard]] std::span<std::uint8_t> in_use() const noexcept;
+    bool read_header(const write_map& list); // into the counters
+    void write_header(const write_map& list);
+    void cut(write_map& list, std::uint64_t size);
 
     std::size_t chain_offset(const key11& key);
-    chain measure_chain(std::size_t offset, std::string_view id, const key11& key) const;
-    void kill_record(std::size_t offset, std::size_t size, std::size_t chain_end);
-
-    void enter();          // into the list of this process's maps
-    void leave() noexcept; // and out of it
-    static void let_go_of(std::string_view list_path);
+    static chain measure_chain(std::span<const std::uint8_t> list, std::string_view id, const key11& key);
+    bool open_list(platform::file& list, platform::access rights, platform::creation mode);
+    chain read_chain(platform::file& list, std::size_t offset, std::string_view id, const key11& key);
+    void thin_chain(const write_map& list, const chain& whole,
+                    const std::function<bool(std::string_view id, std::uint32_t value)>& predicate);
 
     platform::critical_section m_lock;
     std::uint32_t m_records = 0;
@@ -108,7 +101,6 @@ private:
     std::unique_ptr<msidtree> m_tree;
     bool m_temporary = false;
     std::string m_reserved_path; // the empty file that holds a temporary map's name
-    std::optional<write_map> m_list;
 };
 
 } // namespace tvr

@@ -57,7 +57,6 @@ bool transaction::finalize_half(const half_stage& half) {
 
     // deliberate: the map holds its index open, so that the second rename fails; the index is made anew from
     // the list at the next opening.
-    msids.release_files();
     const std::string target_folder = folder.path(half.target);
     for (const char* extension : {".lst", ".idx"}) {
         platform::delete_file(target_folder + name + extension);

@@ -110,8 +110,8 @@ void file_half(trainingplan& plan, bye_ring& ring, std::uint32_t final_count, co
     aged_out_list ranges;
     ranges.reserve(10);
     ring.forget_oldest(ranges);
-    // deliberate: the handle was never opened, so this opens an unnamed map in the current folder, and the
-    // purge finds nothing there.
+    // deliberate: the handle was never opened, so this opens an unnamed map, and the purge finds
+    // nothing there.
     plan.msids().reopen();
     plan.msids().purge(ranges);
     ring.save_col(stage_number::sorted);

@@ -276,7 +276,6 @@ void run_list(raw_bytes input) {
     put_file(in_base("other.lst"), input);
     {
         msidmap map(base_folder, "spamdict");
-        map.release_list();
         const ids known = live_ids(path);
         // A chain ends where another key begins: of those that a damaged list has torn apart only the first
         // is looked at.

@@ -17,7 +17,6 @@ TEST(MessageAccess, WorksOnACopy) {
     EXPECT_EQ(access.lookup("old"), 1U);
     access.add("new", 2);
     access.remove("old");
-    access.release_files();
     std::filesystem::rename(root.path() / "work" / "s.lst", root.path() / "taken.lst");
     EXPECT_EQ(read_file(root.path() / "taken.lst").substr(24), counted("new", 2));
     EXPECT_EQ(read_file(root.path() / "main" / "s.lst"), before);
@@ -37,7 +36,6 @@ TEST(MessageAccess, PurgesWhatTheRangesClaim) {
     access.open(root.engine_path("main\\"), root.engine_path("work\\"), "s");
     aged_out_list ranges = {{10, 20, false}, {30, 2, true}};
     access.purge(ranges);
-    access.release_files();
     EXPECT_EQ(ranges[1].last, 0U) << "each claim lowers the count";
     // Of the three at 30 the first two are gone.
     EXPECT_EQ(access.lookup("16"), 9U);
