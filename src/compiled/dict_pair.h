@@ -4,12 +4,14 @@
 #include <string>
 #include <string_view>
 
+#include "compiled/hashreg.h"
 #include "dict/dict_folder.h"
 
 namespace tvr {
 
-// Made for one run. Belongs to the transaction's thread.
-class dict_pair {
+// Made for one run. Belongs to the transaction's thread. deliberate: of the map and the header that it
+// inherits nothing is used.
+class dict_pair : public hashreg {
 public:
     explicit dict_pair(std::string_view folder); // of the dictionaries, with a trailing backslash
 

@@ -211,9 +211,12 @@ bool dictbase::has_manual_marks() {
     if (!cache.open_to_read(m_path) || !cache.read_u32(count))
         return false;
     message_head record;
-    while (record.read(cache))
+    while (record.read_head(cache)) {
         if (record.flags & message_flag::manual)
             return true;
+        if (!record.skip_tokens(cache))
+            break;
+    }
     return false;
 }
 

@@ -1,6 +1,7 @@
 // The messages of a batch, fetched with their tokens by position.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -16,16 +17,16 @@ namespace tvr {
 // those who need each token once and no table.
 class token_block {
 public:
-    // Reads the block at the stream's position. False, with no tokens, if it isn't whole or its entries don't
-    // fit its counts. Its memory is kept for the next block.
-    bool read(file_stream& file) {
+    // Reads the block at the stream's position, as far as the file has it: an entry that is cut short doesn't
+    // count, nor does what follows it. Its memory is kept for the next block.
+    void read(file_stream& file) {
         std::uint32_t head[2];
         m_size = 0;
-        if (!file.read_exact(head, sizeof head) || !make_room(file, head[1]) ||
-            !file.read_exact(m_bytes.get(), head[1]) || !fits(head[0], head[1]))
-            return false;
-        m_size = head[1];
-        return true;
+        if (!file.read_exact(head, sizeof head))
+            return;
+        const std::size_t size = make_room(file, head[1]);
+        if (file.read(m_bytes.get(), size, m_size))
+            m_size = whole_entries(m_size);
     }
 
     // Calls action(token, count) in storage order. An empty token is passed over: no map has one.
@@ -42,30 +43,28 @@ public:
     }
 
 private:
-    // Takes no more memory than the file has bytes, whatever its head says.
-    bool make_room(file_stream& file, std::uint32_t size) {
-        if (size <= m_room)
-            return true;
+    // Takes no more memory than the file has bytes, whatever the head says; how much of `wanted` there is
+    // room for.
+    std::size_t make_room(file_stream& file, std::size_t wanted) {
+        if (wanted <= m_room)
+            return wanted;
         const std::uint64_t end = file.size().value_or(0);
-        if (file.position() > end || size > end - file.position())
-            return false;
-        m_room = 0;
-        m_bytes.reset();
-        m_bytes = std::make_unique_for_overwrite<std::uint8_t[]>(size);
-        m_room = size;
-        return true;
+        const auto size =
+            static_cast<std::size_t>(std::min<std::uint64_t>(wanted, end - std::min(end, file.position())));
+        if (size > m_room) {
+            m_room = 0;
+            m_bytes.reset();
+            m_bytes = std::make_unique_for_overwrite<std::uint8_t[]>(size);
+            m_room = size;
+        }
+        return size;
     }
 
-    [[nodiscard]] bool fits(std::uint32_t count, std::size_t size) const noexcept {
+    [[nodiscard]] std::size_t whole_entries(std::size_t size) const noexcept {
         std::size_t place = 0;
-        for (; count != 0; --count) {
-            if (place == size)
-                return false;
+        while (place < size && std::size_t{m_bytes[place]} + 5 <= size - place)
             place += std::size_t{m_bytes[place]} + 5;
-            if (place > size)
-                return false;
-        }
-        return place == size;
+        return place;
     }
 
     std::unique_ptr<std::uint8_t[]> m_bytes;
@@ -78,11 +77,14 @@ class message_reader {
 public:
     bool open(std::string_view path) { return m_file.open_to_read(path); }
 
-    // Reads the record at an offset. False if there is no whole one.
+    // Reads the record at an offset. False if there is none. Of a token table that is cut short the whole
+    // tokens count.
     bool read(std::uint64_t offset) {
-        return offset <= INT64_MAX &&
-               m_file.seek(static_cast<std::int64_t>(offset), platform::origin::begin).has_value() &&
-               head.read_head(m_file) && tokens.read(m_file);
+        if (offset > INT64_MAX || !m_file.seek(static_cast<std::int64_t>(offset), platform::origin::begin) ||
+            !head.read_head(m_file))
+            return false;
+        tokens.read(m_file);
+        return true;
     }
 
     message_head head;

@@ -41,8 +41,10 @@ bool message_head::read_head(file_stream& file, std::uint32_t hint) {
 }
 
 bool message_head::read(file_stream& file) {
-    if (!read_head(file))
-        return false;
+    return read_head(file) && skip_tokens(file);
+}
+
+bool message_head::skip_tokens(file_stream& file) const {
     // A length of 0 would make a reader stand still. deliberate: any other is taken as it is.
     return length != 0 &&
            file.seek(static_cast<std::int64_t>(position + length), platform::origin::begin).has_value();

@@ -35,6 +35,8 @@ struct message_head {
     bool read(file_stream& file);
     // Reads head and message ID, and stops in front of the token table. `hint` as in fileheader.
     bool read_head(file_stream& file, std::uint32_t hint = 0);
+    // After read_head(): seeks behind the record. False if its length leads nowhere.
+    bool skip_tokens(file_stream& file) const;
     // After read_head(): the offset behind the record, if its length holds the head and the two counts of a
     // token table, and ends within the file (of `file_size` bytes). For those who write behind or into it.
     [[nodiscard]] std::optional<std::uint64_t> whole_end(const file_stream& file,

@@ -190,12 +190,12 @@ bool dict_folder::divide_old_atom(const std::string& name) {
     head.read(view.bytes(), place);
     if (head.oldest != 0 || head.newest != 0 || head.messages == 0)
         return false;
+    TVR_LOG(transact_log, "[i] divide old dictionary (%s)", path.c_str());
     // deliberate: a size of 0 is not guarded against; it ends the process.
     const std::uint32_t piece_size = current_settings()->optimal_one_dict_size;
     const std::uint32_t piece_count = head.messages / piece_size + (head.messages % piece_size != 0 ? 1 : 0);
     if (!is_plausible(piece_count, view.size()))
         return false;
-    TVR_LOG(transact_log, "[i] divide old dictionary (%s)", path.c_str());
     const bool only_atom = m_files.size() == 1;
     pieces all;
     for (std::uint32_t i = 0; i < piece_count; ++i)

@@ -117,8 +117,8 @@ TEST_F(Atom, Rewrites) {
         {"gives too", false, {{"cd", 4}}, usual, an_atom(2, 8, counted("ab", 3) + counted("cd", 5))},
         {"has none of it", false, {{"zz", minus(2)}}, usual, usual, "zz-2 "},
         {"fresh", true, {{"x", 1}}, fresh, atom_bytes({1, 1, 1, 20000, 0}, 1, counted("x", 1))},
-        // A damaged block counts as empty.
-        {"damaged", true, {{"x", 1}}, damaged, atom_bytes({1, 1, 4, 20000, 0}, 1, counted("x", 1))},
+        // A damaged block counts as empty; what its end leaves of the message IDs is carried on.
+        {"damaged", true, {{"x", 1}}, damaged, atom_bytes({1, 1, 4, 20000, 0}, 1, counted("x", 1)) + "c"},
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.what);
@@ -149,8 +149,11 @@ TEST_F(Atom, Rewrites) {
 
 // The third section is carried along, and kept up to date by the changes.
 TEST_F(Atom, AppliesMessagesToTokensAndIds) {
-    const std::string data = le(3) + message_bytes(20001, "<1>", 2, counted("ab", 2) + counted("cd", 1)) +
-                             message_bytes(20002, "<2>", 2, counted("ab", 5) + counted("x", 1));
+    std::string data = le(3) + message_bytes(20001, "<1>", 2, counted("ab", 2) + counted("cd", 1)) +
+                       message_bytes(20002, "<2>", 2, counted("ab", 5) + counted("x", 1));
+    const auto third = static_cast<std::uint32_t>(data.size());
+    data += message_bytes(20001, "<cut>", 2, counted("z", 4) + counted("yy", 1));
+    data.resize(data.size() - 3);
     write_file(root.path() / "data.bys", data);
     write_file(root.path() / "main" / "s.lst", "nSID" + le(2, 1, 0) + counted("<2>", 4));
     std::filesystem::create_directory(root.path() / "work");
@@ -159,6 +162,7 @@ TEST_F(Atom, AppliesMessagesToTokensAndIds) {
     const std::uint32_t second = 4 + 32 + 4 + 8 + 14;
     atom->add_message(4, 20001, true);
     atom->add_message(second, 20002, false);
+    atom->add_message(third, 20001, true);
     atom->add_message(second + 1, 20002, true); // no record there
     atom->add_message(1 << 20, 20002, true);
 
@@ -171,13 +175,16 @@ TEST_F(Atom, AppliesMessagesToTokensAndIds) {
     EXPECT_EQ(count_of(final, "ab"), minus(3)) << "differences wrap";
     EXPECT_EQ(count_of(final, "cd"), 1U);
     EXPECT_EQ(count_of(final, "x"), minus(1));
+    EXPECT_EQ(count_of(final, "z"), 4U);
+    EXPECT_EQ(count_of(final, "yy"), 0U) << "not the token that is cut";
     EXPECT_EQ(ids.lookup("<1>"), 20001U);
+    EXPECT_EQ(ids.lookup("<cut>"), 20001U);
     EXPECT_EQ(ids.lookup("<2>"), 0U);
     final.clear();
     store_u32(final.get_or_add("q"), 1);
     ASSERT_TRUE(atom->rewrite(final, root.engine_path("out"), true));
-    EXPECT_EQ(read_file(out), atom_bytes({3, 1, 2, 20000, 20002}, 1, counted("q", 2)) + "nSID" + le(2, 2, 0) +
-                                  counted("<old>", 8) + counted("<1>", 20001));
+    EXPECT_EQ(read_file(out), atom_bytes({4, 1, 2, 20000, 20002}, 1, counted("q", 2)) + "nSID" + le(2, 3, 0) +
+                                  counted("<old>", 8) + counted("<1>", 20001) + counted("<cut>", 20001));
     atom.reset();
     EXPECT_TRUE(std::filesystem::is_empty(root.path() / "tmp")) << "a temporary file stayed";
 }

@@ -69,6 +69,8 @@ TEST_F(DictBase, CountsAndLooksForManualMarks) {
         {le(1) + record(3) + record(11), 1, false},
         {le(1) + record(3) + record(4), 1, true},
         {le(0) + record(15), 0, true},
+        {le(1) + record(4).replace(8, 4, le(0)), 1, true}, // of length 0: looked at, then the walk ends
+        {le(2) + record(3).replace(8, 4, le(0)) + record(4), 2, false},
         {le(2) + record(0) + "foreign" + record(4), 2, false},
         {le(2) + record(0).substr(0, 20), 2, false},
     };
