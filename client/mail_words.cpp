@@ -13,6 +13,8 @@ void mail_words::add(std::string_view text, std::string_view kind, std::string_v
 }
 
 void mail_words::word(std::string_view text) {
+    if (m_spelling && (m_prefix.empty() || m_prefix == "subject:"))
+        text = m_spelling->plain(text, m_plain);
     if (m_prefix.empty()) {
         if (text.size() >= 2)
             m_tokens.add(m_kind, text);

@@ -1,8 +1,12 @@
 // The tokens of the words of a text.
 #pragma once
 
+#include <memory>
+#include <string>
 #include <string_view>
+#include <utility>
 
+#include "client/look_alikes.h"
 #include "client/mail_links.h"
 #include "client/mail_tokens.h"
 #include "client/word_scanner.h"
@@ -11,7 +15,9 @@ namespace tvr {
 
 class mail_words final : private word_sink {
 public:
-    mail_words(mail_tokens& tokens, mail_links& links) : m_tokens(tokens), m_links(links) {}
+    // `spelling` is asked for the words of subject and body; null for none.
+    mail_words(mail_tokens& tokens, mail_links& links, std::shared_ptr<const look_alikes> spelling)
+        : m_tokens(tokens), m_links(links), m_spelling(std::move(spelling)) {}
 
     // Makes tokens of a kind ("H ") from the words of a text in UTF-8, each with the prefix ("subject:") in
     // front; without one, words of one byte are left out. Links and addresses in the text go to mail_links.
@@ -25,6 +31,8 @@ private:
 
     mail_tokens& m_tokens;
     mail_links& m_links;
+    std::shared_ptr<const look_alikes> m_spelling;
+    std::string m_plain;
     word_scanner m_scanner;
     std::string_view m_kind;
     std::string_view m_prefix;

@@ -20,9 +20,10 @@ using namespace std::string_view_literals;
 
 class tokenizer::implementation final : private mail_visitor {
 public:
-    explicit implementation(const tokenizer_limits& limits)
-        : m_limits(limits), m_tokens(limits), m_links(m_tokens), m_words(m_tokens, m_links),
-          m_headers(m_tokens, m_words, m_links), m_parts(m_limits, m_tokens, m_words, m_links) {}
+    implementation(const tokenizer_limits& limits, std::shared_ptr<const look_alikes> spelling)
+        : m_limits(limits), m_tokens(limits), m_links(m_tokens),
+          m_words(m_tokens, m_links, std::move(spelling)), m_headers(m_tokens, m_words, m_links),
+          m_parts(m_limits, m_tokens, m_words, m_links) {}
 
     void tokenize(std::string_view raw);
     [[nodiscard]] const token_table& tokens() const { return m_tokens.table(); }
@@ -51,7 +52,8 @@ private:
     mail_facts m_facts;
 };
 
-tokenizer::tokenizer(const tokenizer_limits& limits) : m_it(std::make_unique<implementation>(limits)) {}
+tokenizer::tokenizer(const tokenizer_limits& limits, std::shared_ptr<const look_alikes> spelling)
+    : m_it(std::make_unique<implementation>(limits, std::move(spelling))) {}
 tokenizer::~tokenizer() = default;
 
 void tokenizer::tokenize(std::string_view raw) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "client/look_alikes.h"
 #include "client/token_table.h"
 #include "client/tvr_ipc_export.h"
 
@@ -44,7 +45,9 @@ struct tokenizer_limits {
 // One object belongs to one thread, and is made to be used for many messages.
 class TVR_IPC_EXPORT tokenizer {
 public:
-    explicit tokenizer(const tokenizer_limits& limits = {});
+    // The words of subject and body are spelled as `spelling` has it; null leaves them as they are.
+    explicit tokenizer(const tokenizer_limits& limits = {},
+                       std::shared_ptr<const look_alikes> spelling = look_alikes::of_user());
     ~tokenizer();
     tokenizer(const tokenizer&) = delete;
     tokenizer& operator=(const tokenizer&) = delete;

@@ -22,13 +22,17 @@ constexpr std::size_t partial_size = ascii_end - blank; // entries
 
 std::string& partial_transliteration(std::string& text) {
     const settings* set = current_settings();
-    if (!set || !set->use_partically_translitting || set->spam_transliteration_table.size() < partial_size ||
-        text.find_first_of(set->local_user_alphabet) == std::string::npos)
+    return set ? partial_transliteration(text, *set) : text;
+}
+
+std::string& partial_transliteration(std::string& text, const settings& set) {
+    if (!set.use_partically_translitting || set.spam_transliteration_table.size() < partial_size ||
+        text.find_first_of(set.local_user_alphabet) == std::string::npos)
         return text;
     for (char& each : text) {
         const auto code = static_cast<unsigned char>(each);
         if (code > blank && code < ascii_end)
-            each = set->spam_transliteration_table[code - std::size_t{blank}];
+            each = set.spam_transliteration_table[code - std::size_t{blank}];
     }
     return text;
 }

@@ -1,5 +1,6 @@
 // Undoes the writing of local words with Latin look-alike characters, so that a word has one spelling. For
-// the filter side: the engine calls nothing of it. Reads current_settings(); without settings none is set.
+// the filter side: the engine calls nothing of it. Reads current_settings() unless it is given others;
+// without settings none is set.
 #pragma once
 
 #include <array>
@@ -9,11 +10,14 @@
 
 namespace tvr {
 
+class settings;
+
 // Replaces the characters 33 to 127 of the text by their entries in "spam transliteration table", whose first
 // entry is that of 32, and answers the text. Only if "use partically translitting" is set, the table has at
 // least 96 bytes, and the text holds a character of "local user alphabet"; otherwise the text stays as it is.
 // Any thread.
 std::string& partial_transliteration(std::string& text);
+std::string& partial_transliteration(std::string& text, const settings& set);
 
 // A replacement for each byte value. Any number of threads may translate while none loads.
 class xlt_table {

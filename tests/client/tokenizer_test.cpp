@@ -21,6 +21,55 @@ std::set<std::string> tokens_of(std::string_view mail) {
     return all;
 }
 
+// Latin letters for Cyrillic ones in words that have some, and digits for letters beside a letter of the
+// alphabet.
+TEST(tokenizer, spells_look_alikes_plainly) {
+    std::string same;
+    for (char c = ' '; c < 127; ++c)
+        same += c;
+    same += '?'; // of 127
+    const auto entry = [&](char code, const std::string& other) {
+        return std::string(same).replace(static_cast<std::size_t>(code - ' '), 1, other);
+    };
+    const struct {
+        std::string table, alphabet, mail, expected, unexpected;
+    } rows[] = {
+        {entry('a', "\xD0\xB0"), "\xD0\xB2\xD0\xB0",
+         "\xD0\xB2"
+         "a data",
+         "\xD0\xB2\xD0\xB0",
+         "\xD0\xB2"
+         "a"},
+        {entry('0', "o"), "\xC3\xB6",
+         "b\xC3\xB6"
+         "0t 100",
+         "b\xC3\xB6ot",
+         "b\xC3\xB6"
+         "0t"},
+        {entry('0', "o").substr(1), "\xC3\xB6",
+         "b\xC3\xB6"
+         "0t 100",
+         "b\xC3\xB6"
+         "0t",
+         "b\xC3\xB6ot"},
+    };
+    for (const auto& row : rows) {
+        const auto set = std::make_shared<settings>();
+        set->use_partically_translitting = 1;
+        set->spam_transliteration_table = row.table;
+        set->local_user_alphabet = row.alphabet;
+        tokenizer cutter({}, std::make_shared<const look_alikes>(set));
+        cutter.tokenize("Subject: " + row.mail + "\n\n" + row.mail + "\n");
+        std::set<std::string> all;
+        cutter.tokens().for_each([&](std::string_view token, std::uint32_t) { all.emplace(token); });
+        for (const char* kind : {"B ", "H subject:"}) {
+            EXPECT_TRUE(all.contains(kind + row.expected)) << row.expected;
+            EXPECT_FALSE(all.contains(kind + row.unexpected)) << row.unexpected;
+        }
+        EXPECT_TRUE(all.contains("B data") || all.contains("B 100")) << "other words stay as they are";
+    }
+}
+
 TEST(tokenizer, finds_what_a_mail_is_made_of) {
     const struct {
         const char* name;
