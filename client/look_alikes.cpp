@@ -8,6 +8,7 @@
 #include "common/path.h"
 #include "common/registry_text.h"
 #include "platform/process.h"
+#include "settings/settings.h"
 #include "settings/transliteration.h"
 
 namespace tvr {

@@ -6,13 +6,15 @@
 #include <string_view>
 #include <vector>
 
-#include "settings/settings.h"
+#include "client/tvr_ipc_export.h"
 
 namespace tvr {
 
+class settings;
+
 // Partial transliteration of the words of a mail, by "spam transliteration table" and "local user alphabet".
 // Any thread.
-class look_alikes {
+class TVR_IPC_EXPORT look_alikes {
 public:
     // A table and an alphabet in UTF-8 go by their characters, others by their bytes.
     explicit look_alikes(std::shared_ptr<const settings> set);

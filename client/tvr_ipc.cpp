@@ -22,9 +22,7 @@ constexpr std::string_view cache_folder = "base\\transact\\";
 struct training_client::state {
     state()
         : working(find_working_directory()), cache(working + std::string(cache_folder) + "autotrain.bys"),
-          learning(working) {
-        channel.set_file(working.empty() ? std::string() : working + std::string(cache_folder) + "ipc.bin");
-    }
+          learning(working) {}
 
     std::string find_working_directory() {
         user_folder folder = make_user_folder();

@@ -90,18 +90,18 @@ folder_state check_directory(std::string_view path) {
                                                                              : folder_state::not_writable;
 }
 
-std::string registry_path_value(std::string_view name) {
+std::string registry_path_value(std::string_view name, std::string text) {
     platform::registry_key key;
-    if (!key.open(platform::registry_root::local_machine, paths_key))
-        return {};
+    if (!key.open(platform::registry_root::local_machine, paths_key, platform::registry_access::allowed))
+        return text;
     const auto value = key.query(name);
-    if (!value)
-        return {};
+    if (!value || value->data.size() > longest_path)
+        return text;
     std::string path = value->data.substr(0, value->data.find('\0'));
     if (value->type == platform::registry_type::expand_string)
         path = platform::expand_environment(path);
     if (path.size() > longest_path)
-        return {};
+        return text;
     add_backslash(path);
     return path;
 }

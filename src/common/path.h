@@ -25,8 +25,9 @@ folder_state check_directory(std::string_view path);
 // The installation folder: the machine's registry value TessivarRoot, expanded, with a trailing
 // backslash; empty if there is none.
 std::string root_folder();
-// A path value of the product's registry key, as root_folder(); `name` says which.
-std::string registry_path_value(std::string_view name);
+// A path value of the product's registry key, as root_folder(); `name` says which. `text` as it stands if
+// there is none, or if it is longer than 260 bytes or expands to more.
+std::string registry_path_value(std::string_view name, std::string text = {});
 std::string module_folder(); // with a trailing backslash
 
 inline constexpr std::string_view paths_key = "Software\\Orvenix\\Brackenhold\\Paths";

@@ -43,7 +43,8 @@ bool registry_text::write(std::string_view name, std::string_view text) {
     if (platform::last_error() != platform::error::access_denied)
         return false;
     m_key.close();
-    return m_key.open(m_root, m_path, true) && m_key.set(name, platform::registry_type::string, data);
+    return m_key.open(m_root, m_path, platform::registry_access::write) &&
+           m_key.set(name, platform::registry_type::string, data);
 }
 
 } // namespace tvr

@@ -43,8 +43,8 @@ bool zlib_loader::load(std::string_view name) {
             TVR_LOG(default_log, "[-] unable to load %s library", std::string(name).c_str());
             return false;
         }
+        TVR_LOG(default_log, "[i] Loaded library %s", m_library.path().c_str());
     }
-    TVR_LOG(default_log, "[i] Loaded library %s", m_library.path().c_str());
     m_compress = reinterpret_cast<compress_function>(m_library.symbol("compress"));
     m_uncompress = reinterpret_cast<compress_function>(m_library.symbol("uncompress"));
     return true;

@@ -2,6 +2,7 @@
 
 #include "common/files.h"
 #include "common/path.h"
+#include "common/text_stream.h"
 #include "platform/file.h"
 #include "settings/settings.h"
 
@@ -58,7 +59,7 @@ void selective_list::add_token(std::string_view text, std::uint32_t count) {
 void selective_list::write_line() {
     for (const std::string_view part :
          {opening, std::string_view(m_pending), closing, std::string_view("\n")})
-        m_output.write(part.data(), part.size());
+        write_text(m_output, part);
     m_pending.clear();
 }
 

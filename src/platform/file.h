@@ -119,6 +119,9 @@ std::optional<std::size_t> peek_file(std::string_view path, std::uint64_t offset
 std::string display_path(std::string_view path);
 std::string from_display_path(std::string_view path);
 
+// What ends a line of a text file.
+std::string_view line_end() noexcept;
+
 struct directory_entry {
     std::string name;
     std::uint32_t attributes = 0;

@@ -10,6 +10,9 @@
 namespace tvr::platform {
 
 std::uint32_t current_process_id() noexcept;
+// Stands for the executable of this process; never 0.
+using module_handle = std::uintptr_t;
+module_handle process_module() noexcept;
 // The path of the executable, or of the shared library that this code is linked into.
 std::string module_path();
 // Starts a program, detached from this one. False sets last_error().
@@ -66,8 +69,9 @@ bool is_terminal(std::FILE* stream) noexcept;
 
 // A line for the debugger channel (standard error where there is no debugger).
 void debug_output(std::string_view text) noexcept;
-// Shows a text to the user and waits for him where there is a desktop; never fails.
-void message_box(std::string_view text, std::string_view title) noexcept;
+// Shows a text to the user and waits for him. Where there is no desktop, or for a moved root, the text goes
+// to the standard error and, without a root, to the system's journal; false then.
+bool message_box(std::string_view text, std::string_view title) noexcept;
 
 struct version_info {
     std::string product_name;

@@ -11,6 +11,8 @@
 namespace tvr::platform {
 
 enum class registry_root { local_machine, current_user };
+// What a key is opened for: reading, writing alone, or all that the user may do with it.
+enum class registry_access { read, write, allowed };
 
 namespace registry_type {
 constexpr std::uint32_t string = 1;
@@ -31,13 +33,13 @@ public:
     registry_key() = default;
     ~registry_key() { close(); }
     registry_key(registry_key&& other) noexcept
-        : m_open(std::exchange(other.m_open, false)), m_writable(other.m_writable), m_root(other.m_root),
+        : m_open(std::exchange(other.m_open, false)), m_rights(other.m_rights), m_root(other.m_root),
           m_path(std::move(other.m_path)), m_handle(other.m_handle) {}
     registry_key(const registry_key&) = delete;
     registry_key& operator=(const registry_key&) = delete;
 
-    // Opens an existing key; `writable` asks for all rights.
-    bool open(registry_root root, std::string_view path, bool writable = false);
+    // Opens an existing key.
+    bool open(registry_root root, std::string_view path, registry_access rights = registry_access::read);
     // Opens or makes a key, with all rights.
     bool create(registry_root root, std::string_view path);
     void close() noexcept;
@@ -49,7 +51,7 @@ public:
 
 private:
     bool m_open = false;
-    bool m_writable = false;
+    [[maybe_unused]] registry_access m_rights = registry_access::read;
     registry_root m_root = registry_root::local_machine;
     std::string m_path;
     [[maybe_unused]] std::uintptr_t m_handle = 0; // the backend's own

@@ -66,6 +66,8 @@ public:
 
     void set() noexcept;
     void reset() noexcept;
+    // Looks without taking: an auto-reset event stays as it is.
+    [[nodiscard]] bool is_signalled() const noexcept;
     // True if it was or became signalled; an auto-reset event is then reset.
     bool wait(std::uint32_t milliseconds);
 

@@ -8,11 +8,42 @@
 
 namespace tvr {
 
+namespace {
+
+app_module* current_module = nullptr;
+
+} // namespace
+
+app_module::app_module(platform::module_handle instance) {
+    if (!current_module)
+        current_module = this;
+    app_module::init(instance);
+}
+
+app_module::~app_module() {
+    if (current_module == this)
+        current_module = nullptr;
+}
+
+app_module* app_module::current() noexcept {
+    return current_module;
+}
+
+void app_module::init(platform::module_handle module) {
+    m_module = m_resource_module = module;
+    platform::prepare_controls();
+}
+
+bool app_module::term() {
+    m_module = m_resource_module = 0;
+    return true;
+}
+
 void app_module::read_paths() {
     std::string log_folder;
     if (!registry_path_value("TessivarRoot").empty()) {
-        m_help_path = registry_path_value("TessivarHelp");
-        log_folder = registry_path_value("TessivarLog");
+        m_help_path = registry_path_value("TessivarHelp", m_help_path);
+        log_folder = registry_path_value("TessivarLog", log_folder);
     }
     logger::instance().configure(platform::module_path(), log_folder);
 }
@@ -32,6 +63,7 @@ bool app_module::create_presence() {
 
 void app_module::run() {
     m_presence.run();
+    term();
 }
 
 } // namespace tvr

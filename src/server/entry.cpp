@@ -9,7 +9,6 @@
 #include "common/logger.h"
 #include "common/text.h"
 #include "platform/entry.h"
-#include "platform/file.h"
 #include "platform/presence.h"
 #include "platform/process.h"
 #include "server/app_module.h"
@@ -101,10 +100,9 @@ void run_server(app_module& module, bool testing) {
     logger::instance().rotate(profiler_log);
     if (!module.create_presence())
         return;
-    platform::set_current_directory(platform::runtime_folder());
     makeversion();
     check_registry();
-    static work_server server;
+    static work_server server(module.window());
     if (server.init()) {
         platform::thread work_thread;
         if (testing) {
@@ -122,7 +120,7 @@ void run_server(app_module& module, bool testing) {
 } // namespace
 
 int engine_main(std::string_view command_line) {
-    static app_module module;
+    static app_module module(platform::process_module());
     module.read_paths();
     logger::instance().rotate(default_log);
     if (const command_key* key = find_key(command_line)) {

@@ -8,6 +8,7 @@
 
 #include "common/file_stream.h"
 #include "common/path.h"
+#include "common/text_stream.h"
 #include "platform/file.h"
 
 namespace tvr {
@@ -99,7 +100,7 @@ void merge_logs(std::string_view folder) {
         else
             line += mark;
         line += '\n';
-        os.write(line.data(), line.size());
+        write_text(os, line);
         cur_elem->read_line();
     }
 }

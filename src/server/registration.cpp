@@ -26,7 +26,7 @@ void write_server_value(platform::registry_key& key, const std::string& path) {
         return;
     if (platform::last_error() != platform::error::access_denied)
         return;
-    if (key.open(registry_root::local_machine, paths_key, true))
+    if (key.open(registry_root::local_machine, paths_key, platform::registry_access::write))
         key.set(server_value, platform::registry_type::string, path);
 }
 
@@ -84,7 +84,7 @@ void do_uninstall(std::uint32_t flags) {
     if (flags == 0)
         return;
     platform::registry_key key;
-    if (!key.open(registry_root::local_machine, paths_key, true))
+    if (!key.open(registry_root::local_machine, paths_key, platform::registry_access::allowed))
         return;
     const std::string path(paths_key);
     // deliberate: the character 7 and the rest of the name are what readers of these logs look for.

@@ -7,6 +7,7 @@
 #include "common/engine_interface.h"
 #include "common/file_stream.h"
 #include "common/path.h"
+#include "common/text_stream.h"
 #include "platform/library.h"
 
 namespace tvr {
@@ -24,23 +25,6 @@ using reference = std::unique_ptr<interface_T, releaser>;
 // deliberate: the last dot counts wherever it stands, in the name of a folder as well.
 std::string output_name(std::string_view input) {
     return std::string(input.substr(0, input.rfind('.'))) + ".out";
-}
-
-void print(file_stream& os, const std::string& text) {
-    os.write(text.data(), text.size());
-}
-
-// The next line without its end. False if there is nothing left to read.
-bool read_line(file_stream& is, std::string& line) {
-    char c = 0;
-    if (!is.read_exact(&c, 1))
-        return false;
-    while (c != '\n') {
-        line += c;
-        if (!is.read_exact(&c, 1))
-            break;
-    }
-    return true;
 }
 
 std::string result_of(score_engine* engine, const std::string& token) {
@@ -79,15 +63,16 @@ void dump_scores(std::string_view input, std::string_view library) {
     file_stream is;
     bool good = is.open(input, platform::access::read, share::read_write, platform::creation::open_existing);
     if (!good)
-        print(os, "Unable to open input file " + std::string(input) + "\n");
+        write_text(os, "Unable to open input file " + std::string(input) + "\n");
+    const std::string sz_file = join_path(module_folder(), library);
     platform::library dll;
-    if (!dll.load(library)) {
-        print(os, "Unable to load " + join_path(module_folder(), library) + "\n");
+    if (!dll.load(sz_file) && !dll.load_installed(library)) {
+        write_text(os, "Unable to load " + sz_file + "\n");
         return;
     }
     reference<component> m_eng1 = make_engine(dll);
     if (!m_eng1) {
-        print(os, "GetEngine failed.\n");
+        write_text(os, "GetEngine failed.\n");
         return;
     }
     const reference<score_engine> m_engine = query_engine(*m_eng1);
@@ -95,8 +80,8 @@ void dump_scores(std::string_view input, std::string_view library) {
     // deliberate: the read that meets the end of the input gives an empty token, which is looked up as well.
     while (good) {
         std::string token;
-        good = read_line(is, token);
-        print(os, token + result_of(m_engine.get(), token));
+        good = read_text_line(is, token);
+        write_text(os, token + result_of(m_engine.get(), token));
     }
 }
 

@@ -9,10 +9,8 @@
 #include "common/path.h"
 #include "dict/atom.h"
 #include "platform/clock.h"
-#include "platform/presence.h"
 #include "settings/settings.h"
 #include "settings/settings_file.h"
-#include "signal/identity.h"
 #include "stat/statistic.h"
 
 namespace tvr {
@@ -67,7 +65,7 @@ void report_dictionary(const std::string& path, const char* failure) {
 
 } // namespace
 
-work_server::work_server() {
+work_server::work_server(platform::window_handle window) : m_window(window) {
     work_server* none = nullptr;
     current_server.compare_exchange_strong(none, this);
 }
@@ -138,7 +136,7 @@ void work_server::stop() {
 }
 
 void work_server::quit() {
-    platform::close_presence(server_class, server_title);
+    platform::post_quit(m_window);
 }
 
 std::uint32_t work_server::load_training_information() {

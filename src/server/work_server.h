@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "platform/presence.h"
 #include "platform/sync.h"
 #include "signal/event_channel.h"
 #include "transact/transaction.h"
@@ -13,7 +14,7 @@ namespace tvr {
 // One object per process. Built and initialised on the main thread; work() runs on a thread of its own.
 class work_server {
 public:
-    work_server();
+    explicit work_server(platform::window_handle window); // of the server's presence
     ~work_server();
     work_server(const work_server&) = delete;
     work_server& operator=(const work_server&) = delete;
@@ -35,12 +36,12 @@ public:
     [[nodiscard]] transaction& pipeline() noexcept { return m_transaction; }
 
     void reinit() { m_transaction.reinit(); } // nothing calls it
-    // Asks the message loop to end, and waits until it has: not for the main thread. Nothing calls it.
-    void quit();
+    void quit();                              // asks the message loop to end, and returns; nothing calls it
     // Reports the heads of the two old-style dictionaries in the log; answers 0. Nothing calls it.
     std::uint32_t load_training_information();
 
 private:
+    platform::window_handle m_window;
     transaction m_transaction;
     event_channel m_channel;
     bool m_initialized = false;

@@ -1,6 +1,8 @@
 #include "settings/settings.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstdlib>
 #include <memory>
 
@@ -27,6 +29,24 @@ void for_each_line(std::string_view text, Action&& action) {
             line.remove_suffix(1);
         action(line);
     }
+}
+
+// Reals in the form of the C locale, whatever the locale is: with six digits, as streams write them.
+std::string real_text(double value) {
+    std::array<char, 32> text{};
+    const auto end =
+        std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::general, 6);
+    return {text.data(), end.ptr};
+}
+
+// The number that the text begins with, 0 if it is none.
+double real_value(std::string_view text) {
+    text.remove_prefix(std::min(text.size(), text.find_first_not_of(" \t\r\n\f\v")));
+    if (text.starts_with('+') && !text.starts_with("+-"))
+        text.remove_prefix(1);
+    double value = 0;
+    std::from_chars(text.data(), text.data() + text.size(), value);
+    return value;
 }
 
 constexpr std::uint64_t text_limit = std::uint64_t{1} << 20; // bytes; a larger settings file is not read
@@ -122,11 +142,8 @@ std::string base_settings::value_text(const field_descriptor& field) {
         return *field.raw;
     case field_type::flag:
         return flag_of(field) ? "1" : "0";
-    case field_type::real: {
-        char text[32];
-        std::snprintf(text, sizeof text, "%g", real_of(field));
-        return text;
-    }
+    case field_type::real:
+        return real_text(real_of(field));
     default:
         return std::to_string(number_of(field));
     }
@@ -146,7 +163,7 @@ void base_settings::assign_text(const field_descriptor& field, std::string_view 
         flag_of(field) = std::strtol(text.c_str(), nullptr, 10) != 0 ? 1 : 0;
         break;
     case field_type::real:
-        real_of(field) = std::strtod(text.c_str(), nullptr);
+        real_of(field) = real_value(value);
         break;
     default:
         number_of(field) = static_cast<std::uint32_t>(std::strtoul(text.c_str(), nullptr, 10));

@@ -151,7 +151,7 @@ bool _kwilsfile::__createdirstructure() {
     path_setting& working = m_settings->working_directory;
     working.expanded = platform::expand_environment(working.raw);
     for (const char* folder : {"", "base\\", "base\\transact"})
-        if (check_directory(working.expanded + folder) != folder_state::usable) {
+        if (check_directory(join_path(working.expanded, folder)) != folder_state::usable) {
             std::string text = platform::resource_string(folder_message);
             if (const std::size_t place = text.find("%s"); place != std::string::npos)
                 text.replace(place, 2, working.expanded);

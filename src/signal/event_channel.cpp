@@ -82,12 +82,8 @@ void event_channel::raise(std::uint32_t number) {
         file.write(file.read() | 1U << number % 32);
 }
 
-bool event_channel::is_pending(std::uint32_t number) {
-    // An event can only be asked by taking it.
-    if (number >= m_events.size() || !m_events[number].wait(0))
-        return false;
-    m_events[number].set();
-    return true;
+bool event_channel::is_pending(std::uint32_t number) const {
+    return number < m_events.size() && m_events[number].is_signalled();
 }
 
 std::uint32_t event_channel::wait(std::uint32_t milliseconds) {

@@ -33,15 +33,16 @@ public:
     event_channel(const event_channel&) = delete;
     event_channel& operator=(const event_channel&) = delete;
 
-    // The flag file of the server's own instance (full path); made with the word 0 if it is missing.
+    // The flag file of the server's own instance (full path); made with the word 0 if it is missing. No other
+    // instance has one.
     void set_file(std::string_view path);
 
     // Sets the event. Only while the flag file is missing, its bit is recorded there as well. A number
     // beyond 3 sets no event. Never fails.
     void raise(std::uint32_t number);
 
-    // Whether a raise of this event hasn't been taken by the server's wait yet.
-    bool is_pending(std::uint32_t number);
+    // Whether a raise of this event hasn't been taken by the server's wait yet. Looks without taking it.
+    [[nodiscard]] bool is_pending(std::uint32_t number) const;
 
     // Waits (milliseconds) and answers an event's number, the lowest first, or ev_timeout. A channel whose
     // events could not be created answers ev_timeout at once.

@@ -17,7 +17,7 @@ constexpr std::size_t path_room = 261;       // bytes of a path in the registry,
 
 std::string registered_server() {
     platform::registry_key key;
-    if (!key.open(platform::registry_root::local_machine, paths_key))
+    if (!key.open(platform::registry_root::local_machine, paths_key, platform::registry_access::allowed))
         return {};
     const auto value = key.query(server_value);
     if (!value || value->data.size() > path_room)

@@ -132,6 +132,11 @@ void write_table(platform::file& file, const statistic::table& entries, std::uin
     file.write(bytes.data(), static_cast<std::size_t>(to - bytes.data()));
 }
 
+void tell_user(const std::string& text, const char* title) {
+    if (!platform::message_box(text, title))
+        TVR_LOG(default_log, "%s: %s", title, text.c_str());
+}
+
 void delete_if_named(const std::string& path) {
     if (!path.empty())
         platform::delete_file(path);
@@ -261,7 +266,7 @@ void statistic::backup() noexcept {
         std::string text = "Exception in statistic::backup: step = " + to_hex(step, 8);
         if (step == 1 || step == 6)
             text += "\nFilename: " + (step == 1 ? m_main_name : m_backup_name);
-        platform::message_box(text, "Exception in Tessivar");
+        tell_user(text, "Exception in Tessivar");
     }
 }
 
@@ -273,8 +278,8 @@ void statistic::save_transaction() {
         step = 1;
         write_pending(hour, step);
     } catch (...) {
-        platform::message_box("Exception in statistic::save_transaction: step = " + to_hex(step, 8),
-                              "Exception in Tessivar!");
+        tell_user("Exception in statistic::save_transaction: step = " + to_hex(step, 8),
+                  "Exception in Tessivar!");
     }
 }
 

@@ -6,6 +6,7 @@
 #include "client/html_text.h"
 #include "client/mail_date.h"
 #include "client/tokenizer.h"
+#include "settings/settings.h"
 #include "support/test.h"
 
 namespace tvr {

@@ -148,10 +148,13 @@ TEST(path_test, the_registry_names_the_root) {
         {platform::registry_type::string, "%TESSIVAR_ROOT%\0"s, "%TESSIVAR_ROOT%\\"},
         {platform::registry_type::expand_string, "%TESSIVAR_ROOT%\\t\0"s, root.engine_path("t\\")},
         {platform::registry_type::string, "", ""},
+        {platform::registry_type::string, "c:\\" + std::string(256, 'x') + '\0',
+         "c:\\" + std::string(256, 'x') + "\\"},
+        {platform::registry_type::string, "c:\\" + std::string(257, 'x') + '\0', "as it was"},
     };
     for (const auto& row : table) {
         ASSERT_TRUE(key.set("TessivarRoot", row.type, row.data));
-        EXPECT_EQ(root_folder(), row.folder);
+        EXPECT_EQ(registry_path_value("TessivarRoot", "as it was"), row.folder);
     }
 }
 

@@ -119,7 +119,7 @@ TEST_F(Base, EmptyOnesHaveFortyEightBytes) {
 // Nothing but spam-only header tokens that are frequent and plain.
 TEST_F(Base, WritesTheSelectiveList) {
     const std::string opening = R"x((?x-i)[\r\t\s\,\;\:\/\=\\\"\(\)\{\}\[\]\']()x";
-    const std::string closing = R"x()[\r\t\s\,\;\:\/\=\\\"\(\)\{\}\[\]\'])x" + "\n"s;
+    const std::string closing = R"x()[\r\t\s\,\;\:\/\=\\\"\(\)\{\}\[\]\'])x" + text_form("\n");
     const std::string entries = counted("H a.b", 10) + counted("H few", 9) + counted("H good", 30) +
                                 counted("F x", 30) + counted("H h 0123ABCD", 30) + counted("H (<|>)", 11) +
                                 counted("H \xE4", 30) + counted("H \xBB\x96", 30) + counted("H ", 30);

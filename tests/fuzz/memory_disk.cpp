@@ -352,6 +352,10 @@ std::optional<std::size_t> peek_file(std::string_view path, std::uint64_t offset
     return std::nullopt;
 }
 
+std::string_view line_end() noexcept {
+    return "\n";
+}
+
 std::string display_path(std::string_view path) {
     return std::string(path);
 }

@@ -75,6 +75,14 @@ TEST_F(presence_test, is_found_and_closed_from_another_process) {
     EXPECT_EQ(find_presence(class_name, title).process_id, current_process_id());
     EXPECT_EQ(child.join(), 3);
     EXPECT_TRUE(find_presence(class_name, "visible").found);
+
+    const window_handle window = own.window();
+    EXPECT_NE(window, 0U);
+    post_quit(window); // not waited for
+    own.run();
+    EXPECT_EQ(own.window(), 0U);
+    EXPECT_FALSE(find_presence(class_name, title).found);
+    post_quit(window);
 }
 
 TEST_F(presence_test, ends_at_once_by_its_private_message) {
@@ -160,6 +168,9 @@ TEST(registry_test, failures) {
     ASSERT_TRUE(key.create(registry_root::current_user, key_path));
     ASSERT_TRUE(key.create(registry_root::current_user, key_path));
     ASSERT_TRUE(reader.open(registry_root::current_user, key_path));
+    registry_key writer;
+    ASSERT_TRUE(writer.open(registry_root::current_user, key_path, registry_access::write));
+    EXPECT_TRUE(writer.set("kept", registry_type::string, "1") && reader.query("kept"));
     registry_key closed;
     const std::pair<std::uint32_t, std::function<bool()>> table[] = {
         {2, [&] { return closed.open(registry_root::current_user, "Software\\Test\\Ke"); }},
@@ -168,6 +179,7 @@ TEST(registry_test, failures) {
         {2, [&] { return key.remove("no"); }},
         {5, [&] { return reader.set("x", registry_type::string, "x"); }},
         {5, [&] { return reader.remove("x"); }},
+        {5, [&] { return writer.query("x").has_value(); }},
         {6, [&] { return closed.query("x").has_value(); }},
         {6, [&] { return closed.set("x", registry_type::string, "x"); }},
     };

@@ -37,18 +37,19 @@ TEST_F(log_merge, orders_lines_by_stamp_and_log) {
                       {"transact.log", "2005/12/31 23:59:59   first\r\n"},
                       {"tvr_srv.0", "2000/01/01 00:00:00   rotated\r\n"},
                       {"other.log", "2000/01/01 00:00:00   unknown\r\n"}}),
-              "2005/12/31 23:59:59  transac   first\n"
-              "2006/07/14 09:05:03  tvr_ipc   a\n"
-              "2006/07/14 09:05:03  tvr_srv   b\n"
-              "2006/07/14 09:05:02  tvr_srv   out of order, so it waits\n"
-              "2006/07/14 09:05:03  profile   c\n"
-              "2006/07/14 09:05:04  profile   d\n"
-              "2006/07/14 09:05:09  tvr_srv   e\n");
+              text_form("2005/12/31 23:59:59  transac   first\n"
+                        "2006/07/14 09:05:03  tvr_ipc   a\n"
+                        "2006/07/14 09:05:03  tvr_srv   b\n"
+                        "2006/07/14 09:05:02  tvr_srv   out of order, so it waits\n"
+                        "2006/07/14 09:05:03  profile   c\n"
+                        "2006/07/14 09:05:04  profile   d\n"
+                        "2006/07/14 09:05:09  tvr_srv   e\n"));
     // What follows the 19 characters plays no part, and bytes above 127 come last.
-    EXPECT_EQ(merged({{"enum.log", "2006/07/14 09:05:03 A"},
-                      {"selection.log", "2006/07/14 09:05:03 B"},
-                      {"tvr_ipc.log", "\xE9t\xE9"}}),
-              "2006/07/14 09:05:03  selecti B\n2006/07/14 09:05:03  enum.lo A\n\xE9t\xE9 tvr_ipc\n");
+    EXPECT_EQ(
+        merged({{"enum.log", "2006/07/14 09:05:03 A"},
+                {"selection.log", "2006/07/14 09:05:03 B"},
+                {"tvr_ipc.log", "\xE9t\xE9"}}),
+        text_form("2006/07/14 09:05:03  selecti B\n2006/07/14 09:05:03  enum.lo A\n\xE9t\xE9 tvr_ipc\n"));
 }
 
 TEST_F(log_merge, cuts_a_log_into_lines) {
@@ -72,7 +73,7 @@ TEST_F(log_merge, cuts_a_log_into_lines) {
         {std::string(5000, '\n') + "a", ""}, // nothing but line ends is an empty line, and so the end
     };
     for (const auto& [log, expected] : table)
-        EXPECT_EQ(merged({{"memlog.log", log}}), expected) << log.substr(0, 60);
+        EXPECT_EQ(merged({{"memlog.log", log}}), text_form(expected)) << log.substr(0, 60);
 }
 
 TEST_F(log_merge, takes_the_folder_as_it_stands) {
@@ -86,7 +87,7 @@ TEST_F(log_merge, takes_the_folder_as_it_stands) {
     for (const std::string& line :
          {"/mergelog"s, "/mergelog "s, "/MERGELOG?"s + root.engine_path("logs\\")}) {
         EXPECT_EQ(engine_main(line), 0);
-        EXPECT_EQ(read_file("common.log"), "b tvr_srv\n") << line;
+        EXPECT_EQ(read_file("common.log"), text_form("b tvr_srv\n")) << line;
         std::filesystem::remove("common.log");
     }
     EXPECT_TRUE(platform::set_current_directory(before));

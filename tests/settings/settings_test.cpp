@@ -1,5 +1,7 @@
 #include "settings/settings.h"
 
+#include <clocale>
+
 #include "platform/file.h"
 #include "platform/process.h"
 #include "platform/registry.h"
@@ -111,6 +113,19 @@ TEST_F(settings_test, text_lines) {
     }
     EXPECT_EQ(set.filter_log.expanded, platform::expand_environment("%appdata%\\x.log"));
     EXPECT_FALSE(set.read_text(root.engine_path("no.ini"), 1));
+}
+
+TEST_F(settings_test, reals_have_a_point_in_every_locale) {
+    for (const char* name : {"de_DE.UTF-8", "German"})
+        if (std::setlocale(LC_ALL, name))
+            break;
+    for (const char* text : {"2.5", "+2.5e0", " 2.5,x"}) {
+        write_file(root.path() / "x.ini", "regarding threshold="s + text);
+        set.read_text(path, 1);
+        EXPECT_EQ(set.regarding_threshold, 2.5) << text;
+        EXPECT_EQ(value("regarding threshold"), "2.5");
+    }
+    std::setlocale(LC_ALL, "C");
 }
 
 TEST_F(settings_test, load_and_save_tell_what_failed) {
@@ -295,6 +310,10 @@ TEST_F(settings_start, takes_its_seed_from_the_user_or_else_from_the_root) {
     EXPECT_EQ(set.log_grades, 0);
     EXPECT_EQ(set.use_white_list_of_kludges, 0) << "nothing was copied";
     EXPECT_EQ(read_file(data / "kludges.txt"), "own");
+    write_file(data / "tvram.ini",
+               "working directory=" + root.engine_path("moved")); // with no backslash behind it
+    start();
+    EXPECT_TRUE(fs::is_directory(root.path() / "moved" / "base" / "transact"));
 }
 
 TEST_F(settings_start, goes_where_the_registry_says) {

@@ -1,11 +1,34 @@
 #include "stat/statistic.h"
 
 #include <array>
+#include <cstdlib>
 #include <memory>
+#include <new>
+#include <utility>
 
 #include "common/minutes.h"
 #include "platform/file.h"
+#include "support/log_lines.h"
 #include "support/test.h"
+
+namespace {
+
+thread_local bool next_allocation_fails = false;
+
+} // namespace
+
+// Not in line, or the compiler would see a mismatch where there is none.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    void* const room =
+        std::exchange(next_allocation_fails, false) ? nullptr : std::malloc(size + (size == 0));
+    return room ? room : throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* room) noexcept {
+    std::free(room);
+}
+[[gnu::noinline]] void operator delete(void* room, std::size_t) noexcept {
+    std::free(room);
+}
 
 namespace tvr {
 namespace {
@@ -53,6 +76,7 @@ protected:
     }
 
     test_root root;
+    log_lines log;
     std::string path = root.engine_path("stat.bin");
     std::filesystem::path main = root.path() / "stat.bin";
     std::filesystem::path pending = root.path() / "~stat.bin";
@@ -176,6 +200,22 @@ TEST_F(statistic_test, pending_counts_survive_until_they_are_moved) {
         object->save_transaction();
         EXPECT_FALSE(std::filesystem::exists(pending));
     });
+}
+
+TEST_F(statistic_test, an_exception_reaches_the_log_where_there_is_no_desktop) {
+    object = std::make_unique<statistic>();
+    object->read(path);
+    add(present_hour(), 0, false, true);
+    log.take();
+    next_allocation_fails = true;
+    add(present_hour(), 0, false, true);
+    next_allocation_fails = true;
+    object->save_transaction();
+    EXPECT_EQ(log.take(),
+              (std::vector<std::string>{
+                  "Exception in Tessivar: Exception in statistic::backup: step = 00000006\nFilename: " +
+                      root.engine_path("~stat.bin"),
+                  "Exception in Tessivar!: Exception in statistic::save_transaction: step = 00000002"}));
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/file.h"
 #include "tests/support/file_bytes.h"
 #include "tests/support/test_root.h"
 
@@ -18,6 +19,14 @@ namespace tvr {
 inline testing::AssertionResult holds(std::string_view text, std::string_view part) {
     const bool found = text.find(part) != std::string_view::npos;
     return testing::AssertionResult(found) << '"' << part << (found ? "\" is in\n" : "\" isn't in\n") << text;
+}
+
+// A text as the platform's text files have it.
+inline std::string text_form(std::string text) {
+    for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos;
+         at += platform::line_end().size())
+        text.replace(at, 1, platform::line_end());
+    return text;
 }
 
 // Equal names and contents; tells only the names.

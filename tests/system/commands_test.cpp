@@ -4,6 +4,7 @@
 
 #include "common/path.h"
 #include "platform/file.h"
+#include "platform/process.h"
 #include "platform/registry.h"
 #include "support/test.h"
 #include "system/engine_root.h"
@@ -55,6 +56,32 @@ TEST(keys, register_and_unregister) {
     }
 }
 
+// The current folder for a while.
+class in_folder {
+public:
+    explicit in_folder(const fs::path& folder) : m_before(fs::current_path()) { fs::current_path(folder); }
+    ~in_folder() { fs::current_path(m_before); }
+    in_folder(const in_folder&) = delete;
+    in_folder& operator=(const in_folder&) = delete;
+
+private:
+    fs::path m_before;
+};
+
+TEST(keys, register_the_whole_path) {
+    const engine_root root;
+    const fs::path server = platform::display_path(engine_root::server());
+    const fs::path copy =
+        root.path() / "x.software" / server.filename(); // the name looks like that of a library
+    fs::create_directory(copy.parent_path());
+    fs::copy_file(server, copy);
+    const in_folder here(root.path());
+    ASSERT_TRUE(platform::start_process(".\\x.software\\tvr_srv.exe", "/register"));
+    engine_root::wait_for("its registration", [&] {
+        return registered("tvr_srv.exe") == platform::from_display_path(copy.string());
+    });
+}
+
 TEST(keys, merge_logs_and_dump_scores) {
     engine_root root;
     root.start();
@@ -62,7 +89,7 @@ TEST(keys, merge_logs_and_dump_scores) {
     const std::string words = (root.path() / "words.txt").string();
     write_file(words, "B offer\nB never seen");
     EXPECT_EQ(root.run_key("/getscores " + words), 0);
-    EXPECT_EQ(read_file(root.path() / "words.out"), "B offer\t0.99\nB never seen\tn/f\n\tn/f\n");
+    EXPECT_EQ(read_file(root.path() / "words.out"), text_form("B offer\t0.99\nB never seen\tn/f\n\tn/f\n"));
     EXPECT_EQ(root.run_key("/mergelog " + (root.path() / "log").string()), 0);
     EXPECT_TRUE(holds(read_file(root.path() / "log/common.log"), " transac   [i] transaction::init"));
 }
@@ -174,6 +201,18 @@ TEST_F(commands, change_settings_that_the_engine_takes) {
     root.append(1, 10);
     tvrctl("start", 0);
     engine_root::wait_for("a training by itself", [&] { return !root.stamp().empty(); });
+}
+
+TEST_F(commands, take_a_relative_root) {
+    const std::string whole = *platform::environment_variable("TESSIVAR_ROOT");
+    const in_folder here(root.path().parent_path());
+    platform::set_environment_variable("TESSIVAR_ROOT", root.path().filename().string());
+    root.append(1, 10);
+    tvrctl("start", 0);
+    tvrctl("force", 0);
+    root.wait_until_trained();
+    tvrctl("stop", 0);
+    platform::set_environment_variable("TESSIVAR_ROOT", whole);
 }
 
 TEST_F(commands, control_the_engine) {

@@ -43,8 +43,6 @@ struct scene {
         settings& set = make_current_settings();
         set.schema(schema_mode::declare);
         default_settings().working_directory = {engine(""), engine("")};
-        // A stage leaves an unnamed map there.
-        fs::current_path(root.path());
         { msidmap(engine("base\\"), "spamdict").search("<0>"); } // makes the index
         base = folder_content(root.base());
         std::string name = engine("settings.cfg"), text = engine("advanced.ini");
@@ -55,7 +53,6 @@ struct scene {
         put("some.ini", "[Settings]\r\nSpamThreshold=85\r\n;x\r\nUnsure Threshold = 70\r\n");
         root.append(3, 4);
     }
-    ~scene() { fs::current_path(fs::temp_directory_path()); }
 
     // Folds what waits in the cache. Never ends without a new mark: then nothing is left that could be ended.
     void train() const noexcept {

@@ -29,6 +29,12 @@ std::string native_name(const std::string& native) {
     return native;
 }
 
+// With a trailing slash.
+std::string own_folder() {
+    const std::string own = native_path(module_path());
+    return own.substr(0, own.rfind('/') + 1);
+}
+
 } // namespace
 
 library::~library() {
@@ -36,16 +42,21 @@ library::~library() {
 }
 
 bool library::load(std::string_view name) {
-    unload();
     const std::string native = native_name(native_path(name));
-    if (native.empty())
-        return fail(error::module_not_found);
-    const std::string own = native_path(module_path());
-    const std::string beside = own.substr(0, own.rfind('/') + 1);
-    std::string candidates[] = {native.starts_with('/') ? native : beside + native,
-                                native.starts_with('/') ? native : beside + "../lib/" + native, native};
+    if (native.starts_with('/'))
+        return load_first({native});
+    return load_first({own_folder() + native, native});
+}
+
+bool library::load_installed(std::string_view name) {
+    const std::string native = native_name(native_path(name));
+    return load_first({own_folder() + "../lib/" + native, native});
+}
+
+bool library::load_first(std::initializer_list<std::string> candidates) {
+    unload();
     for (const std::string& candidate : candidates) {
-        m_handle = dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL);
+        m_handle = candidate.empty() ? nullptr : dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL);
         if (m_handle) {
             m_name = candidate;
             return true;

@@ -82,12 +82,27 @@ const char* unsafe_root(const std::string& path) {
     return S_ISDIR(info.st_mode) ? unsafe(info, S_IWOTH) : nullptr;
 }
 
-std::optional<std::string> moved_root() {
-    const char* value = std::getenv("TESSIVAR_ROOT");
-    if (value == nullptr || *value == '\0')
-        return std::nullopt;
+constexpr const char* root_variable = "TESSIVAR_ROOT";
+
+std::string absolute_root(const char* value) {
     std::string path = *value == '/' ? value : working_folder() + "/" + value;
     drop_trailing_slashes(path);
+    return path;
+}
+
+// What a relative root means is settled before anything changes the current folder, for this process and for
+// those that it starts.
+[[maybe_unused]] const bool root_is_settled = [] {
+    const char* value = std::getenv(root_variable);
+    return value == nullptr || *value == '\0' || *value == '/' ||
+           setenv(root_variable, absolute_root(value).c_str(), 1) == 0;
+}();
+
+std::optional<std::string> moved_root() {
+    const char* value = std::getenv(root_variable);
+    if (value == nullptr || *value == '\0')
+        return std::nullopt;
+    std::string path = absolute_root(value);
     if (const char* reason = unsafe_root(path)) {
         tell_unsafe(path, reason);
         return "/dev/null"; // nothing can be made below it

@@ -7,9 +7,13 @@
 #include "platform/posix/shared_page.h"
 #include "platform/process.h"
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <dirent.h>
+#include <mutex>
 #include <string>
+#include <vector>
 
 namespace tvr::platform {
 
@@ -119,7 +123,27 @@ std::uint32_t register_private_message(std::string_view name) noexcept {
     return first_message + (hash ^ hash >> 14 ^ hash >> 28) % message_count;
 }
 
+void prepare_controls() noexcept {}
+
 // --- the owner ---
+
+namespace {
+
+// What post_quit() reaches of a window; its address stands for the window.
+struct window_loop {
+    presence_page* page = nullptr;
+    std::atomic<bool> told_to_quit{false};
+};
+
+// The windows of this process, so that a late request for one that is gone finds nothing. Never destroyed:
+// other threads may still ask while the process ends.
+constinit std::mutex windows_guard;
+std::vector<window_loop*>& windows() {
+    static auto* const list = new std::vector<window_loop*>;
+    return *list;
+}
+
+} // namespace
 
 struct presence::state {
     shared_page page;
@@ -129,11 +153,16 @@ struct presence::state {
     std::uint32_t owner = 0;
     std::uint32_t private_message = 0;
     std::uint32_t previous_process = 0;
+    window_loop loop;
 
     state() = default;
     state(const state&) = delete;
     state& operator=(const state&) = delete;
     ~state() {
+        {
+            const std::lock_guard hold(windows_guard);
+            std::erase(windows(), &loop);
+        }
         if (owner == 0)
             return;
         page.unlock(owning, 2);
@@ -165,6 +194,9 @@ struct presence::state {
         if (!page.try_lock(shared_page::lock_kind::exclusive, present))
             return false;
         owner = number;
+        const std::lock_guard hold(windows_guard);
+        loop.page = &shared();
+        windows().push_back(&loop);
         return true;
     }
 
@@ -199,6 +231,19 @@ std::uint32_t presence::previous_process() const noexcept {
     return m_state ? m_state->previous_process : 0;
 }
 
+window_handle presence::window() const noexcept {
+    return m_state ? reinterpret_cast<window_handle>(&m_state->loop) : 0;
+}
+
+void post_quit(window_handle window) noexcept {
+    const std::lock_guard hold(windows_guard);
+    const auto found = std::ranges::find(windows(), reinterpret_cast<window_loop*>(window));
+    if (found == windows().end())
+        return;
+    (*found)->told_to_quit.store(true);
+    (*found)->page->wake();
+}
+
 void presence::run() {
     if (!m_state)
         return;
@@ -208,7 +253,8 @@ void presence::run() {
         if (m_state->told_to_exit())
             exit_process(-1);
         // With the folder of a session that has ended nobody finds this owner any more, but for a next one.
-        if (shared.close_request.load() == m_state->owner || m_state->page.is_orphan())
+        if (m_state->loop.told_to_quit.load() || shared.close_request.load() == m_state->owner ||
+            m_state->page.is_orphan())
             break;
         const timespec until = posix::monotonic_after(orphan_check);
         posix::futex_wait(shared.generation, seen, futex_scope::shared, &until);

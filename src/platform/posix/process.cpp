@@ -9,6 +9,8 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <fstream>
+#include <link.h>
+#include <memory>
 #include <spawn.h>
 #include <sstream>
 #include <string>
@@ -17,6 +19,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -70,6 +73,25 @@ std::vector<std::string> split_words(std::string_view text) {
     _exit(127);
 }
 
+std::string resolved(const char* path) {
+    const std::unique_ptr<char, void (*)(void*)> absolute(realpath(path, nullptr), std::free);
+    return absolute ? absolute.get() : "";
+}
+
+// The file that this code was loaded from. The name of a library may be relative to the folder that was the
+// current one then.
+std::string find_own_module() {
+    Dl_info facts{};
+    link_map* module = nullptr;
+    if (dladdr1(reinterpret_cast<void*>(&find_own_module), &facts, reinterpret_cast<void**>(&module),
+                RTLD_DL_LINKMAP) != 0 &&
+        module != nullptr && *module->l_name != '\0')
+        return *module->l_name == '/' ? module->l_name : resolved(module->l_name);
+    return resolved("/proc/self/exe");
+}
+
+const std::string own_module = find_own_module();
+
 bool send_signal(std::intptr_t process, int number) {
     return syscall(SYS_pidfd_send_signal, process, number, nullptr, 0) == 0;
 }
@@ -100,15 +122,13 @@ std::uint32_t current_process_id() noexcept {
     return static_cast<std::uint32_t>(getpid());
 }
 
+module_handle process_module() noexcept {
+    static const char executable = 0; // there is one of these in a process
+    return reinterpret_cast<module_handle>(&executable);
+}
+
 std::string module_path() {
-    Dl_info facts{};
-    if (dladdr(reinterpret_cast<void*>(&module_path), &facts) != 0 && facts.dli_fname &&
-        std::strstr(facts.dli_fname, ".so"))
-        return engine_path(facts.dli_fname);
-    std::string path(4096, '\0');
-    const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
-    path.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
-    return engine_path(path);
+    return engine_path(own_module);
 }
 
 bool start_process(std::string_view path, std::string_view arguments) {
@@ -261,9 +281,13 @@ void debug_output(std::string_view text) noexcept {
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
-void message_box(std::string_view text, std::string_view title) noexcept {
-    std::fprintf(stderr, "%.*s: %.*s\n", static_cast<int>(title.size()), title.data(),
-                 static_cast<int>(text.size()), text.data());
+bool message_box(std::string_view text, std::string_view title) noexcept {
+    const auto title_size = static_cast<int>(title.size());
+    const auto text_size = static_cast<int>(text.size());
+    std::fprintf(stderr, "%.*s: %.*s\n", title_size, title.data(), text_size, text.data());
+    if (std::getenv("TESSIVAR_ROOT") == nullptr)
+        syslog(LOG_USER | LOG_ERR, "%.*s: %.*s", title_size, title.data(), text_size, text.data());
+    return false;
 }
 
 std::optional<version_info> module_version() {

@@ -167,13 +167,13 @@ const registry_value* find_value(const store& keys, const std::string& key, cons
 
 } // namespace
 
-bool registry_key::open(registry_root root, std::string_view path, bool writable) {
+bool registry_key::open(registry_root root, std::string_view path, registry_access rights) {
     close();
     const std::string lowered = lower(path);
     if (!has_key(read_store(store_path(root)), lowered) && !has_key(read_behind(root), lowered))
         return fail(error::file_not_found);
     m_open = true;
-    m_writable = writable;
+    m_rights = rights;
     m_root = root;
     m_path = path;
     return true;
@@ -192,19 +192,24 @@ bool registry_key::create(registry_root root, std::string_view path) {
     });
     if (!done)
         return false;
-    m_open = m_writable = true;
+    m_open = true;
+    m_rights = registry_access::allowed;
     m_root = root;
     m_path = path;
     return true;
 }
 
 void registry_key::close() noexcept {
-    m_open = m_writable = false;
+    m_open = false;
 }
 
 std::optional<registry_value> registry_key::query(std::string_view name) const {
     if (!m_open) {
         fail(error::invalid_handle);
+        return std::nullopt;
+    }
+    if (m_rights == registry_access::write) {
+        fail(error::access_denied);
         return std::nullopt;
     }
     const std::string key = lower(m_path);
@@ -222,7 +227,7 @@ std::optional<registry_value> registry_key::query(std::string_view name) const {
 bool registry_key::set(std::string_view name, std::uint32_t type, std::string_view data) {
     if (!m_open)
         return fail(error::invalid_handle);
-    if (!m_writable)
+    if (m_rights == registry_access::read)
         return fail(error::access_denied);
     if (type >= alphabet.size())
         return fail(error::invalid_parameter);
@@ -240,7 +245,7 @@ bool registry_key::set(std::string_view name, std::uint32_t type, std::string_vi
 bool registry_key::remove(std::string_view name) {
     if (!m_open)
         return fail(error::invalid_handle);
-    if (!m_writable)
+    if (m_rights == registry_access::read)
         return fail(error::access_denied);
     bool found = false;
     const bool done = replace_text_file(store_path(m_root), store_limit, [&](std::string& text) {

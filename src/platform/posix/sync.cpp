@@ -259,6 +259,13 @@ void event::reset() noexcept {
         held->signalled = false;
 }
 
+bool event::is_signalled() const noexcept {
+    std::shared_ptr<state> held;
+    const std::lock_guard hold(event_guard);
+    held = m_state;
+    return held && (held->named ? (held->table().signalled.load() & held->bit) != 0 : held->signalled);
+}
+
 bool event::wait(std::uint32_t milliseconds) {
     event* const self = this;
     return wait_any({&self, 1}, milliseconds) == 0;

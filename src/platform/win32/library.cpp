@@ -3,6 +3,7 @@
 #include <array>
 #include <utility>
 
+#include "platform/error.h"
 #include "platform/win32/errors.h"
 #include "platform/win32/paths.h"
 #include "platform/win32/system.h"
@@ -22,10 +23,23 @@ library::~library() {
 }
 
 bool library::load(std::string_view name) {
+    return load_first({win32::native_path(name)});
+}
+
+bool library::load_installed(std::string_view) {
     unload();
-    m_name = win32::native_path(name);
-    m_handle = LoadLibraryA(m_name.c_str());
-    return m_handle != nullptr || win32::fail_last();
+    return win32::fail(error::module_not_found);
+}
+
+bool library::load_first(std::initializer_list<std::string> candidates) {
+    unload();
+    for (const std::string& candidate : candidates) {
+        m_name = candidate;
+        m_handle = LoadLibraryA(candidate.c_str());
+        if (m_handle != nullptr)
+            return true;
+    }
+    return win32::fail_last();
 }
 
 void library::unload() noexcept {

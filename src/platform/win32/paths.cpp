@@ -23,6 +23,15 @@ bool is_folder(const std::string& native) {
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
+constexpr const char* root_variable = "TESSIVAR_ROOT";
+
+// What a relative root means is settled before anything changes the current folder, for this process and for
+// those that it starts.
+[[maybe_unused]] const bool root_is_settled = [] {
+    const auto root = moved_root();
+    return !root || root->empty() || set_environment_variable(root_variable, *root);
+}();
+
 } // namespace
 
 std::string native_path(std::string_view path) {
@@ -36,7 +45,7 @@ std::string full_path(const std::string& native) {
 }
 
 std::optional<std::string> moved_root() {
-    const auto value = environment_variable("TESSIVAR_ROOT");
+    const auto value = environment_variable(root_variable);
     if (!value || value->empty())
         return std::nullopt;
     std::string path = full_path(*value);

@@ -11,6 +11,8 @@
 #include "platform/win32/handle.h"
 #include "platform/win32/paths.h"
 
+#include <commctrl.h>
+
 namespace tvr::platform {
 
 namespace {
@@ -132,6 +134,15 @@ std::uint32_t presence::previous_process() const noexcept {
     return 0;
 }
 
+window_handle presence::window() const noexcept {
+    return m_state ? reinterpret_cast<window_handle>(m_state->window) : 0;
+}
+
+void post_quit(window_handle window) noexcept {
+    if (window != 0)
+        PostMessageA(reinterpret_cast<HWND>(window), WM_QUIT, 0, 0);
+}
+
 void presence::run() {
     if (!m_state)
         return;
@@ -141,6 +152,13 @@ void presence::run() {
         DispatchMessageA(&message);
     }
     m_state.reset();
+}
+
+void prepare_controls() noexcept {
+    constexpr DWORD control_classes = 1279;
+    const INITCOMMONCONTROLSEX controls{sizeof(INITCOMMONCONTROLSEX), control_classes};
+    static_assert(sizeof controls == 8);
+    InitCommonControlsEx(&controls);
 }
 
 // --- the others ---

@@ -70,6 +70,10 @@ std::uint32_t current_process_id() noexcept {
     return GetCurrentProcessId();
 }
 
+module_handle process_module() noexcept {
+    return reinterpret_cast<module_handle>(GetModuleHandleA(nullptr));
+}
+
 std::string module_path() {
     return file_of(own_module());
 }
@@ -226,14 +230,14 @@ void debug_output(std::string_view text) noexcept {
     OutputDebugStringA(std::string(text).c_str());
 }
 
-void message_box(std::string_view text, std::string_view title) noexcept {
+bool message_box(std::string_view text, std::string_view title) noexcept {
     // deliberate: nobody watches a moved root, and so nobody would close the box
     if (win32::moved_root()) {
         std::fprintf(stderr, "%.*s: %.*s\n", static_cast<int>(title.size()), title.data(),
                      static_cast<int>(text.size()), text.data());
-        return;
+        return false;
     }
-    MessageBoxA(nullptr, std::string(text).c_str(), std::string(title).c_str(), MB_OK);
+    return MessageBoxA(nullptr, std::string(text).c_str(), std::string(title).c_str(), MB_OK) != 0;
 }
 
 std::optional<version_info> module_version() {

@@ -30,17 +30,28 @@ HKEY key_of(std::uintptr_t handle) {
     return reinterpret_cast<HKEY>(handle);
 }
 
+REGSAM native_rights(registry_access rights) {
+    switch (rights) {
+    case registry_access::write:
+        return KEY_WRITE;
+    case registry_access::allowed:
+        return MAXIMUM_ALLOWED;
+    default:
+        return KEY_READ;
+    }
+}
+
 bool done(LSTATUS outcome) {
     return outcome == ERROR_SUCCESS || win32::fail(static_cast<std::uint32_t>(outcome));
 }
 
 } // namespace
 
-bool registry_key::open(registry_root root, std::string_view path, bool writable) {
+bool registry_key::open(registry_root root, std::string_view path, registry_access rights) {
     close();
     const place where = place_of(root, path);
     HKEY key = nullptr;
-    if (!done(RegOpenKeyExA(where.root, where.path.c_str(), 0, writable ? KEY_ALL_ACCESS : KEY_READ, &key)))
+    if (!done(RegOpenKeyExA(where.root, where.path.c_str(), 0, native_rights(rights), &key)))
         return false;
     m_handle = reinterpret_cast<std::uintptr_t>(key);
     m_open = true;

@@ -156,6 +156,23 @@ void event::reset() noexcept {
         ResetEvent(m_state->handle.get());
 }
 
+bool event::is_signalled() const noexcept {
+    // The interface for programs can ask an event only by taking it.
+    struct event_facts {
+        int kind;
+        LONG signalled;
+    };
+    using function = LONG(WINAPI*)(HANDLE event, int what, void* facts, ULONG size, ULONG* taken);
+    static const auto query = reinterpret_cast<function>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtQueryEvent")));
+    constexpr int basic_facts = 0;
+    event_facts facts{};
+    const guard_scope hold;
+    return m_state && query &&
+           query(m_state->handle.get(), basic_facts, &facts, sizeof facts, nullptr) >= 0 &&
+           facts.signalled != 0;
+}
+
 bool event::wait(std::uint32_t milliseconds) {
     event* const self = this;
     return wait_any({&self, 1}, milliseconds) == 0;
