@@ -4,6 +4,7 @@
 
 #include "common/bytes.h"
 #include "common/file_stream.h"
+#include "common/files.h"
 #include "common/path.h"
 #include "dict/message_record.h"
 #include "platform/error.h"
@@ -54,6 +55,7 @@ bool cache_writer::find_end(platform::file& cache) {
         return true;
     m_end = count_size;
     m_count = 0;
+    m_changed = 0;
     file_stream records;
     std::uint32_t count = 0;
     if (*size <= count_size)
@@ -74,13 +76,15 @@ bool cache_writer::find_end(platform::file& cache) {
 }
 
 // Three steps, each of which leaves a cache that every reader takes as it was or as it becomes: the records
-// without the signature of the first one, where readers stop; that signature; and the count.
+// without the signature of the first one, where readers stop; that signature; and the count. The first step
+// is on the disk before the second one, so that a power cut leaves no signature without its record.
 append_result cache_writer::append_locked(const record_batch& batch) {
     platform::file cache;
     if (!cache.open(m_path, platform::access::read_write, platform::share::read,
                     platform::creation::open_always) ||
         !find_end(cache))
         return append_result::io_failed;
+    const bool is_known = m_changed != 0; // and with it the name of the file on the disk
     const auto records = batch.bytes();
     if (m_end > largest - records.size())
         return append_result::cache_full;
@@ -89,8 +93,9 @@ append_result cache_writer::append_locked(const record_batch& batch) {
     const bool written = cache.seek(static_cast<std::int64_t>(start), platform::origin::begin) &&
                          cache.set_end() && write_word(cache, start, 0) &&
                          cache.write(records.data() + signature_size, records.size() - signature_size) &&
-                         write_at(cache, start, records.data(), signature_size) &&
-                         write_word(cache, 0, m_count + batch.count());
+                         cache.flush() && write_at(cache, start, records.data(), signature_size) &&
+                         write_word(cache, 0, m_count + batch.count()) && cache.flush() &&
+                         (is_known || platform::make_durable({folder_of(m_path)}));
     if (!written) {
         const std::uint32_t code = platform::last_error();
         if (cache.seek(static_cast<std::int64_t>(start), platform::origin::begin))

@@ -13,7 +13,7 @@ for option in "$@"; do
     case "$option" in
     --demo) command -v npm >/dev/null || packages+=(npm) ;;
     --mail) packages+=(procmail maildrop dovecot-core dovecot-imapd dovecot-sieve) ;;
-    --dev) packages+=(clang clang-format clang-tidy libclang-rt-14-dev bogofilter spamprobe time) ;;
+    --dev) packages+=(clang clang-format clang-tidy libclang-rt-14-dev bogofilter spamprobe eatmydata time) ;;
     --windows) packages+=(g++-mingw-w64-x86-64-posix libz-mingw-w64 googletest wine64) ;;
     *) echo "install-deps.sh: unknown option $option" >&2; exit 2 ;;
     esac

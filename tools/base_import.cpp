@@ -287,6 +287,8 @@ std::string import_base(const std::string& folder, std::istream& in,
     if (why.empty())
         why = may_commit();
     if (why.empty()) {
+        for (const base_half& each : base_halves)
+            holder.folder().make_durable(each.stage);
         // Both marks must stand, or the engine throws both halves away.
         for (const base_half& each : base_halves)
             holder._mark_prepared(each.stage);

@@ -172,12 +172,14 @@ std::string repair_folder::set_aside(const std::string& path) {
     if (!platform::get_attributes(path))
         return {};
     if (m_old == old_files::deleted)
-        return platform::delete_file(path) ? std::string() : failure(path, "can't be deleted");
+        return platform::delete_file(path) && platform::make_durable({folder_of(path)})
+                   ? std::string()
+                   : failure(path, "can't be deleted");
     const std::string target = place_for(path);
     if (target.empty())
         return failure(m_aside, "can't be made");
     const std::string source = path.ends_with('\\') ? path.substr(0, path.size() - 1) : path;
-    return platform::move_file(source, target) ? std::string() : failure(path, "can't be set aside");
+    return move_durably(source, target) ? std::string() : failure(path, "can't be set aside");
 }
 
 std::string repair_folder::replace(const std::string& made, const std::string& path) {
@@ -185,10 +187,10 @@ std::string repair_folder::replace(const std::string& made, const std::string& p
         const std::string target = place_for(path);
         if (target.empty())
             return failure(m_aside, "can't be made");
-        if (!link_or_copy(path, target, true))
+        if (!link_or_copy(path, target, true) || !platform::make_durable({folder_of(target)}))
             return failure(path, "can't be kept aside");
     }
-    return platform::replace_file(made, path) ? std::string() : failure(path, "can't be replaced");
+    return replace_durably(made, path) ? std::string() : failure(path, "can't be replaced");
 }
 
 cache_scan scan_cache(const std::string& path) {
@@ -292,12 +294,6 @@ std::string remake_map(const std::string& list, repair_folder& folder,
         return why;
     if (kept == 0)
         return folder.set_aside(list);
-    platform::file flushed;
-    if (!flushed.open(new_list, platform::access::write, platform::share::none,
-                      platform::creation::open_existing) ||
-        !flushed.flush())
-        return failure(new_list, "can't be written");
-    flushed.close();
     if (std::string why = folder.replace(new_list, list); !why.empty())
         return why;
     return had_index ? folder.replace(new_index, index) : std::string();

@@ -7,6 +7,7 @@
 
 #include "common/bytes.h"
 #include "common/file_stream.h"
+#include "common/files.h"
 #include "common/path.h"
 #include "platform/clock.h"
 #include "platform/error.h"
@@ -28,7 +29,7 @@ std::string failure(const std::string& path) {
 }
 
 std::string move(const std::string& from, const std::string& to) {
-    return platform::move_file(from, to) ? std::string() : failure(from);
+    return move_durably(from, to) ? std::string() : failure(from);
 }
 
 // The first reason of a failure among operations that follow each other.
@@ -46,7 +47,7 @@ std::string set_marker(const std::string& folder) {
     const bool done =
         marker.open(path, platform::access::write, platform::share::read, platform::creation::open_always) &&
         marker.write(stage_marker_text.data(), stage_marker_text.size()) && marker.set_end() &&
-        marker.flush();
+        marker.flush() && platform::make_durable({join_path(folder, ""), folder_of(path)});
     return done ? std::string() : failure(path);
 }
 
@@ -195,8 +196,11 @@ private:
         }
         const std::string marker = m_state.marker(sorted);
         m_gone.insert(folder);
-        add("take the marker of stage 2 away",
-            [marker] { return platform::delete_file(marker) ? std::string() : failure(marker); });
+        add("take the marker of stage 2 away", [marker] {
+            return platform::delete_file(marker) && platform::make_durable({folder_of(marker)})
+                       ? std::string()
+                       : failure(marker);
+        });
         plan_batch_back();
         add_aside(folder);
         m_gone.insert(m_state.folder(entered));

@@ -9,6 +9,7 @@
 
 #include "client/user_folder.h"
 #include "common/file_stream.h"
+#include "common/files.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "platform/error.h"
@@ -157,7 +158,7 @@ std::string rewrite_file(const std::string& path, const std::string& text) {
     platform::file file;
     const bool written = file.open(*beside, platform::access::write, platform::share::none,
                                    platform::creation::create_always) &&
-                         file.write(text.data(), text.size()) && file.flush();
+                         file.write(text.data(), text.size());
     if (!written) {
         const std::string why = refuse();
         file.close();
@@ -167,7 +168,7 @@ std::string rewrite_file(const std::string& path, const std::string& text) {
     file.close();
     if (const auto old = fs::status(target, error); !error && fs::exists(old))
         fs::permissions(made, old.permissions(), error);
-    if (platform::replace_file(*beside, path))
+    if (replace_durably(*beside, std::string(path)))
         return {};
     const std::string why = refuse();
     platform::delete_file(*beside);

@@ -8,6 +8,7 @@
 #include "client/tvr_ipc.h"
 #include "client/user_folder.h"
 #include "common/file_stream.h"
+#include "common/files.h"
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/process.h"
@@ -55,8 +56,8 @@ public:
     bool finish() {
         if (!m_made)
             return std::fflush(stdout) == 0;
-        m_made = !m_file.close() || !platform::replace_file(platform::from_display_path(m_beside),
-                                                            platform::from_display_path(m_path));
+        m_made = !m_file.close() ||
+                 !replace_durably(platform::from_display_path(m_beside), platform::from_display_path(m_path));
         return !m_made;
     }
 

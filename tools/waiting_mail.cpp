@@ -48,7 +48,7 @@ std::string walk_cache(const std::string& path, Change change) {
         if (!cache.seek(static_cast<std::int64_t>(*end), platform::origin::begin))
             break;
     }
-    return cache.close() ? std::string() : failure(path, "can't be written");
+    return cache.raw().flush() && cache.close() ? std::string() : failure(path, "can't be written");
 }
 
 // The same under the lock.

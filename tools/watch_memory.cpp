@@ -7,6 +7,7 @@
 #include "common/bytes.h"
 #include "common/file_stream.h"
 #include "common/fileheader.h"
+#include "common/files.h"
 #include "common/path.h"
 #include "platform/error.h"
 #include "platform/file.h"
@@ -211,7 +212,7 @@ std::string watch_memory::write_anew() {
     if (!file.create_to_write(beside) || !fileheader(signature::watch).write(file) ||
         !put_entries(file, all) || !file.close())
         return failure(beside, "can't be written");
-    if (!platform::replace_file(beside, m_path))
+    if (!replace_durably(beside, m_path))
         return failure(m_path, "can't be replaced");
     m_in_file = all.size();
     m_whole = true;
@@ -231,7 +232,8 @@ std::string watch_memory::save() {
     file_stream file;
     if (!file.open(m_path, platform::access::read_write, platform::share::read,
                    platform::creation::open_existing) ||
-        !file.seek(0, platform::origin::end) || !put_entries(file, m_unsaved) || !file.close()) {
+        !file.seek(0, platform::origin::end) || !put_entries(file, m_unsaved) || !file.raw().flush() ||
+        !file.close()) {
         m_whole = false; // what stands at its end is unknown
         return failure(m_path, "can't be written");
     }

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "common/file_stream.h"
+#include "common/path.h"
 #include "platform/error.h"
 #include "platform/file.h"
 
@@ -33,6 +34,20 @@ bool write_short_string(file_stream& file, std::string_view text) {
     return file.write(&length, 1) && file.write(text.data(), text.size());
 }
 
+std::string folder_of(std::string_view path) {
+    const std::string_view folder = folder_part(path);
+    return std::string(folder.empty() ? ".\\" : folder);
+}
+
+bool replace_durably(const std::string& made, const std::string& path) {
+    return platform::make_durable({made}) && platform::replace_file(made, path) &&
+           platform::make_durable({folder_of(path)});
+}
+
+bool move_durably(const std::string& from, const std::string& to) {
+    return platform::move_file(from, to) && platform::make_durable({folder_of(to), folder_of(from)});
+}
+
 bool link_or_copy(std::string_view source, std::string_view target, bool fail_if_exists) {
     if (platform::create_hard_link(target, source))
         return true;
@@ -41,7 +56,8 @@ bool link_or_copy(std::string_view source, std::string_view target, bool fail_if
         if (platform::create_hard_link(target, source))
             return true;
     }
-    return platform::copy_file(source, target, fail_if_exists);
+    return platform::copy_file(source, target, fail_if_exists) &&
+           platform::make_durable({std::string(target)});
 }
 
 } // namespace tvr

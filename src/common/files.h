@@ -20,8 +20,16 @@ bool read_short_string(file_stream& file, std::string& text);
 // Writes the low byte of the length and all bytes of the text.
 bool write_short_string(file_stream& file, std::string_view text);
 
+// Makes the content of a new file durable, renames it in place of `path` in one step, and makes that durable.
+bool replace_durably(const std::string& made, const std::string& path);
+// Renames a file or folder, and brings the names in both folders to the disk.
+bool move_durably(const std::string& from, const std::string& to);
+// The folder of a path, for platform::make_durable().
+[[nodiscard]] std::string folder_of(std::string_view path);
+
 // Makes `target` a hard link of `source`, or a copy where that isn't possible. An existing target is
-// replaced unless `fail_if_exists` is set. The answer is that of the last step.
+// replaced unless `fail_if_exists` is set. The answer is that of the last step. The content of a copy is
+// durable; what is linked should be.
 bool link_or_copy(std::string_view source, std::string_view target, bool fail_if_exists);
 
 } // namespace tvr

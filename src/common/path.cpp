@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <vector>
 
 #include "platform/error.h"
 #include "platform/file.h"
@@ -71,13 +72,24 @@ bool file_exists(std::string_view path) {
 }
 
 bool make_folders(std::string_view path) {
-    // A prefix that is empty or only names the root is no folder to make.
-    for (std::size_t cut = path.find('\\', 1); cut < path.size(); cut = path.find('\\', cut + 1)) {
-        if (!platform::create_directory(path.substr(0, cut)) &&
-            platform::last_error() == platform::error::path_not_found)
+    std::vector<std::string> parents; // of those that are new
+    const auto make = [&](std::string_view folder) {
+        if (!platform::create_directory(folder))
             return false;
-    }
-    return platform::create_directory(path);
+        if (folder.ends_with('\\'))
+            folder.remove_suffix(1);
+        parents.emplace_back(folder_part(folder));
+        return true;
+    };
+    // A prefix that is empty or only names the root is no folder to make.
+    for (std::size_t cut = path.find('\\', 1); cut < path.size(); cut = path.find('\\', cut + 1))
+        if (!make(path.substr(0, cut)) && platform::last_error() == platform::error::path_not_found)
+            return false;
+    const bool done = make(path);
+    const std::uint32_t code = platform::last_error();
+    platform::make_durable(parents);
+    platform::set_last_error(code);
+    return done;
 }
 
 folder_state check_directory(std::string_view path) {

@@ -182,7 +182,9 @@ void dictbase::merge_into_tilda(const std::string& tilda_path) {
         target.write(buffer.get(), got);
     source.close();
     target.close();
+    platform::make_durable({double_path, folder_of(double_path)});
     link_or_copy(double_path, tilda_path, false);
+    platform::make_durable({folder_of(double_path)});
     platform::delete_file(double_path);
     platform::delete_file(m_path);
 }

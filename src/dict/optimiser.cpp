@@ -18,6 +18,7 @@
 #include "dict/hashmap.h"
 #include "dict/ring.h"
 #include "msid/msidmap.h"
+#include "platform/file.h"
 #include "settings/settings.h"
 
 namespace tvr {
@@ -208,14 +209,18 @@ bool dict_folder::divide_old_atom(const std::string& name) {
     head.messages /= piece_count;
     const std::uint32_t now = now_minutes();
     head.oldest = head.newest = now;
+    std::vector<std::string> made;
     for (std::uint32_t i = 0; i < piece_count; ++i) {
         all[i]->finish();
         dword_map tokens;
         if (all[i]->load(tokens))
-            write_piece(*all[i], tokens, new_file(i), head);
+            write_piece(*all[i], tokens, made.emplace_back(new_file(i)), head);
     }
     if (only_atom)
-        msidmap::relabel(join_path(m_path, m_name + ".lst"), now);
+        msidmap::relabel(made.emplace_back(join_path(m_path, m_name + ".lst")), now);
+    // Before the divided atom goes.
+    made.push_back(join_path(m_path, ""));
+    platform::make_durable(made);
     return true;
 }
 

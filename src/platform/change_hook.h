@@ -1,5 +1,6 @@
-// One hook before every change of the file system. Null in production; tests use it to kill the
-// process at the n-th change, or to make the n-th change fail.
+// One hook before every change of the file system, and before what is changed is made durable. Null in
+// production; tests use it to kill the process at the n-th change, to make the n-th change fail, or to cut
+// the power there: what was not made durable is lost.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +19,7 @@ enum class change {
     remove_folder,
     set_time,
     set_attributes,
+    make_durable, // changes nothing that a running system shows
 };
 
 // Called on the thread that is about to make the change, with the path as the caller gave it (the

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tvr::platform {
 
@@ -65,7 +66,7 @@ public:
     std::optional<std::uint64_t> seek(std::int64_t distance, origin from);
     // Cuts or grows the file (with zeros) to the position.
     bool set_end();
-    // Brings written data to the disk.
+    // Brings the content of the file to the disk, but not its name: see make_durable().
     bool flush();
     [[nodiscard]] std::optional<std::uint64_t> size() const;
     // Last-write time: 100 ns units since 1601-01-01 UTC.
@@ -106,6 +107,16 @@ bool remove_directory(std::string_view path);
 std::optional<std::string> make_temp_file(std::string_view folder, std::string_view prefix);
 // The user's folder of temporary files, with a trailing backslash. Private to the user.
 std::string temp_folder_path();
+
+// Brings what the paths name to the disk, one after the other: of a file its content, of a folder (a path
+// with a trailing backslash) the names in it, new, changed and gone. Until then the system keeps both in
+// memory, writes them in an order of its own, and a power cut loses them. Takes no part in sharing on posix;
+// elsewhere a file that somebody has open and doesn't share for writing gives 32. False if one of them
+// couldn't be brought there; the others are all the same. What a file system can't do for folders is no
+// failure.
+bool make_durable(const std::vector<std::string>& paths);
+// Whether a file has more than one name (hard links). False if that can't be told.
+bool has_other_names(std::string_view path);
 
 std::string current_directory(); // without a trailing backslash, but for a root folder
 bool set_current_directory(std::string_view path);

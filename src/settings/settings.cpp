@@ -131,6 +131,7 @@ bool base_settings::write_text(std::string_view file, std::uint32_t group) {
         const std::string line = std::string(field.key) + "=\"" + value_text(field) + "\"\n";
         out.write(line.data(), line.size());
     }
+    out.raw().flush(); // the old ones are gone
     return out.close();
 }
 

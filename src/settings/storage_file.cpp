@@ -57,6 +57,7 @@ bool storage_file::write(bool only_if_modified) {
         return fail("can't write all data to " + in_quotes(m_path) + number + ", wrote " +
                     std::to_string(wrote));
     }
+    file.flush(); // the old ones are gone
     set_modified(false);
     return true;
 }

@@ -43,6 +43,14 @@ deletion delete_entry(const std::string& path) {
 
 } // namespace
 
+void bring_to_disk(const std::vector<std::string>& paths) {
+    if (platform::make_durable(paths))
+        return;
+    const std::uint32_t code = platform::last_error();
+    TVR_LOG(transact_log, "[-] %s and others can't be brought to the disk (%d)", paths.front().c_str(),
+            static_cast<int>(code));
+}
+
 temp_folder::temp_folder(std::string_view root) : m_current(join_path(root, "0000")), m_root(root) {
     if (!m_zlib.load("zlib1.dll"))
         m_zlib.load("zlib.dll");
@@ -134,6 +142,24 @@ bool temp_folder::find_first(std::uint32_t stage, std::string* out, std::string_
         return true;
     }
     return false;
+}
+
+void temp_folder::make_durable(std::uint32_t stage) {
+    const platform::locker locker(m_lock);
+    const std::string folder = path(stage);
+    std::vector<std::string> all = {m_root};
+    platform::directory_search search;
+    platform::directory_entry entry;
+    for (bool found = search.first(folder + "*.*", entry); found; found = search.next(entry))
+        if (std::string file = folder + entry.name;
+            (entry.attributes & platform::attribute::directory) == 0 && !platform::has_other_names(file))
+            all.push_back(std::move(file));
+    all.push_back(folder);
+    bring_to_disk(all);
+}
+
+void temp_folder::make_folders_durable() {
+    bring_to_disk({m_root});
 }
 
 bool temp_folder::tmp_filename_for_stage(std::uint32_t stage, std::string& out, bool fullpath,

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/zfile.h"
 #include "platform/sync.h"
@@ -38,6 +39,10 @@ public:
     static void empty_folder(const std::string& folder); // clean() for any folder
     // The first file of the folder whose name begins with `prefix`; `out` (may be null) gets its path.
     bool find_first(std::uint32_t stage, std::string* out, std::string_view prefix);
+    // Brings all to the disk that a marker of the stage is to vouch for: its folder, and the files in it. A
+    // hard link is left out, as files get a second name when they are finished and durable.
+    void make_durable(std::uint32_t stage);
+    void make_folders_durable(); // which stage folders there are
     // Makes a new empty file with a unique name; false if that fails. `prefix` empty: "dis".
     bool tmp_filename_for_stage(std::uint32_t stage, std::string& out, bool fullpath,
                                 std::string_view prefix = {});
@@ -57,6 +62,9 @@ private:
     zlib_loader m_zlib;
 };
 
+// platform::make_durable(), with a line in the log where that fails: the stage goes on.
+void bring_to_disk(const std::vector<std::string>& paths);
+
 // The file that marks a stage as done, and all its content.
 inline constexpr std::string_view stage_marker_name = "prepared.txt";
 inline constexpr std::string_view stage_marker_text("prepared", 9); // with a zero byte at the end
@@ -68,7 +76,7 @@ public:
 
     bool init(std::string_view base);                                 // "<working directory>\base\"; true
     [[nodiscard]] std::string main_path(std::string_view name) const; // in the base folder
-    void _mark_prepared(std::uint32_t stage);
+    void _mark_prepared(std::uint32_t stage);                         // and brings the marker to the disk
     void _mark_unsuccess(std::uint32_t stage);
     bool _is_success(std::uint32_t stage);
 

@@ -30,6 +30,8 @@ void tmpfld_holder::_mark_prepared(std::uint32_t stage) {
     if (marker.open(m_folder->path_of(stage, stage_marker_name), platform::access::write,
                     platform::share::read, platform::creation::create_always))
         marker.write(stage_marker_text.data(), stage_marker_text.size());
+    marker.close();
+    bring_to_disk({m_folder->path(stage)}); // the name is all that counts
 }
 
 void tmpfld_holder::_mark_unsuccess(std::uint32_t stage) {

@@ -256,6 +256,8 @@ void statistic::backup() noexcept {
                 step = 2;
                 write_table(file, m_main, hour);
                 step = 3;
+                if (m_pending.empty())
+                    file.flush(); // before the file that held them goes
                 file.close();
             }
         }

@@ -63,6 +63,7 @@ bool transaction::finalize_half(const half_stage& half) {
         platform::move_file(sorted_folder + name + extension, target_folder + name + extension);
     }
     TVR_LOG(transact_log, "%s", half.end_line);
+    folder.make_durable(half.target);
     m_holder._mark_prepared(half.target);
     return true;
 }

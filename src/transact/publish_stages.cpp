@@ -27,8 +27,10 @@ bool transaction::__successlearn_stage() {
         folder.remove(stage_number::sorted);
     folder.prepare(stage_number::generate_rgd);
     publish_half(good_half);
+    folder.make_folders_durable(); // or a power cut brings a marker back that has nothing behind it
     publish_half(spam_half);
     m_holder._mark_prepared(stage_number::generate_rgd);
+    folder.make_folders_durable();
     return true;
 }
 
@@ -45,6 +47,7 @@ void transaction::publish_half(const half_stage& half) {
         platform::move_file(source + file, m_holder.main_path(file));
     }
     atoms.replace(m_holder.base());
+    bring_to_disk({m_holder.base()});
     m_holder.folder().remove(half.target);
 }
 
@@ -63,6 +66,7 @@ bool transaction::__generatergd_stage() {
         const std::string generated = folder.path_of(stage_number::generate_rgd, "base.rgd");
         if (dictionaries.generate_base(generated)) {
             TVR_LOG(transact_log, "[i] rgd base successfully generated");
+            bring_to_disk({generated, folder.path(stage_number::generate_rgd)});
             const std::string published = m_holder.main_path("cashe.rgd");
             platform::delete_file(published);
             platform::move_file(generated, published);

@@ -144,6 +144,9 @@ bool transaction::__sorting_stage() {
             return false;
         }
     }
+    // The batch and the marker follow at once, and their names come to the disk together: without the marker
+    // nobody would look for the batch there.
+    folder.make_durable(stage_number::sorted);
     const std::string sorted_path = folder.path_of(stage_number::sorted, "data.bys");
     if (!platform::move_file(batch_path, sorted_path)) {
         const std::uint32_t code = platform::last_error();
@@ -160,6 +163,7 @@ bool transaction::__sorting_stage() {
         return false;
     }
     folder.remove(stage_number::entered);
+    folder.make_folders_durable();
     if (logger::enabled())
         keep_batch_copy();
     if (statistic* counters = statistic::current())

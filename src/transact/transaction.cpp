@@ -273,8 +273,10 @@ bool transaction::__entering_stage() {
     const bool has_target = folder.tmp_filename_for_stage(stage_number::entered, target, true);
     const platform::locker locker(m_feedlock);
     const std::string snapshot = tilde_name(m_cache.path());
-    // Without a copy the snapshot stays, for the next training.
-    if ((!has_target || !link_or_copy(snapshot, target, false)) && file_exists(snapshot)) {
+    // Without a copy that would outlive a power cut the snapshot stays, for the next training.
+    if ((!has_target || !link_or_copy(snapshot, target, false) ||
+         !platform::make_durable({target, folder.path(stage_number::entered)})) &&
+        file_exists(snapshot)) {
         const std::uint32_t code = platform::last_error();
         TVR_LOG(transact_log, "[-] unable to take over the snapshot (%d)", static_cast<int>(code));
         return true;

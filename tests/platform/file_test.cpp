@@ -328,6 +328,16 @@ TEST_F(files, a_link_is_the_file_and_a_copy_another) {
     EXPECT_TRUE(read_file(root.path() / "copy") == bytes);
 }
 
+TEST_F(files, durable_are_files_and_folders_that_are_there) {
+    file f;
+    ASSERT_TRUE(f.open(at("file"), access::read_write, share::read_write, creation::open_existing));
+    ASSERT_TRUE(f.write("x", 1) && create_hard_link(at("other"), at("file")));
+    EXPECT_TRUE(has_other_names(at("file")) && !has_other_names(at("missing")));
+    EXPECT_TRUE(make_durable({at("file"), at("other"), at(""), at("file")}));
+    EXPECT_FALSE(make_durable({at("missing"), at("")}));
+    EXPECT_EQ(last_error(), error::file_not_found);
+}
+
 TEST_F(files, path_forms) {
     const std::string before = current_directory();
     ASSERT_TRUE(set_current_directory(at("folder\\")));

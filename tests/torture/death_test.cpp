@@ -121,11 +121,51 @@ const station& station_of(const std::vector<file_change>& changes, sequel& then)
     return stations[last];
 }
 
+// The same by the files, where a power cut has taken changes back.
+const station& station_in(const files& left, sequel& then) {
+    const auto at = [](const std::string& change) -> const station& {
+        return *std::ranges::find(stations, change, &station::change);
+    };
+    const auto is_as_trained = [&](const std::string& path) {
+        return left.contains(path) && left.at(path) == the_base().after.at(path);
+    };
+    const auto is_marked = [&](unsigned stage) { return left.contains(marker(stage)); };
+    const bool is_published = std::ranges::all_of(the_base().after, [&](const auto& file) {
+        return !file.first.ends_with(".bye") || is_as_trained(file.first);
+    });
+    if (is_marked(6))
+        return at("create " + marker(6));
+    if (is_marked(3) && !is_marked(4) && !is_marked(2))
+        return at("delete " + marker(4));
+    if (is_marked(3) && is_marked(4))
+        for (const auto& [path, bytes] : the_base().after)
+            if (path.starts_with(base_folder + "nspamdict") && !path.ends_with(".idx") &&
+                !left.contains(transact_folder + "0004/" + path.substr(base_folder.size())))
+                then.published.insert(path);
+    if (!then.published.empty())
+        return at("rename " + base_folder + "nspamdict");
+    if (is_marked(2))
+        return at(is_marked(1) ? "create " + marker(2) : "delete " + marker(1));
+    if (is_marked(1))
+        return at(
+            left.lower_bound(transact_folder + "0001/dis")->first.starts_with(transact_folder + "0001/dis")
+                ? "create " + marker(1)
+                : "rename " + transact_folder + "0002/data.bys");
+    if (is_published && !is_as_trained(compiled_base))
+        return at("delete " + marker(3));
+    if (is_published)
+        return at(left.at(time_mark) == the_base().before.at(time_mark) ? "delete " + marker(6)
+                  : left.at(time_mark).size() < 8                       ? "cut " + time_mark
+                                                                        : "write " + time_mark);
+    return at(left.contains(transact_folder + "~autotrain.bys")
+                  ? "rename " + transact_folder + "~autotrain.bys"
+              : left.contains(cache_file) ? ""
+                                          : "delete " + transact_folder + "~autotrain.bys");
+}
+
 // Restarts the engine, and answers what has come out.
-std::string judge_engine(const files&, const files&, const files&) {
+std::string judge(const station& point, sequel& then) {
     trained_base& base = the_base();
-    sequel then;
-    const station& point = station_of(shared_board().changes(), then);
     const std::string outcome =
         then.statistic_cut ? std::string("GAP ") + point.outcome + ", but the statistic of the batch is lost"
                            : point.outcome;
@@ -155,6 +195,24 @@ std::string judge_engine(const files&, const files&, const files&) {
     return outcome;
 }
 
+std::string judge_engine(const files&, const files&, const files&) {
+    sequel then;
+    return judge(station_of(the_base().changes_of_the_dead(), then), then);
+}
+
+// A power cut takes changes back, but neither those whose work has gone on from the disk, nor the
+// acknowledged ones.
+std::string judge_cut(const files& left, const files&, const files&) {
+    sequel then;
+    const station& reached = station_of(the_base().changes_of_the_dead(), then);
+    then = {};
+    const station& point = station_in(left, then);
+    EXPECT_LE(&point, &reached);
+    if (std::string_view(point.outcome).starts_with("GAP"))
+        EXPECT_LE(&reached - &point, 2);
+    return judge(point, then);
+}
+
 int train_once() {
     return run_engine([](engine_driver& engine) {
         engine.train();
@@ -164,6 +222,10 @@ int train_once() {
 
 TEST(engine_death, leaves_what_is_told_for_each_point) {
     torture({"the engine in a transaction", "waiting", train_once, judge_engine, 60});
+}
+
+TEST(engine_power_cut, leaves_what_a_death_may_leave) {
+    cut_power({"the engine in a transaction", "waiting", train_once, judge_cut, 60, "the same bytes"});
 }
 
 // The first and the last point of each station at least, whatever the stride.

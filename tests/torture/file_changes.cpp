@@ -6,6 +6,8 @@
 #include <cstdarg>
 #include <fcntl.h>
 #include <filesystem>
+#include <memory>
+#include <mutex>
 #include <new>
 #include <regex>
 #include <stdexcept>
@@ -15,6 +17,7 @@
 #include <unistd.h>
 
 #include "platform/change_hook.h"
+#include "torture/power_cut.h"
 
 namespace tvr::torture {
 
@@ -35,6 +38,29 @@ void put(board::entry& entry, std::string_view what, std::string_view path) {
     kill(getpid(), SIGKILL);
     for (;;)
         pause();
+}
+
+std::unique_ptr<disk_image> the_disk; // while the power may go
+std::mutex disk_lock;
+
+// In front of each point. Nothing goes on behind a cut.
+void count_point() {
+    if (shared_board().points++ != the_plan.index || !the_disk)
+        return;
+    is_spared = true;
+    for (const auto& [variant, state] : the_disk->states())
+        for (const auto& [path, bytes] : state) {
+            const std::string full = the_plan.states + "/" + variant + "/" + path;
+            if (path.ends_with('/'))
+                std::filesystem::create_directories(full);
+            else
+                write_file(full, bytes);
+        }
+    die();
+}
+
+std::unique_lock<std::mutex> hold_disk() {
+    return the_disk ? std::unique_lock(disk_lock) : std::unique_lock<std::mutex>();
 }
 
 bool watching() {
@@ -67,6 +93,8 @@ auto made(std::string_view what, std::string_view full_path, Call call, Half hal
     const std::string_view path = below_root(full_path);
     if (!watching() || path.empty())
         return call();
+    const auto held = hold_disk();
+    count_point();
     board& all = shared_board();
     const std::uint32_t number = all.begun++;
     if (!was_asked && is_data(path)) {
@@ -77,7 +105,7 @@ auto made(std::string_view what, std::string_view full_path, Call call, Half hal
     const bool is_met = the_plan.change.empty()
                             ? number == the_plan.index
                             : std::string(what).append(" ").append(path) == the_plan.change;
-    const bool chosen = is_met && the_plan.what != fate::none && the_plan.what != fate::fail;
+    const bool chosen = is_met && the_plan.what != fate::none && the_plan.what != fate::fail && !the_disk;
     if (chosen) {
         put(all.hit, what, path);
         if (the_plan.what == fate::halt) {
@@ -111,13 +139,13 @@ auto made(std::string_view what, int file, Call call, Half... half) {
     return watching() ? made(what, path_of(file), call, half...) : call();
 }
 
-constexpr std::array<const char*, 10> hook_words = {"create", "write", "cut",    "delete", "rename",
-                                                    "link",   "make",  "remove", "time",   "mode"};
+constexpr std::array<const char*, 11> hook_words = {"create", "write",  "cut",  "delete", "rename", "link",
+                                                    "make",   "remove", "time", "mode",   "sync"};
 
 std::uint32_t ask(platform::change what, std::string_view path) {
     if (!watching())
         return 0;
-    was_asked = true;
+    was_asked = what != platform::change::make_durable;
     const std::uint32_t number = shared_board().asked++;
     if (the_plan.what != fate::fail || number != the_plan.index)
         return 0;
@@ -140,13 +168,13 @@ void look_for_rounds(const void* data, std::size_t size) {
 } // namespace
 
 const char* name_of(fate what) {
-    constexpr std::array names = {"none", "before", "within", "after", "fails", "halts"};
+    constexpr std::array names = {"none", "before", "within", "after", "fails", "halts", "power cut before"};
     return names.at(static_cast<std::size_t>(what));
 }
 
 void board::clear() {
     for (auto* number :
-         {&begun, &asked, &unseen, &done, &halted, &resume, &idle, &no_batch, &no_marker, &verdict})
+         {&begun, &points, &asked, &unseen, &done, &halted, &resume, &idle, &no_batch, &no_marker, &verdict})
         *number = 0;
     hit = {};
 }
@@ -182,7 +210,14 @@ board& shared_board() {
 void arm(const plan& wanted, const std::string& root) {
     the_plan = wanted;
     the_root = root + "/";
+    if (wanted.what == fate::cut_power)
+        the_disk = std::make_unique<disk_image>(the_root);
     platform::set_change_hook(ask);
+}
+
+void tell_end() {
+    const auto held = hold_disk();
+    count_point();
 }
 
 void halt() {
@@ -231,12 +266,21 @@ TORTURE_EXPORT int open(const char* path, int flags, ...) {
         mode = va_arg(rest, mode_t);
         va_end(rest);
     }
-    const auto call = [&] { return system_call(SYS_openat, AT_FDCWD, path, flags, mode); };
+    const auto call = [&] {
+        const int made = system_call(SYS_openat, AT_FDCWD, path, flags, mode);
+        if (the_disk && watching() && made >= 0 && (flags & O_CREAT) != 0)
+            the_disk->created(made);
+        return made;
+    };
     return (flags & O_CREAT) == 0 || exists(path) ? call() : made("create", path, call);
 }
 
 TORTURE_EXPORT ssize_t pwrite(int file, const void* data, size_t size, off_t at) {
-    const auto put = [&](size_t bytes) { return system_call<ssize_t>(SYS_pwrite64, file, data, bytes, at); };
+    const auto put = [&](size_t bytes) {
+        if (the_disk && watching())
+            the_disk->written(file, data, bytes, at);
+        return system_call<ssize_t>(SYS_pwrite64, file, data, bytes, at);
+    };
     if (watching())
         look_for_rounds(data, size);
     return made(
@@ -261,6 +305,21 @@ TORTURE_EXPORT ssize_t copy_file_range(int from, off_t* from_at, int to, off_t* 
             if (fstat(from, &info) == 0)
                 copy(static_cast<size_t>(info.st_size) / 2);
         });
+}
+
+// Bringing to the disk is a point between two changes.
+TORTURE_EXPORT int fsync(int file) {
+    if (watching() && (path_of(file) + "/").starts_with(the_root)) {
+        const auto held = hold_disk();
+        count_point();
+        if (the_disk)
+            the_disk->synced(file);
+    }
+    return 0;
+}
+
+TORTURE_EXPORT int fdatasync(int file) {
+    return fsync(file);
 }
 
 TORTURE_EXPORT int ftruncate(int file, off_t size) noexcept {
@@ -290,13 +349,17 @@ TORTURE_EXPORT int mkdir(const char* path, mode_t mode) noexcept {
 }
 
 TORTURE_EXPORT int rename(const char* from, const char* to) noexcept {
-    return made("rename", to, [&] { return system_call(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0); });
+    return renameat2(AT_FDCWD, from, AT_FDCWD, to, 0);
 }
 
 TORTURE_EXPORT int renameat2(int from_folder, const char* from, int to_folder, const char* to,
                              unsigned flags) noexcept {
-    return made("rename", to,
-                [&] { return system_call(SYS_renameat2, from_folder, from, to_folder, to, flags); });
+    return made("rename", to, [&] {
+        const int answer = system_call(SYS_renameat2, from_folder, from, to_folder, to, flags);
+        if (the_disk && watching() && answer == 0)
+            the_disk->renamed(from, to);
+        return answer;
+    });
 }
 
 TORTURE_EXPORT int link(const char* from, const char* to) noexcept {

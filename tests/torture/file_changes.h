@@ -20,8 +20,9 @@ enum class fate : std::uint32_t {
     die_before, // the process is killed in front of the change
     die_within, // half of the bytes of a write are through; as die_before for every other change
     die_after,
-    fail, // the change fails with an error number
-    halt, // the thread stops in front of the change until board::resume is set
+    fail,      // the change fails with an error number
+    halt,      // the thread stops in front of the change until board::resume is set
+    cut_power, // in front of the change, or of bringing something to the disk, or at the end
 };
 
 const char* name_of(fate what);
@@ -41,6 +42,7 @@ struct board {
     };
 
     std::atomic<std::uint32_t> begun;  // changes seen
+    std::atomic<std::uint32_t> points; // the same with what was brought to the disk
     std::atomic<std::uint32_t> asked;  // calls of the change hook
     std::atomic<std::uint32_t> unseen; // changes of data files that the hook wasn't asked for
     std::atomic<std::uint32_t> done;   // changes made; entries in `log`
@@ -65,14 +67,19 @@ board& board_of(unsigned number); // 0 or 1
 
 struct plan {
     fate what = fate::none;
-    std::uint32_t index = 0; // of the change, from 0; for `fail` of the hook's call
+    std::uint32_t index =
+        0; // of the change, from 0; for `fail` of the hook's call, for `cut_power` of the point
     std::uint32_t error = 0; // for `fail`
     unsigned board = 0;
     std::string change = {}; // unless it is empty, what is met in place of the index: "create path"
+    std::string states = {}; // of `cut_power`: the folder for what it may leave, each state in one of its own
 };
 
 // Watches this process from now on. `root` is an absolute folder.
 void arm(const plan& wanted, const std::string& root);
+
+// The process has come to its end.
+void tell_end();
 
 // Tells the board that this thread stands, and waits until it may go on.
 void halt();

@@ -89,6 +89,13 @@ void trained_base::save(const std::string& name) const {
 void trained_base::restore(const std::string& name) const {
     copy_tree(m_folder / name, root());
 }
+std::vector<std::string> trained_base::cuts() const {
+    std::vector<std::string> all;
+    for (const auto& entry : fs::directory_iterator(m_folder / "cut"))
+        all.push_back("cut" / entry.path().filename());
+    std::ranges::sort(all);
+    return all;
+}
 void trained_base::empty() const {
     clear(root());
 }
@@ -129,8 +136,11 @@ int trained_base::start(const plan& wanted, const std::function<int()>& body) co
     int code = 99;
     try {
         setenv("TESSIVAR_ROOT", root().c_str(), 1);
-        arm(wanted, root());
+        plan own = wanted;
+        own.states = m_folder / "cut";
+        arm(own, root());
         code = body();
+        tell_end();
     } catch (const std::exception& error) {
         std::fprintf(stderr, "child: %s\n", error.what());
     }
@@ -145,27 +155,30 @@ int trained_base::join(int process) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status) == SIGKILL ? killed : -WTERMSIG(status);
 }
 
-int trained_base::run_child(const plan& wanted, const std::function<int()>& body) const {
+int trained_base::run_child(const plan& wanted, const std::function<int()>& body) {
     shared_board().clear();
-    return join(start(wanted, body));
+    const int code = join(start(wanted, body));
+    if (code == killed)
+        m_dead = shared_board().changes();
+    return code;
 }
 
-verdict trained_base::run(const std::string& what, const std::function<void(engine_driver&)>& driver) const {
+verdict trained_base::run(const std::string& what, const std::function<void(engine_driver&)>& driver) {
     const int code = run_child({}, [&] { return run_engine(driver); });
     if (code != 0)
         ADD_FAILURE() << what << ": the engine has crashed, " << code;
     return last_verdict();
 }
 
-verdict trained_base::restart() const {
+verdict trained_base::restart() {
     return run("the restart", [](engine_driver& engine) { engine.wait_for_rest(); });
 }
 
-verdict trained_base::train(const std::string& what) const {
+verdict trained_base::train(const std::string& what) {
     return run(what, [](engine_driver& engine) { engine.train(); });
 }
 
-verdict trained_base::train_next() const {
+verdict trained_base::train_next() {
     return run("the next training", [](engine_driver& engine) {
         engine.wait_for_rest();
         append_messages(next_series, batch);
@@ -173,15 +186,15 @@ verdict trained_base::train_next() const {
     });
 }
 
-void trained_base::work(const std::function<int()>& body) const {
+void trained_base::work(const std::function<int()>& body) {
     EXPECT_EQ(run_child({}, body), 0);
 }
 
-void trained_base::append(unsigned series, unsigned count) const {
+void trained_base::append(unsigned series, unsigned count) {
     work([&] { return append_messages(series, count) ? 0 : 1; });
 }
 
-void trained_base::make_bare() const {
+void trained_base::make_bare() {
     empty();
     work([] { return prepare_root(), 0; });
 }
@@ -197,7 +210,7 @@ void trained_base::expect_equal(const std::string& when, files found, files expe
     EXPECT_EQ(differences(found, expected), std::vector<std::string>()) << when;
 }
 
-std::string trained_base::generated(const files& dictionaries) const {
+std::string trained_base::generated(const files& dictionaries) {
     save("meanwhile");
     for (const auto& file : fs::directory_iterator(path(base_folder)))
         if (file.is_regular_file())
@@ -268,6 +281,35 @@ void torture(const job& each, const std::vector<std::uint32_t>& errors) {
             outcomes.add(each.judge(base.content(true), before, after));
         }
     EXPECT_LE(missed * step, points / 10);
+}
+
+void cut_power(const job& each) {
+    trained_base& base = the_base();
+    base.restore(each.start);
+    const files before = base.content(true);
+    ASSERT_EQ(base.run_child({}, each.work), 0) << each.name;
+    const std::uint32_t points = shared_board().points;
+    const files after = base.content(true);
+    tally outcomes("Power cut in " + std::string(each.name) + " (" + std::to_string(points) + " points)");
+    const unsigned step = stride(each.usual_stride);
+    for (plan wanted{.what = fate::cut_power}; wanted.index < points; ++wanted.index) {
+        const bool is_end = wanted.index + 1 == points;
+        if (wanted.index % step != 0 && !is_end)
+            continue;
+        base.restore(each.start);
+        fs::remove_all(base.path("../cut"));
+        EXPECT_TRUE(base.run_child(wanted, each.work) == killed || is_end);
+        const auto& changes = base.changes_of_the_dead();
+        for (const std::string& state : base.cuts()) {
+            base.restore(state);
+            SCOPED_TRACE(std::string(each.name) + ", power cut " + std::to_string(wanted.index) + ", " +
+                         state + ", after " +
+                         (changes.empty() ? "nothing" : changes.back().what + " " + changes.back().path));
+            const std::string outcome = each.judge(base.content(true), before, after);
+            EXPECT_TRUE(!is_end || outcome.find(each.promised) != std::string::npos) << outcome;
+            outcomes.add(outcome);
+        }
+    }
 }
 
 } // namespace tvr::torture

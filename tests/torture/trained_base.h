@@ -44,9 +44,11 @@ public:
     [[nodiscard]] std::string path(const std::string& name) const { return root() + "/" + name; }
     void save(const std::string& name) const;    // the root under a name; "waiting" and "trained" are there
     void restore(const std::string& name) const; // the root as it was saved
-    void empty() const;                          // a root without anything
-    void make_bare() const;                      // one with its settings
-    void remove(const std::string& path) const;  // a file or a folder of the root
+    // The states that the last power cut may have left, for restore(); none of them twice.
+    [[nodiscard]] std::vector<std::string> cuts() const;
+    void empty() const;                         // a root without anything
+    void make_bare();                           // one with its settings
+    void remove(const std::string& path) const; // a file or a folder of the root
 
     // By path below the root, with slashes. Logs and shared memory are left out.
     [[nodiscard]] files all_content() const;
@@ -56,22 +58,25 @@ public:
     files content(bool any_archive = false);
 
     // Each runs an engine in a child, and answers how it ended; a crash fails the test.
-    verdict run(const std::string& what, const std::function<void(engine_driver&)>& driver) const;
-    verdict restart() const;                      // to its rest
-    verdict train(const std::string& what) const; // what waits
-    verdict train_next() const;                   // what is left, and then the next series
+    verdict run(const std::string& what, const std::function<void(engine_driver&)>& driver);
+    verdict restart();                      // to its rest
+    verdict train(const std::string& what); // what waits
+    verdict train_next();                   // what is left, and then the next series
     // Starts a child that runs the body on this root, and answers its process id.
     int start(const plan& wanted, const std::function<int()>& body) const;
     static int join(int process); // the exit code, or `killed`
-    int run_child(const plan& wanted, const std::function<int()>& body) const;
+    int run_child(const plan& wanted, const std::function<int()>& body);
+    [[nodiscard]] const std::vector<file_change>& changes_of_the_dead() const {
+        return m_dead;
+    } // the last one
     // Each must succeed in a child.
-    void work(const std::function<int()>& body) const;
-    void append(unsigned series, unsigned count) const;
+    void work(const std::function<int()>& body);
+    void append(unsigned series, unsigned count);
 
     // Equal files; of the time mark only the size is looked at.
     static void expect_equal(const std::string& when, files found, files expected);
     // The compiled base of these files, made by an engine that finds nothing but the last marker.
-    [[nodiscard]] std::string generated(const files& dictionaries) const;
+    [[nodiscard]] std::string generated(const files& dictionaries);
 
     files before;                               // a batch waits
     files after;                                // it is trained
@@ -79,6 +84,7 @@ public:
 
 private:
     std::filesystem::path m_folder;
+    std::vector<file_change> m_dead;
     bool m_complete = false; // the undisturbed runs are done
     std::set<std::string> m_archives;
 };
@@ -111,11 +117,14 @@ struct job {
     // Answers the outcome; `before` and `after` are the files without the death.
     std::function<std::string(const files& left, const files& before, const files& after)> judge;
     unsigned usual_stride = 1;
+    const char* promised = ""; // stands in the outcome of a power cut at the end
 };
 
 inline const std::vector<std::uint32_t> all_errors = {5, 32, 112, 1450};
 
 // Kills the job at each of its changes, or lets each fail with each of the errors, and counts the outcomes.
 void torture(const job& each, const std::vector<std::uint32_t>& errors = {});
+// Cuts the power at each change, each time something is brought to the disk, and at the end.
+void cut_power(const job& each);
 
 } // namespace tvr::torture

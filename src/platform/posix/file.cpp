@@ -333,7 +333,8 @@ bool file::flush() {
         return closed();
     if (!m_state->may(access::write))
         return denied();
-    return m_state->temporary || fdatasync(m_state->handle.get()) == 0 || posix::fail_errno();
+    return m_state->temporary || (posix::may_change(change::make_durable, m_state->path) &&
+                                  (fdatasync(m_state->handle.get()) == 0 || posix::fail_errno()));
 }
 
 std::optional<std::uint64_t> file::size() const {

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "platform/error.h"
+#include "platform/posix/descriptor.h"
 #include "platform/posix/errors.h"
 #include "platform/posix/file_state.h"
 #include "platform/posix/paths.h"
@@ -146,6 +147,36 @@ bool set_mode(const std::string& native, std::string_view path, mode_t present, 
 }
 
 } // namespace
+
+bool make_durable(const std::vector<std::string>& paths) {
+    const auto open_one = [](const std::string& path) {
+        return posix::descriptor(
+            ::open(posix::native_path(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    };
+    // All begin to be written before one of them is waited for: the disk is flushed once for most of them.
+    if (paths.size() > 2)
+        for (const std::string& path : paths)
+            if (const posix::descriptor file = open_one(path); file.is_open() && !path.ends_with('\\'))
+                sync_file_range(file.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
+    bool done = true;
+    for (const std::string& path : paths) {
+        const bool is_folder = path.ends_with('\\');
+        const posix::descriptor file = open_one(path);
+        if (!file.is_open())
+            done = posix::fail_path(posix::native_path(path));
+        else if (!posix::may_change(change::make_durable, path))
+            done = false;
+        else if ((is_folder ? fsync(file.get()) : fdatasync(file.get())) != 0 &&
+                 !(is_folder && (errno == EINVAL || errno == EOPNOTSUPP)))
+            done = posix::fail_errno();
+    }
+    return done;
+}
+
+bool has_other_names(std::string_view path) {
+    struct stat info {};
+    return stat(posix::native_path(path).c_str(), &info) == 0 && info.st_nlink > 1;
+}
 
 std::optional<std::uint32_t> get_attributes(std::string_view path) {
     const std::string native = posix::native_path(path);

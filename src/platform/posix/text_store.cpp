@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "platform/error.h"
+#include "platform/file.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/errors.h"
 #include "platform/posix/paths.h"
@@ -99,9 +100,10 @@ bool replace_text_file(const std::string& native, std::size_t limit,
             return false;
         }
     }
-    if (!may_change(change::rename_file, path))
+    if (!make_durable({engine_path(fresh)}) || !may_change(change::rename_file, path))
         return false;
-    return rename(fresh.c_str(), native.c_str()) == 0 || fail_path(native);
+    return (rename(fresh.c_str(), native.c_str()) == 0 || fail_path(native)) &&
+           make_durable({engine_path(parent_folder(native)) + "\\"});
 }
 
 } // namespace tvr::platform::posix

@@ -167,7 +167,10 @@ bool file::set_end() {
 }
 
 bool file::flush() {
-    return m_state ? win32::succeeded(FlushFileBuffers(m_state->handle.get())) : closed();
+    if (!m_state)
+        return closed();
+    return win32::may_change(change::make_durable, m_state->path) &&
+           win32::succeeded(FlushFileBuffers(m_state->handle.get()));
 }
 
 std::optional<std::uint64_t> file::size() const {

@@ -4,6 +4,7 @@
 #include "platform/error.h"
 #include "platform/win32/errors.h"
 #include "platform/win32/file_state.h"
+#include "platform/win32/handle.h"
 #include "platform/win32/paths.h"
 
 namespace tvr::platform {
@@ -32,6 +33,30 @@ bool may_copy(const std::string& source, const std::string& target, std::string_
 }
 
 } // namespace
+
+bool make_durable(const std::vector<std::string>& paths) {
+    bool done = true;
+    for (const std::string& path : paths) {
+        const bool is_folder = path.ends_with('\\');
+        const win32::handle opened(CreateFileA(win32::native_path(path).c_str(), GENERIC_WRITE,
+                                               FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                               nullptr, OPEN_EXISTING,
+                                               is_folder ? FILE_FLAG_BACKUP_SEMANTICS : 0, nullptr));
+        if (!win32::may_change(change::make_durable, path))
+            done = false;
+        else if ((!opened.is_open() || !FlushFileBuffers(opened.get())) && !is_folder)
+            done = win32::fail_last();
+    }
+    return done;
+}
+
+bool has_other_names(std::string_view path) {
+    const win32::handle opened(CreateFileA(win32::native_path(path).c_str(), 0,
+                                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                           OPEN_EXISTING, 0, nullptr));
+    BY_HANDLE_FILE_INFORMATION facts{};
+    return opened.is_open() && GetFileInformationByHandle(opened.get(), &facts) && facts.nNumberOfLinks > 1;
+}
 
 std::optional<std::uint32_t> get_attributes(std::string_view path) {
     DWORD attributes = 0;

@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# What it costs that everything stands on the disk before something is built on it: the same work with and
+# without (eatmydata leaves every sync out), in turns, on the disk that TMPDIR is on.
+#   bench/durability.sh                            the public corpus that scripts/demo.sh has fetched
+#   bench/durability.sh --spam DIR... --ham DIR... folders of single messages
+# RUNS=9 sets the number of rounds; the medians count.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh --dev
+cmake --preset release >/dev/null
+cmake --build --preset release --target tvr_srv tvrctl >/dev/null
+bin=$PWD/build/release/bin
+
+spam=() ham=() list=
+for argument in "$@"; do
+    case "$argument" in
+    --spam|--ham) list=$argument ;;
+    *) if [ "$list" = --spam ]; then spam+=("$argument"); else ham+=("$argument"); fi ;;
+    esac
+done
+if [ "$#" -eq 0 ]; then
+    data=build/corpus/package/data
+    [ -d "$data" ] || { echo "durability.sh: run scripts/demo.sh first: it fetches the corpus" >&2; exit 1; }
+    spam=("$data"/spam-*) ham=("$data"/*-ham-*)
+fi
+mapfile -t some_spam < <(find "${spam[@]}" -type f | sort | head -n 250)
+mapfile -t some_ham < <(find "${ham[@]}" -type f | sort | head -n 250)
+
+work=$(mktemp -d)
+export TESSIVAR_ROOT=$work/root
+trap '"$bin/tvrctl" stop >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
+
+# Trains, and notes the seconds of the whole and of the engine alone.
+train() { # NAME ARGUMENT...
+    local name=$1 start
+    shift
+    start=$(date +%s%N)
+    "${without[@]}" "$bin/tvrctl" train --quiet --wait "$@" >"$work/out"
+    echo "$(($(date +%s%N) - start))" | awk '{ printf "%.4f\n", $1 / 1e9 }' >>"$work/$name.whole.$kind"
+    sed -n 's/^Trained in \([0-9.]*\) s.*/\1/p' "$work/out" >>"$work/$name.engine.$kind"
+}
+
+for ((run = 0; run < ${RUNS:-9}; ++run)); do
+    for kind in with without; do
+        without=()
+        if [ "$kind" = without ]; then without=(eatmydata); fi
+        rm -rf "$TESSIVAR_ROOT"
+        train corpus --spam "${spam[@]}" --ham "${ham[@]}"
+        train 500 --spam "${some_spam[@]}" --ham "${some_ham[@]}"
+        train 1 --spam "${some_spam[0]}"
+        "$bin/tvrctl" stop >/dev/null
+    done
+done
+
+median() { sort -n "$1" | awk '{ all[NR] = $1 } END { print all[int((NR + 1) / 2)] }'; }
+row() { printf '%-42s %10s %10s %8s\n' "$@"; }
+row "seconds, medians of ${RUNS:-9} rounds" with without ratio
+compare() { # TITLE NAME
+    local on off
+    on=$(median "$work/$2.with")
+    off=$(median "$work/$2.without")
+    row "$1" "$on" "$off" "$(echo "$on $off" | awk '{ printf "%.2f", $1 / $2 }')"
+}
+compare "the corpus, mail to published base" corpus.whole
+compare "  of it the engine" corpus.engine
+compare "500 messages more, mail to published base" 500.whole
+compare "  of it the engine" 500.engine
+compare "one message more, mail to published base" 1.whole
+compare "  of it the engine" 1.engine
