@@ -111,8 +111,12 @@ std::string judge_append(const files& left, const files& before, const files& af
 
 TEST(client_death, appends_all_or_nothing) {
     const auto append = [] { return append_messages(trained_base::next_series, 5) ? 0 : 1; };
-    torture({"a client that makes a cache", "trained", append, judge_append, 6});
-    torture({"a client that adds to a cache", "waiting", append, judge_append, 6});
+    const char* const all = "all is appended";
+    for (const job& each : {job{"a client that makes a cache", "trained", append, judge_append, 6, all},
+                            job{"a client that adds to a cache", "waiting", append, judge_append, 6, all}}) {
+        torture(each);
+        cut_power(each);
+    }
 }
 
 // Messages reach the cache in their order, each whole.
@@ -137,7 +141,7 @@ std::string judge_forget(const files& left, const files& before, const files& af
     EXPECT_EQ(found.size(), old.size());
     for (std::size_t i = 0; i < found.size() && i < old.size(); ++i)
         EXPECT_TRUE(found[i] == old[i] || found[i] == whole[i]) << i;
-    return found == old ? "not marked" : "marked";
+    return found == old ? "as it was" : "marked";
 }
 
 // Only one file may differ, and it is the old one or the new one.
@@ -264,7 +268,7 @@ void damage_files() {
 
 TEST(tool_death, of_a_repair_loses_nothing) {
     trained_base& base = the_base();
-    job repair = {"tvrctl repair", "broken", command({"repair", "--yes"}), {}, 10};
+    job repair = {"tvrctl repair", "broken", command({"repair", "--yes"}), {}, 10, "all is done"};
     // Whatever was there still is, in its place or another.
     repair.judge = [&](const files& left, const files& before, const files& after) {
         std::set<std::string> kept;
@@ -288,6 +292,7 @@ TEST(tool_death, of_a_repair_loses_nothing) {
         base.save("broken");
         torture(repair);
     }
+    cut_power(repair);
     torture(repair, all_errors);
 }
 
@@ -296,11 +301,12 @@ TEST(tool_death, of_a_trim_loses_nothing) {
     base.restore("trained");
     write_file(base.path(good_index), std::string(512, 'x'));
     base.save("indexed");
-    job trim = {"tvrctl trim", "indexed", command({"trim"}), {}, 4};
+    job trim = {"tvrctl trim", "indexed", command({"trim"}), {}, 4, "all is done"};
     trim.judge = [&](const files& left, const files& before, const files& after) {
         return judge_second_run(trim, left, before, after);
     };
     torture(trim);
+    cut_power(trim);
     torture(trim, all_errors);
 }
 
@@ -345,14 +351,15 @@ TEST(tool_death, leaves_the_old_or_the_new) {
              return tvrctl_with_engine({"train", "--later", "-q", "--threads", "1", "--spam", mail + "/spam",
                                         "--ham", mail + "/ham"});
          },
-         judge_train, 6},
-        {"tvrctl forget", "waiting", command({"forget", "<7.2@x>_0123ABCD"}), judge_forget, 6},
+         judge_train, 6, "all is appended"},
+        {"tvrctl forget", "waiting", command({"forget", "<7.2@x>_0123ABCD"}), judge_forget, 6, "marked"},
         {"tvrctl config set", "waiting", command({"config", "set", "training delay", "77"}),
-         one_file("advanced.ini"), 6},
-        {"tvrctl export", "trained", command({"export", text}), one_file("export.txt"), 4},
-        {"tvrctl import", "empty", import, judge_import, 25}};
+         one_file("advanced.ini"), 6, "the new file"},
+        {"tvrctl export", "trained", command({"export", text}), one_file("export.txt"), 4, "the new file"},
+        {"tvrctl import", "empty", import, judge_import, 25, "all is imported"}};
     for (const job& each : jobs) {
         torture(each);
+        cut_power(each);
         torture(each, all_errors);
     }
 }
@@ -364,21 +371,24 @@ TEST(engine_death, in_the_first_start_costs_nothing) {
     base.save("bare");
     EXPECT_EQ(base.train_next(), verdict::rest);
     const files trained = base.content(true);
-    torture({"the engine in its first start", "bare",
-             [] { return run_engine([](engine_driver& engine) { engine.wait_for_rest(); }); },
-             [&](const files&, const files&, const files&) {
-                 EXPECT_EQ(base.train_next(), verdict::rest);
-                 files found = base.content(true);
-                 // deliberate: a flag file that is there is left alone; one that is cut counts as zeros.
-                 std::string& flags = found[transact_folder + "ipc.bin"];
-                 const bool is_cut = flags.size() < 4;
-                 if (is_cut)
-                     flags = trained.at(transact_folder + "ipc.bin");
-                 trained_base::expect_equal("trained", found, trained);
-                 return std::string("it starts, and trains to the same bytes") +
-                        (is_cut ? ", with a cut ipc.bin" : "");
-             },
-             40});
+    const job start = {"the engine in its first start", "bare",
+                       [] { return run_engine([](engine_driver& engine) { engine.wait_for_rest(); }); },
+                       [&](const files&, const files&, const files&) {
+                           EXPECT_EQ(base.train_next(), verdict::rest);
+                           files found = base.content(true);
+                           // deliberate: a flag file that is there is left alone; one that is cut counts as
+                           // zeros.
+                           std::string& flags = found[transact_folder + "ipc.bin"];
+                           const bool is_cut = flags.size() < 4;
+                           if (is_cut)
+                               flags = trained.at(transact_folder + "ipc.bin");
+                           trained_base::expect_equal("trained", found, trained);
+                           return std::string("it starts, and trains to the same bytes") +
+                                  (is_cut ? ", with a cut ipc.bin" : "");
+                       },
+                       40};
+    torture(start);
+    cut_power(start);
 }
 
 // One engine is stopped in front of a change, another is started meanwhile, and the first one goes on.

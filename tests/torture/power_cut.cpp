@@ -35,8 +35,8 @@ std::string content_of(int file) {
     return read_file("/proc/self/fd/" + std::to_string(file));
 }
 
-bool is_left_out(const std::string& path) { // memory that processes share, and their locks
-    return path.starts_with("run/") || path.ends_with(".lock");
+bool is_left_out(const std::string& path) { // memory that processes share
+    return path.starts_with("run/");
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "torture/trained_base.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
