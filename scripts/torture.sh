@@ -2,8 +2,9 @@
 # Takes the promises and the known gaps of docs/reliability.md to the test at every point, and prints the figures.
 # The suite runs a short form of the same.
 #   scripts/torture.sh                all sections
-#   scripts/torture.sh SECTION...     these: death (minutes), failure (minutes), crowd (a quarter of an hour),
-#                                     long (minutes; writes docs/long-life.svg anew), foreign (a minute), fuzz (two hours)
+#   scripts/torture.sh SECTION...     these: death (minutes), power (minutes), failure (minutes), crowd (a quarter of
+#                                     an hour), long (minutes; writes docs/long-life.svg anew), foreign (a minute),
+#                                     fuzz (two hours)
 # As root, `failure` also fills a small disk; it leaves that out, and says so, for everybody else.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -17,6 +18,12 @@ build() { # TARGET...
 section_death() {
     build torture_test
     TORTURE_STRIDE=1 build/release/bin/torture_test --gtest_filter='*_death.*:two_engines.*'
+}
+
+# The power goes at each change of the file system, and each time something is brought to the disk.
+section_power() {
+    build torture_test
+    TORTURE_ONLY=power TORTURE_STRIDE=1 build/release/bin/torture_test --gtest_filter='*_death.*:*_power_cut.*'
 }
 
 # Each change of the file system fails; the disk is full.

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fcntl.h>
 #include <functional>
 #include <set>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
+#include "torture/power_cut.h"
 #include "torture/trained_base.h"
 
 namespace tvr::torture {
@@ -232,6 +235,46 @@ int train_once() {
 
 TEST(engine_death, leaves_what_is_told_for_each_point) {
     torture({"the engine in a transaction", "waiting", train_once, judge_engine, 60});
+}
+
+// The model itself, in a folder of its own.
+TEST(engine_power_cut, loses_what_was_not_brought_to_the_disk) {
+    const trained_base& base = the_base();
+    base.empty();
+    const std::string root = base.root() + "/";
+    write_file(root + "f", "old");
+    disk_image disk(root);
+    const auto change = [&](const std::string& name, std::string_view bytes, off_t at) {
+        const int file = open((root + name).c_str(), O_RDWR | O_CREAT, 0600);
+        EXPECT_EQ(pwrite(file, bytes.data(), bytes.size(), at), static_cast<ssize_t>(bytes.size()));
+        disk.written(file, bytes.data(), bytes.size(), at);
+        return file;
+    };
+    const auto sync = [&](int file) {
+        disk.synced(file);
+        close(file);
+    };
+    const auto expect = [&](const files& zeros, const files& old, const files& last, const files& names,
+                            const files& both) {
+        const std::map<std::string, files> wanted = {{"zeros", zeros},
+                                                     {"old content", old},
+                                                     {"last write", last},
+                                                     {"old names", names},
+                                                     {"old names and content", both}};
+        EXPECT_EQ(disk.states(), wanted);
+    };
+    const std::string none(2, '\0');
+    close(change("f", "new", 3));
+    close(change("g", "12", 0));
+    expect({{"f", "old" + none + '\0'}, {"g", none}}, {{"f", "old"}, {"g", ""}},
+           {{"f", "oldnew"}, {"g", "12"}}, {{"f", "oldnew"}}, {{"f", "old"}});
+    sync(change("g", "34", 0)); // and its name follows
+    rename((root + "f").c_str(), (root + "h").c_str());
+    expect({{"g", "34"}, {"h", "old" + none + '\0'}}, {{"g", "34"}, {"h", "old"}},
+           {{"g", "34"}, {"h", "oldnew"}}, {{"f", "oldnew"}}, {{"f", "old"}});
+    sync(open(base.root().c_str(), O_RDONLY));
+    expect({{"g", "34"}, {"h", "old" + none + '\0'}}, {{"g", "34"}, {"h", "old"}},
+           {{"g", "34"}, {"h", "oldnew"}}, {{"g", "34"}, {"h", "oldnew"}}, {{"g", "34"}, {"h", "old"}});
 }
 
 TEST(engine_power_cut, leaves_what_a_death_may_leave) {

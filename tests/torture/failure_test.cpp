@@ -117,6 +117,7 @@ struct price {
 const price prices[] = {
     {"(rename|delete) .*transact/~autotrain.bys", {delayed}},
     {"make .*/0001/|create .*/0001/(dis\\*.tmp|prepared.txt)", {delayed}},
+    {"sync .*/0001/(dis\\*.tmp)?", {no_loss, delayed}},
     // A file in use ends the cleaning of its folder, and a marker stays.
     {"delete .*/000[13]/prepared.txt", {no_loss, stuck}},
     {"delete .*/0002/(n?spamdict.*\\.(col|idx|bye)|prepared.txt)", {no_loss, history}},

@@ -48,8 +48,13 @@ void count_point() {
     if (shared_board().points++ != the_plan.index || !the_disk)
         return;
     is_spared = true;
-    for (const auto& [variant, state] : the_disk->states())
-        for (const auto& [path, bytes] : state) {
+    const auto states = the_disk->states();
+    for (auto each = states.begin(); each != states.end(); ++each)
+        for (const auto& [path, bytes] : each->second) {
+            const std::string& variant = each->first;
+            if (std::any_of(states.begin(), each,
+                            [&](const auto& other) { return other.second == each->second; }))
+                break;
             const std::string full = the_plan.states + "/" + variant + "/" + path;
             if (path.ends_with('/'))
                 std::filesystem::create_directories(full);
