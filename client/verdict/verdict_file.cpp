@@ -7,6 +7,7 @@
 
 #include "common/bytes.h"
 #include "common/file_stream.h"
+#include "common/files.h"
 #include "common/path.h"
 #include "platform/error.h"
 #include "platform/file.h"
@@ -212,7 +213,7 @@ bool save_verdict(std::string_view path, const verdict_state& state) {
     const std::string beside = tilde_name(path);
     file_stream file;
     return file.create_to_write(beside) && file.write(bytes.data(), bytes.size()) && file.close() &&
-           platform::replace_file(beside, path);
+           replace_durably(beside, std::string(path));
 }
 
 } // namespace tvr
