@@ -333,11 +333,14 @@ private:
                              number_text("%g", m_options.split) + " % trained, " +
                                  (m_options.by_time ? "the older mail"
                                                     : "at random, seed " + std::to_string(m_options.seed)));
+        if (m_result.curve.size() > 1)
+            all.emplace_back("Trained", "in " + std::to_string(m_result.curve.size()) +
+                                            " steps, for the learning curve");
         all.emplace_back("Spam", joined(m_options.spam));
         all.emplace_back("Good mail", joined(m_options.ham));
         if (m_options.has_own_test()) {
             all.emplace_back("Test spam", joined(m_options.test_spam));
-            all.emplace_back("Test ham", joined(m_options.test_ham));
+            all.emplace_back("Test good", joined(m_options.test_ham));
         }
         all.emplace_back("Date", time_text(m_start));
         return all;

@@ -66,7 +66,7 @@ std::string read_thresholds() {
 
 void write_thresholds(const std::string& text) {
     const auto folder = common_settings::common_folder();
-    if (folder && !text.empty() && make_folders(*folder))
+    if (folder && !text.empty() && check_directory(*folder) == folder_state::usable)
         std::ofstream(platform::display_path(*folder + std::string(thresholds_file)), std::ios::binary)
             << text;
 }
