@@ -4,7 +4,7 @@
 
 namespace tvr {
 
-ipc_status add_mail(record_batch&, std::string_view, bool, bool) {
+ipc_status add_mail(record_batch&, std::string_view, bool, bool, std::string*) {
     return {ipc_error::no_mail, "this build of the library parses no mail"};
 }
 

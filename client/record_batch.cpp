@@ -16,11 +16,11 @@ constexpr std::size_t limit = std::size_t{1} << 30; // bytes of a batch
 
 } // namespace
 
-training_message describe(const mail_facts& facts, std::size_t size, bool spam, bool manual) {
+training_message describe(const mail_facts& facts, std::uint64_t size, bool spam, bool manual) {
     return {.msid = facts.msid,
             .spam = spam,
             .manual = manual,
-            .size = static_cast<std::uint32_t>(std::min<std::size_t>(size, 0xFFFFFFFF)),
+            .size = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, 0xFFFFFFFF)),
             .time = facts.time != 0 ? facts.time : now_minutes()};
 }
 

@@ -22,7 +22,7 @@ struct training_message {
 
 struct mail_facts;
 // The message that a tokenizer has cut up, of `size` bytes. One without a sane date counts as written now.
-TVR_IPC_EXPORT training_message describe(const mail_facts& facts, std::size_t size, bool spam, bool manual);
+TVR_IPC_EXPORT training_message describe(const mail_facts& facts, std::uint64_t size, bool spam, bool manual);
 
 // Why these bytes are no whole record as add() makes them, or null if they are one: its lengths fit, no token
 // is empty, and it has no marks but those of training_message.

@@ -109,24 +109,40 @@ void tokenizer::implementation::tokenize(std::string_view raw) {
     make_facts(raw, mbox_date);
 }
 
+// Lines that are none of a header may stand in front of it, as mail programs pass over them; then it takes
+// two well-known names.
 bool looks_like_mail(std::string_view raw) noexcept {
     constexpr std::size_t most_lines = 200;
+    constexpr std::size_t most_rubbish = 10; // lines
     constexpr std::array names = {"from"sv,        "to"sv,           "subject"sv,      "date"sv,
                                   "received"sv,    "message-id"sv,   "reply-to"sv,     "mime-version"sv,
                                   "return-path"sv, "content-type"sv, "delivered-to"sv, "sender"sv};
     if (raw.starts_with("From ") || raw.starts_with(">From "))
         raw.remove_prefix(std::min(raw.size(), raw.find('\n') + 1));
+    std::size_t rubbish = 0;
+    std::size_t known = 0;
+    bool has_begun = false;
     for (std::size_t line = 0; line < most_lines && !raw.empty(); ++line) {
-        const bool is_continued = line != 0 && (raw[0] == ' ' || raw[0] == '\t');
+        const std::string_view text = raw.substr(0, std::min(raw.find('\n'), raw.size()));
         std::size_t at = 0;
-        while (at < raw.size() && at < 100 && raw[at] > ' ' && raw[at] != ':' && raw[at] != 127)
+        while (at < text.size() && at < 100 && text[at] > ' ' && text[at] != ':' && text[at] != 127)
             ++at;
-        if (!is_continued && (at == 0 || at == raw.size() || raw[at] != ':'))
+        const bool is_blank = text.find_first_not_of(" \t\r") == std::string_view::npos;
+        if (is_blank && has_begun)
             return false;
-        if (std::any_of(names.begin(), names.end(),
-                        [&](std::string_view name) { return equals_ignoring_case(raw.substr(0, at), name); }))
+        const bool is_continued = line != 0 && !text.empty() && (text[0] == ' ' || text[0] == '\t');
+        const bool is_field = at != 0 && at < text.size() && text[at] == ':';
+        if (!is_continued && !is_field &&
+            (++rubbish > most_rubbish || text.find('\0') != std::string_view::npos))
+            return false;
+        if (is_field &&
+            std::any_of(
+                names.begin(), names.end(),
+                [&](std::string_view name) { return equals_ignoring_case(text.substr(0, at), name); }) &&
+            ++known > (rubbish != 0 ? 1U : 0U))
             return true;
-        raw.remove_prefix(std::min(raw.size(), std::min(raw.find('\n'), raw.size()) + 1));
+        has_begun = has_begun || !is_blank;
+        raw.remove_prefix(std::min(raw.size(), text.size() + 1));
     }
     return false;
 }

@@ -1,6 +1,7 @@
 #include "client/tvr_ipc.h"
 
 #include "client/cache_writer.h"
+#include "client/training_schedule.h"
 #include "client/user_folder.h"
 #include "client/verdict/learning.h"
 #include "common/path.h"
@@ -37,6 +38,7 @@ struct training_client::state {
     ipc_status status;
     std::string working;
     cache_writer cache;
+    std::uint32_t patience = 30000; // milliseconds
     event_channel channel;
     verdict_learning learning;
     std::string remark; // of the learning
@@ -63,7 +65,7 @@ ipc_status training_client::append(const record_batch& batch) {
         return m_state->status;
     const std::string path = m_state->working + std::string(cache_folder);
     m_state->learning.take(batch);
-    const append_result result = m_state->cache.append(batch);
+    const append_result result = m_state->cache.append(batch, m_state->patience);
     if (result != append_result::done)
         m_state->learning.drop(batch.count());
     switch (result) {
@@ -79,9 +81,20 @@ ipc_status training_client::append(const record_batch& batch) {
     }
 }
 
-ipc_status training_client::train(const record_batch& batch) {
+ipc_status training_client::train(const record_batch& batch, bool corrected) {
     const ipc_status appended = append(batch);
-    return appended ? raise(engine_event::add) : appended;
+    return appended ? hand_over(corrected) : appended;
+}
+
+ipc_status training_client::hand_over(bool corrected) {
+    if (!m_state->status)
+        return m_state->status;
+    const bool is_due = training_schedule(m_state->working).is_due(corrected);
+    return raise(is_due ? engine_event::train : engine_event::add);
+}
+
+void training_client::set_patience(std::uint32_t milliseconds) noexcept {
+    m_state->patience = milliseconds;
 }
 
 ipc_status training_client::raise(engine_event event, bool start) {

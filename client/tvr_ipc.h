@@ -24,11 +24,13 @@ enum class ipc_error : int {
     none = 0,
     bad_message = 1, // a message ID or a token that is too long
     no_folder = 2,   // the working directory can't be found or made
-    locked = 3,      // another process held the cache's lock for 30 seconds
+    locked = 3,      // another process held the cache's lock for all the patience
     cache_full = 4,  // 2 GiB of messages wait: the engine has to take them first
     io = 5,          // the cache can't be written
     no_engine = 6,   // it doesn't run and could not be started
     no_mail = 7,     // this build of the library parses no mail
+    known = 8,       // left out, as the engine knows the message with this verdict
+    refused = 9,     // of tvrctl: what is given contradicts itself
 };
 
 struct ipc_status {
@@ -59,11 +61,17 @@ public:
     // With backslashes, and one at the end; empty on failure.
     [[nodiscard]] const std::string& working_directory() const noexcept;
 
+    // How long append() waits for the cache's lock, in milliseconds; 30,000 at first.
+    void set_patience(std::uint32_t milliseconds) noexcept;
     // Appends the batch to the cache, all of it or nothing. Raises no event. The verdict on mail learns from
     // the messages, too: with the next event, or when this object goes.
     ipc_status append(const record_batch& batch);
-    // Appends the batch, starts the engine if it doesn't run, and raises the event `add`.
-    ipc_status train(const record_batch& batch);
+    // Appends the batch and hands it over; see hand_over().
+    ipc_status train(const record_batch& batch, bool corrected = false);
+    // Tells the engine, which is started if it doesn't run, that messages were appended: raises `train` if
+    // the user's training_schedule finds that they are due, otherwise `add`. `corrected`: they change a
+    // verdict of before by the user's own hand.
+    ipc_status hand_over(bool corrected);
 
     // Raises an event, and first starts the engine if it doesn't run and `start` allows it. Without an
     // engine the event stays raised until one comes up or this object goes.

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "client/known_messages.h"
 #include "client/mail_record.h"
 #include "client/tvr_ipc.h"
 
@@ -23,6 +24,18 @@ int answer(tvr::ipc_status status) {
 
 int bad_message(const char* text) {
     return answer({tvr::ipc_error::bad_message, text});
+}
+
+// Appends the message, unless it is to be learned only once and is known.
+int append(tvr_client* client, const tvr::record_batch& batch, const tvr::training_message& message,
+           std::uint32_t marks) {
+    if (marks & tvr_mark_once) {
+        tvr::known_messages known(client->client.working_directory());
+        known.load();
+        if (known.is_learned(message.msid, message.spam, message.manual))
+            return answer({tvr::ipc_error::known, "the message is known with this verdict"});
+    }
+    return answer(client->client.append(batch));
 }
 
 // Runs an operation; no exception leaves the library.
@@ -63,31 +76,38 @@ int tvr_append(tvr_client* client, const tvr_message* message) {
             tokens.add({token.text, token.size}, token.count);
         }
         tvr::record_batch batch;
-        if (!batch.add({.msid = {message->msid, message->msid_size},
-                        .spam = (message->marks & tvr_mark_spam) != 0,
-                        .manual = (message->marks & tvr_mark_manual) != 0,
-                        .size = message->size,
-                        .time = message->time},
-                       tokens))
+        const tvr::training_message described = {.msid = {message->msid, message->msid_size},
+                                                 .spam = (message->marks & tvr_mark_spam) != 0,
+                                                 .manual = (message->marks & tvr_mark_manual) != 0,
+                                                 .size = message->size,
+                                                 .time = message->time};
+        if (!batch.add(described, tokens))
             return bad_message("the message ID is longer than 255 bytes");
-        return answer(client->client.append(batch));
+        return append(client, batch, described, message->marks);
     });
 }
 
 int tvr_append_mail(tvr_client* client, const char* raw, size_t size, uint32_t marks) {
     return guarded([&] {
         tvr::record_batch batch;
-        if (tvr::ipc_status status = tvr::add_mail(batch, {raw, size}, (marks & tvr_mark_spam) != 0,
-                                                   (marks & tvr_mark_manual) != 0);
+        tvr::training_message message = {
+            .msid = {}, .spam = (marks & tvr_mark_spam) != 0, .manual = (marks & tvr_mark_manual) != 0};
+        std::string msid;
+        if (tvr::ipc_status status = tvr::add_mail(batch, {raw, size}, message.spam, message.manual, &msid);
             !status)
             return answer(std::move(status));
-        return answer(client->client.append(batch));
+        message.msid = msid;
+        return append(client, batch, message, marks);
     });
 }
 
 int tvr_raise(tvr_client* client, tvr_event event, int start) {
     return guarded(
         [&] { return answer(client->client.raise(static_cast<tvr::engine_event>(event), start != 0)); });
+}
+
+int tvr_hand_over(tvr_client* client, int corrected) {
+    return guarded([&] { return answer(client->client.hand_over(corrected != 0)); });
 }
 
 int tvr_engine_runs(const tvr_client* client) {

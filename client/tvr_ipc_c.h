@@ -22,14 +22,16 @@ enum tvr_error {
     tvr_cache_full = 4,  /* 2 GiB of messages wait for the engine */
     tvr_io = 5,          /* the cache can't be written */
     tvr_no_engine = 6,   /* it doesn't run and could not be started */
-    tvr_no_mail = 7      /* this build of the library parses no mail */
+    tvr_no_mail = 7,     /* this build of the library parses no mail */
+    tvr_known = 8        /* left out: learned, or waiting, with this verdict already; see tvr_mark_once */
 };
 
 enum tvr_event { tvr_event_add = 0, tvr_event_train = 1, tvr_event_reset = 2 };
 
 enum tvr_mark {
     tvr_mark_spam = 1,
-    tvr_mark_manual = 2 /* the user's own verdict */
+    tvr_mark_manual = 2, /* the user's own verdict */
+    tvr_mark_once = 4    /* not if the engine knows it with this verdict */
 };
 
 typedef struct tvr_client tvr_client;
@@ -62,6 +64,10 @@ TVR_IPC_EXPORT int tvr_append(tvr_client* client, const tvr_message* message);
 TVR_IPC_EXPORT int tvr_append_mail(tvr_client* client, const char* raw, size_t size, uint32_t marks);
 /* Raises an event of the engine, which is started first if it doesn't run and `start` isn't 0. */
 TVR_IPC_EXPORT int tvr_raise(tvr_client* client, enum tvr_event event, int start);
+/* Tells the engine, which is started if it doesn't run, that messages were appended, and makes it train them
+ * now if the user's settings say so (tvrctl config); to be called after tvr_append(). `corrected`: not 0 if
+ * one of them changes a verdict of before by the user's own hand. */
+TVR_IPC_EXPORT int tvr_hand_over(tvr_client* client, int corrected);
 /* 1 if the engine runs. */
 TVR_IPC_EXPORT int tvr_engine_runs(const tvr_client* client);
 

@@ -15,6 +15,7 @@
 #include "platform/folder_watch.h"
 #include "tools/evaluation_report.h"
 #include "tools/mail_input.h"
+#include "tools/mail_reading.h"
 #include "tools/mail_spool.h"
 #include "tools/progress.h"
 #include "tools/published_base.h"
@@ -157,6 +158,11 @@ public:
 
 private:
     int measure() {
+        if (const std::string why = learning_conflict({.spam = m_options.spam, .ham = m_options.ham});
+            !why.empty()) {
+            fail(why);
+            return exit_code::usage;
+        }
         const auto read_in = [&](const auto& spam, const auto& ham) {
             return m_spool->read_in(spam, ham, m_options.threads, m_options.quiet);
         };
@@ -283,7 +289,7 @@ private:
             return fail(m_block_file + ": can't be written");
         train_options options;
         options.records = {m_block_file};
-        options.wait = options.silent = options.quiet = true;
+        options.again = options.wait = options.silent = options.quiet = true;
         const int code = train(options);
         if (stopped())
             return code == exit_code::done ? fail("stopped") : code;

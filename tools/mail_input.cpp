@@ -3,6 +3,7 @@
 #include <memory>
 #include <utility>
 
+#include "client/known_messages.h"
 #include "client/tokenizer.h"
 #include "tools/mail_reading.h"
 #include "tools/mail_source.h"
@@ -11,67 +12,108 @@ namespace tvr {
 
 namespace {
 
-// Appends each chunk to the cache.
+// Appends each chunk to the cache, but for what the engine knows.
 class training_worker final : public mail_worker {
 public:
-    training_worker(const train_options& options, training_client& client, training_sum& sum,
-                    ipc_status& failure)
-        : m_options(options), m_client(client), m_sum(sum), m_failure(failure) {}
+    training_worker(const train_options& options, training_client& client, known_messages& known,
+                    training_sum& sum, ipc_status& failure)
+        : m_options(options), m_client(client), m_known(known), m_sum(sum), m_failure(failure) {}
 
-    void begin() override {
-        m_batch.clear();
-        m_chunk = {};
-    }
+    void begin() override { m_mails.clear(); }
     bool wants(const mail_item& mail) override { return !m_options.selects || m_options.selects(mail); }
     void take(const mail_item& mail, const tokenizer& cut) override {
-        m_batch.add(describe(cut.facts(), mail.raw.size(), mail.spam, m_options.manual), cut.tokens());
-        ++m_chunk.messages[mail.spam ? 1 : 0];
-        m_chunk.tokens += cut.tokens().size();
+        training_mail& one = m_mails.emplace_back();
+        one.id = cut.facts().msid;
+        one.spam = mail.spam;
+        one.tokens = cut.tokens().size();
+        one.record.add(describe(cut.facts(), mail.size, mail.spam, m_options.manual), cut.tokens());
     }
     bool commit() override {
-        if (ipc_status status = m_client.append(m_batch); !status) {
+        training_sum chunk;
+        if (ipc_status status = hand_in(chunk); !status) {
             m_failure = std::move(status);
             return false;
         }
-        m_sum += m_chunk;
+        m_sum += chunk;
         return true;
     }
 
 private:
+    struct training_mail {
+        std::string id;
+        bool spam = false;
+        std::uint32_t tokens = 0;
+        record_batch record;
+    };
+
+    ipc_status hand_in(training_sum& chunk) {
+        wanted_verdicts waiting; // with the other verdict
+        if (!m_options.again)
+            for (const training_mail& mail : m_mails)
+                if (const known_as known = m_known.find(mail.id); known.waits && !known.as(mail.spam))
+                    waiting.try_emplace(mail.id).first->second.spam = mail.spam;
+        if (!waiting.empty())
+            if (std::string why =
+                    correct_waiting(m_client.working_directory() + "base\\transact\\autotrain.bys", waiting);
+                !why.empty())
+                return {ipc_error::io, std::move(why)};
+        record_batch batch;
+        for (const training_mail& mail : m_mails) {
+            if (!m_options.again && m_known.is_learned(mail.id, mail.spam, m_options.manual)) {
+                ++chunk.known;
+                continue;
+            }
+            chunk.corrected += m_known.find(mail.id).as(!mail.spam) ? 1 : 0;
+            const auto found = waiting.find(mail.id);
+            const bool is_remarked = found != waiting.end() && found->second.waiting != 0;
+            if (!is_remarked && !batch.add(mail.record.bytes()))
+                return {ipc_error::bad_message, mail.id + ": too large"};
+            ++chunk.messages[mail.spam ? 1 : 0];
+            chunk.tokens += mail.tokens;
+            m_known.note(mail.id, mail.spam);
+        }
+        return m_client.append(batch);
+    }
+
     const train_options& m_options;
     training_client& m_client;
+    known_messages& m_known; // in commit() only
     training_sum& m_sum;
     ipc_status& m_failure;
-    record_batch m_batch;
-    training_sum m_chunk;
+    std::vector<training_mail> m_mails;
 };
 
 } // namespace
 
 ipc_status take_mail(const train_options& options, training_client& client, training_sum& sum) {
-    mail_reading reading(options.spam, options.ham, "Reading mail", options.quiet);
+    const mail_paths paths = {.spam = options.spam, .ham = options.ham, .recursive = options.recursive};
+    if (std::string why = learning_conflict(paths); !why.empty())
+        return {ipc_error::refused, why + "; nothing is learned"};
+    mail_reading reading(paths, "Reading mail", {.quiet = options.quiet, .verbose = options.verbose});
+    known_messages known(client.working_directory());
+    if (!options.again)
+        known.load();
     ipc_status failure;
-    reading.run([&] { return std::make_unique<training_worker>(options, client, sum, failure); },
+    reading.run([&] { return std::make_unique<training_worker>(options, client, known, sum, failure); },
                 options.threads);
     sum.skipped = reading.skipped();
+    sum.thrown_away = reading.passed().count(passed_mail::kind::thrown_away);
+    sum.lost = reading.passed().count(passed_mail::kind::lost);
     return failure;
 }
 
 bool add_message_ids(const std::vector<std::string>& files, mail_to_forget& messages) {
-    bool failed = false;
-    mail_source source([&](const std::string& name, const std::string& why) {
-        failed = true;
-        fail(name + ": " + why);
-    });
-    for (const std::string& path : files)
-        source.add(path, false);
+    pass_log passed;
+    mail_source source({.ham = files, .everything = true},
+                       [&](const passed_mail& mail) { passed.add(mail); });
     tokenizer cut;
     mail_item mail;
     while (source.next(mail)) {
         cut.tokenize(mail.raw);
         messages.try_emplace(cut.facts().msid);
     }
-    return !failed;
+    passed.sum_up();
+    return passed.skipped() == 0;
 }
 
 } // namespace tvr

@@ -3,21 +3,48 @@
 #include <algorithm>
 #include <cstdio>
 #include <thread>
+#include <unordered_map>
 #include <utility>
 
+#include "platform/folder_watch.h"
 #include "tools/text.h"
 
 namespace tvr {
 
-mail_reading::mail_reading(const std::vector<std::string>& spam, const std::vector<std::string>& ham,
-                           std::string what, bool quiet)
-    : m_progress(std::move(what), quiet),
-      m_source([this](const std::string& name, const std::string& why) { report_skipped(name, why); }) {
-    for (const std::string& path : spam)
-        m_source.add(path, true);
-    for (const std::string& path : ham)
-        m_source.add(path, false);
+void pass_log::add(const passed_mail& mail, progress* shown) {
+    ++m_counts[static_cast<std::size_t>(mail.what)];
+    if (mail.what == passed_mail::kind::thrown_away && !m_verbose)
+        return;
+    if (!m_verbose && ++m_reasons[mail.reason] > most_named) {
+        ++m_not_named[{mail.reason, mail.place}];
+        return;
+    }
+    if (shown)
+        shown->clear();
+    const bool is_skipped = mail.what == passed_mail::kind::skipped || mail.what == passed_mail::kind::lost;
+    std::fprintf(stderr, "tvrctl: %s: %s%s\n", printable(mail.name).c_str(), printable(mail.reason).c_str(),
+                 is_skipped ? "; skipped" : "");
 }
+
+void pass_log::sum_up() {
+    std::size_t places = 0;
+    std::uint64_t others = 0;
+    for (const auto& [what, number] : m_not_named)
+        if (++places <= most_places)
+            std::fprintf(stderr, "tvrctl: %s: %s more: %s\n", printable(what.second).c_str(),
+                         grouped(number).c_str(), printable(what.first).c_str());
+        else
+            others += number;
+    if (others != 0)
+        std::fprintf(stderr, "tvrctl: %s more in other places\n", grouped(others).c_str());
+    if (!m_not_named.empty())
+        std::fprintf(stderr, "tvrctl: --verbose names them all\n");
+    m_not_named.clear();
+}
+
+mail_reading::mail_reading(const mail_paths& paths, std::string what, const reading_options& options)
+    : m_progress(std::move(what), options.quiet), m_passed(options.verbose),
+      m_source(paths, [this](const passed_mail& mail) { m_passed.add(mail, &m_progress); }) {}
 
 void mail_reading::run(const std::function<std::unique_ptr<mail_worker>()>& make_worker, unsigned threads) {
     const unsigned count = std::clamp(threads != 0 ? threads : std::thread::hardware_concurrency(), 1U, 64U);
@@ -34,12 +61,7 @@ void mail_reading::run(const std::function<std::unique_ptr<mail_worker>()>& make
     if (m_messages != 0 && !m_stopped)
         show(m_source.total() + 1);
     m_progress.clear();
-}
-
-void mail_reading::report_skipped(const std::string& name, const std::string& why) {
-    ++m_skipped;
-    m_progress.clear();
-    std::fprintf(stderr, "tvrctl: %s: %s; skipped\n", name.c_str(), why.c_str());
+    m_passed.sum_up();
 }
 
 // All is done only when the last message is committed, not when it has been read.
@@ -80,8 +102,35 @@ void mail_reading::work(mail_worker& worker) {
         m_order.notify_all();
         const std::lock_guard lock(m_source_mutex);
         m_messages += mails.filled;
-        m_stopped = m_stopped || !goes_on;
+        m_stopped = m_stopped || !goes_on || platform::folder_watch::stop_requested();
     }
+}
+
+std::string learning_conflict(const mail_paths& paths) {
+    if (std::string why = path_conflict(paths); !why.empty())
+        return why;
+    mail_paths files = paths;
+    std::erase(files.spam, "-");
+    std::erase(files.ham, "-");
+    if (files.spam.empty() || files.ham.empty())
+        return {};
+    std::unordered_map<std::uint64_t, std::string> spam; // the names of messages
+    std::string first;
+    std::uint64_t number = 0;
+    mail_source source(files, [](const passed_mail&) {});
+    mail_item mail;
+    while (source.next(mail)) {
+        const std::uint64_t key = mail_key(mail.raw);
+        if (mail.spam) {
+            spam.try_emplace(key, mail.name);
+        } else if (const auto found = spam.find(key); found != spam.end()) {
+            if (++number == 1)
+                first = mail.name + ": given as good mail, and as spam in " + found->second;
+        }
+    }
+    if (number > 1)
+        first += "; and " + grouped(number - 1) + " more";
+    return first;
 }
 
 } // namespace tvr

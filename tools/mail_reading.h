@@ -5,9 +5,11 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "client/tokenizer.h"
@@ -28,16 +30,51 @@ public:
     virtual bool commit() = 0;
 };
 
-// Skipped mail is named on standard error. Holds some chunks of mail in memory, whatever there is to read.
+// Tells on standard error what was passed over: the first ones by name, the others as a number for each
+// reason and folder. One thread at a time.
+class pass_log {
+public:
+    explicit pass_log(bool verbose = false) : m_verbose(verbose) {} // verbose: all by name
+
+    void add(const passed_mail& mail, progress* shown = nullptr); // a bar gives way
+    void sum_up();                                                // at the end
+
+    [[nodiscard]] std::uint64_t count(passed_mail::kind what) const {
+        return m_counts[static_cast<std::size_t>(what)];
+    }
+    [[nodiscard]] std::uint64_t skipped() const {
+        return count(passed_mail::kind::skipped) + count(passed_mail::kind::lost);
+    }
+
+private:
+    static constexpr std::uint64_t most_named = 10; // of each reason
+    static constexpr std::size_t most_places = 20;  // that are summed up
+
+    bool m_verbose;
+    std::array<std::uint64_t, 4> m_counts{};
+    std::map<std::string, std::uint64_t> m_reasons;                           // with how many of each
+    std::map<std::pair<std::string, std::string>, std::uint64_t> m_not_named; // by reason and place
+};
+
+struct reading_options {
+    bool quiet = false;   // no progress
+    bool verbose = false; // every skipped message by name
+};
+
+// Skipped mail is told of on standard error. Holds some chunks of mail in memory, whatever there is to read.
+// A request to stop (see platform::folder_watch) ends the reading after the chunk at hand.
 class mail_reading {
 public:
+    mail_reading(const mail_paths& paths, std::string what, const reading_options& options);
     mail_reading(const std::vector<std::string>& spam, const std::vector<std::string>& ham, std::string what,
-                 bool quiet);
+                 bool quiet)
+        : mail_reading({.spam = spam, .ham = ham}, std::move(what), {.quiet = quiet}) {}
 
     // `threads`: 0 is one for each processor.
     void run(const std::function<std::unique_ptr<mail_worker>()>& make_worker, unsigned threads);
 
-    [[nodiscard]] std::uint64_t skipped() const noexcept { return m_skipped; }
+    [[nodiscard]] std::uint64_t skipped() const noexcept { return m_passed.skipped(); }
+    [[nodiscard]] const pass_log& passed() const noexcept { return m_passed; }
 
 private:
     static constexpr std::size_t chunk_messages = 64;
@@ -51,12 +88,11 @@ private:
 
     bool take_chunk(chunk& next);
     void work(mail_worker& worker);
-    void report_skipped(const std::string& name, const std::string& why);
     void show(std::uint64_t done);
 
     std::mutex m_source_mutex; // for the source and the progress
     progress m_progress;
-    std::uint64_t m_skipped = 0;
+    pass_log m_passed;
     mail_source m_source;
     std::uint64_t m_chunks = 0;
     std::uint64_t m_messages = 0;
@@ -66,5 +102,9 @@ private:
     std::condition_variable m_order;
     std::uint64_t m_turn = 0;
 };
+
+// Why these messages can't be learned together, or an empty text: a path or a message is given both as spam
+// and as good mail. Reads them all once, but for standard input; nothing is told of what is passed over.
+[[nodiscard]] std::string learning_conflict(const mail_paths& paths);
 
 } // namespace tvr

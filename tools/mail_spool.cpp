@@ -26,7 +26,7 @@ public:
         m_here.clear();
     }
     void take(const mail_item& mail, const tokenizer& cut) override {
-        const training_message message = describe(cut.facts(), mail.raw.size(), mail.spam, false);
+        const training_message message = describe(cut.facts(), mail.size, mail.spam, false);
         const std::size_t start = m_batch.bytes().size();
         if (m_batch.add(message, cut.tokens()))
             m_here.push_back({mail.name, mail.spam, message.time, cut.facts().arrival, start,

@@ -11,9 +11,9 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t pause = 100; // milliseconds between two drawings
-constexpr std::uint32_t brief = 2000; // milliseconds of work that need no lines
-constexpr unsigned width = 30;       // characters of the bar
+constexpr std::uint32_t pause = 100;    // milliseconds between two drawings
+constexpr std::uint32_t silence = 2000; // milliseconds of work, off a terminal
+constexpr unsigned width = 30;          // characters of the bar
 
 } // namespace
 
@@ -49,9 +49,10 @@ void progress::show(std::uint64_t done, std::uint64_t total, const std::string& 
         return;
     }
     const auto quarter = static_cast<unsigned>(part * 4);
-    if (quarter <= m_quarter || platform::tick_count() - m_start < brief)
+    const bool is_new = quarter > m_quarter;
+    m_quarter = std::max(quarter, m_quarter);
+    if (!is_new || platform::tick_count() - m_start < silence)
         return;
-    m_quarter = quarter;
     std::fprintf(stderr, "%s: %u %%, %s\n", m_what.c_str(), quarter * 25, note.c_str());
 }
 

@@ -1,4 +1,5 @@
-// Tells the user how far long work is: a bar on a terminal; elsewhere a line now and then, after two seconds.
+// Tells the user how far long work is: a bar on a terminal, elsewhere a line now and then once it has taken
+// two seconds.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +23,7 @@ private:
     bool m_terminal;
     bool m_visible = false;
     std::uint32_t m_start;    // tick count
-    std::uint32_t m_last = 0; // tick count of the last drawing
+    std::uint32_t m_last = 0; // the same of the last drawing
     unsigned m_quarter = 0;   // of the work, already told
 };
 

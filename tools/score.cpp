@@ -1,10 +1,10 @@
 // tvrctl score: the verdict on messages.
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <optional>
 
@@ -14,8 +14,10 @@
 #include "common/text.h"
 #include "platform/process.h"
 #include "tools/mail_input.h"
+#include "tools/mail_reading.h"
 #include "tools/mail_source.h"
 #include "tools/published_base.h"
+#include "tools/text.h"
 
 namespace tvr {
 
@@ -32,6 +34,7 @@ struct score_options {
     bool json = false;
     bool filter = false;
     bool exit_zero = false;
+    bool verbose = false;
 };
 
 namespace verdict_code {
@@ -56,7 +59,7 @@ std::string grade_text(double grade) {
 
 // `is_sum`: the shares add up to the logit of the score.
 void print_text(const mail_item& mail, const message_score& result, bool explain, bool is_sum) {
-    std::printf("%-6s %6.2f  %s\n", name_of(result.decision), result.score, mail.name.c_str());
+    std::printf("%-6s %6.2f  %s\n", name_of(result.decision), result.score, printable(mail.name).c_str());
     if (explain && result.known == 0)
         std::printf("    The base knows none of its tokens.\n");
     if (result.tokens.empty())
@@ -65,7 +68,7 @@ void print_text(const mail_item& mail, const message_score& result, bool explain
     const std::size_t shown = std::min(result.tokens.size(), most_shown);
     for (std::size_t i = 0; i < shown; ++i)
         std::printf("    %+8.3f  %7s  %s\n", result.tokens[i].share,
-                    grade_text(result.tokens[i].grade).c_str(), result.tokens[i].token.c_str());
+                    grade_text(result.tokens[i].grade).c_str(), printable(result.tokens[i].token).c_str());
     if (is_sum) {
         double others = 0;
         for (std::size_t i = shown; i < result.tokens.size(); ++i)
@@ -77,8 +80,18 @@ void print_text(const mail_item& mail, const message_score& result, bool explain
     }
 }
 
-void print_json(const mail_item& mail, const message_score& result, bool explain) {
-    nlohmann::json json = {{"file", mail.name},
+// The Message-ID within the ID of a cache record, or null.
+nlohmann::json message_id(const std::string& msid) {
+    const std::size_t end = msid.rfind(">_");
+    if (end == std::string::npos || end <= 1)
+        return nullptr;
+    return msid.substr(1, end - 1);
+}
+
+void print_json(const mail_item& mail, const mail_facts& facts, const message_score& result, bool explain) {
+    nlohmann::json json = {{"file", mail.file},
+                           {"message", mail.number != 0 ? nlohmann::json(mail.number) : nlohmann::json()},
+                           {"message_id", message_id(facts.msid)},
                            {"verdict", name_of(result.decision)},
                            {"score", result.score},
                            {"spam_from", result.spam_from},
@@ -95,8 +108,9 @@ void print_json(const mail_item& mail, const message_score& result, bool explain
     std::printf("%s\n", json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
 }
 
-// The message with the verdict as the last line of its header, and without such lines that came with it.
-std::string with_verdict(const std::string& raw, const message_score& result) {
+// The beginning of a message, with the verdict as the last line of its header, and without such lines that
+// came with it. Unchanged if its header has no end here.
+std::string with_verdict(const std::string& raw, bool is_whole, const message_score& result) {
     std::string out;
     out.reserve(raw.size() + 64);
     std::string_view rest = raw;
@@ -113,6 +127,8 @@ std::string with_verdict(const std::string& raw, const message_score& result) {
             out += line;
         rest.remove_prefix(end);
     }
+    if (rest.empty() && !is_whole)
+        return raw;
     const char* const line_end = rest.starts_with("\r\n") ? "\r\n" : "\n";
     if (!out.empty() && out.back() != '\n')
         out += line_end;
@@ -122,43 +138,57 @@ std::string with_verdict(const std::string& raw, const message_score& result) {
     return out.append(verdict_line).append(rest);
 }
 
+bool put(std::string_view bytes) {
+    return std::fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size();
+}
+
+// The rest of standard input, in pieces, as it comes. False if it can't be written.
+bool copy_rest() {
+    std::array<char, 65536> piece;
+    while (std::cin.read(piece.data(), piece.size()), std::cin.gcount() > 0)
+        if (!put({piece.data(), static_cast<std::size_t>(std::cin.gcount())}))
+            return false;
+    return true;
+}
+
+// Whatever happens, the message comes out again: what is no mail, or can't be graded, as it came.
 int filter(const mail_scorer* scorer) {
-    std::string raw{std::istreambuf_iterator<char>(std::cin), {}};
+    std::string raw(mail_source::largest, '\0');
+    std::cin.read(raw.data(), static_cast<std::streamsize>(raw.size()));
+    raw.resize(static_cast<std::size_t>(std::cin.gcount()));
     int code = exit_code::failed;
     if (scorer && !std::cin.bad()) {
-        tokenizer cut;
-        cut.tokenize(raw);
-        const message_score result = scorer->score(cut.tokens());
-        raw = with_verdict(raw, result);
-        code = code_of(result.decision);
+        code = verdict_code::unsure;
+        if (looks_like_mail(raw)) {
+            tokenizer cut;
+            cut.tokenize(raw);
+            const message_score result = scorer->score(cut.tokens());
+            raw = with_verdict(raw, std::cin.eof(), result);
+            code = code_of(result.decision);
+        }
     }
-    // Whatever happens, the mail comes out again.
-    const bool written =
-        std::fwrite(raw.data(), 1, raw.size(), stdout) == raw.size() && std::fflush(stdout) == 0;
+    const bool written = put(raw) && copy_rest() && std::fflush(stdout) == 0 && !std::cin.bad();
     return written ? code : exit_code::failed;
 }
 
 int score_all(const mail_scorer& scorer, const score_options& options) {
     int code = exit_code::failed;
-    bool failed = false;
-    mail_source source([&](const std::string& name, const std::string& why) {
-        failed = true;
-        std::fprintf(stderr, "tvrctl: %s: %s; skipped\n", name.c_str(), why.c_str());
-    });
-    for (const std::string& path : options.paths)
-        source.add(path, false);
+    pass_log passed(options.verbose);
+    mail_source source({.ham = options.paths, .everything = true},
+                       [&](const passed_mail& mail) { passed.add(mail); });
     tokenizer cut;
     mail_item mail;
     while (source.next(mail)) {
         cut.tokenize(mail.raw);
         const message_score result = scorer.score(cut.tokens(), options.explain);
         if (options.json)
-            print_json(mail, result, options.explain);
+            print_json(mail, cut.facts(), result, options.explain);
         else
             print_text(mail, result, options.explain, options.rule == "kinds");
         code = code_of(result.decision);
     }
-    return failed ? exit_code::failed : code;
+    passed.sum_up();
+    return passed.count(passed_mail::kind::lost) != 0 ? exit_code::failed : code;
 }
 
 int score(const score_options& options) {
@@ -189,6 +219,7 @@ void add_score(CLI::App& program, int& code) {
                    "Copy a message from standard input to standard output, with the verdict in a header line")
         ->excludes(json);
     command->add_flag("-e,--exit-zero", options->exit_zero, "Exit with 0 whatever the verdict is");
+    command->add_flag("-v,--verbose", options->verbose, "Name everything that is skipped");
     command->add_option("--rule", options->rule, "How the grades are combined")
         ->check(CLI::IsMember({"kinds", "graham", "robinson", "fisher"}))
         ->capture_default_str();
@@ -197,10 +228,16 @@ void add_score(CLI::App& program, int& code) {
                      "Call spam what has at least this score, in place of the threshold that is set")
         ->type_name("SCORE")
         ->check(CLI::Range(0.0, 100.0));
-    command->footer("Exit code, of the last message: 0 spam; 1 ham; 2 unsure; 3 an error.\n\n"
-                    "Examples:\n"
-                    "  tvrctl score --explain message.eml\n"
-                    "  tvrctl score --filter -e < message.eml");
+    command->footer(
+        "Exit code, of the last message: 0 spam; 1 ham; 2 unsure, or wrong usage; 3 there was no mail, a "
+        "path\n"
+        "that was named can't be read, or an error. What is skipped in folders changes nothing. "
+        "--filter\n"
+        "lets what is no mail pass as it came, with 2, and every message with 3 when it can't "
+        "grade.\n\n"
+        "Examples:\n"
+        "  tvrctl score --explain message.eml\n"
+        "  tvrctl score --filter -e < message.eml");
     command->callback([options, &code] {
         if (options->paths.empty() != options->filter)
             throw CLI::RequiredError("PATH, or --filter alone,");

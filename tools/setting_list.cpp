@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <limits>
 
+#include "client/training_schedule.h"
 #include "client/user_folder.h"
 #include "common/file_stream.h"
 #include "common/files.h"
@@ -78,6 +79,13 @@ constexpr std::array<setting_facts, 5> common_facts = {{
     {"enable outlook", by_client, 0, 1, "filter in this mail program"},
     {"enable express", by_client, 0, 1, "filter in this mail program"},
     {"enable thebat", by_client, 0, 1, "filter in this mail program"},
+}};
+
+constexpr std::array<setting_facts, training_schedule::values> schedule_facts = {{
+    {"train at messages", by_client, 1, messages,
+     "those who hand mail over have it trained when so many wait"},
+    {"train after hours", by_client, 0, 8760, "they do the same so long after the last training"},
+    {"train corrections", by_client, 0, 1, "a verdict that is corrected is trained at once"},
 }};
 
 const setting_facts* facts_of(std::string_view key) {
@@ -205,6 +213,7 @@ setting_list::setting_list() {
     m_working = find_user_folder().path;
     m_root = root_folder();
     add_fields(common_settings::known_settingsfolder());
+    add_schedule();
     add_common();
 }
 
@@ -250,6 +259,24 @@ void setting_list::add_fields(const std::string& raw_working) {
     }
 }
 
+void setting_list::add_schedule() {
+    const training_schedule present(m_working);
+    for (std::size_t i = 0; i < schedule_facts.size(); ++i) {
+        const auto index = static_cast<schedule_value>(i);
+        setting_view view;
+        view.facts = &schedule_facts.at(i);
+        view.group = setting_group::schedule;
+        view.type = view.facts->most == 1 ? field_type::flag : field_type::number;
+        view.value = std::to_string(present.get(index));
+        view.fallback = std::to_string(training_schedule::default_value(index));
+        if (m_working.empty())
+            view.obstacle = "the user's folder can't be found or made";
+        else
+            view.file = platform::display_path(training_schedule::path(m_working));
+        m_all.push_back(std::move(view));
+    }
+}
+
 void setting_list::add_common() {
     const auto folder = common_settings::common_folder();
     for (std::size_t i = 0; i < common_facts.size(); ++i) {
@@ -282,6 +309,12 @@ std::string setting_list::set(const setting_view& setting, std::string_view valu
     const auto checked = checked_value(setting, value, why);
     if (!checked)
         return name + " " + why;
+    if (setting.group == setting_group::schedule) {
+        const auto index = static_cast<schedule_value>(setting.facts - schedule_facts.data());
+        const auto number = static_cast<std::uint32_t>(number_of(*checked, false).value_or(0));
+        return training_schedule::set(m_working, index, number) ? std::string()
+                                                                : setting.file + ": can't be written";
+    }
     if (setting.group == setting_group::common) {
         const auto index = static_cast<common_value>(setting.facts - common_facts.data());
         const auto number = static_cast<std::uint32_t>(number_of(*checked, false).value_or(0));

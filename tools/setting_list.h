@@ -13,7 +13,7 @@
 
 namespace tvr {
 
-enum class setting_group { basic, advanced, common };
+enum class setting_group { basic, advanced, common, schedule };
 enum class setting_reader {
     engine,
     score,
@@ -52,6 +52,7 @@ public:
 
 private:
     void add_common();
+    void add_schedule();
     void add_fields(const std::string& raw_working);
 
     std::vector<setting_view> m_all;

@@ -2,7 +2,9 @@
 
 #include <cstdio>
 
+#include "client/utf8.h"
 #include "common/minutes.h"
+#include "common/text.h"
 #include "platform/clock.h"
 
 namespace tvr {
@@ -31,6 +33,30 @@ std::string time_text(std::uint64_t file_time) {
 
 std::string date_text(std::uint32_t minutes) {
     return minutes == 0 || minutes == no_minutes ? "-" : time_text(minutes * ticks_per_minute).substr(0, 10);
+}
+
+std::string printable(std::string_view text) {
+    std::string out;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t from = at;
+        const char32_t code = next_code_point(text, at);
+        const std::string_view bytes = text.substr(from, at - from);
+        const bool is_broken = bytes.size() == 1 && static_cast<unsigned char>(bytes[0]) >= 0x80;
+        if (!is_broken && code >= 0x20 && (code < 0x7F || code > 0x9F)) {
+            out += bytes;
+            continue;
+        }
+        for (const char c : bytes)
+            out += "\\x" + to_hex(static_cast<unsigned char>(c), 2);
+    }
+    return out;
+}
+
+std::uint64_t text_key(std::string_view text) noexcept {
+    std::uint64_t hash = 0xCBF29CE484222325ULL;
+    for (const char c : text)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3ULL;
+    return hash;
 }
 
 } // namespace tvr

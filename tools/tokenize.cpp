@@ -19,8 +19,10 @@ struct tokenize_options {
     std::string output = "-";
     bool spam = false;
     bool ham = false;
+    bool recursive = false;
     bool manual = false;
     bool quiet = false;
+    bool verbose = false;
     unsigned threads = 0;
 };
 
@@ -32,7 +34,7 @@ public:
 
     void begin() override { m_batch.clear(); }
     void take(const mail_item& mail, const tokenizer& cut) override {
-        m_batch.add(describe(cut.facts(), mail.raw.size(), mail.spam, m_manual), cut.tokens());
+        m_batch.add(describe(cut.facts(), mail.size, mail.spam, m_manual), cut.tokens());
     }
     bool commit() override {
         m_writer.write(m_batch);
@@ -57,9 +59,9 @@ int tokenize(const tokenize_options& options) {
         file.open(options.output, std::ios::binary);
     std::ostream& out = to_file ? file : std::cout;
     record_writer writer(out);
-    mail_reading reading(options.spam ? options.paths : std::vector<std::string>(),
-                         options.spam ? std::vector<std::string>() : options.paths, "Reading mail",
-                         options.quiet);
+    mail_paths paths{.recursive = options.recursive};
+    (options.spam ? paths.spam : paths.ham) = options.paths;
+    mail_reading reading(paths, "Reading mail", {.quiet = options.quiet, .verbose = options.verbose});
     std::uint64_t written = 0;
     if (out.good())
         reading.run([&] { return std::make_unique<record_worker>(writer, out, options.manual, written); },
@@ -70,6 +72,8 @@ int tokenize(const tokenize_options& options) {
     if (to_file && !options.quiet)
         std::printf("Wrote %s records; skipped %s.\n", grouped(written).c_str(),
                     grouped(reading.skipped()).c_str());
+    if (reading.passed().count(passed_mail::kind::lost) != 0)
+        return exit_code::failed;
     return written != 0 ? exit_code::done : exit_code::nothing_taken;
 }
 
@@ -85,19 +89,23 @@ void add_tokenize(CLI::App& program, int& code) {
         ->required();
     auto* spam = command->add_flag("--spam", options->spam, "It is spam");
     command->add_flag("--ham", options->ham, "It is good mail")->excludes(spam);
+    command->add_flag("-r,--recursive", options->recursive, "Take the other folders of a Maildir, too");
     command->add_flag("--manual", options->manual, "Mark the messages as the user's own verdict");
     command->add_option("-o,--output", options->output, "Where the records go; - is standard output")
         ->type_name("FILE")
         ->capture_default_str();
     command->add_flag("-q,--quiet", options->quiet, "Show no progress");
+    command->add_flag("-v,--verbose", options->verbose, "Name everything that is skipped");
     command->add_option("--threads", options->threads, "Threads that read mail; 0 is one for each processor")
         ->check(CLI::Range(0, 64))
         ->capture_default_str();
-    command->footer(
-        "One of --spam and --ham is needed. Exit code 0: written; 1: no mail was found; 3: an error.\n\n"
-        "Examples:\n"
-        "  tvrctl tokenize ~/Maildir/.Spam --spam -o spam.records\n"
-        "  tvrctl tokenize ~/Maildir --ham | ssh desktop tvrctl train --records -");
+    command->footer("One of --spam and --ham is needed. Folders are read as by \"tvrctl train\".\n\n"
+                    "Exit code 0: written; 1: there was no mail; 2: wrong usage; 3: a path that was named "
+                    "can't be read, or\n"
+                    "an error.\n\n"
+                    "Examples:\n"
+                    "  tvrctl tokenize ~/Maildir/.Spam --spam -o spam.records\n"
+                    "  tvrctl tokenize ~/Maildir --ham | ssh desktop tvrctl train --records -");
     command->callback([options, &code] {
         if (!options->spam && !options->ham)
             throw CLI::RequiredError("--spam or --ham");

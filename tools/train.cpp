@@ -6,9 +6,11 @@
 #include <cstdio>
 #include <vector>
 
+#include "client/training_schedule.h"
 #include "client/tvr_ipc.h"
 #include "platform/clock.h"
 #include "platform/file.h"
+#include "platform/folder_watch.h"
 #include "platform/process.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
@@ -20,6 +22,8 @@ namespace tvr {
 namespace {
 
 using clock = std::chrono::steady_clock;
+
+constexpr unsigned default_timeout = 600; // seconds
 
 double seconds_since(clock::time_point start) {
     return std::chrono::duration<double>(clock::now() - start).count();
@@ -56,12 +60,17 @@ public:
                     return false;
                 }
             }
+            if (platform::folder_watch::stop_requested()) {
+                why = "stopped; the training goes on in the background";
+                return false;
+            }
             if (now - last_seen > absence) {
                 why = "the engine has gone";
                 return false;
             }
-            if (now - start > std::chrono::seconds(m_options.timeout)) {
-                why = "the engine isn't through after " + std::to_string(m_options.timeout) + " s";
+            const unsigned timeout = m_options.timeout.value_or(default_timeout);
+            if (now - start > std::chrono::seconds(timeout)) {
+                why = "the engine isn't through after " + std::to_string(timeout) + " s";
                 return false;
             }
             // One that died is started again; the event is still raised or the pipeline resumes by itself.
@@ -98,24 +107,88 @@ private:
     bool m_taken = false; // the engine has taken the cache with the messages
 };
 
+// Why there are no grades yet, if mail of one kind is all that was ever learned; or an empty text.
+std::string one_kind_only(const engine_view& view) {
+    const bool has_spam = view.half("spamdict").messages != 0;
+    const bool has_ham = view.half("nspamdict").messages != 0;
+    if (has_spam == has_ham)
+        return {};
+    return std::string("Nothing can be graded yet: so far only ") + (has_spam ? "spam" : "good mail") +
+           " is learned, and it takes " + (has_spam ? "good mail" : "spam") + ", too.";
+}
+
+// "Of 500 remembered ham messages the newest 200 take part".
+void report_balance(const char* kind, std::uint64_t remembered, std::uint64_t graded) {
+    if (graded < remembered)
+        std::printf(
+            "Of the %s %s messages that are remembered the newest %s take part: the two kinds are kept in "
+            "balance.\n",
+            grouped(remembered).c_str(), kind, grouped(graded).c_str());
+}
+
 // False if there is a base, and it is damaged.
-bool report_base(const engine_watch& watch, std::uint64_t stamp_before) {
-    if (const std::string fault = watch.view().base_fault(); !fault.empty()) {
-        fail(platform::display_path(watch.view().base_path()) + ": " + fault +
+bool report_base(const engine_view& view, std::uint64_t stamp_before) {
+    if (const std::string fault = view.base_fault(); !fault.empty()) {
+        fail(platform::display_path(view.base_path()) + ": " + fault +
              "; \"tvrctl stop; tvrctl repair; tvrctl start\" makes it anew");
         return false;
     }
-    const auto base = watch.view().base();
-    if (!base) {
+    const std::string missing = one_kind_only(view);
+    const auto base = view.base();
+    if (!missing.empty())
+        std::printf("%s\n", missing.c_str());
+    else if (!base)
         std::printf("No base is published: there is too little mail of both kinds yet.\n");
+    if (!base || (!missing.empty() && base->tokens == 0))
         return true;
-    }
     std::printf("%s: %s bytes, %s graded tokens, from %s spam and %s ham messages.\n",
                 base->published == stamp_before ? "The base stays as it was" : "Published base",
                 grouped(base->bytes).c_str(), grouped(base->tokens).c_str(),
                 grouped(base->spam_messages).c_str(), grouped(base->ham_messages).c_str());
-    std::printf("It lies in %s\n", platform::display_path(watch.view().base_path()).c_str());
+    report_balance("spam", view.half("spamdict").messages, base->spam_messages);
+    report_balance("ham", view.half("nspamdict").messages, base->ham_messages);
+    std::printf("It lies in %s\n", platform::display_path(view.base_path()).c_str());
     return true;
+}
+
+void report_taken(const training_sum& sum, double seconds) {
+    std::printf("Took %s messages (%s spam, %s ham) with %s tokens in %.2f s; skipped %s.\n",
+                grouped(sum.all()).c_str(), grouped(sum.messages[1]).c_str(),
+                grouped(sum.messages[0]).c_str(), grouped(sum.tokens).c_str(), seconds,
+                grouped(sum.skipped).c_str());
+    if (sum.known != 0)
+        std::printf("Left out: %s that are known with the same verdict (--again takes them all the same).\n",
+                    grouped(sum.known).c_str());
+    if (sum.thrown_away != 0)
+        std::printf(
+            "Left out: %s that their owner has thrown away (in the trash, drafts, or marked as deleted).\n",
+            grouped(sum.thrown_away).c_str());
+    std::fflush(stdout);
+}
+
+// Hands the messages over, and tells when they are learned.
+ipc_status hand_over(const train_options& options, training_client& client, bool corrected) {
+    const training_schedule schedule(client.working_directory());
+    const bool is_due = !options.later || schedule.is_due(corrected);
+    const ipc_status status = client.raise(is_due ? engine_event::train : engine_event::add);
+    if (!status || options.silent || options.wait)
+        return status;
+    if (is_due)
+        std::printf("Training in the background; \"tvrctl status\" shows it.\n");
+    else
+        std::printf("They are learned once %s messages wait, %s hours after the last training, or at once by "
+                    "\"tvrctl force\".\n",
+                    grouped(schedule.get(schedule_value::messages)).c_str(),
+                    grouped(schedule.get(schedule_value::hours)).c_str());
+    return status;
+}
+
+int stopped(const training_client& client) {
+    const auto waiting = engine_view(client.working_directory()).waiting();
+    return fail(
+        "stopped; " + (waiting ? grouped(*waiting) : "some") +
+        " messages wait to be learned: \"tvrctl force\" learns them, \"tvrctl forget --waiting\" takes "
+        "them back");
 }
 
 } // namespace
@@ -125,7 +198,11 @@ int train(const train_options& options) {
     training_client client;
     if (!client.status())
         return fail(client.status().text);
-    const std::uint64_t stamp_before = engine_view(client.working_directory()).stamp();
+    if (options.timeout)
+        client.set_patience(*options.timeout * 1000);
+    platform::folder_watch::take_stop_requests();
+    const engine_view view(client.working_directory());
+    const std::uint64_t stamp_before = view.stamp();
 
     training_sum sum;
     const ipc_status failure =
@@ -134,35 +211,36 @@ int train(const train_options& options) {
         return fail(failure.text);
     if (!failure)
         fail(failure.text);
+    if (failure.error == ipc_error::refused)
+        return exit_code::usage;
+    if (platform::folder_watch::stop_requested())
+        return stopped(client);
     const double mail_seconds = seconds_since(start);
     if (!options.silent)
-        std::printf("Took %s messages (%s spam, %s ham) with %s tokens in %.2f s; skipped %s.\n",
-                    grouped(sum.all()).c_str(), grouped(sum.messages[1]).c_str(),
-                    grouped(sum.messages[0]).c_str(), grouped(sum.tokens).c_str(), mail_seconds,
-                    grouped(sum.skipped).c_str());
-    std::fflush(stdout);
+        report_taken(sum, mail_seconds);
+    const int code = !failure || sum.lost != 0 ? exit_code::failed : exit_code::done;
     if (sum.all() == 0)
-        return failure ? exit_code::nothing_taken : exit_code::failed;
+        return code != exit_code::done || sum.known != 0 ? code : exit_code::nothing_taken;
 
-    const auto status = client.raise(options.later ? engine_event::add : engine_event::train);
+    const ipc_status status = hand_over(options, client, options.manual || sum.corrected != 0);
     if (!client.remark().empty())
         std::fprintf(stderr, "tvrctl: %s\n", client.remark().c_str());
     if (!status)
         return fail(status.text + "; the messages wait in the cache");
-    if (options.wait && !options.later) {
+    if (options.wait) {
         engine_watch watch(options, client, stamp_before);
         std::string why;
         if (!watch.wait(why))
             return fail(why + "; \"tvrctl status\" tells more");
         if (options.silent)
-            return watch.view().base_fault().empty() ? exit_code::done : exit_code::failed;
-        if (!report_base(watch, stamp_before))
+            return view.base_fault().empty() ? code : exit_code::failed;
+        if (!report_base(view, stamp_before))
             return exit_code::failed;
         std::printf("Trained in %.2f s; with the reading %.2f s. The engine's memory peaked at %.1f MiB.\n",
                     seconds_since(start) - mail_seconds, seconds_since(start),
                     static_cast<double>(watch.peak()) / (1 << 20));
     }
-    return failure ? exit_code::done : exit_code::failed;
+    return code;
 }
 
 void add_train(CLI::App& program, int& code) {
@@ -179,23 +257,46 @@ void add_train(CLI::App& program, int& code) {
         ->type_name("FILE")
         ->excludes(spam)
         ->excludes(ham);
+    command->add_flag("-r,--recursive", options->recursive, "Take the other folders of a Maildir, too");
+    command->add_flag("--again", options->again, "Take also what is known with the same verdict");
     command->add_flag("--wait", options->wait, "Wait for the new base, and tell what it holds");
-    command->add_flag("--later", options->later, "Leave the time of the training to the engine")
+    command->add_flag("--later", options->later, "Let the messages wait until a training is due")
         ->excludes("--wait");
     command->add_flag("--manual", options->manual, "Mark the messages as the user's own verdict")
         ->excludes("--records");
     command->add_flag("-q,--quiet", options->quiet, "Show no progress");
+    command->add_flag("-v,--verbose", options->verbose, "Name everything that is skipped");
     command->add_option("--threads", options->threads, "Threads that read mail; 0 is one for each processor")
         ->check(CLI::Range(0, 64))
         ->capture_default_str();
-    command->add_option("--timeout", options->timeout, "Seconds that --wait waits at most")
-        ->check(CLI::Range(1, 86400))
-        ->capture_default_str();
-    command->footer("Exit code 0: learned; 1: nothing could be taken; 3: the engine failed.\n\n"
-                    "Examples:\n"
-                    "  tvrctl train --wait --spam ~/Maildir/.Spam --ham ~/Maildir ~/mail/archive.mbox\n"
-                    "  tvrctl train --spam - < message.eml\n"
-                    "  tvrctl train --wait --records spam.records ham.records");
+    command
+        ->add_option(
+            "--timeout", options->timeout,
+            "Seconds to wait at most: for the training (600), for the cache while another program has "
+            "it (30)")
+        ->check(CLI::Range(1, 86400));
+    command->footer(
+        "A Maildir is one mailbox; the folders in it are others. They are taken when they are named, or "
+        "with\n"
+        "--recursive, which leaves out those whose names tell of the other verdict, of Trash, Drafts, Sent "
+        "and\n"
+        "their like. A plain folder stands for all below it, but for such names. Of two paths one inside "
+        "the\n"
+        "other, each message belongs to the nearer one. A path or a message given for both verdicts is "
+        "refused.\n"
+        "Left out, and counted: what is known with the same verdict, and what its owner has thrown away.\n\n"
+        "The training begins at once, and goes on in the background; --wait waits for its end. With --later "
+        "it\n"
+        "begins when 50 messages wait, 4 hours after the last one, or at once when a verdict is corrected "
+        "or\n"
+        "given by hand (--manual); \"tvrctl config\" changes these numbers.\n\n"
+        "Exit code 0: learned, or known already; 1: there was no mail; 2: wrong usage; 3: a path that was "
+        "named\n"
+        "can't be read, or the engine failed. What is skipped in folders changes nothing.\n\n"
+        "Examples:\n"
+        "  tvrctl train --wait --spam ~/Maildir/.Spam --ham ~/Maildir ~/mail/archive.mbox\n"
+        "  tvrctl train --spam - < message.eml\n"
+        "  tvrctl train --wait --records spam.records ham.records");
     command->callback([options, &code] {
         if (options->spam.empty() && options->ham.empty() && options->records.empty())
             throw CLI::RequiredError("--spam PATH, --ham PATH or --records FILE");

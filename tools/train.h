@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,25 +21,33 @@ struct train_options {
     bool wait = false;
     bool later = false;
     bool manual = false;
+    bool recursive = false; // with the other folders of a Maildir
+    bool again = false;     // also what the engine knows with the same verdict
     bool quiet = false;
+    bool verbose = false;
     bool silent = false;                           // prints no report either
     unsigned threads = 0;                          // 0: one for each processor
-    unsigned timeout = 600;                        // seconds
+    std::optional<unsigned> timeout;               // seconds
     std::function<bool(const mail_item&)> selects; // empty: all
 };
 
-// What has reached the cache.
+// What has reached the cache, and what hasn't.
 struct training_sum {
     std::array<std::uint64_t, 2> messages{}; // ham, spam
     std::uint64_t tokens = 0;
-    std::uint64_t skipped = 0; // messages and files
+    std::uint64_t known = 0;       // left out, as the engine knows them with the same verdict
+    std::uint64_t corrected = 0;   // of the messages: they are known with the other verdict
+    std::uint64_t skipped = 0;     // messages and files
+    std::uint64_t thrown_away = 0; // left out, as their owner has done so
+    std::uint64_t lost = 0;        // paths that were named and can't be read
 
     [[nodiscard]] std::uint64_t all() const { return messages[0] + messages[1]; }
     training_sum& operator+=(const training_sum& more) {
         for (const std::size_t half : {0U, 1U})
             messages[half] += more.messages[half];
         tokens += more.tokens;
-        skipped += more.skipped;
+        known += more.known;
+        corrected += more.corrected;
         return *this;
     }
 };

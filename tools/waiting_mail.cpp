@@ -72,6 +72,19 @@ bool is_writable(const message_head& record) {
 constexpr const char* done = nullptr;
 constexpr const char* not_written = "";
 
+const char* forget_record(file_stream& file, const message_head& record, forgotten_mail& sum) {
+    if (record.flags & message_flag::deleted) {
+        ++sum.already;
+        return done;
+    }
+    if (!is_writable(record))
+        return "the message's record is damaged";
+    if (!mark_deleted(file, record.position))
+        return not_written;
+    ++sum.marked;
+    return done;
+}
+
 } // namespace
 
 std::string take_lock(file_lock& lock, std::string_view folder, std::uint32_t patience) {
@@ -96,18 +109,13 @@ std::string forget_waiting(const std::string& cache, mail_to_forget& messages, s
         auto found = messages.find(record.msid);
         if (found == messages.end())
             found = messages.find(bare_id(record.msid));
-        if (found == messages.end())
-            return done;
-        if (record.flags & message_flag::deleted) {
-            ++found->second.already;
-            return done;
-        }
-        if (!is_writable(record))
-            return "the message's record is damaged";
-        if (!mark_deleted(file, record.position))
-            return not_written;
-        ++found->second.marked;
-        return done;
+        return found == messages.end() ? done : forget_record(file, record, found->second);
+    });
+}
+
+std::string forget_all_waiting(const std::string& cache, forgotten_mail& sum, std::uint32_t patience) {
+    return change_cache(cache, patience, [&](file_stream& file, const message_head& record) {
+        return forget_record(file, record, sum);
     });
 }
 

@@ -37,6 +37,8 @@ std::vector<mail_folder> folders_of(const watch_options& options) {
         mail_folder folder(path, spam);
         if (!paths.insert(folder.path()).second)
             throw CLI::ValidationError(path, "given twice");
+        if (folder.is_maildir()) // a part of it given by itself would be learned twice
+            paths.insert(folder.parts().begin(), folder.parts().end());
         folders.push_back(std::move(folder));
     };
     for (const std::string& path : options.folders) {
@@ -100,15 +102,20 @@ void add_watch(CLI::App& program, int& code) {
     command->add_option("--ham", options->ham, "The same, for good mail")->type_name("DIR");
     command->add_flag("--all", options->all, "Learn also what is there already");
     command->add_flag("-q,--quiet", options->quiet, "Tell of failures only");
-    command->footer("A message is learned once, by the folder into which it comes. When it is moved to a "
-                    "folder of the other\n"
-                    "verdict, it is corrected: in place while it waits to be trained, otherwise by training "
-                    "it into the other\n"
-                    "half. What comes while no watch runs is learned at the next start. Ctrl-C ends it.\n\n"
-                    "Exit code: 0 stopped; 2 wrong usage; 3 a failure.\n\n"
-                    "Examples:\n"
-                    "  tvrctl watch ~/Maildir ~/Maildir/.Spam\n"
-                    "  tvrctl watch --ham ~/mail/archive --spam ~/mail/rubbish");
+    command->footer(
+        "A message is learned once, by the folder into which it comes. When it is moved to a "
+        "folder of the other\n"
+        "verdict, it is corrected: in place while it waits to be trained, otherwise by training "
+        "it into the other\n"
+        "half. What comes while no watch runs is learned at the next start. Mail that its owner has\n"
+        "thrown away (in a Maildir the flags T and D) is left alone. Ctrl-C ends it.\n\n"
+        "A correction is trained at once, other mail when 50 messages wait, or 4 hours after the "
+        "last\n"
+        "training; \"tvrctl config\" changes these numbers.\n\n"
+        "Exit code: 0 stopped; 2 wrong usage; 3 a failure.\n\n"
+        "Examples:\n"
+        "  tvrctl watch ~/Maildir ~/Maildir/.Spam\n"
+        "  tvrctl watch --ham ~/mail/archive --spam ~/mail/rubbish");
     command->callback([options, &code] {
         if (options->folders.empty() && options->spam.empty() && options->ham.empty())
             throw CLI::RequiredError("DIR, --spam DIR or --ham DIR");

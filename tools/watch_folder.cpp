@@ -1,13 +1,11 @@
 #include "tools/watch_folder.h"
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <system_error>
 
-#include "common/text.h"
-#include "tools/mail_source.h"
-#include "tools/watch_memory.h"
+#include "tools/mail_folders.h"
+#include "tools/text.h"
 
 namespace tvr {
 
@@ -30,32 +28,17 @@ std::string_view file_name(std::string_view path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-template <std::size_t size>
-bool is_one_of(std::string_view word, const std::array<std::string_view, size>& words) {
-    return std::find(words.begin(), words.end(), word) != words.end();
-}
-
 } // namespace
 
 std::optional<bool> verdict_of_folder(std::string_view path) {
-    constexpr std::array<std::string_view, 6> spam_names = {"spam",       "junk",      "junk e-mail",
-                                                            "junk email", "junk mail", "bulk mail"};
-    constexpr std::array<std::string_view, 8> ham_names = {"ham",     "inbox",    "maildir", "good",
-                                                           "notspam", "not spam", "notjunk", "not junk"};
-    std::string name = fs::path(absolute_path(std::string(path))).filename().string();
-    name = to_lower(name.substr(name.rfind('.') + 1)); // the separator of a Maildir's folders
-    std::replace(name.begin(), name.end(), '_', ' ');
-    if (is_one_of(name, spam_names))
-        return true;
-    if (is_one_of(name, ham_names))
-        return false;
-    return std::nullopt;
+    const std::string name = fs::path(absolute_path(std::string(path))).filename().string();
+    return verdict_of_name(
+        std::string_view(name).substr(name.rfind('.') + 1)); // a Maildir's folders have parts
 }
 
 mail_folder::mail_folder(const std::string& path, bool spam)
-    : m_path(absolute_path(path)), m_spam(spam), m_key(watch_key(m_path)) {
-    std::error_code error;
-    if (fs::is_directory(m_path + "/cur", error) && fs::is_directory(m_path + "/new", error))
+    : m_path(absolute_path(path)), m_spam(spam), m_key(text_key(m_path)) {
+    if (tvr::is_maildir(m_path))
         m_parts = {m_path + "/new", m_path + "/cur"};
     else
         m_parts = {m_path};
@@ -66,13 +49,13 @@ bool mail_folder::is_message_name(std::string_view name) {
 }
 
 std::uint64_t mail_folder::name_key(std::string_view name) const {
-    return watch_key(is_maildir() ? name.substr(0, name.find(':')) : name);
+    return text_key(is_maildir() ? name.substr(0, name.find(':')) : name);
 }
 
 std::optional<folder_file> mail_folder::look_at(const std::string& part, const std::string& name) const {
     const std::string path = part + "/" + name;
     std::error_code error;
-    if (!fs::is_regular_file(path, error))
+    if (!fs::is_regular_file(path, error) || (is_maildir() && is_thrown_away(name)))
         return std::nullopt;
     folder_file file{.path = path, .name = name_key(name)};
     if (is_maildir())
@@ -82,7 +65,7 @@ std::optional<folder_file> mail_folder::look_at(const std::string& part, const s
     if (error)
         return std::nullopt;
     const std::uint64_t both =
-        watch_key(std::to_string(size) + " " + std::to_string(changed.time_since_epoch().count()));
+        text_key(std::to_string(size) + " " + std::to_string(changed.time_since_epoch().count()));
     file.stamp = static_cast<std::uint32_t>(both ^ both >> 32);
     return file;
 }

@@ -9,8 +9,8 @@
 
 namespace tvr {
 
-// The verdict (true for spam) that the last part of a folder's name tells: "Spam", "Junk", "Junk E-mail" and
-// others; "Ham", "Inbox", "Maildir" and others; in any case, and as ".Spam" or ".INBOX.Spam" in a Maildir.
+// The verdict (true for spam) that the last part of a folder's name tells, as verdict_of_name() does: also as
+// ".Spam" or ".INBOX.Spam" in a Maildir.
 [[nodiscard]] std::optional<bool> verdict_of_folder(std::string_view path);
 
 // A message file as it lies there.
@@ -36,7 +36,7 @@ public:
     // False for hidden names and for what mail programs keep beside the messages.
     [[nodiscard]] static bool is_message_name(std::string_view name);
     [[nodiscard]] std::uint64_t name_key(std::string_view name) const;
-    // The file of that name; nothing if it isn't there, or is no file.
+    // The file of that name; nothing if it isn't there, is no file, or is thrown away by its owner.
     [[nodiscard]] std::optional<folder_file> look_at(const std::string& part, const std::string& name) const;
     // All messages in it, by name. Nothing if it can't be read to its end.
     [[nodiscard]] std::optional<std::vector<folder_file>> list() const;

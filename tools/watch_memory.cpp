@@ -23,13 +23,6 @@ constexpr std::size_t spare_entries = 4096; // out of date, before the file is w
 
 } // namespace
 
-std::uint64_t watch_key(std::string_view text) noexcept {
-    std::uint64_t hash = 0xCBF29CE484222325ULL;
-    for (const char c : text)
-        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3ULL;
-    return hash;
-}
-
 watch_memory::watch_memory(std::string_view path) : m_path(path) {}
 
 std::string watch_memory::load(const std::vector<std::uint64_t>& folders) {

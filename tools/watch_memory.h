@@ -12,13 +12,11 @@
 
 namespace tvr {
 
-// By which folders, files and messages are known here: 64 bits of FNV-1a.
-[[nodiscard]] std::uint64_t watch_key(std::string_view text) noexcept;
-
 // One process at a time. Changes reach the file in save(). What save() could not write is written by the
 // next one.
 class watch_memory {
 public:
+    // Folders, files and messages are known by their text_key().
     static constexpr std::size_t most_verdicts = 32768; // the newest ones are kept
 
     // The file is written anew under a name with a "~" in front, which then takes its place. Not read yet.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "client/training_schedule.h"
 #include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/file.h"
@@ -21,6 +22,7 @@ constexpr std::uint32_t check_pause = 30000; // between two looks whether the fo
 constexpr std::uint32_t search_pause = 1000; // the same while one is missing
 constexpr std::uint32_t failure_pause = 10000;
 constexpr std::uint32_t engine_pause = 11000; // the client holds back a second start within ten seconds
+constexpr std::uint32_t look_pause = 300000;  // between two looks whether a training is due
 
 constexpr std::size_t most_pending = 4096;
 constexpr std::size_t chunk_messages = 1024; // the cache is walked once for each chunk
@@ -56,7 +58,7 @@ std::string memory_path(const training_client& client) {
 
 watch_session::watch_session(std::vector<mail_folder> folders, report told)
     : m_told(std::move(told)), m_cache(m_client.working_directory() + "base\\transact\\autotrain.bys"),
-      m_memory(memory_path(m_client)) {
+      m_memory(memory_path(m_client)), m_known(m_client.working_directory()) {
     for (mail_folder& folder : folders) {
         const std::size_t count = folder.parts().size() + (folder.is_maildir() ? 1 : 0);
         m_folders.push_back({.folder = std::move(folder), .numbers = std::vector<int>(count, -1)});
@@ -79,6 +81,7 @@ std::string watch_session::start(bool all) {
         m_told(note, true);
     // What comes from here on is told by events as well.
     read_folders(all);
+    raise_if_due();
     return {};
 }
 
@@ -113,7 +116,9 @@ std::string watch_session::run() {
         if (std::any_of(m_folders.begin(), m_folders.end(), [](const watched& one) { return one.unread; }))
             read_folders(false);
         if (m_not_reached != 0 && since(m_raised) >= engine_pause)
-            raise_event();
+            hand_over(false);
+        if (since(m_looked) >= look_pause)
+            raise_if_due();
     }
 }
 
@@ -123,7 +128,8 @@ bool watch_session::is_missing_any() const {
 
 // How long to wait for the next change at most.
 std::uint32_t watch_session::pause() const {
-    std::uint32_t most = left(m_checked, is_missing_any() ? search_pause : check_pause);
+    std::uint32_t most =
+        std::min(left(m_checked, is_missing_any() ? search_pause : check_pause), left(m_looked, look_pause));
     if (!m_pending.empty())
         most = std::min(most, quiet_time);
     if (m_try_again)
@@ -300,6 +306,8 @@ void watch_session::read_folders(bool all) {
 
 // Learns messages in the order given, in chunks of one verdict. What is known is passed over.
 void watch_session::take(const std::vector<arrival>& arrivals) {
+    if (!arrivals.empty())
+        m_known.load();
     chunk mails;
     for (const arrival& mail : arrivals) {
         if (platform::folder_watch::stop_requested())
@@ -326,9 +334,10 @@ bool watch_session::read_mail(const arrival& mail, chunk& into) {
     if (written.value_or(!mail.file.certain))
         return false; // its end is told when it comes
     std::vector<std::string> skipped;
-    mail_source source(
-        [&](const std::string& name, const std::string& why) { skipped.push_back(name + ": " + why); });
-    source.add(path, into.spam);
+    mail_source source({.spam = {path}}, [&](const passed_mail& passed) {
+        if (passed.what != passed_mail::kind::thrown_away)
+            skipped.push_back(passed.name + ": " + passed.reason);
+    });
     mail_item item;
     bool has_mail = false;
     while (source.next(item)) {
@@ -336,16 +345,16 @@ bool watch_session::read_mail(const arrival& mail, chunk& into) {
         into.bytes += item.raw.size();
         m_cut.tokenize(item.raw);
         const std::string& id = m_cut.facts().msid;
-        const std::uint64_t message = watch_key(id);
+        const std::uint64_t message = text_key(id);
         const auto learned = m_memory.learned(message);
         if (learned == into.spam || into.candidates.contains(id))
             continue;
         candidate found;
         found.message = message;
-        found.was_learned = learned.has_value();
+        found.is_known = !learned && m_known.is_learned(id, into.spam, false);
+        found.was_learned = learned || (!found.is_known && m_known.find(id).as(!into.spam));
         // The user's own hand, when the message was moved against the verdict before.
-        found.record.add(describe(m_cut.facts(), item.raw.size(), into.spam, found.was_learned),
-                         m_cut.tokens());
+        found.record.add(describe(m_cut.facts(), item.size, into.spam, found.was_learned), m_cut.tokens());
         into.candidates.emplace(id, std::move(found));
     }
     if (!has_mail && !m_folders[mail.folder].folder.look_at(path.substr(0, path.rfind('/')),
@@ -361,14 +370,20 @@ void watch_session::learn(chunk& mails) {
     std::size_t fresh = 0;
     std::size_t remarked = 0;
     std::size_t trained = 0; // that were learned with the other verdict
-    if (!mails.candidates.empty()) {
+    std::size_t known = 0;   // that were learned otherwise, or before the memory begins
+    for (const auto& [id, mail] : mails.candidates)
+        known += mail.is_known ? 1 : 0;
+    if (mails.candidates.size() != known) {
         wanted_verdicts wanted;
         for (const auto& [id, mail] : mails.candidates)
-            wanted.try_emplace(id).first->second.spam = mails.spam;
+            if (!mail.is_known)
+                wanted.try_emplace(id).first->second.spam = mails.spam;
         if (const std::string why = correct_waiting(m_cache, wanted); !why.empty())
             return try_later(why);
         record_batch batch;
         for (const auto& [id, mail] : mails.candidates) {
+            if (mail.is_known)
+                continue;
             const waiting_verdict& found = wanted.find(id)->second;
             const bool is_remarked = found.remarked != 0 || found.deleted != 0;
             if (found.waiting == 0 && !batch.add(mail.record.bytes()))
@@ -380,10 +395,13 @@ void watch_session::learn(chunk& mails) {
         }
         if (const ipc_status status = m_client.append(batch); !status)
             return try_later(status.text);
-        for (const auto& [id, mail] : mails.candidates)
-            m_memory.set_learned(mail.message, mails.spam);
         if (batch.count() != 0 || remarked != 0)
-            raise_event();
+            hand_over(remarked + trained != 0);
+    }
+    for (const auto& [id, mail] : mails.candidates) {
+        m_memory.set_learned(mail.message, mails.spam);
+        if (!mail.is_known)
+            m_known.note(id, mails.spam);
     }
     for (const arrival& mail : mails.files)
         m_memory.add_file(m_folders[mail.folder].folder.key(), mail.file.name, mail.file.stamp);
@@ -392,6 +410,8 @@ void watch_session::learn(chunk& mails) {
         m_failure.clear();
     if (fresh != 0)
         m_told("learned " + grouped(fresh) + " as " + name_of(mails.spam), false);
+    if (known != 0)
+        m_told("passed over " + grouped(known) + ", known as " + name_of(mails.spam) + " already", false);
     if (remarked != 0)
         m_told("re-marked " + grouped(remarked) + " as " + name_of(mails.spam) + ", while waiting", false);
     if (trained != 0)
@@ -399,14 +419,21 @@ void watch_session::learn(chunk& mails) {
                false);
 }
 
-void watch_session::raise_event() {
+void watch_session::hand_over(bool corrected) {
     m_raised = platform::tick_count();
-    const ipc_status status = m_client.raise(engine_event::add);
+    const ipc_status status = m_client.hand_over(corrected);
     // One that was started just now isn't found yet.
     if (status.error != ipc_error::no_engine)
         m_not_reached = 0;
     else if (++m_not_reached == 2)
         m_told(status.text + "; what was learned waits in the cache", true);
+}
+
+// What waits too long is trained though nothing comes.
+void watch_session::raise_if_due() {
+    m_looked = platform::tick_count();
+    if (training_schedule(m_client.working_directory()).is_due(false))
+        hand_over(false);
 }
 
 void watch_session::save() {

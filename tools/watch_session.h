@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "client/known_messages.h"
 #include "client/tokenizer.h"
 #include "client/tvr_ipc.h"
 #include "platform/folder_watch.h"
@@ -56,6 +57,7 @@ private:
     struct candidate {
         std::uint64_t message = 0;
         bool was_learned = false; // with the other verdict
+        bool is_known = false;    // with this one, though the memory doesn't tell
         record_batch record;
     };
     struct chunk {
@@ -76,7 +78,8 @@ private:
     void learn(chunk& mails);
     void save();
     void try_later(const std::string& why);
-    void raise_event();
+    void hand_over(bool corrected);
+    void raise_if_due();
     [[nodiscard]] std::uint32_t pause() const;
     [[nodiscard]] bool is_missing_any() const;
 
@@ -85,6 +88,7 @@ private:
     training_client m_client;
     std::string m_cache;
     watch_memory m_memory;
+    known_messages m_known;
     platform::folder_watch m_watch;
     tokenizer m_cut;
 
@@ -95,6 +99,7 @@ private:
     std::string m_failure;             // told last, and not overcome since
     bool m_try_again = false;          // to read the folders, some time after the failure
     std::uint32_t m_raised = 0;        // tick of the last attempt to reach the engine
+    std::uint32_t m_looked = 0;        // tick of the last look whether a training is due
     unsigned m_not_reached = 0;        // such attempts in a row that failed
 };
 

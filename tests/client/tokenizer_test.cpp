@@ -193,12 +193,13 @@ TEST(tokenizer, reads_dates) {
 
 TEST(tokenizer, tells_mail_from_other_files) {
     for (const char* mail :
-         {"Subject: x\n\n", "From a Thu Aug 22 18:30:05 2002\nReceived: x", "X-A: b\n c\nTo: d\n"})
+         {"Subject: x\n\n", "From a Thu Aug 22 18:30:05 2002\nReceived: x", "X-A: b\n c\nTo: d\n",
+          ">From x\nTo: y\n", "\n\nrubbish, more\nX-A: b\nTo: d\nFrom: e\n"})
         EXPECT_TRUE(looks_like_mail(mail)) << mail;
     for (const char* other : {"", "\n", "root:x:0:0:root:/root:/bin/bash\n", "{\"from\": 1}",
                               "\x7F"
                               "ELF",
-                              "Dear sir,\n"})
+                              "Dear sir,\n", "Dear sir,\nSubject: x\nX-A: b\n", "x\n\nTo: d\nFrom: e\n"})
         EXPECT_FALSE(looks_like_mail(other)) << other;
 }
 

@@ -43,9 +43,13 @@ TEST(mail, a_folder_of_each_kind_gives_a_base) {
 
     tvrctl("stop", 0);
     EXPECT_FALSE(status()["engine"]["running"]);
-    // deliberate: mail that is given twice counts twice.
-    tvrctl("train --wait " + of_both, 0);
+    EXPECT_TRUE(holds(tvrctl("train --wait " + of_both, 0), "Left out: 62 that are known"));
+    EXPECT_EQ(engine_root::process(), 0U); // nothing to do for it
+    tvrctl("train --wait --again " + of_both, 0);
     EXPECT_EQ(status()["base"]["spam_messages"], 60);
+    EXPECT_TRUE(holds(tvrctl("train --wait --spam " + sample + "/spam --ham " + a_mail_of("/spam"), 2),
+                      "given as good mail, and as spam in "));
+    EXPECT_TRUE(holds(tvrctl("train --later --ham " + a_mail_of("/spam"), 0), "Training in the background"));
 }
 
 TEST(mail, bad_input_is_named_and_counted) {
@@ -53,12 +57,14 @@ TEST(mail, bad_input_is_named_and_counted) {
     const std::string program = (root.path() / "program").string();
     write_file(program, std::string(4096, '\x7F'));
     const std::string told =
-        tvrctl("train --later --spam /absent " + program + " --ham - < " + sample + "/README.md", 1);
+        tvrctl("train --later --spam /absent " + program + " --ham - < " + sample + "/README.md", 3);
     for (const char* text : {"/absent: No such file or directory; skipped", "program: no mail",
                              "standard input: no mail", "Took 0 messages", "skipped 3."})
         EXPECT_TRUE(holds(told, text));
     EXPECT_EQ(engine_root::process(), 0U); // nothing to do for it
-    tvrctl("train --later --spam /absent --ham - < " + a_mail_of("/ham"), 0);
+    tvrctl("train --later --spam " + program, 1);
+    EXPECT_TRUE(holds(tvrctl("train --later --spam /absent --ham - < " + a_mail_of("/ham"), 3),
+                      "They are learned once 50 messages wait"));
     EXPECT_EQ(status()["cache"]["messages"], 1);
     tvrctl("train", 2);
     tvrctl("train --spam x --frobnicate", 2);
@@ -73,6 +79,10 @@ TEST(mail, that_waits_is_forgotten_by_its_file) {
     tvrctl("train -q --wait --ham " + sample + "/ham");
     EXPECT_EQ(root.messages(), 61U);
     tvrctl("forget --file " + mail, 1);
+    EXPECT_TRUE(holds(tvrctl("forget --file " + sample + "/ham", 1), "Of 32 messages 0 won't be learned"));
+    tvrctl("train -q --later --again --spam " + mail, 0);
+    EXPECT_TRUE(holds(tvrctl("forget --waiting", 0), "Taken back: 1 "));
+    tvrctl("forget --waiting", 1);
 }
 
 TEST(mail, is_scored_by_the_published_base) {
@@ -95,6 +105,10 @@ TEST(mail, is_scored_by_the_published_base) {
     EXPECT_EQ(json["verdict"], "spam");
     EXPECT_EQ(json["file"], spam);
     EXPECT_GT(json["tokens"].size(), 10U);
+    EXPECT_TRUE(json["message"].is_null());
+    const fs::path box = root.path() / "box";
+    write_file(box, "From a\nSubject: 1\nMessage-ID: <1@x>\n\n\nFrom a\nSubject: 2\nMessage-ID: <2@x>\n\n");
+    EXPECT_TRUE(holds(tvrctl("score --json " + box.string()).text, R"("message":2,"message_id":"2@x")"));
 
     // A forged verdict gives way, and nothing else changes.
     const std::string mail = "Subject: x\nX-Tessivar: ham, score=0.00\n folded\nTo: y\n\nX-Tessivar: body\n";
@@ -102,6 +116,14 @@ TEST(mail, is_scored_by_the_published_base) {
     const std::string filtered = tvrctl("score --filter -e < " + (root.path() / "mail").string(), 0);
     EXPECT_TRUE(filtered.starts_with("Subject: x\nTo: y\nX-Tessivar"));
     EXPECT_EQ(filtered.substr(filtered.find("\n\n")), "\n\nX-Tessivar: body\n");
+    // What is no mail passes as it came; of a large one only the beginning is graded.
+    const std::string large = "Subject: x\n\n" + std::string(5U << 20, 'x');
+    for (const std::string& bytes : {std::string(), std::string("\0\1", 2), large}) {
+        write_file(root.path() / "mail", bytes);
+        const std::string out = tvrctl("score --filter < " + (root.path() / "mail").string()).text;
+        EXPECT_EQ(out.size(), bytes.size() + (bytes.size() > 9 ? out.find("\n\n") - 10 : 0));
+        EXPECT_TRUE(out.ends_with(bytes.substr(std::min<std::size_t>(bytes.size(), 12))));
+    }
 }
 
 TEST(mail, is_evaluated_on_a_root_of_its_own) {

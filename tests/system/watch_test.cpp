@@ -30,6 +30,11 @@ protected:
             for (const char* part : {"new", "cur", "tmp"})
                 fs::create_directories(m_root.path() / folder / part);
         fs::create_directories(m_plain);
+        schedule("train corrections=0"); // what waits is to stay until it has been looked at
+    }
+    void schedule(const std::string& line) {
+        fs::create_directories(m_memory.parent_path());
+        write_file(m_memory.parent_path() / "tvrctl.ini", "[Training]\n" + line + "\n");
     }
     ~watch_test() override {
         // Not in the middle: what is learned and the start of an engine for it belong together.
@@ -171,6 +176,14 @@ TEST_F(watch_test, what_is_folded_in_is_trained_into_the_other_half) {
     fs::rename(m_maildir / "new/b", m_spam / "cur/b:2,S");
     expect_records("b 6, ");
     wait_for_line("trained 1 as spam");
+    // What the halves know is no news to a watch without memory; what is due is trained.
+    ASSERT_EQ(stop(), 0);
+    fs::remove(m_memory);
+    schedule("train at messages=2");
+    start("--all");
+    wait_for_line("passed over");
+    deliver(m_spam, "f");
+    engine_root::wait_for("a training by itself", [&] { return m_root.messages() == 7; });
 }
 
 TEST_F(watch_test, a_queue_that_overflows_is_no_loss) {

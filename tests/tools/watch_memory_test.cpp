@@ -1,6 +1,7 @@
 // What is remembered of watched folders, and what a folder's name says.
 
 #include "support/test.h"
+#include "tools/text.h"
 #include "tools/watch_folder.h"
 #include "tools/watch_memory.h"
 
