@@ -113,7 +113,7 @@ bool add_message_ids(const std::vector<std::string>& files, mail_to_forget& mess
         messages.try_emplace(cut.facts().msid);
     }
     passed.sum_up();
-    return passed.skipped() == 0;
+    return passed.count(passed_mail::kind::lost) == 0;
 }
 
 } // namespace tvr

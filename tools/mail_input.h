@@ -21,8 +21,8 @@ void add_watch(CLI::App& program, int& code);
 // in a build that reads none.
 ipc_status take_mail(const train_options& options, training_client& client, training_sum& sum);
 
-// Adds the message IDs of the mail in these files. False if something could not be read, which has been
-// reported.
+// Adds the message IDs of the mail in these files. False if one of them could not be read, which has
+// been reported.
 bool add_message_ids(const std::vector<std::string>& files, mail_to_forget& messages);
 
 } // namespace tvr

@@ -64,7 +64,7 @@ TEST_F(config_test, knows_every_setting) {
             EXPECT_TRUE(checked_value(setting, setting.fallback, why)) << setting.facts->key << why;
         }
     }
-    EXPECT_EQ(keys.size(), 40U);
+    EXPECT_EQ(keys.size(), 43U);
     settings plain;
     plain.schema(schema_mode::declare);
     for (const field_descriptor& field : plain.fields())
@@ -87,6 +87,7 @@ TEST_F(config_test, checks_before_it_writes) {
         {"optimal one dict size", {"0"}},
         {"regarding threshold", {"nan", "0"}},
         {"use autotrain", {"2"}},
+        {"train at messages", {"0"}},
         {"MaxSinglePathLevel", {"0.5"}},
         {"working directory", {"\\x"}},
         {"spam transliteration table", {"abc"}},
