@@ -86,7 +86,7 @@ done
 touch "$scratch/a mail.eml"
 expect score sc
 expect "list|get|set|root" config ""
-expect 'training\ delay' config get tr
+expect 'training\ delay' config get traini
 expect 'training\ delay' config set 'Training\ d'
 expect 'training delay' config set '"training d'
 expect '' config set 'training\ delay' ''
