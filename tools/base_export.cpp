@@ -1,9 +1,13 @@
+#include <algorithm>
 #include <array>
 #include <optional>
+#include <span>
+#include <vector>
 
 #include "common/bytes.h"
 #include "common/fileheader.h"
 #include "common/path.h"
+#include "common/text.h"
 #include "common/token_hash.h"
 #include "msid/list_record.h"
 #include "platform/file.h"
@@ -139,6 +143,7 @@ public:
             if (!whole)
                 return platform::display_path(list.path()) + ": damaged, or can't be read";
         }
+        verdict(std::string(folder_part(folder.substr(0, folder.size() - 1))));
         if (m_failed)
             return "the text can't be written";
         line("end\t" + std::to_string(m_sum.lines));
@@ -146,6 +151,30 @@ public:
     }
 
 private:
+    // Pieces of zeros are left out.
+    void verdict(const std::string& working) {
+        verdict_state state;
+        const std::string path = verdict_path(working);
+        const verdict_file_result found = load_verdict(path, state);
+        if (found == verdict_file_result::missing)
+            return;
+        if (found != verdict_file_result::loaded) {
+            m_sum.remark = platform::display_path(path) + ": damaged, or can't be read; it was left out";
+            return;
+        }
+        const std::vector<std::uint8_t> bytes = verdict_bytes(state);
+        for (std::size_t at = 0, size = 0; at < bytes.size(); at += size) {
+            size = verdict_piece_at(at);
+            const auto piece = std::span(bytes).subspan(at, size);
+            if (at < verdict_messages_at &&
+                std::ranges::all_of(piece, [](std::uint8_t byte) { return byte == 0; }))
+                continue;
+            std::string text = "verdict\t" + std::to_string(at) + "\t";
+            for (const std::uint8_t byte : piece)
+                text += to_hex(byte, 2);
+            line(text);
+        }
+    }
     std::string atom(const std::string& path, std::string_view dictionary) {
         const std::string shown = platform::display_path(path);
         std::string_view stem = file_part(path);

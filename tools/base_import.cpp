@@ -66,6 +66,8 @@ public:
         }
         if (kind == "atom")
             return take_atom(fields);
+        if (kind == "verdict")
+            return take_verdict(fields);
         if (kind == "end")
             return take_end(fields);
         return "begins with no word that is known";
@@ -75,6 +77,9 @@ public:
             return "the line \"end\" is missing: the text is cut off";
         return m_sum.atoms == 0 ? "it holds no atoms" : "";
     }
+
+    // What the text holds of a verdict; null if nothing.
+    [[nodiscard]] const verdict_state* verdict() const { return m_state ? &*m_state : nullptr; }
 
 private:
     static std::vector<std::string_view> split(std::string_view line) {
@@ -168,11 +173,32 @@ private:
         ++m_sum.messages;
         return {};
     }
+    // Each piece behind those before it; what is left out is zeros. Whether all is right is seen at the end.
+    std::string take_verdict(const std::vector<std::string_view>& fields) {
+        if (std::string why = close_atom(); !why.empty())
+            return why;
+        const auto at = fields.size() == 3 ? number_of(fields[1]) : std::nullopt;
+        if (!at || *at < m_verdict.size() || *at > largest_verdict - verdict_message_size)
+            return "has a field that is wrong, or is out of order";
+        m_verdict.resize(*at);
+        for (std::size_t i = 0; i < fields[2].size(); i += 2) {
+            const auto byte = from_hex(fields[2], i);
+            if (!byte)
+                return "its text is wrongly escaped or too long";
+            m_verdict.push_back(*byte);
+        }
+        return {};
+    }
     std::string take_end(const std::vector<std::string_view>& fields) {
         if (std::string why = close_atom(); !why.empty())
             return why;
         m_map.reset();
         m_ended = true;
+        if (!m_verdict.empty()) {
+            m_verdict.resize(std::max(m_verdict.size(), verdict_messages_at));
+            if (!parse_verdict(m_verdict, m_state.emplace()))
+                return "the lines \"verdict\" in front of it make no whole file";
+        }
         if (fields.size() != 2 || number_of(fields[1]) != m_sum.lines - 1)
             return "tells another number of lines than there are: some are missing, or too many";
         return {};
@@ -212,6 +238,8 @@ private:
     tmpfld_holder& m_holder;
     base_text_sum& m_sum;
     std::string m_text;
+    std::vector<std::uint8_t> m_verdict;
+    std::optional<verdict_state> m_state;
     bool m_ended = false;
     std::size_t m_half = 0;
     std::unique_ptr<msidmap> m_map; // of the half, once a message was there
@@ -283,9 +311,13 @@ std::string import_base(const std::string& folder, std::istream& in,
     {
         importer into(holder, sum);
         why = take_lines(into, in);
+        if (why.empty())
+            why = may_commit();
+        const std::string working(folder_part(folder.substr(0, folder.size() - 1)));
+        if (why.empty() && into.verdict() && !replace_verdict(working, into.verdict()))
+            why = platform::display_path(verdict_path(working)) + ": can't be written (error " +
+                  std::to_string(platform::last_error()) + ")";
     }
-    if (why.empty())
-        why = may_commit();
     if (why.empty()) {
         for (const base_half& each : base_halves)
             holder.folder().make_durable(each.stage);

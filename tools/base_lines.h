@@ -1,12 +1,14 @@
 // What the two ways of the token base's text have in common.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
+#include "client/verdict/verdict_file.h"
 #include "stage/temp_folder.h"
 
 namespace tvr {
@@ -14,6 +16,13 @@ namespace tvr {
 constexpr std::string_view base_text_start = "tessivar-base\t1"; // the first line
 constexpr std::array<const char*, 5> atom_value_names = {"messages", "tokens", "occurrences", "oldest",
                                                          "newest"};
+
+// The verdict stands in the text in pieces: so many bytes of its head, weights and memory, then each message.
+constexpr std::size_t verdict_piece = 512;
+[[nodiscard]] constexpr std::size_t verdict_piece_at(std::size_t offset) {
+    return offset < verdict_messages_at ? std::min(verdict_piece, verdict_messages_at - offset)
+                                        : verdict_message_size;
+}
 
 struct base_half {
     const char* name;

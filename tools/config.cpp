@@ -26,6 +26,7 @@ const char* title_of(setting_group group) {
     return group == setting_group::basic      ? "Basic settings"
            : group == setting_group::advanced ? "Advanced settings"
            : group == setting_group::schedule ? "When a training is due"
+           : group == setting_group::verdict  ? "The verdict"
                                               : "Settings of all users";
 }
 
@@ -118,7 +119,7 @@ int set(const std::string& key, const std::string& value) {
     const setting_list after;
     std::printf("%s: %s (was %s), in %s\n", setting->facts->key, quoted(after.find(key)->value).c_str(),
                 quoted(setting->value).c_str(), setting->file.c_str());
-    if (setting->group == setting_group::schedule)
+    if (setting->group == setting_group::schedule || setting->group == setting_group::verdict)
         std::printf("It is in force at once.\n");
     else if (setting->group == setting_group::common)
         std::printf("Clients take it at once; the engine doesn't read it.\n");

@@ -5,10 +5,12 @@
 
 #include "client/tvr_ipc.h"
 #include "client/user_folder.h"
+#include "client/verdict/verdict_file.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/presence.h"
 #include "platform/process.h"
+#include "settings/common_settings.h"
 #include "signal/identity.h"
 #include "tools/command.h"
 #include "tools/engine_view.h"
@@ -65,7 +67,7 @@ bool may_purge(bool yes) {
         fail("this forgets all training; say so with --yes");
         return false;
     }
-    std::printf("This forgets all training, and what \"tvrctl watch\" remembers. Go on? [y/N] ");
+    std::printf("This forgets all training, what the verdict learned, and what \"tvrctl watch\" remembers. Go on? [y/N] ");
     std::fflush(stdout);
     const int answer = std::getchar();
     return answer == 'y' || answer == 'Y';
@@ -81,6 +83,9 @@ int purge(bool yes) {
     const std::string memory = find_user_folder().path + "watch.bin";
     if (code == exit_code::done && platform::get_attributes(memory) && !platform::delete_file(memory))
         return fail(path_error(memory, platform::last_error()) + "; what \"tvrctl watch\" remembers stays");
+    if (code == exit_code::done && !replace_verdict(find_user_folder().path, nullptr))
+        return fail("verdict.bin can't be deleted (error " + std::to_string(platform::last_error()) +
+                    "): what the verdict learned stays");
     return code;
 }
 
@@ -114,8 +119,8 @@ void add_engine_commands(CLI::App& program, int& code) {
     CLI::App* command = program.add_subcommand("purge", "Forget all training");
     command->add_flag("-y,--yes", *yes, "Don't ask first");
     command->footer(
-        "The published base stays in use until the next training. What \"tvrctl watch\" remembers is\n"
-        "forgotten, too.\n\n"
+        "The published base stays in use until the next training. What the verdict learned and\n"
+        "what \"tvrctl watch\" remembers are forgotten, too.\n\n"
         "Exit code 0: the engine was told; 1: the answer was no; 2: wrong arguments; 3: an error.\n\n"
         "Example:\n  tvrctl purge --yes");
     command->callback([yes, &code] { code = purge(*yes); });

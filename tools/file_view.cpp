@@ -43,6 +43,8 @@ std::string_view kind_text(file_kind kind) {
         return "stage marker";
     case file_kind::watch:
         return "memory of tvrctl watch";
+    case file_kind::verdict:
+        return "learned verdict";
     default:
         return "unknown";
     }
@@ -50,10 +52,11 @@ std::string_view kind_text(file_kind kind) {
 
 file_kind kind_of_name(std::string_view name) {
     constexpr std::pair<std::string_view, file_kind> whole[] = {
-        {"stat.bin", file_kind::statistic}, {"~stat.bin", file_kind::statistic},
-        {"ipc.bin", file_kind::signals},    {"data.trr", file_kind::archive},
-        {"data.0", file_kind::archive},     {"settings.cfg", file_kind::settings},
-        {"watch.bin", file_kind::watch},    {stage_marker_name, file_kind::stage_mark}};
+        {"stat.bin", file_kind::statistic},    {"~stat.bin", file_kind::statistic},
+        {"ipc.bin", file_kind::signals},       {"data.trr", file_kind::archive},
+        {"data.0", file_kind::archive},        {"settings.cfg", file_kind::settings},
+        {"watch.bin", file_kind::watch},       {"verdict.bin", file_kind::verdict},
+        {stage_marker_name, file_kind::stage_mark}};
     constexpr std::pair<std::string_view, file_kind> ends[] = {
         {".bye", file_kind::atom},  {".rgd", file_kind::base},    {".mrk", file_kind::time_mark},
         {".lst", file_kind::list},  {".idx", file_kind::index},   {".col", file_kind::columns},
@@ -79,7 +82,7 @@ file_kind kind_of(file_view& file) {
         {signature::old_base, file_kind::base},       {signature::list, file_kind::list},
         {signature::index, file_kind::index},         {signature::columns, file_kind::columns},
         {signature::statistic, file_kind::statistic}, {signature::settings, file_kind::settings},
-        {signature::watch, file_kind::watch}};
+        {signature::watch, file_kind::watch},         {signature::verdict, file_kind::verdict}};
     const std::uint32_t word = load_u32(start.data());
     for (const auto& [value, kind] : signatures)
         if (word == value)

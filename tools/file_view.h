@@ -29,7 +29,8 @@ enum class file_kind {
     archive,
     settings,
     stage_mark,
-    watch
+    watch,
+    verdict
 };
 
 [[nodiscard]] std::string_view kind_text(file_kind kind);

@@ -1,6 +1,7 @@
 #include "tools/published_base.h"
 
 #include "client/user_folder.h"
+#include "client/verdict/user_limits.h"
 #include "platform/file.h"
 #include "settings/common_settings.h"
 #include "tools/engine_view.h"
@@ -57,10 +58,9 @@ double published_base::grade(std::string_view token) const {
 mail_scorer published_base::scorer(score_rule rule, std::optional<double> spam_threshold) const {
     score_settings settings;
     settings.rule = rule;
-    settings.limits.spam_threshold =
-        spam_threshold.value_or(common_settings::get_value(common_value::spam_threshold));
-    if (spam_threshold)
-        settings.limits.false_positives = 100; // nothing but the threshold that is asked for
+    // One that is asked for stands alone.
+    settings.limits = spam_threshold ? spam_limits{.spam_threshold = *spam_threshold, .false_positives = 100}
+                                     : limits_of_user(common_settings::working_directory());
     settings.unsure_threshold = common_settings::get_value(common_value::unsure_threshold);
     settings.learned = m_learned;
     settings.spam_messages = m_base.header().spam_messages;

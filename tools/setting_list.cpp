@@ -9,6 +9,7 @@
 
 #include "client/training_schedule.h"
 #include "client/user_folder.h"
+#include "client/verdict/user_limits.h"
 #include "common/file_stream.h"
 #include "common/files.h"
 #include "common/path.h"
@@ -87,6 +88,9 @@ constexpr std::array<setting_facts, training_schedule::values> schedule_facts = 
     {"train after hours", by_client, 0, 8760, "they do the same so long after the last training"},
     {"train corrections", by_client, 0, 1, "a verdict that is corrected is trained at once"},
 }};
+constexpr setting_facts verdict_facts = {false_positives::key, by_client, 0, false_positives::all,
+                                         "so much good mail, of 100,000 messages, may be called spam; the "
+                                         "score that makes a message spam is found by it"};
 
 const setting_facts* facts_of(std::string_view key) {
     const auto* const found = std::find_if(field_facts.begin(), field_facts.end(),
@@ -215,6 +219,7 @@ setting_list::setting_list() {
     add_fields(common_settings::known_settingsfolder());
     add_schedule();
     add_common();
+    add_verdict();
 }
 
 void setting_list::add_fields(const std::string& raw_working) {
@@ -294,6 +299,20 @@ void setting_list::add_common() {
     }
 }
 
+void setting_list::add_verdict() {
+    setting_view view;
+    view.facts = &verdict_facts;
+    view.group = setting_group::verdict;
+    view.type = field_type::number;
+    view.value = std::to_string(false_positives::get(m_working));
+    view.fallback = std::to_string(false_positives::usual);
+    if (m_working.empty())
+        view.obstacle = "the user's folder can't be found or made";
+    else
+        view.file = platform::display_path(false_positives::path(m_working));
+    m_all.push_back(std::move(view));
+}
+
 const setting_view* setting_list::find(std::string_view key) const {
     for (const setting_view& view : m_all)
         if (equals_ignoring_case(key, view.facts->key))
@@ -314,6 +333,10 @@ std::string setting_list::set(const setting_view& setting, std::string_view valu
         const auto number = static_cast<std::uint32_t>(number_of(*checked, false).value_or(0));
         return training_schedule::set(m_working, index, number) ? std::string()
                                                                 : setting.file + ": can't be written";
+    }
+    if (setting.group == setting_group::verdict) {
+        const auto allowed = static_cast<std::uint32_t>(number_of(*checked, false).value_or(0));
+        return false_positives::set(m_working, allowed) ? std::string() : setting.file + ": can't be written";
     }
     if (setting.group == setting_group::common) {
         const auto index = static_cast<common_value>(setting.facts - common_facts.data());

@@ -13,7 +13,7 @@
 
 namespace tvr {
 
-enum class setting_group { basic, advanced, common, schedule };
+enum class setting_group { basic, advanced, common, schedule, verdict };
 enum class setting_reader {
     engine,
     score,
@@ -53,6 +53,7 @@ public:
 private:
     void add_common();
     void add_schedule();
+    void add_verdict();
     void add_fields(const std::string& raw_working);
 
     std::vector<setting_view> m_all;

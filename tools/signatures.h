@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "client/verdict/verdict_file.h"
 #include "common/zfile.h"
 #include "compiled/base_header.h"
 #include "dict/atom.h"
@@ -26,5 +27,6 @@ constexpr std::uint32_t packed = packed_signature;
 constexpr std::uint32_t statistic = tvr::statistic::signature;
 constexpr std::uint32_t watch = 0x57525654; // "TVRW"
 constexpr std::uint32_t settings = storage_object::signature;
+constexpr std::uint32_t verdict = verdict_signature;
 
 } // namespace tvr::signature

@@ -270,7 +270,7 @@ void state_check::run() {
     m_total = file_names(state.base()).size() + file_names(state.transact()).size();
     for (unsigned stage = 1; stage <= stage_state::stages; ++stage)
         m_total += state.marked(stage) ? file_names(state.folder(stage)).size() : 0;
-    for (const char* name : {"stat.bin", "~stat.bin", "settings.cfg"})
+    for (const char* name : {"stat.bin", "~stat.bin", "settings.cfg", "verdict.bin"})
         if (is_file(m_working + name))
             check_file(m_working + name);
     check_folder(m_working + "base\\");

@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 
 #include "client/user_folder.h"
+#include "client/verdict/exact_math.h"
+#include "client/verdict/user_limits.h"
 #include "platform/file.h"
 #include "platform/process.h"
 #include "tools/command.h"
@@ -14,6 +16,13 @@
 namespace tvr {
 
 namespace {
+
+struct learned_view {
+    verdict_file_result file = verdict_file_result::missing;
+    std::uint64_t judged = 0; // messages
+    std::uint64_t kept = 0;   // of them, that the weights are learned from
+    double spam_from = 0;     // percent
+};
 
 struct status_view {
     std::uint32_t process = 0;
@@ -24,7 +33,35 @@ struct status_view {
     half_view spam, ham;
     std::optional<base_view> base;
     std::string base_fault;
+    learned_view learned;
 };
+
+learned_view learned_by(const std::string& working) {
+    verdict_state state;
+    learned_view view;
+    view.file = load_verdict(verdict_path(working), state);
+    view.judged = state.judged;
+    view.kept = state.messages.size();
+    view.spam_from = 100 * exact_logistic(spam_logit(state, limits_of_user(working)));
+    return view;
+}
+
+bool is_broken(const learned_view& learned) {
+    return learned.file == verdict_file_result::damaged || learned.file == verdict_file_result::failed;
+}
+
+void print_learned(const learned_view& learned) {
+    if (is_broken(learned))
+        std::printf("Verdict verdict.bin is %s; the built-in weights stand in for it",
+                    learned.file == verdict_file_result::damaged ? "damaged, or of another version"
+                                                                 : "there, but can't be read");
+    else if (learned.judged == 0)
+        std::printf("Verdict rests on the built-in weights");
+    else
+        std::printf("Verdict rests on %s messages that you judged, %s of them kept",
+                    grouped(learned.judged).c_str(), grouped(learned.kept).c_str());
+    std::printf("; spam from %.1f %% on\n", learned.spam_from);
+}
 
 void print_half(const char* name, const half_view& half) {
     std::printf("%-8s%s messages in %u atoms, %s to %s\n", name, grouped(half.messages).c_str(), half.atoms,
@@ -54,6 +91,7 @@ void print_text(const engine_view& view, const status_view& state) {
                                                : "at an unknown time");
     else
         std::printf("Base    none\n");
+    print_learned(state.learned);
 }
 
 // null in place of what there isn't.
@@ -93,6 +131,10 @@ void print_json(const engine_view& view, const status_view& state) {
         {"base", state.base ? json_of(*state.base) : nlohmann::json()},
         {"base_damaged", json_if(!state.base_fault.empty(), state.base_fault)},
     };
+    json["verdict"] = {{"messages", state.learned.judged},
+                       {"kept", state.learned.kept},
+                       {"spam_from", state.learned.spam_from},
+                       {"damaged", is_broken(state.learned)}};
     std::printf("%s\n", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
 }
 
@@ -112,6 +154,7 @@ int status(bool as_json) {
     state.ham = view.half("nspamdict");
     state.base = view.base();
     state.base_fault = view.base_fault();
+    state.learned = learned_by(working);
     if (as_json)
         print_json(view, state);
     else

@@ -95,6 +95,8 @@ int export_to(const std::string& path) {
     if (!target.finish())
         return fail(path + ": can't be written");
     print_sum(stderr, "Exported", sum);
+    if (!sum.remark.empty())
+        std::fprintf(stderr, "tvrctl: %s\n", sum.remark.c_str());
     return exit_code::done;
 }
 

@@ -6,6 +6,8 @@
 #include <map>
 #include <vector>
 
+#include "client/verdict/exact_math.h"
+#include "client/verdict/judge.h"
 #include "common/bytes.h"
 #include "common/minutes.h"
 #include "common/text.h"
@@ -29,6 +31,21 @@ bool ends_at(const std::string& path, std::uint64_t offset) {
     std::uint8_t byte = 0;
     return platform::peek_file(path, offset, &byte, 1).value_or(0) == 1 &&
            is_tag(byte, archive_tag::file_ends);
+}
+
+// The rest of a file, and some bytes more than `most` at most.
+std::vector<std::uint8_t> take_all(file_view& file, std::size_t most) {
+    std::vector<std::uint8_t> bytes;
+    while (file.has(1) && bytes.size() <= most) {
+        const auto part = file.ahead(1);
+        bytes.insert(bytes.end(), part.begin(), part.end());
+        file.skip(part.size());
+    }
+    return bytes;
+}
+
+double percent(double logit) {
+    return 100 * exact_logistic(logit);
 }
 
 // What stands in front of the content of a file in an archive.
@@ -299,13 +316,35 @@ void walk_archive(file_view& file, view_sink& sink) {
     cut_short(file, sink, "the archive");
 }
 
+void walk_verdict(file_view& file, view_sink& sink) {
+    verdict_state state;
+    if (!parse_verdict(take_all(file, largest_verdict), state))
+        return sink.defect(0, "damaged, or of another version: none of it is taken");
+    const auto spam = std::ranges::count_if(state.messages, &judged_message::spam);
+    const auto weights = state.memory.weights();
+    const auto places = weights.size() - static_cast<std::size_t>(std::ranges::count(weights, 0));
+    sink.field("messages judged", state.judged);
+    sink.field("messages kept", std::uint64_t{state.messages.size()});
+    sink.field("spam kept", static_cast<std::uint64_t>(spam));
+    sink.field("not learned yet", std::uint64_t{state.unlearned});
+    sink.field("trust", state.trust);
+    if (!state.ham_scores.empty())
+        sink.field("spam from", percent(spam_logit(state, {.spam_threshold = 0})));
+    sink.field("places of the memory in use", std::uint64_t{places});
+    sink.field("bias of the memory", static_cast<double>(state.memory.bias) / token_memory::unit);
+    sink.list("messages");
+    for (const judged_message& message : state.messages)
+        if (sink.wants_entry())
+            sink.entry({{"time", moment(message.time)},
+                        {"spam", message.spam},
+                        {"score", percent(message.score / score_unit)},
+                        {"learned score", percent(message.learned_score / score_unit)},
+                        {"base spam", std::uint64_t{message.what.spam_messages}},
+                        {"base ham", std::uint64_t{message.what.ham_messages}}});
+}
+
 void walk_settings(file_view& file, view_sink& sink) {
-    std::vector<std::uint8_t> bytes;
-    while (file.has(1) && bytes.size() <= storage_object::max_packed_size) {
-        const auto part = file.ahead(1);
-        bytes.insert(bytes.end(), part.begin(), part.end());
-        file.skip(part.size());
-    }
+    const std::vector<std::uint8_t> bytes = take_all(file, storage_object::max_packed_size);
     storage_object storage;
     if (bytes.size() > storage_object::max_packed_size || !storage.load(bytes)) {
         sink.defect(0, "damaged: none of it is taken");
@@ -348,6 +387,8 @@ void walk_file(file_kind kind, file_view& file, view_sink& sink) {
         return walk_stage_mark(file, sink);
     case file_kind::watch:
         return walk_watch(file, sink);
+    case file_kind::verdict:
+        return walk_verdict(file, sink);
     default:
         sink.defect(0, "no file of the engine");
     }

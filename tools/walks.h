@@ -37,6 +37,7 @@ void walk_archive(file_view& file, view_sink& sink);
 void walk_settings(file_view& file, view_sink& sink);
 void walk_stage_mark(file_view& file, view_sink& sink);
 void walk_watch(file_view& file, view_sink& sink);
+void walk_verdict(file_view& file, view_sink& sink);
 
 // Single look-ups in an index, by a small cache of its pages.
 class index_view {

@@ -28,8 +28,7 @@ constexpr std::size_t most_crossed = 1200;  // messages
 constexpr std::size_t lot = 250;
 constexpr unsigned rounds = 3;
 
-constexpr std::uint32_t patience = 5000; // milliseconds for the lock
-constexpr std::size_t record_head = 32;  // bytes of a record in front of its message ID
+constexpr std::size_t record_head = 32; // bytes of a record in front of its message ID
 
 // Learning anew pays once a hundredth of the messages is new, and needs a few to begin with.
 bool is_due(const verdict_state& state) {
@@ -118,8 +117,8 @@ std::string verdict_learning::finish() {
 std::string verdict_learning::learn_pending() {
     const std::string shown = platform::display_path(m_path);
     std::string remark;
-    file_lock lock(m_working + "verdict.lck");
-    if (!lock.acquire_within(patience)) {
+    file_lock lock(verdict_lock_path(m_working));
+    if (!lock.acquire_within(verdict_patience)) {
         remark = shown + ": in use by another program; the verdict learns nothing from this mail";
     } else {
         verdict_state state;

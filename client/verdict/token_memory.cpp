@@ -61,7 +61,7 @@ void token_memory::learn(std::span<const token_key> tokens, bool spam) noexcept 
         std::int16_t& place = m_weights[key >> (32 - index_bits)];
         place = static_cast<std::int16_t>(std::clamp(place + step, -32000, 32000));
     }
-    bias += rounded(static_cast<double>(step) / bias_share);
+    bias = std::clamp(bias + rounded(static_cast<double>(step) / bias_share), -most_bias, most_bias);
 }
 
 } // namespace tvr

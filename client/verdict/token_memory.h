@@ -26,6 +26,7 @@ public:
     static constexpr unsigned index_bits = 18;
     static constexpr std::size_t places = std::size_t{1} << index_bits;
     static constexpr std::int32_t unit = 4096; // of a weight
+    static constexpr std::int32_t most_bias = 1 << 24;
 
     token_memory() : m_weights(places) {}
 
@@ -41,7 +42,7 @@ public:
 
     [[nodiscard]] std::span<const std::int16_t> weights() const noexcept { return m_weights; }
     [[nodiscard]] std::span<std::int16_t> weights() noexcept { return m_weights; }
-    std::int32_t bias = 0; // 1/unit
+    std::int32_t bias = 0; // 1/unit; most_bias at most, either way
 
 private:
     [[nodiscard]] std::int64_t sum_of(std::span<const token_key> tokens) const noexcept;

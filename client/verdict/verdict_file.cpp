@@ -9,6 +9,7 @@
 #include "common/file_stream.h"
 #include "common/files.h"
 #include "common/path.h"
+#include "dict/dictbase.h"
 #include "platform/error.h"
 #include "platform/file.h"
 
@@ -16,17 +17,16 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t signature = 0x56525654; // "TVRV"
 constexpr std::uint32_t version = 1;
 constexpr std::size_t checked_from = 16; // what stands in front is signature, version and the check itself
 constexpr std::size_t head_size = 64;
 constexpr std::size_t tops_size = verdict_state::top_scores * 2;
 constexpr std::size_t weights_size = feature::learned * 8;
-constexpr std::size_t message_size = 80;
+constexpr std::size_t message_size = verdict_message_size;
 constexpr std::size_t memory_size = token_memory::places * 2;
 constexpr std::size_t fixed_size = head_size + tops_size + weights_size + memory_size;
-constexpr std::size_t largest = fixed_size + verdict_state::most_messages * message_size;
-static_assert(largest <= std::size_t{1} << 20 && fixed_size % 8 == 0 && message_size % 8 == 0);
+static_assert(verdict_messages_at == fixed_size && largest_verdict == fixed_size + verdict_state::most_messages * message_size &&
+              largest_verdict <= std::size_t{1} << 20 && fixed_size % 8 == 0 && message_size % 8 == 0);
 
 constexpr unsigned is_spam = 1, is_crossed = 2; // marks of a message
 constexpr double largest_weight = 1e6;
@@ -124,9 +124,13 @@ std::string verdict_path(std::string_view working_directory) {
     return std::string(working_directory) + "verdict.bin";
 }
 
+std::string verdict_lock_path(std::string_view working_directory) {
+    return std::string(working_directory) + "verdict.lck";
+}
+
 std::vector<std::uint8_t> verdict_bytes(const verdict_state& state) {
     byte_writer out(fixed_size + state.messages.size() * message_size);
-    out.put(signature);
+    out.put(verdict_signature);
     out.put(version);
     out.skip_to(checked_from);
     out.put(static_cast<std::uint32_t>(state.messages.size()));
@@ -153,7 +157,7 @@ std::vector<std::uint8_t> verdict_bytes(const verdict_state& state) {
 
 bool parse_verdict(const std::vector<std::uint8_t>& bytes, verdict_state& state) {
     state = {};
-    if (bytes.size() < fixed_size || load_u32(bytes.data()) != signature ||
+    if (bytes.size() < fixed_size || load_u32(bytes.data()) != verdict_signature ||
         load_u32(bytes.data() + 4) != version)
         return false;
     const std::size_t count = load_u32(bytes.data() + checked_from);
@@ -170,7 +174,8 @@ bool parse_verdict(const std::vector<std::uint8_t>& bytes, verdict_state& state)
     read.memory.bias = in.get<std::int32_t>();
     read.recent_ham = in.get<std::uint32_t>();
     const std::size_t tops = in.get<std::uint32_t>();
-    if (!(read.trust >= 0 && read.trust <= 1) || tops > verdict_state::top_scores || tops > read.recent_ham)
+    if (!(read.trust >= 0 && read.trust <= 1) || tops > verdict_state::top_scores || tops > read.recent_ham ||
+        std::abs(std::int64_t{read.memory.bias}) > token_memory::most_bias)
         return false;
     in.skip_to(head_size);
     read.ham_scores.resize(tops);
@@ -200,7 +205,7 @@ verdict_file_result load_verdict(std::string_view path, verdict_state& state) {
                    ? verdict_file_result::missing
                    : verdict_file_result::failed;
     }
-    std::vector<std::uint8_t> bytes(largest + 1); // one more tells a file that is too long
+    std::vector<std::uint8_t> bytes(largest_verdict + 1); // one more tells a file that is too long
     std::size_t got = 0;
     if (!file.read(bytes.data(), bytes.size(), got))
         return verdict_file_result::failed;
@@ -212,8 +217,28 @@ bool save_verdict(std::string_view path, const verdict_state& state) {
     const std::vector<std::uint8_t> bytes = verdict_bytes(state);
     const std::string beside = tilde_name(path);
     file_stream file;
-    return file.create_to_write(beside) && file.write(bytes.data(), bytes.size()) && file.close() &&
-           replace_durably(beside, std::string(path));
+    if (file.create_to_write(beside) && file.write(bytes.data(), bytes.size()) && file.close() &&
+        replace_durably(beside, std::string(path)))
+        return true;
+    const std::uint32_t code = platform::last_error();
+    file.close();
+    platform::delete_file(beside); // it takes room that others need
+    platform::set_last_error(code);
+    return false;
+}
+
+bool replace_verdict(std::string_view working_directory, const verdict_state* state) {
+    const std::string path = verdict_path(working_directory);
+    file_lock lock(verdict_lock_path(working_directory));
+    if (!lock.acquire_within(verdict_patience))
+        return false;
+    const bool done =
+        state ? save_verdict(path, *state)
+              : platform::delete_file(path) || platform::last_error() == platform::error::file_not_found;
+    const std::uint32_t code = platform::last_error();
+    lock.release();
+    platform::set_last_error(code);
+    return done;
 }
 
 } // namespace tvr

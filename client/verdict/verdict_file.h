@@ -27,6 +27,11 @@ struct judged_message {
     bool operator==(const judged_message&) const = default;
 };
 constexpr double score_unit = 128;
+
+constexpr std::uint32_t verdict_signature = 0x56525654; // "TVRV"
+constexpr std::size_t largest_verdict = 1'037'400;      // bytes of a file
+constexpr std::size_t verdict_messages_at = 525'400;    // offset of the messages
+constexpr std::size_t verdict_message_size = 80;
 [[nodiscard]] std::int16_t pack_score(double logit) noexcept;
 [[nodiscard]] std::uint64_t id_of(std::string_view msid) noexcept;
 
@@ -54,10 +59,16 @@ enum class verdict_file_result {
 
 [[nodiscard]] TVR_IPC_EXPORT std::string verdict_path(std::string_view working_directory);
 [[nodiscard]] TVR_IPC_EXPORT verdict_file_result load_verdict(std::string_view path, verdict_state& state);
+// Whoever changes the file holds this one meanwhile, and waits so many milliseconds for it.
+[[nodiscard]] std::string verdict_lock_path(std::string_view working_directory);
+constexpr std::uint32_t verdict_patience = 5000;
 // The state in its bytes, and back; nothing but a whole file is taken.
 [[nodiscard]] TVR_IPC_EXPORT std::vector<std::uint8_t> verdict_bytes(const verdict_state& state);
 [[nodiscard]] TVR_IPC_EXPORT bool parse_verdict(const std::vector<std::uint8_t>& bytes, verdict_state& state);
-// Writes it beside, and puts it in place in one step. False sets last_error().
+// Both take the lock, and false sets last_error(). Without a state the file is deleted: all begins anew.
+[[nodiscard]] TVR_IPC_EXPORT bool replace_verdict(std::string_view working_directory,
+                                                  const verdict_state* state);
+// Writes it beside, and puts it in place in one step. False sets last_error(), and leaves the old file.
 [[nodiscard]] TVR_IPC_EXPORT bool save_verdict(std::string_view path, const verdict_state& state);
 
 } // namespace tvr
