@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <charconv>
 #include <memory>
 #include <optional>
@@ -6,6 +7,7 @@
 #include "common/file_stream.h"
 #include "common/files.h"
 #include "common/path.h"
+#include "common/text.h"
 #include "common/token_hash.h"
 #include "dict/atom.h"
 #include "msid/list_record.h"

@@ -1,6 +1,8 @@
 // What the verdict learns from its user's mail, and the file it keeps.
 
+#include <atomic>
 #include <cmath>
+#include <thread>
 
 #include "client/score.h"
 #include "client/verdict/exact_math.h"
@@ -97,6 +99,19 @@ TEST_F(verdict_test, counts_each_message_once_and_takes_corrections) {
         changed += first.messages[i].spam != corrected.messages[i].spam ? 1 : 0;
     EXPECT_EQ(changed, 2U);
     EXPECT_NE(verdict_bytes(corrected), verdict_bytes(first));
+}
+
+TEST_F(verdict_test, takes_two_writers_at_once) {
+    std::atomic<unsigned> learned = 0;
+    const auto write = [&](unsigned from) {
+        for (const unsigned end = from + 100; from != end; from += 20)
+            learned += learn(from, from + 20).empty() ? 20 : 0;
+    };
+    std::thread other(write, 1000);
+    write(0);
+    other.join();
+    EXPECT_EQ(state().judged, learned);
+    EXPECT_GE(learned, 100U);
 }
 
 TEST_F(verdict_test, is_bounded) {

@@ -6,6 +6,7 @@
 
 #include "client/cache_writer.h"
 #include "client/tokenizer.h"
+#include "client/verdict/verdict_file.h"
 #include "common/minutes.h"
 #include "common/path.h"
 #include "memory_disk.h"
@@ -148,6 +149,19 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
     for (std::uint32_t hour = now_minutes() / 60 - 30; hour < now_minutes() / 60; hour += 10)
         hours += le(hour, hour % 100) + std::string(28, '\2');
     add("statistic", hours);
+
+    // What stands behind the check, but for the memory.
+    verdict_state verdict{.judged = 9, .trust = 0.5, .recent_ham = 2, .ham_scores = {300, -20}};
+    for (unsigned i = 0; i < 4; ++i) {
+        judged_message message{.id = i, .time = 213000000 + i, .spam = i % 2 == 0, .what = {}};
+        message.what.counts[i % kind_count].fill(static_cast<std::uint8_t>(50 + 30 * i));
+        message.what.memory = static_cast<std::int16_t>(400 - 300 * static_cast<int>(i));
+        message.score = message.learned_score = message.what.memory;
+        verdict.messages.push_back(message);
+        const auto bytes = verdict_bytes(verdict);
+        add("verdict", std::string(bytes.begin() + 16, bytes.begin() + 1112) +
+                           std::string(bytes.begin() + verdict_messages_at, bytes.end()));
+    }
 
     base_text_sum sum;
     std::string text;

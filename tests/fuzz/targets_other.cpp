@@ -1,7 +1,9 @@
 // Counters, archives, logs, mail, the base as text, the onlooker's view of all files, and the stores of the
 // settings.
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <memory>
 #include <ostream>
 #include <sstream>
@@ -10,6 +12,8 @@
 #include "client/html_text.h"
 #include "client/record_batch.h"
 #include "client/tokenizer.h"
+#include "client/verdict/judge.h"
+#include "common/bytes.h"
 #include "common/file_stream.h"
 #include "common/zfile.h"
 #include "dict/message_record.h"
@@ -171,6 +175,40 @@ void run_inspect(raw_bytes input) {
     }
 }
 const target inspect_target("inspect", run_inspect, 16384);
+
+// A whole file around the input, with the right size and check: the input is what stands between the check
+// and the memory, and the messages.
+void run_verdict(raw_bytes input) {
+    constexpr std::size_t memory = 1112, checked = 16;
+    const std::size_t front = std::min(input.size(), memory - checked);
+    std::vector<std::uint8_t> bytes(verdict_messages_at);
+    store_u32(bytes.data(), verdict_signature);
+    bytes[4] = 1;
+    std::ranges::copy(input.first(front), bytes.begin() + checked);
+    const raw_bytes messages = input.subspan(front);
+    bytes.insert(bytes.end(), messages.begin(), messages.end());
+    bytes.resize(verdict_messages_at + (messages.size() + 79) / 80 * 80);
+    store_u32(bytes.data() + checked, static_cast<std::uint32_t>((messages.size() + 79) / 80));
+    std::uint64_t check = bytes.size() - checked;
+    for (std::size_t at = checked; at < bytes.size(); at += 8) {
+        check = (check ^ load_le<std::uint64_t>(bytes.data() + at)) * 0xD6E8FEB86659FD93ULL;
+        check ^= check >> 32;
+    }
+    store_le(bytes.data() + 8, check);
+    verdict_state state, again;
+    must(!parse_verdict({bytes.begin() + 8, bytes.end()}, state), "nothing but a whole file is taken");
+    if (!parse_verdict(bytes, state))
+        return;
+    const auto written = verdict_bytes(state);
+    must(parse_verdict(written, again) && verdict_bytes(again) == written, "what is read can be written");
+    learn(state);
+    const double least = spam_logit(state, {});
+    must(least > -701 && least < 701, "some score is spam, and some is not");
+    for (const judged_message& message : state.messages)
+        must(std::isfinite(logit_of(message.what, weights_of(state))), "each message has a score");
+    must(parse_verdict(verdict_bytes(state), again), "what is learned can be read");
+}
+const target verdict_target("verdict", run_verdict, 2048);
 
 std::unique_ptr<settings> fresh_settings() {
     auto set = std::make_unique<settings>();

@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "client/verdict/verdict_file.h"
 #include "support/test.h"
 #include "tools/base_text.h"
 
@@ -106,6 +107,26 @@ TEST_F(base_text_test, makes_the_same_bytes) {
               list_head + le(2, 0) + counted("<one>", 7) + counted("<two>", 8));
     for (const char* stage : {"3", "4"})
         EXPECT_EQ(get(std::string("transact/000") + stage + "/prepared.txt"), std::string("prepared", 9));
+}
+
+TEST_F(base_text_test, carries_the_verdict) {
+    const fs::path file = m_root.path() / "verdict.bin";
+    put("spamdict0000.bye", spam_atom);
+    verdict_state state;
+    state.judged = 3;
+    state.memory.weights()[70000] = -5;
+    state.messages.resize(2);
+    state.messages[1].id = 7;
+    ASSERT_TRUE(replace_verdict(m_root.engine_path(""), &state));
+    const std::string bytes = read_file(file);
+    std::string text = out();
+    fs::remove(file);
+    EXPECT_EQ(in(text), "");
+    EXPECT_EQ(read_file(file), bytes);
+    text[text.find("verdict\t0\t") + 60] ^= 1;
+    EXPECT_TRUE(holds(in(text), "make no whole file"));
+    write_file(file, bytes.substr(1));
+    EXPECT_FALSE(holds(out(), "verdict\t"));
 }
 
 TEST_F(base_text_test, names_damaged_lines_and_leaves_nothing) {

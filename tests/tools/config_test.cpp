@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "client/verdict/user_limits.h"
 #include "settings/common_settings.h"
 #include "support/test.h"
 #include "tools/setting_list.h"
@@ -64,7 +65,7 @@ TEST_F(config_test, knows_every_setting) {
             EXPECT_TRUE(checked_value(setting, setting.fallback, why)) << setting.facts->key << why;
         }
     }
-    EXPECT_EQ(keys.size(), 43U);
+    EXPECT_EQ(keys.size(), 44U);
     settings plain;
     plain.schema(schema_mode::declare);
     for (const field_descriptor& field : plain.fields())
@@ -93,6 +94,7 @@ TEST_F(config_test, checks_before_it_writes) {
         {"spam transliteration table", {"abc"}},
         {"spam threshold", {"101", "70"}},
         {"unsure threshold", {"86"}},
+        {"false positives", {"100001", "0.1"}},
         {"local user alphabet", {"a\"b"}},
         {"number of exclamations", {"4294967296"}},
     };
@@ -118,6 +120,9 @@ TEST_F(config_test, writes_where_the_engine_reads) {
 
     EXPECT_EQ(set("unsure threshold", "60"), "");
     EXPECT_EQ(common_settings::get_value(common_value::unsure_threshold), 60);
+    EXPECT_EQ(set("false positives", "20"), "");
+    EXPECT_TRUE(holds(read_file(m_working / "tvrctl.ini"), "false positives=20"));
+    EXPECT_DOUBLE_EQ(limits_of_user(common_settings::working_directory()).false_positives, 0.02);
     EXPECT_EQ(set("recalculating strategy", "12.5"), "");
     EXPECT_EQ(value("recalculating strategy"), "12.5");
     EXPECT_EQ(std::distance(fs::directory_iterator(m_root.path() / "install"), {}), 2); // nothing temporary

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <sstream>
 
+#include "client/verdict/verdict_file.h"
 #include "msid/msidmap.h"
 #include "platform/file.h"
 #include "support/atom_bytes.h"
@@ -48,6 +49,14 @@ std::string index(std::uint32_t offset, std::uint32_t keys = 2) {
     bytes += le(offset) + "\2\3<1>       "s;
     bytes.resize(1024);
     return bytes;
+}
+
+std::string learned() {
+    verdict_state state{.judged = 3, .trust = 0.5, .recent_ham = 1, .ham_scores = {0}};
+    state.messages.push_back({.time = time_1, .spam = true, .what = {.spam_messages = 4, .ham_messages = 5}});
+    state.memory.weights()[9] = -1;
+    const auto bytes = verdict_bytes(state);
+    return {bytes.begin(), bytes.end()};
 }
 
 class inspect_test : public testing::Test {
@@ -126,6 +135,12 @@ TEST_F(inspect_test, shows_every_kind) {
          "children 1\n"
          "    name two  kind string  bytes 3\n",
          settings},
+        {"k",
+         "k: learned verdict, 525,480 bytes\n  messages judged: 3\n  messages kept: 1\n  spam kept: 1\n"
+         "  not learned yet: 0\n  trust: 0.500000\n  spam from: 50.195311\n  places of the memory in use: 1\n"
+         "  bias of the memory: 0.000000\n  messages:\n    time 2005-12-25 16:00  spam yes  score 50.000000  "
+         "learned score 50.000000  base spam 4  base ham 5\n",
+         learned()},
     };
     for (const auto& row : rows)
         EXPECT_EQ(inspect(row.name, row.bytes), row.shown) << m_errors;
@@ -194,6 +209,7 @@ TEST_F(inspect_test, names_damage) {
         {"data.trr", "offset 2: tag 5 doesn't belong there", "\3\0\5"s},
         {"data.trr", "offset 3: the file ends inside the archive", "\3\0\4"s},
         {"j", "offset 0: damaged: none of it is taken", "abba\1"},
+        {"k", "offset 0: damaged, or of another version: none of it is taken", learned() + "x"},
     };
     for (const auto& row : rows) {
         inspect(row.name, row.bytes);

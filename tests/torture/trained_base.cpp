@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "client/verdict/verdict_file.h"
 #include "support/file_bytes.h"
 
 namespace tvr::torture {
@@ -115,6 +116,12 @@ files trained_base::all_content() const {
 files trained_base::content(bool any_archive) {
     files all = all_content();
     drop_leftovers(all);
+    // What the verdict has learned hangs on who was killed when; but its file is whole at any time.
+    verdict_state learned;
+    if (const auto found = all.find(data_folder + "verdict.bin"); found != all.end())
+        EXPECT_TRUE(parse_verdict({found->second.begin(), found->second.end()}, learned));
+    for (const char* name : {"verdict.bin", "~verdict.bin", "verdict.lck"})
+        all.erase(data_folder + name);
     for (const char* name : {"data.trr", "data.0"})
         if (const auto found = all.find(base_folder + name); found != all.end()) {
             if (!m_complete)
