@@ -71,7 +71,7 @@ int repair(const repair_options& options) {
         return fail(why);
     repair_folder folder(working);
     std::cout << "Before:\n";
-    const bool sound = tell_state(working, false, std::cout);
+    const bool sound = tell_state(working, false, std::cout, false);
     const std::vector<repair_step> steps = plan_repair(folder);
     if (steps.empty()) {
         std::cout << "There is nothing to do.\n";
@@ -86,7 +86,7 @@ int repair(const repair_options& options) {
     if (!why.empty())
         fail(why);
     std::cout << "After:\n";
-    const bool good = tell_state(working, false, std::cout);
+    const bool good = tell_state(working, false, std::cout, false);
     if (!folder.aside().empty())
         std::cout << "What was set aside is in " << platform::display_path(folder.aside()) << "\n";
     if (!std::cout.flush())

@@ -213,6 +213,10 @@ void state_check::check_stages() {
     }
 }
 
+void state_check::loss(const std::string& path, const std::string& reason) {
+    m_losses_count ? defect(path, reason) : note(path, reason);
+}
+
 void state_check::check_half(const std::string& name, std::uint32_t messages, std::uint32_t tokens) {
     const std::string base = m_working + "base\\";
     std::vector<atom_view> atoms = atoms_of(base, name);
@@ -224,7 +228,7 @@ void state_check::check_half(const std::string& name, std::uint32_t messages, st
     }
     const std::uint64_t ids = list_records(base + name + ".lst");
     if (all_messages != 0 && ids == 0)
-        defect(base + name + ".lst", "the message IDs of " + grouped(all_messages) + " messages are missing");
+        loss(base + name + ".lst", "the message IDs of " + grouped(all_messages) + " messages are missing");
     // The engine leaves atoms of the larger half out of the base: divided ones first, then the oldest.
     std::ranges::stable_partition(atoms, [](const atom_view& atom) { return atom.head->is_ordinal(); });
     const std::string told = grouped(messages) + " messages and " + grouped(tokens) + " tokens";
@@ -236,8 +240,8 @@ void state_check::check_half(const std::string& name, std::uint32_t messages, st
         all_tokens -= atom.head->tokens;
     }
     if (messages != 0 || tokens != 0)
-        defect(base + name + "*.bye",
-               "the base was made of " + told + ", the atoms hold " + found + ": atoms are missing");
+        loss(base + name + "*.bye",
+             "the base was made of " + told + ", the atoms hold " + found + ": atoms are missing");
 }
 
 // The halves as the base tells of them, and their message IDs. Meanwhile nothing may be under way.
@@ -279,9 +283,12 @@ void state_check::run() {
     check_halves();
 }
 
-bool tell_state(const std::string& working_directory, bool engine_runs, std::ostream& out) {
+bool tell_state(const std::string& working_directory, bool engine_runs, std::ostream& out,
+                bool losses_count) {
     std::ostringstream lines; // apart from the bar
     state_check check(working_directory, engine_runs, lines);
+    if (!losses_count)
+        check.let_losses_pass();
     {
         progress bar("Checking", !platform::is_terminal(stderr));
         check.on_progress([&](std::uint64_t done, std::uint64_t total) {

@@ -28,6 +28,8 @@ public:
     // `engine_runs`: a stage folder may be in work.
     state_check(std::string working_directory, bool engine_runs, std::ostream& out); // trailing backslash
 
+    // What is lost and can't come back is told as a note, not as a defect.
+    void let_losses_pass() noexcept { m_losses_count = false; }
     // Called between files: how many it has looked at, and of how many.
     using progress_hook = std::function<void(std::uint64_t done, std::uint64_t total)>;
     void on_progress(progress_hook told) { m_progress = std::move(told); }
@@ -49,9 +51,11 @@ private:
 
     void defect(const std::string& path, const std::string& reason);
     void note(const std::string& path, const std::string& reason);
+    void loss(const std::string& path, const std::string& reason);
 
     std::string m_working;
     bool m_engine_runs;
+    bool m_losses_count = true;
     std::ostream& m_out;
     progress_hook m_progress;
     std::uint64_t m_seen = 0;  // files, of any kind
@@ -62,7 +66,8 @@ private:
 };
 
 // Checks all, with a bar on the standard error if that is a terminal, and writes what it finds and a line
-// with the sums. True if nothing is wrong.
-bool tell_state(const std::string& working_directory, bool engine_runs, std::ostream& out);
+// with the sums. True if nothing is wrong. `losses_count`: what is lost and can't come back is a defect, too.
+bool tell_state(const std::string& working_directory, bool engine_runs, std::ostream& out,
+                bool losses_count = true);
 
 } // namespace tvr

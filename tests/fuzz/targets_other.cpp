@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <memory>
 #include <ostream>
 #include <sstream>
@@ -186,8 +187,9 @@ void run_verdict(raw_bytes input) {
     bytes[4] = 1;
     std::ranges::copy(input.first(front), bytes.begin() + checked);
     const raw_bytes messages = input.subspan(front);
-    bytes.insert(bytes.end(), messages.begin(), messages.end());
     bytes.resize(verdict_messages_at + (messages.size() + 79) / 80 * 80);
+    if (!messages.empty())
+        std::memcpy(&bytes[verdict_messages_at], messages.data(), messages.size());
     store_u32(bytes.data() + checked, static_cast<std::uint32_t>((messages.size() + 79) / 80));
     std::uint64_t check = bytes.size() - checked;
     for (std::size_t at = checked; at < bytes.size(); at += 8) {

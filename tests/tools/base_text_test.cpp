@@ -117,13 +117,14 @@ TEST_F(base_text_test, carries_the_verdict) {
     state.memory.weights()[70000] = -5;
     state.messages.resize(2);
     state.messages[1].id = 7;
-    ASSERT_TRUE(replace_verdict(m_root.engine_path(""), &state));
+    ASSERT_TRUE(replace_verdict(m_root.engine_path("") + "\\", &state));
     const std::string bytes = read_file(file);
     std::string text = out();
     fs::remove(file);
     EXPECT_EQ(in(text), "");
     EXPECT_EQ(read_file(file), bytes);
-    text[text.find("verdict\t0\t") + 60] ^= 1;
+    char& digit = text[text.find("verdict\t0\t") + 60];
+    digit = digit == '0' ? '1' : '0';
     EXPECT_TRUE(holds(in(text), "make no whole file"));
     write_file(file, bytes.substr(1));
     EXPECT_FALSE(holds(out(), "verdict\t"));

@@ -137,7 +137,7 @@ TEST_F(inspect_test, shows_every_kind) {
          settings},
         {"k",
          "k: learned verdict, 525,480 bytes\n  messages judged: 3\n  messages kept: 1\n  spam kept: 1\n"
-         "  not learned yet: 0\n  trust: 0.500000\n  spam from: 50.195311\n  places of the memory in use: 1\n"
+         "  not learned yet: 0\n  trust: 0.500000\n  spam from: 50.195312\n  places of the memory in use: 1\n"
          "  bias of the memory: 0.000000\n  messages:\n    time 2005-12-25 16:00  spam yes  score 50.000000  "
          "learned score 50.000000  base spam 4  base ham 5\n",
          learned()},

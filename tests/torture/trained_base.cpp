@@ -118,8 +118,9 @@ files trained_base::content(bool any_archive) {
     drop_leftovers(all);
     // What the verdict has learned hangs on who was killed when; but its file is whole at any time.
     verdict_state learned;
-    if (const auto found = all.find(data_folder + "verdict.bin"); found != all.end())
+    if (const auto found = all.find(data_folder + "verdict.bin"); found != all.end()) {
         EXPECT_TRUE(parse_verdict({found->second.begin(), found->second.end()}, learned));
+    }
     for (const char* name : {"verdict.bin", "~verdict.bin", "verdict.lck"})
         all.erase(data_folder + name);
     for (const char* name : {"data.trr", "data.0"})

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include "platform/error.h"
-#include "platform/file.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/errors.h"
 #include "platform/posix/paths.h"
@@ -71,6 +70,21 @@ std::optional<std::string> read_text_file(const std::string& native, std::size_t
     return text;
 }
 
+namespace {
+
+// As make_durable() does, by the system's own path: a root may have a backslash in its name.
+bool bring_to_disk(const std::string& native, const std::string& path) {
+    const descriptor file(open(native.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file.is_open())
+        return fail_path(native);
+    if (!may_change(change::make_durable, path))
+        return false;
+    return fsync(file.get()) == 0 || errno == EINVAL || errno == EOPNOTSUPP || fail_errno();
+}
+
+} // namespace
+
+
 bool replace_text_file(const std::string& native, std::size_t limit,
                        const std::function<bool(std::string& text)>& edit) {
     if (!make_folders(parent_folder(native)))
@@ -100,10 +114,11 @@ bool replace_text_file(const std::string& native, std::size_t limit,
             return false;
         }
     }
-    if (!make_durable({engine_path(fresh)}) || !may_change(change::rename_file, path))
+    if (!bring_to_disk(fresh, engine_path(fresh)) || !may_change(change::rename_file, path))
         return false;
+    const std::string folder = parent_folder(native);
     return (rename(fresh.c_str(), native.c_str()) == 0 || fail_path(native)) &&
-           make_durable({engine_path(parent_folder(native)) + "\\"});
+           bring_to_disk(folder, engine_path(folder) + "\\");
 }
 
 } // namespace tvr::platform::posix

@@ -4,6 +4,7 @@
 
 #include "platform/win32/errors.h"
 #include "platform/win32/paths.h"
+#include "platform/win32/system.h"
 
 namespace tvr::platform {
 
