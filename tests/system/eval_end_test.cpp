@@ -38,7 +38,7 @@ TEST(eval, leaves_nothing_however_it_ends) {
         kill(static_cast<pid_t>(eval.id()), signal);
         EXPECT_EQ(eval.join(), signal == SIGKILL ? child_process::killed : 3);
         if (signal == SIGKILL)
-            tvrctl("eval -q --spam /absent --ham /absent", 3);
+            tvrctl("eval -q --spam /absent --ham /missing", 3);
         EXPECT_FALSE(platform::process_exists(engine)) << signal;
         EXPECT_FALSE(fs::exists(trial)) << signal;
     }
