@@ -264,6 +264,17 @@ std::string visit_ids(const std::string& list, repair_folder& folder, const id_v
     return file.failed() ? failure(source, "can't be read") : std::string();
 }
 
+namespace {
+
+bool is_sound_list(const std::string& list) {
+    quiet_sink sink;
+    file_view file(list);
+    walk_list(file, sink);
+    return !sink.damaged && !file.failed();
+}
+
+} // namespace
+
 std::string remake_map(const std::string& list, repair_folder& folder,
                        const std::function<bool(std::string_view, std::uint32_t)>& keeps) {
     const std::string index = list.substr(0, list.size() - 4) + ".idx";
@@ -286,7 +297,8 @@ std::string remake_map(const std::string& list, repair_folder& folder,
     }
     if (!unread.empty())
         return unread;
-    if (!written)
+    // An insertion doesn't tell when its header failed.
+    if (!written || (kept != 0 && !is_sound_list(new_list)))
         return failure(new_list, "can't be written");
     // The index goes first: without one, any list is right. The engine makes one where there is none.
     const bool had_index = is_file(index);

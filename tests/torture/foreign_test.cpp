@@ -269,7 +269,9 @@ TEST_F(foreign, a_session_ends_under_the_engine) {
     EXPECT_EQ(engines(), first);
     kill(*first.begin(), SIGCONT);
     wait_for_no_engine();
-    const outcome again = run(owner, plain, train_now);
+    words train_again = train_now;
+    train_again.emplace_back("--again"); // all of it is known
+    const outcome again = run(owner, plain, train_again);
     EXPECT_EQ(again.code, 0) << again.text;
     EXPECT_EQ(engines().size(), 1U);
 }
