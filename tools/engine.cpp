@@ -67,7 +67,8 @@ bool may_purge(bool yes) {
         fail("this forgets all training; say so with --yes");
         return false;
     }
-    std::printf("This forgets all training, what the verdict learned, and what \"tvrctl watch\" remembers. Go on? [y/N] ");
+    std::printf("This forgets all training, what the verdict learned, and what \"tvrctl watch\" remembers. "
+                "Go on? [y/N] ");
     std::fflush(stdout);
     const int answer = std::getchar();
     return answer == 'y' || answer == 'Y';

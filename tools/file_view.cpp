@@ -51,12 +51,15 @@ std::string_view kind_text(file_kind kind) {
 }
 
 file_kind kind_of_name(std::string_view name) {
-    constexpr std::pair<std::string_view, file_kind> whole[] = {
-        {"stat.bin", file_kind::statistic},    {"~stat.bin", file_kind::statistic},
-        {"ipc.bin", file_kind::signals},       {"data.trr", file_kind::archive},
-        {"data.0", file_kind::archive},        {"settings.cfg", file_kind::settings},
-        {"watch.bin", file_kind::watch},       {"verdict.bin", file_kind::verdict},
-        {stage_marker_name, file_kind::stage_mark}};
+    constexpr std::pair<std::string_view, file_kind> whole[] = {{"stat.bin", file_kind::statistic},
+                                                                {"~stat.bin", file_kind::statistic},
+                                                                {"ipc.bin", file_kind::signals},
+                                                                {"data.trr", file_kind::archive},
+                                                                {"data.0", file_kind::archive},
+                                                                {"settings.cfg", file_kind::settings},
+                                                                {"watch.bin", file_kind::watch},
+                                                                {"verdict.bin", file_kind::verdict},
+                                                                {stage_marker_name, file_kind::stage_mark}};
     constexpr std::pair<std::string_view, file_kind> ends[] = {
         {".bye", file_kind::atom},  {".rgd", file_kind::base},    {".mrk", file_kind::time_mark},
         {".lst", file_kind::list},  {".idx", file_kind::index},   {".col", file_kind::columns},

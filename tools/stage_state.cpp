@@ -134,7 +134,8 @@ void stage_state::add_batch_problems(std::vector<stage_problem>& found) const {
                              "both halves are in place, but no compiled base was made of them"});
         else
             found.push_back({holds_batch ? stage_fault::batch_moved_on : stage_fault::broken_off, stage,
-                             folder(stage), "a stage without its marker: it was broken off, and begins anew"});
+                             folder(stage),
+                             "a stage without its marker: it was broken off, and begins anew"});
     }
 }
 

@@ -184,9 +184,10 @@ ipc_status hand_over(const train_options& options, training_client& client, bool
 }
 
 int stopped(const training_client& client) {
-    return fail("stopped; " + grouped(engine_view(client.working_directory()).waiting()) +
-                " messages wait to be learned: \"tvrctl force\" learns them, \"tvrctl forget --waiting\" takes "
-                "them back");
+    return fail(
+        "stopped; " + grouped(engine_view(client.working_directory()).waiting()) +
+        " messages wait to be learned: \"tvrctl force\" learns them, \"tvrctl forget --waiting\" takes "
+        "them back");
 }
 
 } // namespace

@@ -25,7 +25,8 @@ constexpr std::size_t weights_size = feature::learned * 8;
 constexpr std::size_t message_size = verdict_message_size;
 constexpr std::size_t memory_size = token_memory::places * 2;
 constexpr std::size_t fixed_size = head_size + tops_size + weights_size + memory_size;
-static_assert(verdict_messages_at == fixed_size && largest_verdict == fixed_size + verdict_state::most_messages * message_size &&
+static_assert(verdict_messages_at == fixed_size &&
+              largest_verdict == fixed_size + verdict_state::most_messages * message_size &&
               largest_verdict <= std::size_t{1} << 20 && fixed_size % 8 == 0 && message_size % 8 == 0);
 
 constexpr unsigned is_spam = 1, is_crossed = 2; // marks of a message

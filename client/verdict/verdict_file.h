@@ -44,7 +44,7 @@ struct TVR_IPC_EXPORT verdict_state {
     std::uint32_t unlearned = 0; // of them since the weights were learned
     double trust = 0;            // 0 to 1: how far the learned weights count, against the built-in ones
     feature_weights weights = built_in_weights();
-    std::uint32_t recent_ham = 0;         // good messages that `ham_scores` is of
+    std::uint32_t recent_ham = 0;           // good messages that `ham_scores` is of
     std::vector<std::int16_t> ham_scores{}; // the highest of the recent good mail, falling
     std::vector<judged_message> messages{}; // the oldest first
     token_memory memory{};

@@ -180,7 +180,8 @@ class repair_after_death : public repair, public testing::WithParamInterface<dea
 TEST_P(repair_after_death, ends_as_an_undisturbed_run) {
     die_in_second_training(root, GetParam());
     const std::string point = GetParam().name;
-    tvrctl("verify", point == "sorting" || point == "finalizing_good" ? 0 : 1); // those begin anew by themselves
+    tvrctl("verify",
+           point == "sorting" || point == "finalizing_good" ? 0 : 1); // those begin anew by themselves
     tvrctl("repair --yes", 0);
     root.start();
     const engine_view view(root.client().working_directory());

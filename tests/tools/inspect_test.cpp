@@ -255,7 +255,7 @@ protected:
     const std::string m_made = le(0x4A534144, 8, 0, 4, 2, 0, time_1, time_1, 0, 0) + base.substr(40);
     const files m_good = {{"../../stat.bin", "STAT"}, {"../spamdict0000.bye", atom},
                           {"../spamdict.lst", list},  {"../spamdict.idx", index(16)},
-                          {"../cashe.rgd", m_made},     {"../cashe.mrk", time_mark},
+                          {"../cashe.rgd", m_made},   {"../cashe.mrk", time_mark},
                           {"ipc.bin", le(0)},         {"autotrain.bys", cache}};
     const files m_sorted = {
         {"0002/data.bys", cache}, {"0002/spamdict.col", columns(62)}, {"0002/prepared.txt", m_marker}};

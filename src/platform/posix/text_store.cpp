@@ -84,7 +84,6 @@ bool bring_to_disk(const std::string& native, const std::string& path) {
 
 } // namespace
 
-
 bool replace_text_file(const std::string& native, std::size_t limit,
                        const std::function<bool(std::string& text)>& edit) {
     if (!make_folders(parent_folder(native)))
