@@ -68,7 +68,7 @@ bool may_purge(bool yes) {
         return false;
     }
     std::printf("This forgets all training, what the verdict learned, and what \"tvrctl watch\" remembers. "
-                "Go on? [y/N] ");
+                "Go on? (--yes doesn't ask) [y/N] ");
     std::fflush(stdout);
     const int answer = std::getchar();
     return answer == 'y' || answer == 'Y';
