@@ -37,8 +37,11 @@ bool may_copy(const std::string& source, const std::string& target, std::string_
 bool make_durable(const std::vector<std::string>& paths) {
     bool done = true;
     for (const std::string& path : paths) {
-        const bool is_folder = path.ends_with('\\');
-        const win32::handle opened(CreateFileA(win32::native_path(path).c_str(), GENERIC_WRITE,
+        const std::string native = win32::native_path(path);
+        const DWORD attributes = GetFileAttributesA(native.c_str());
+        const bool is_folder =
+            attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        const win32::handle opened(CreateFileA(native.c_str(), GENERIC_WRITE,
                                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                                nullptr, OPEN_EXISTING,
                                                is_folder ? FILE_FLAG_BACKUP_SEMANTICS : 0, nullptr));
