@@ -8,7 +8,7 @@
 namespace tvr {
 
 // Cuts a raw mail into its tokens and adds it to the batch. Answers ipc_error::bad_message for what is no
-// mail, and ipc_error::no_mail in a build that has no mail parser.
+// mail.
 ipc_status add_mail(record_batch& batch, std::string_view raw, bool spam, bool manual);
 
 } // namespace tvr

@@ -21,8 +21,7 @@ enum tvr_error {
     tvr_locked = 3,      /* another process held the cache's lock for 30 seconds */
     tvr_cache_full = 4,  /* 2 GiB of messages wait for the engine */
     tvr_io = 5,          /* the cache can't be written */
-    tvr_no_engine = 6,   /* it doesn't run and could not be started */
-    tvr_no_mail = 7      /* this build of the library parses no mail */
+    tvr_no_engine = 6    /* it doesn't run and could not be started */
 };
 
 enum tvr_event { tvr_event_add = 0, tvr_event_train = 1, tvr_event_reset = 2 };
@@ -57,8 +56,7 @@ TVR_IPC_EXPORT void tvr_close(tvr_client* client);
 
 /* Appends one message to the cache. */
 TVR_IPC_EXPORT int tvr_append(tvr_client* client, const tvr_message* message);
-/* Cuts a raw mail into its tokens and appends it. `marks` as in tvr_message. On Windows it only answers
- * tvr_no_mail. */
+/* Cuts a raw mail into its tokens and appends it. `marks` as in tvr_message. */
 TVR_IPC_EXPORT int tvr_append_mail(tvr_client* client, const char* raw, size_t size, uint32_t marks);
 /* Raises an event of the engine, which is started first if it doesn't run and `start` isn't 0. */
 TVR_IPC_EXPORT int tvr_raise(tvr_client* client, enum tvr_event event, int start);
