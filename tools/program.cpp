@@ -3,6 +3,7 @@
 
 #include "platform/streams.h"
 #include "tools/command.h"
+#include "tools/host/host_manifest.h"
 #include "tools/mail_input.h"
 
 namespace tvr {
@@ -14,6 +15,8 @@ int fail(const std::string& text) {
 
 int run_tvrctl(int count, char** arguments) try {
     platform::use_binary_streams();
+    if (is_host_call(count, arguments))
+        return run_host();
     int code = exit_code::done;
     CLI::App program("Trains and watches the Tessivar spam filter engine.\n", "tvrctl");
     program.set_version_flag("--version", "tvrctl " TVR_VERSION, "Print the version and exit");
@@ -25,6 +28,7 @@ int run_tvrctl(int count, char** arguments) try {
     add_score(program, code);
     add_eval(program, code);
     add_tokenize(program, code);
+    add_host(program, code);
     add_status(program, code);
     add_inspect(program, code);
     add_verify(program, code);

@@ -8,27 +8,19 @@
 #include "platform/file.h"
 #include "settings/common_settings.h"
 #include "tools/command.h"
-#include "tools/engine_view.h"
+#include "tools/engine_status.h"
+#include "tools/text.h"
 
 namespace tvr {
 
 namespace {
-
-struct status_view {
-    std::uint32_t process = 0;
-    const char* stage = nullptr;
-    std::optional<std::uint32_t> waiting;
-    std::uint64_t cache_size = 0;
-    half_view spam, ham;
-    std::optional<base_view> base;
-};
 
 void print_half(const char* name, const half_view& half) {
     std::printf("%-8s%s messages in %u atoms, %s to %s\n", name, grouped(half.messages).c_str(), half.atoms,
                 date_text(half.oldest).c_str(), date_text(half.newest).c_str());
 }
 
-void print_text(const engine_view& view, const status_view& state) {
+void print_text(const engine_view& view, const engine_status& state) {
     if (state.process != 0)
         std::printf("Engine  runs as process %u; %s\n", state.process, state.stage ? state.stage : "idle");
     else if (state.stage)
@@ -52,49 +44,16 @@ void print_text(const engine_view& view, const status_view& state) {
         std::printf("Base    none\n");
 }
 
-nlohmann::json json_of(const half_view& half) {
-    return {{"atoms", half.atoms},
-            {"messages", half.messages},
-            {"oldest", date_text(half.oldest)},
-            {"newest", date_text(half.newest)}};
-}
-
-void print_json(const engine_view& view, const status_view& state) {
-    nlohmann::json json = {
-        {"engine", {{"running", state.process != 0}, {"pid", state.process}}},
-        {"folder", platform::display_path(view.working_directory())},
-        {"cache", {{"bytes", state.cache_size}}},
-        {"spam", json_of(state.spam)},
-        {"ham", json_of(state.ham)},
-    };
-    json["engine"]["stage"] = state.stage ? nlohmann::json(state.stage) : nlohmann::json();
-    json["cache"]["messages"] = state.waiting ? nlohmann::json(*state.waiting) : nlohmann::json();
-    if (state.base)
-        json["base"] = {{"bytes", state.base->bytes},
-                        {"tokens", state.base->tokens},
-                        {"spam_messages", state.base->spam_messages},
-                        {"ham_messages", state.base->ham_messages},
-                        {"published", state.base->published != 0 ? time_text(state.base->published) : ""}};
-    else
-        json["base"] = nullptr;
-    std::printf("%s\n", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
-}
-
 int status(bool as_json) {
     const std::string working = common_settings::working_directory();
     if (working.empty())
         return fail("the user's folder can't be found or made");
     const engine_view view(working);
-    status_view state;
-    state.process = engine_view::process_id();
-    state.stage = view.stage();
-    state.waiting = view.waiting();
-    state.cache_size = view.cache_size();
-    state.spam = view.half("spamdict");
-    state.ham = view.half("nspamdict");
-    state.base = view.base();
+    const engine_status state = look_at(view);
     if (as_json)
-        print_json(view, state);
+        std::printf(
+            "%s\n",
+            json_of(view, state).dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
     else
         print_text(view, state);
     return exit_code::done;

@@ -277,6 +277,15 @@ std::string native_common_folder() {
     return made(geteuid() == 0 ? "/var/lib/tessivar" : below_home("/.local/share/tessivar/common"));
 }
 
+std::string native_home_folder() {
+    const auto root = moved_root();
+    return root ? *root + "/home" : home_folder();
+}
+
+std::string native_shared_programs_folder() {
+    return moved_root().value_or("/usr") + "/lib";
+}
+
 std::string native_user_store() {
     const auto root = moved_root();
     return root ? *root + "/user" : below_home("/.config/tessivar/user");
