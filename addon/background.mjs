@@ -86,8 +86,9 @@ messenger.runtime.onInstalled.addListener(async ({ reason }) => {
   await ready;
   await makeMenus();
   if (reason === "install") {
+    // As a tab of its own: this waits for the window, where the add-on comes with Thunderbird's start.
+    await messenger.tabs.create({ url: messenger.runtime.getURL("pages/options.html") });
     await passOver(await gradedFolders());
-    await messenger.runtime.openOptionsPage();
   }
 });
 

@@ -4,21 +4,13 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 folder=$(realpath -m "${1:-build}")
+version=$(sed -n 's/^ *"version": "\(.*\)",$/\1/p' addon/manifest.json)
+made=$folder/tessivar-$version.xpi
+list=$(mktemp)
+trap 'rm -f "$list"' EXIT
 mkdir -p "$folder"
-python3 - addon "$folder" <<'END'
-import json, pathlib, sys, zipfile
-
-source, target = map(pathlib.Path, sys.argv[1:])
-version = json.loads((source / "manifest.json").read_text())["version"]
-made = target / f"tessivar-{version}.xpi"
-beside = made.with_suffix(".new")
-with zipfile.ZipFile(beside, "w") as archive:
-    for file in sorted(source.rglob("*")):
-        if file.is_file() and file.name != "README.md":
-            entry = zipfile.ZipInfo(file.relative_to(source).as_posix(), (1980, 1, 1, 0, 0, 0))
-            entry.external_attr = 0o644 << 16
-            entry.compress_type = zipfile.ZIP_DEFLATED
-            archive.writestr(entry, file.read_bytes())
-beside.replace(made)
-print(made)
-END
+cd addon
+find . -type f ! -name README.md -printf '%P\n' | LC_ALL=C sort >"$list"
+cmake -E tar cf "$made.new" --format=zip --mtime=1980-01-01 --files-from="$list"
+mv "$made.new" "$made"
+echo "$made"

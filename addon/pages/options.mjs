@@ -46,6 +46,7 @@ function showWork(work) {
     return;
   }
   const counts = Object.entries(work.counts)
+    .filter(([, count]) => count > 0)
     .map(([name, count]) => text(`count_${name}`, number(count)))
     .join(", ");
   const name = work.kind === "learn" ? "workLearn" : "workGrade";
@@ -101,6 +102,7 @@ function folderRow(folder, info, settings) {
 }
 
 async function showFolders() {
+  const chosen = new Map([...get("folders").querySelectorAll("select")].map(({ dataset, value }) => [dataset.folder, value]));
   const settings = await readSettings(messenger.storage.local);
   const rows = [];
   for (const account of await messenger.accounts.list(false)) {
@@ -111,7 +113,10 @@ async function showFolders() {
     for (const folder of folders) {
       if (!(folder.specialUse ?? []).some(use => ["outbox", "drafts", "templates"].includes(use))) {
         const { totalMessageCount } = await messenger.folders.getFolderInfo(folder.id);
-        rows.push(folderRow(folder, totalMessageCount ?? 0, settings));
+        const row = folderRow(folder, totalMessageCount ?? 0, settings);
+        const select = row.querySelector("select");
+        select.value = chosen.get(folder.id) ?? select.value;
+        rows.push(row);
       }
     }
   }
@@ -175,6 +180,15 @@ async function showLimits() {
   });
   get("limit-rows").replaceChildren(...rows);
   get("limits").hidden = rows.length === 0;
+}
+
+// Folders come and go, many at once when an account is read for the first time.
+let redraw = null;
+for (const event of ["onCreated", "onDeleted", "onRenamed", "onMoved", "onUpdated"]) {
+  messenger.folders[event].addListener(() => {
+    clearTimeout(redraw);
+    redraw = setTimeout(showFolders, POLL);
+  });
 }
 
 translate();

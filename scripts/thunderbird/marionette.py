@@ -4,12 +4,29 @@ import socket
 import time
 
 
+# Told to Marionette as a script that calls its last argument in the end.
+WRAPPED = """const done = arguments[arguments.length - 1];
+(async (...args) => { %s })(...[...arguments].slice(0, -1))
+    .then(value => done({ value }), error => done({ error: `${error} ${error.stack}` }));"""
+
+# By the very actor that Marionette has in each page: it can't be switched to those of extensions.
+IN_PAGE = """const [where, script, values] = args;
+const window = Services.wm.getMostRecentWindow("mail:3pane");
+const browsers = [...window.document.getElementById("tabmail").tabInfo.map(tab => tab.browser),
+    ...window.document.querySelectorAll("browser.webextension-popup-browser")];
+const browser = browsers.find(each => each?.currentURI?.spec.includes(where));
+if (!browser) { throw new Error(`${where} isn't open`); }
+const actor = browser.browsingContext.currentWindowGlobal.getActor("MarionetteCommands");
+return await actor.executeScript(script, values,
+    { timeout: 600000, sandboxName: null, newSandbox: true, file: "", line: 0, async: true });"""
+
+
 class Failure(Exception):
     pass
 
 
 class Marionette:
-    """One connection. `run` evaluates a script in Thunderbird itself, `page` in the page that was switched to."""
+    """One connection."""
 
     def __init__(self, port, patience=120):
         end = time.monotonic() + patience
@@ -51,22 +68,21 @@ class Marionette:
             raise Failure(f"{error['error']}: {error['message']}\n{error.get('stacktrace', '')}")
         return value
 
-    def _script(self, context, text, arguments):
-        self.call("Marionette:SetContext", {"value": context})
-        whole = f"""const done = arguments[arguments.length - 1];
-            (async (...args) => {{ {text} }})(...[...arguments].slice(0, -1))
-                .then(value => done({{ value }}), error => done({{ error: String(error) + error.stack }}));"""
-        answer = self.call("WebDriver:ExecuteAsyncScript", {"script": whole, "args": list(arguments),
-                                                            "sandbox": None, "newSandbox": True})["value"]
+    def run(self, text, *arguments):
+        """The value of an asynchronous function's body in Thunderbird's main process."""
+        self.call("Marionette:SetContext", {"value": "chrome"})
+        fields = {"script": WRAPPED % text, "args": list(arguments), "sandbox": None, "newSandbox": True}
+        return self._value(self.call("WebDriver:ExecuteAsyncScript", fields)["value"])
+
+    def page(self, where, text, arguments):
+        """The same in the page of a tab, or of a popup, whose address has `where` in it."""
+        return self._value(self.run(IN_PAGE, where, WRAPPED % text, list(arguments)))
+
+    @staticmethod
+    def _value(answer):
         if "error" in answer:
             raise Failure(answer["error"])
         return answer.get("value")
-
-    def run(self, text, *arguments):
-        return self._script("chrome", text, arguments)
-
-    def page(self, text, *arguments):
-        return self._script("content", text, arguments)
 
     def close(self):
         self._socket.close()

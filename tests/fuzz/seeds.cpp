@@ -149,6 +149,12 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
         hours += le(hour, hour % 100) + std::string(28, '\2');
     add("statistic", hours);
 
+    for (const char* op : {"hello", "put", "grade", "explain", "correct", "forget", "status", "learn-end"})
+        add("host", std::string(R"({"id":1,"op":"learn-folder","spam":true})") + "\n" + R"({"id":2,"op":")" +
+                        op +
+                        R"(","put":7,"mail":"U3ViamVjdDogeAoKYWJj","spam":false,"size":99,"set":{"a":1}})" +
+                        "\n" + R"({"id":3,"op":"learn","put":7})");
+
     base_text_sum sum;
     std::string text;
     static_cast<void>(export_base(

@@ -42,7 +42,8 @@ void check(const ipc_status& status) {
 
 host_engine::host_engine()
     : m_view(m_client.working_directory()),
-      m_cache(m_client.working_directory() + "base\\transact\\autotrain.bys") {}
+      m_cache(m_client.working_directory() + "base\\transact\\autotrain.bys"),
+      m_known(m_client.working_directory()) {}
 
 void host_engine::need_folder() const {
     check(m_client.status());
@@ -80,7 +81,8 @@ host_training host_engine::train(const host_mail& mail, bool spam) {
     found.spam = spam;
     check(correct_waiting(m_cache, wanted));
     const bool remarked = found.remarked != 0 || found.deleted != 0;
-    if (found.waiting != 0 && !remarked)
+    m_known.load();
+    if (!remarked && (found.waiting != 0 || m_known.is_learned(facts.msid, spam, true)))
         return host_training::known;
     record_batch batch;
     if (found.waiting == 0 && !batch.add(facts, m_cut.tokens()))
@@ -118,21 +120,26 @@ void host_engine::settle(folder_sum& sum) {
     for (const auto& [id, record] : collected)
         wanted[id].spam = m_collects_spam;
     check(correct_waiting(m_cache, wanted));
+    if (!std::exchange(m_looked, true))
+        m_known.load();
     record_batch batch;
     std::uint64_t known = 0;
     for (const auto& [id, record] : collected) {
-        if (wanted[id].waiting != 0)
+        if (wanted[id].waiting != 0 || m_known.is_learned(id, m_collects_spam, false))
             ++known;
         else if (!batch.add(record.bytes()))
             throw host_refusal{"too_large", "the messages are too large"};
     }
     check(m_client.append(batch));
+    for (const auto& [id, record] : collected)
+        m_known.note(id, m_collects_spam);
     sum.known += known;
     sum.learned += batch.count();
 }
 
 void host_engine::finish(folder_sum& sum) {
     settle(sum);
+    m_looked = false;
     sum.waiting = 0;
     if (sum.learned != 0)
         m_client.raise(engine_event::train);

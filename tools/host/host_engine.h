@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "client/known_messages.h"
 #include "client/tokenizer.h"
 #include "client/tvr_ipc.h"
 #include "tools/engine_view.h"
@@ -34,6 +35,7 @@ private:
     training_client m_client;
     engine_view m_view;
     std::string m_cache;
+    known_messages m_known;
     tokenizer m_cut;
 
     std::unique_ptr<published_base> m_base; // null until there is one
@@ -43,6 +45,7 @@ private:
     std::map<std::string, record_batch> m_collected;
     std::size_t m_collected_bytes = 0;
     bool m_collects_spam = false;
+    bool m_looked = false; // whether m_known was read for this folder
 };
 
 } // namespace tvr
