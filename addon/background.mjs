@@ -22,11 +22,13 @@ const worker = new Worker(messenger, host, memory, grader);
 const folderWork = new FolderWork(messenger, host, memory, grader);
 const ready = memory.load();
 
-async function queue(messages) {
+// `again`: those too that have a verdict.
+async function queue(messages, again = false) {
   const jobs = messages
-    .filter(message => !memory.get(keyOf(message)).v)
+    .filter(message => again || !memory.get(keyOf(message)).v)
     .map(message => ({
       kind: "grade",
+      again,
       key: keyOf(message),
       id: message.id,
       folderId: message.folder.id,
@@ -148,7 +150,7 @@ messenger.menus.onClicked.addListener(async info => {
     await folderWork.start({ kind: "grade", folders: info.selectedFolders.map(folder => folder.id) });
   } else if (info.menuItemId === "grade-selected") {
     for await (const message of allMessages(messenger, info.selectedMessages)) {
-      await grader.grade([message]);
+      await queue([message], true);
     }
   }
 });

@@ -41,13 +41,13 @@ export class FolderWork {
   async resume() {
     const { work } = await this.#api.storage.local.get("work");
     if (work) {
-      await this.start(work);
+      await this.start(work, true);
     }
   }
 
   // `work`: { kind: "grade", folders: [ID] }, or { kind: "learn", folders: [ID], spam: [ID] } of which the first
   // hold good mail. False if something is under way already.
-  async start(work) {
+  async start(work, resumes = false) {
     if (this.isRunning) {
       return false;
     }
@@ -60,6 +60,7 @@ export class FolderWork {
       cancelled: false,
       ended: false,
       error: null,
+      resumes,
     };
     this.#state = state;
     let goesOn = false;
@@ -152,7 +153,8 @@ export class FolderWork {
   async #learnOne(message, spam, state, taken) {
     const key = keyOf(message);
     const add = name => (state.counts[name] = (state.counts[name] ?? 0) + 1);
-    if (this.#memory.get(key).t === (spam ? "s" : "h")) {
+    // The engine knows best what it has learned, and may have been told to forget; this is only for speed.
+    if (state.resumes && this.#memory.get(key).t === (spam ? "s" : "h")) {
       add("known");
       return null;
     }

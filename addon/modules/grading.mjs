@@ -55,16 +55,17 @@ export class Grader {
     const bytes = await rawMail(this.#api, message.id);
     const { verdict } = await this.#host.mail("grade", bytes);
     const before = this.#memory.get(key);
+    // Our own mark goes when we know better. The user's word counts more than ours.
+    const unmarks = verdict !== "spam" && message.junk && before.v === "s" && !before.t;
     // Noted first: the events that the changes below raise are then known to be ours.
-    await this.#memory.note([[key, { v: LETTER[verdict] }]]);
+    await this.#memory.note([[key, { v: LETTER[verdict], ...(unmarks && { own: "h" }) }]]);
     if (!before.t) {
-      // The user's word counts more than ours.
-      await this.#mark(message, verdict);
+      await this.#mark(message, verdict, unmarks);
     }
     return verdict;
   }
 
-  async #mark(message, verdict) {
+  async #mark(message, verdict, unmarks) {
     const { tagUnsure } = await readSettings(this.#api.storage.local);
     const tagged = message.tags.includes(UNSURE_TAG);
     const wanted = verdict === "unsure" && tagUnsure;
@@ -78,8 +79,8 @@ export class Grader {
         change.tags.push(UNSURE_TAG);
       }
     }
-    if (verdict === "spam" && !message.junk) {
-      change.junk = true;
+    if (unmarks || (verdict === "spam" && !message.junk)) {
+      change.junk = !unmarks;
     }
     if (Object.keys(change).length > 0) {
       await this.#api.messages.update(message.id, change);

@@ -6,8 +6,8 @@ const JOB = "j:";
 const MOST_MESSAGES = 40000;
 const DROPPED_AT_ONCE = 4000;
 
-// A record: `v` our verdict ("s", "h", "u"), `t` what the message was trained as ("s", "h"), `n` its place in
-// the order of the last changes.
+// A record: `v` our verdict ("s", "h", "u"), `t` what the message was trained as ("s", "h"), `own` the change of its
+// mark that we are about to make, `n` its place in the order of the last changes.
 export class Memory {
   #storage;
   #records = new Map();

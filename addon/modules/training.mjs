@@ -38,7 +38,7 @@ export class Trainer {
   // By a button: also where Thunderbird's own mark stays as it is.
   async say(message, spam) {
     const learned = await this.#learn([[message, spam]]);
-    if (message.junk !== spam) {
+    if (message.folder && message.junk !== spam) {
       await this.#api.messages.update(message.id, { junk: spam });
     }
     return learned;
@@ -53,6 +53,10 @@ export class Trainer {
       const key = keyOf(message);
       const wanted = spam ? "s" : "h";
       const record = this.#memory.get(key);
+      if (record.own === wanted) {
+        records.push([key, { own: undefined }]);
+        continue;
+      }
       if (believed(record) === wanted) {
         continue;
       }
@@ -67,7 +71,7 @@ export class Trainer {
         headerMessageId: message.headerMessageId,
       });
     }
-    if (jobs.length > 0) {
+    if (records.length > 0) {
       await this.#memory.note(records, jobs);
     }
     return jobs.length > 0;

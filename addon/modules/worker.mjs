@@ -77,7 +77,7 @@ export class Worker {
     const byId = new Map();
     const done = [];
     for (const job of jobs) {
-      const message = this.#memory.get(job.key).v ? null : await findMessage(this.#api, job);
+      const message = this.#memory.get(job.key).v && !job.again ? null : await findMessage(this.#api, job);
       if (message) {
         messages.push(message);
         byId.set(message.id, job);

@@ -56,6 +56,7 @@ class Trial:
             content = file.read_bytes()
             self.sources[self.message_id(content)] = file
             self.world.deliver(content)
+        self.world.get_messages()
 
     def ask(self, op, **fields):
         return json.loads(self.page("return JSON.stringify(await messenger.runtime.sendMessage(args[0]))", {"op": op, **fields}))

@@ -118,6 +118,23 @@ test("spam is marked and moved, the unsure tagged, and the user's word counts mo
   assert.equal(memory.jobCount, 0);
 });
 
+test("our own mark goes when we know better, and teaches nothing by it", async () => {
+  const { client, host, worker, trainer, memory, queue } = await addOn();
+  const message = client.add("1", "Subject: x", INBOX, { junk: true });
+  await memory.note([[keyOf(message), { v: "s" }]]);
+  await queue(message);
+  await worker.run();
+  assert.deepEqual(client.changes, []); // it has a verdict
+  await memory.note([], [{ kind: "grade", again: true, key: keyOf(message), id: message.id }]);
+  await worker.run();
+  assert.deepEqual(client.changes, [[message.id, { junk: false }]]);
+  host.asked = [];
+  await trainer.onUpdated(message, { junk: false });
+  await trainer.onUpdated(message, { junk: true });
+  await worker.run();
+  assert.deepEqual(host.asked, ["train true"]);
+});
+
 test("what the user does is learned once and corrected when taken back; what we did is not", async () => {
   const { client, host, worker, trainer, memory } = await addOn();
   const own = client.add("1", "", INBOX);
