@@ -178,7 +178,10 @@ class Trial:
 
     def explain(self):
         print("Why?", flush=True)
+        # One that can be shown to anybody.
         names = [name for name, verdict, folder in self.marks() if verdict == "spam" and folder == INBOX]
+        names.sort(key=lambda name: not any(word in self.sources[name].read_bytes().lower()
+                                            for word in (b"subject: re: mortgage", b"mortgage", b"insurance")))
         self.show_message(names[:1])
         time.sleep(3)
         self.world.picture("marked")
@@ -186,7 +189,7 @@ class Trial:
             const { currentAboutMessage } = Services.wm.getMostRecentWindow("mail:3pane").document.getElementById("tabmail");
             currentAboutMessage.document.querySelector("[extension='tessivar@orvenix.example'], #tessivar_orvenix_example-messageDisplayAction-toolbarbutton").click();
         """)
-        time.sleep(6)
+        wait_for("the answer", lambda: self.page("return !document.getElementById('answer').hidden", where="why.html"), 60)
         self.world.picture("why")
         told = json.loads(self.page("""
             const { messages } = await messenger.messages.query({ folderId: args[0], headerMessageId: args[1] });

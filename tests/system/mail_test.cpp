@@ -149,8 +149,6 @@ TEST(mail, is_graded_and_learned_by_requests_of_an_add_on) {
     EXPECT_EQ(first[3]["state"], "remarked");
     EXPECT_EQ(first[6]["known"], 1);
     EXPECT_EQ(first[7]["ham"]["messages"], 32);
-    tvrctl("train --wait -q --ham " + a_mail_of("/ham"), 0);
-    EXPECT_EQ(ask({R"({"id":1,"op":"train","spam":false,)" + fresh + "}"})[0]["state"], "known");
 }
 
 TEST(mail, is_evaluated_on_a_root_of_its_own) {

@@ -88,9 +88,9 @@ host_training host_engine::train(const host_mail& mail, bool spam) {
     if (found.waiting == 0 && !batch.add(facts, m_cut.tokens()))
         throw host_refusal{"too_large", "the message is too large"};
     check(m_client.append(batch));
-    // A failure to reach the engine loses nothing: the message waits in the cache, and whoever raises next
-    // starts it.
-    m_client.raise(engine_event::add);
+    // The user sees at once what came of his word; the engine's own delay would be hours. A failure to reach
+    // it loses nothing: the message waits in the cache, and whoever raises next starts it.
+    m_client.raise(engine_event::train);
     return remarked ? host_training::remarked : host_training::learned;
 }
 

@@ -38,7 +38,7 @@ public:
     virtual ~host_service() = default;
 
     virtual message_score grade(std::string_view raw, bool explain) = 0;
-    // By the user's own hand: the engine trains soon.
+    // By the user's own hand: the engine trains at once.
     virtual host_training train(const host_mail& mail, bool spam) = 0;
     // Messages of a folder that the user names are collected, and handed over from time to time; the answers
     // of all that were then settled are counted. finish() settles the rest and makes the engine train.
