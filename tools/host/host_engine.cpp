@@ -88,6 +88,7 @@ host_training host_engine::train(const host_mail& mail, bool spam) {
     if (found.waiting == 0 && !batch.add(facts, m_cut.tokens()))
         throw host_refusal{"too_large", "the message is too large"};
     check(m_client.append(batch));
+    m_stamp = 0; // the weights of the verdict have changed
     // The user sees at once what came of his word; the engine's own delay would be hours. A failure to reach
     // it loses nothing: the message waits in the cache, and whoever raises next starts it.
     m_client.raise(engine_event::train);
@@ -131,6 +132,7 @@ void host_engine::settle(folder_sum& sum) {
             throw host_refusal{"too_large", "the messages are too large"};
     }
     check(m_client.append(batch));
+    m_stamp = 0;
     for (const auto& [id, record] : collected)
         m_known.note(id, m_collects_spam);
     sum.known += known;
