@@ -13,6 +13,12 @@ constexpr std::size_t kept_slots = 8192;  // a larger table is given up at the n
 constexpr std::size_t longest_data = 0x7FFFFFFF;
 
 std::uint32_t hash_of(std::string_view token) noexcept {
+    return static_cast<std::uint32_t>(mixed_token(token) >> 32);
+}
+
+} // namespace
+
+std::uint64_t mixed_token(std::string_view token) noexcept {
     std::uint64_t hash = token.size() * 0x9E3779B97F4A7C15ULL;
     const char* at = token.data();
     std::size_t left = token.size();
@@ -20,11 +26,8 @@ std::uint32_t hash_of(std::string_view token) noexcept {
         hash = (hash ^ load_le<std::uint64_t>(at)) * 0xD6E8FEB86659FD93ULL, hash ^= hash >> 32;
     std::uint64_t tail = 0;
     std::memcpy(&tail, at, left);
-    hash = (hash ^ tail) * 0xD6E8FEB86659FD93ULL;
-    return static_cast<std::uint32_t>(hash >> 32);
+    return (hash ^ tail) * 0xD6E8FEB86659FD93ULL;
 }
-
-} // namespace
 
 token_table::token_table(std::uint32_t limit) : m_slots(first_slots), m_limit(limit) {}
 

@@ -16,6 +16,9 @@ namespace tvr {
 // first good one on.
 constexpr std::uint32_t token_weight = 3;
 
+// A token's bytes mixed to 64 bits, the same in every build. Its upper half serves as a hash.
+[[nodiscard]] std::uint64_t mixed_token(std::string_view token) noexcept;
+
 // Belongs to one thread. Made to be used again and again: clear() keeps the memory of ordinary messages.
 class TVR_IPC_EXPORT token_table {
 public:

@@ -28,18 +28,13 @@ constexpr std::size_t recent = 1000; // good messages that the threshold is foun
 constexpr double trust_start = 20;
 constexpr double trust_unit = 20;
 
-double cost(double logit, bool spam) noexcept {
-    const double wrong = spam ? -logit : logit;
-    return wrong > 30 ? wrong : exact_log(1 + exact_exp(wrong < -700 ? -700 : wrong));
-}
-
 void find_trust(verdict_state& state) {
     double gain = trust_start;
     const double shift = exact_log(ham_weight);
     for (const judged_message& message : state.messages) {
         const double weight = learning_weight(message.what, message.spam);
-        gain += weight * (cost(logit_of(message.what, built_in_weights()) - shift, message.spam) -
-                          cost(message.learned_score / score_unit - shift, message.spam));
+        gain += weight * (cost_of(logit_of(message.what, built_in_weights()) - shift, message.spam) -
+                          cost_of(message.learned_score / score_unit - shift, message.spam));
     }
     state.trust = exact_logistic(std::clamp(gain / trust_unit, -30.0, 30.0));
 }

@@ -111,9 +111,7 @@ private:
     double loss_of(const feature_weights& weights) const {
         double loss = 0;
         for (const message& one : m_messages) {
-            const double wrong = one.spam ? -logit(one, weights) : logit(one, weights);
-            const double cost = wrong > 30 ? wrong : exact_log(1 + exact_exp(std::max(wrong, -700.0)));
-            loss += one.weight * cost;
+            loss += one.weight * cost_of(logit(one, weights), one.spam);
         }
         for (std::size_t i = 0; i < m_plan.learned; ++i) {
             const double away = weights[i] - m_plan.towards[i];
@@ -179,6 +177,11 @@ private:
 };
 
 } // namespace
+
+double cost_of(double logit, bool spam) noexcept {
+    const double wrong = spam ? -logit : logit;
+    return wrong > 30 ? wrong : exact_log(1 + exact_exp(std::max(wrong, -700.0)));
+}
 
 double learning_weight(const evidence& of, bool spam) noexcept {
     return (spam ? 1 : ham_weight) * (of.crossed ? crossed_weight : 1) * (1 - little(of.spam_messages, few)) *

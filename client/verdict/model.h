@@ -74,6 +74,9 @@ private:
 // How much a message counts in learning: what a young base says is no rule for what a grown one will say.
 [[nodiscard]] double learning_weight(const evidence& of, bool spam) noexcept;
 
+// What a message costs whose logit is `logit`: the negative logarithm of the likelihood.
+[[nodiscard]] double cost_of(double logit, bool spam) noexcept;
+
 struct judged_evidence {
     evidence what;
     bool spam = false;

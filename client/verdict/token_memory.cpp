@@ -1,10 +1,9 @@
 #include "client/verdict/token_memory.h"
 
 #include <algorithm>
-#include <cstring>
 
+#include "client/token_table.h"
 #include "client/verdict/exact_math.h"
-#include "common/bytes.h"
 
 namespace tvr {
 
@@ -22,14 +21,7 @@ std::int32_t rounded(double x) noexcept {
 } // namespace
 
 token_key key_of(std::string_view token) noexcept {
-    std::uint64_t hash = token.size() * 0x9E3779B97F4A7C15ULL;
-    const char* at = token.data();
-    std::size_t left = token.size();
-    for (; left >= 8; at += 8, left -= 8)
-        hash = (hash ^ load_le<std::uint64_t>(at)) * 0xD6E8FEB86659FD93ULL, hash ^= hash >> 32;
-    std::uint64_t tail = 0;
-    std::memcpy(&tail, at, left);
-    hash = (hash ^ tail) * 0xD6E8FEB86659FD93ULL;
+    std::uint64_t hash = mixed_token(token);
     hash = (hash ^ hash >> 29) * 0xBF58476D1CE4E5B9ULL;
     const auto kind = kind_of(token);
     return (static_cast<std::uint32_t>(hash >> 32) & ~7U) |
