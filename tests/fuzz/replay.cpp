@@ -74,7 +74,7 @@ private:
 void run_text(const target& which, const std::string& input) {
     const tvr::memory_peak peak;
     tvr::fuzz::run(which, {reinterpret_cast<const std::uint8_t*>(input.data()), input.size()});
-    tvr::fuzz::must(peak.bytes() <= (std::size_t{1} << 20) + 64 * input.size(),
+    tvr::fuzz::must(peak.bytes() <= (std::size_t{1} << 20) + 64 * input.size() + 8 * which.frame,
                     "memory is of the input's size");
 }
 

@@ -17,8 +17,8 @@ std::vector<const target*>& targets() {
 
 } // namespace
 
-target::target(const char* its_name, body its_run, std::size_t its_longest)
-    : name(its_name), run(its_run), longest(its_longest) {
+target::target(const char* its_name, body its_run, std::size_t its_longest, std::size_t its_frame)
+    : name(its_name), run(its_run), longest(its_longest), frame(its_frame) {
     targets().push_back(this);
 }
 

@@ -20,13 +20,14 @@ struct target {
     using body =
         void (*)(raw_bytes input); // on an empty disk; reads the input, and goes on to use what it has read
 
-    target(const char* its_name, body its_run, std::size_t its_longest);
+    target(const char* its_name, body its_run, std::size_t its_longest, std::size_t its_frame = 0);
     target(const target&) = delete;
     target& operator=(const target&) = delete;
 
     const char* name;
     body run;
     std::size_t longest; // bytes of an input
+    std::size_t frame;   // bytes that the body puts around an input before it is read
 };
 
 [[nodiscard]] const std::vector<const target*>& all_targets();

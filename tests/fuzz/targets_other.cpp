@@ -210,7 +210,7 @@ void run_verdict(raw_bytes input) {
         must(std::isfinite(logit_of(message.what, weights_of(state))), "each message has a score");
     must(parse_verdict(verdict_bytes(state), again), "what is learned can be read");
 }
-const target verdict_target("verdict", run_verdict, 2048);
+const target verdict_target("verdict", run_verdict, 2048, verdict_messages_at);
 
 std::unique_ptr<settings> fresh_settings() {
     auto set = std::make_unique<settings>();
