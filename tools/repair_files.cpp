@@ -267,7 +267,11 @@ std::string visit_ids(const std::string& list, repair_folder& folder, const id_v
 namespace {
 
 bool is_sound_list(const std::string& list) {
-    quiet_sink sink;
+    class : public quiet_sink {
+        void wrong_total(std::uint64_t place, const std::string& reason, std::uint32_t) override {
+            defect(place, reason);
+        }
+    } sink; // a list of our own making has the right totals
     file_view file(list);
     walk_list(file, sink);
     return !sink.damaged && !file.failed();
