@@ -2,12 +2,14 @@
 // IDs, which are never purged.
 
 #include <gtest/gtest.h>
+#include <limits>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <random>
 #include <span>
@@ -113,6 +115,15 @@ double peak(const std::vector<sample>& all, unsigned quarter, const char* what) 
     return most;
 }
 
+// The same, of its least: a handle that is open only for a moment adds to some samples, a lost one to all.
+double least(const std::vector<sample>& all, unsigned quarter, const char* what) {
+    const std::size_t length = all.size() / 4;
+    double fewest = std::numeric_limits<double>::max();
+    for (const sample& each : std::span(all).subspan(length * quarter, length))
+        fewest = std::min(fewest, each.at(what));
+    return fewest;
+}
+
 TEST(long_life, nothing_grows_but_the_lists_of_ids) {
     // LONG_TRANSACTIONS makes it the full form: the limits of the settings' defaults, and messages of mail's
     // length. The samples go to the file LONG_TABLE.
@@ -158,7 +169,7 @@ TEST(long_life, nothing_grows_but_the_lists_of_ids) {
         EXPECT_LE(peak(samples, 3, what), peak(samples, 2, what) * 1.05) << what;
     // The statistic of a batch has an entry for each hour of the last 60 days.
     EXPECT_LE(peak(samples, 3, "others"), peak(samples, 2, "others") + 1024);
-    EXPECT_LE(peak(samples, 3, "handles"), peak(samples, 0, "handles"));
+    EXPECT_EQ(least(samples, 3, "handles"), least(samples, 0, "handles"));
 
     // What the lists cost: some transactions more with them, and without.
     if (full)
