@@ -2,7 +2,10 @@
 # Runs a program of the Windows build in a Wine prefix of its own, which is made when it is missing and holds
 # nothing that matters:
 #   scripts/wine.sh PROGRAM [ARGUMENTS]
+#   scripts/wine.sh --begin              start the prefix's services, and keep them until --end
 #   scripts/wine.sh --end                end whatever runs in that prefix
+# Without --begin the first program starts the services, and they hold its output open: whoever reads that to
+# its end waits until no program runs in the prefix.
 # The prefix lies in build/windows/wine, or where TESSIVAR_WINE_PREFIX says.
 set -euo pipefail
 export WINEPREFIX="${TESSIVAR_WINE_PREFIX:-$(cd "$(dirname "$0")/.." && pwd)/build/windows/wine}"
@@ -29,5 +32,13 @@ if [ ! -e "$WINEPREFIX/ready" ]; then
             touch "$WINEPREFIX/ready"
         fi
     ) 9>"$WINEPREFIX/lock" >"$WINEPREFIX/log" 2>&1
+fi
+if [ "${1:-}" = --begin ]; then
+    # A command interpreter that waits for input. It holds the other end of its input itself, so it never comes.
+    mkfifo "$WINEPREFIX/nothing"
+    exec 8<>"$WINEPREFIX/nothing"
+    setsid "$wine" cmd <&8 >/dev/null 2>&1 &
+    rm "$WINEPREFIX/nothing"
+    exit 0
 fi
 exec "$wine" "$@"
