@@ -1,7 +1,10 @@
 # What every target of the project has in common.
 
 add_library(tvr_options INTERFACE)
-target_compile_options(tvr_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+target_compile_options(tvr_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(TESSIVAR_WERROR)
+    target_compile_options(tvr_options INTERFACE -Werror)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # g++ 12 sees overlapping copies in plain additions of std::string.
     target_compile_options(tvr_options INTERFACE -Wno-restrict)

@@ -42,7 +42,7 @@ for path in bin/tvr_srv bin/tvrctl lib/libtvr_ipc.so lib/systemd/user/tessivar.s
     share/man/man1/tvrctl.1.gz share/man/man1/tvr_srv.1.gz share/bash-completion/completions/tvrctl \
     share/doc/tessivar/README.md share/doc/tessivar/copyright share/doc/tessivar/formats.md \
     share/doc/tessivar/mail.md include/tessivar/client/tvr_ipc_c.h; do
-    grep -q " ./usr/$path\$" <<<"$contents" || wrong "usr/$path is missing"
+    grep -qE " \./usr/$path( -> .*)?\$" <<<"$contents" || wrong "usr/$path is missing"
 done
 ! grep -vE ' \./(usr/.*|etc/|etc/tessivar/.*)?$' <<<"$contents" || wrong "files outside of /usr and /etc/tessivar"
 for path in machine advanced.ini common/Orvenix/Brackenhold/tessivar.ini; do
