@@ -1,7 +1,7 @@
 // Fits the built-in weights of the verdict, or plays a stream of counts:
-//   tvr_fit_weights fit SPAM_FOLDER HAM_FOLDER... [-- SPAM_FOLDER HAM_FOLDER...]   prints
-//   built_in_weights.cpp tvr_fit_weights counts FILE                                                    a
-//   stream of counts, gzipped
+//   tvr_fit_weights fit SPAM_FOLDER HAM_FOLDER... [-- SPAM_FOLDER HAM_FOLDER...]
+//                                       prints built_in_weights.cpp
+//   tvr_fit_weights counts FILE         a stream of counts, gzipped
 // Each group of folders stands for itself. Out of a group bases of all sizes are made up, from one message to
 // nearly all, balanced or not, of random mail or of mail in its order; other mail of the group is graded by
 // them.

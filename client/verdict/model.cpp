@@ -32,7 +32,7 @@ constexpr double memory_unit = 64;
 // Good mail of a kind that a base hasn't met looks like spam to it: the less good mail it knows, the more it
 // doubts.
 constexpr double doubt = 3;          // of a logit, without any good mail
-constexpr double little_known = 200; // messages that leave half of the doubt
+constexpr double little_known = 250; // messages that leave half of the doubt
 
 // Mail that came together is more alike than what comes next: it flatters the grades it gives itself.
 constexpr double crossed_weight = 0.25;
