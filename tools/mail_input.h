@@ -16,6 +16,10 @@ void add_score(CLI::App& program, int& code);
 void add_eval(CLI::App& program, int& code);
 void add_tokenize(CLI::App& program, int& code);
 void add_watch(CLI::App& program, int& code);
+void add_host(CLI::App& program, int& code);
+
+// Serves an add-on on the standard streams. Answers the exit code.
+int run_host();
 
 // Appends the mail that the options name to the cache. Answers the failure that ended it; ipc_error::no_mail
 // in a build that reads none.

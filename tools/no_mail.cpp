@@ -34,6 +34,14 @@ void add_watch(CLI::App& program, int& code) {
     add_without_mail(program, code, "watch", "Learn the mail that comes into folders");
 }
 
+void add_host(CLI::App& program, int& code) {
+    add_without_mail(program, code, "host", "Serve the add-on for Thunderbird");
+}
+
+int run_host() {
+    return fail(no_mail);
+}
+
 ipc_status take_mail(const train_options&, training_client&, training_sum&) {
     return {ipc_error::no_mail, no_mail};
 }

@@ -9,6 +9,7 @@
 #include "platform/streams.h"
 #include "tools/command.h"
 #include "tools/file_view.h"
+#include "tools/host/host_manifest.h"
 #include "tools/mail_input.h"
 
 namespace tvr {
@@ -105,6 +106,7 @@ int run_command(int count, char** arguments) {
     add_score(program, code);
     add_eval(program, code);
     add_tokenize(program, code);
+    add_host(program, code);
     add_status(program, code);
     add_inspect(program, code);
     add_verify(program, code);
@@ -139,7 +141,7 @@ int fail(const std::string& text) {
 
 int run_tvrctl(int count, char** arguments) try {
     platform::use_plain_streams();
-    const int code = run_command(count, arguments);
+    const int code = is_host_call(count, arguments) ? run_host() : run_command(count, arguments);
     // Whatever a command answers: who asked hasn't got it.
     const bool written = !std::cout.flush().fail() && std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
     return written ? code : fail("standard output can't be written");

@@ -162,6 +162,11 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
         add("verdict", std::string(bytes.begin() + 16, bytes.begin() + 1112) +
                            std::string(bytes.begin() + verdict_messages_at, bytes.end()));
     }
+    for (const char* op : {"hello", "put", "grade", "explain", "correct", "forget", "status", "learn-end"})
+        add("host", std::string(R"({"id":1,"op":"learn-folder","spam":true})") + "\n" + R"({"id":2,"op":")" +
+                        op +
+                        R"(","put":7,"mail":"U3ViamVjdDogeAoKYWJj","spam":false,"size":99,"set":{"a":1}})" +
+                        "\n" + R"({"id":3,"op":"learn","put":7})");
 
     base_text_sum sum;
     std::string text;

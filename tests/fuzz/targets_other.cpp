@@ -9,6 +9,8 @@
 #include <ostream>
 #include <sstream>
 
+#include <nlohmann/json.hpp>
+
 #include "client/cache_writer.h"
 #include "client/html_text.h"
 #include "client/record_batch.h"
@@ -26,6 +28,7 @@
 #include "stat/statistic.h"
 #include "targets.h"
 #include "tools/base_text.h"
+#include "tools/host/host_session.h"
 #include "tools/inspection.h"
 #include "tools/record_stream.h"
 
@@ -211,6 +214,27 @@ void run_verdict(raw_bytes input) {
     must(parse_verdict(verdict_bytes(state), again), "what is learned can be read");
 }
 const target verdict_target("verdict", run_verdict, 2048, verdict_messages_at);
+// Requests of an add-on, a line each.
+void run_host(raw_bytes input) {
+    class service final : public host_service {
+        message_score grade(std::string_view raw, bool) override {
+            return {.score = 1, .decision = verdict::ham, .known = raw.size(), .tokens = {{}}};
+        }
+        host_training train(const host_mail&, bool) override { return host_training::known; }
+        void collect(const host_mail&, bool, folder_sum& sum) override { ++sum.learned; }
+        void finish(folder_sum&) override {}
+        std::uint32_t forget(const host_mail&) override { return 0; }
+        nlohmann::json status() override { throw host_refusal{"failed", "\xFF"}; }
+        nlohmann::json settings(const nlohmann::json& changes) override { return {{"settings", changes}}; }
+    } behind;
+    host_session session(behind, "1");
+    std::istringstream lines{std::string(text_of(input))};
+    for (std::string line; std::getline(lines, line);) {
+        const auto reply = nlohmann::json::parse(session.answer(line));
+        must(reply.contains("ok") != reply.contains("error") && reply.contains("id"), "each is answered");
+    }
+}
+const target host_target("host", run_host, 8192);
 
 std::unique_ptr<settings> fresh_settings() {
     auto set = std::make_unique<settings>();

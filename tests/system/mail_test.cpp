@@ -128,6 +128,46 @@ TEST(mail, is_scored_by_the_published_base) {
     }
 }
 
+TEST(mail, is_graded_and_learned_by_requests_of_an_add_on) {
+    engine_root root;
+    tvrctl("train --wait -q " + of_both, 0);
+    tvrctl("config set 'train corrections' 0", 0); // so that they wait
+    const fs::path requests = root.path() / "requests";
+    const auto ask = [&](const std::vector<std::string>& texts) {
+        std::string frames;
+        for (const std::string& text : texts)
+            frames += le(text.size()) + text;
+        write_file(requests, frames);
+        std::string rest = tvrctl("host < " + requests.string(), 0);
+        std::vector<nlohmann::json> replies;
+        while (!rest.empty()) {
+            std::uint32_t size = 0;
+            rest.copy(reinterpret_cast<char*>(&size), sizeof size);
+            replies.push_back(nlohmann::json::parse(rest.substr(sizeof size, size)));
+            rest.erase(0, sizeof size + size);
+        }
+        return replies;
+    };
+    // "Subject: new loan\n\napproved rates"
+    const std::string fresh = R"("mail":"U3ViamVjdDogbmV3IGxvYW4KCmFwcHJvdmVkIHJhdGVz")";
+    write_file(root.path() / "mail", "Subject: new loan\n\napproved rates");
+    const auto told = nlohmann::json::parse(tvrctl("score --json -e " + (root.path() / "mail").string(), 0));
+    const auto first =
+        ask({R"({"id":1,"op":"explain",)" + fresh + "}", R"({"id":2,"op":"train","spam":true,)" + fresh + "}",
+             R"({"id":3,"op":"train","spam":true,)" + fresh + "}",
+             R"({"id":4,"op":"correct","spam":false,)" + fresh + "}",
+             R"({"id":5,"op":"learn-folder","spam":false})", R"({"id":6,"op":"learn",)" + fresh + "}",
+             R"({"id":7,"op":"learn-end"})", R"({"id":8,"op":"status"})"});
+    ASSERT_EQ(first.size(), 8U);
+    EXPECT_EQ(first[0]["verdict"], told["verdict"]);
+    EXPECT_EQ(first[0]["score"], told["score"]);
+    EXPECT_EQ(first[1]["state"], "learned");
+    EXPECT_EQ(first[2]["state"], "known");
+    EXPECT_EQ(first[3]["state"], "remarked");
+    EXPECT_EQ(first[6]["known"], 1);
+    EXPECT_EQ(first[7]["ham"]["messages"], 32);
+}
+
 TEST(mail, is_evaluated_on_a_root_of_its_own) {
     engine_root root;
     const fs::path report = root.path() / "report.html";

@@ -305,6 +305,15 @@ std::string native_common_folder() {
     return std::string(for_all_users) + "common"; // root makes it when it is written
 }
 
+std::string native_home_folder() {
+    const auto root = moved_root();
+    return root ? *root + "/home" : home_folder();
+}
+
+std::string native_shared_programs_folder() {
+    return moved_root().value_or("/usr") + "/lib";
+}
+
 std::string native_user_store() {
     const auto root = moved_root();
     return root ? *root + "/user" : below_home("/.config/tessivar/user");

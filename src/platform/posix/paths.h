@@ -28,7 +28,10 @@ std::string native_lasting_runtime_folder();
 std::string native_temp_folder(); // likewise
 std::string native_appdata_folder();
 std::string native_common_folder();
-// Not made: the store makes them when it is written.
+// Not made, here and below: the home, and the folder of all users' programs.
+std::string native_home_folder();
+std::string native_shared_programs_folder();
+// The stores make them when they are written.
 std::string native_user_store();
 std::string native_machine_store();        // the one to be written
 std::string native_machine_store_behind(); // read where the other has no answer; may be empty

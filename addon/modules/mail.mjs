@@ -1,0 +1,102 @@
+// Messages as Thunderbird has them: lists in pages, raw bytes, and a name that outlasts sessions and moves.
+
+// What Thunderbird itself writes in front of messages in local folders; it says nothing about the mail, but much
+// about what was done with it.
+const OWN_HEADER = /^(X-Mozilla-(Status2?|Keys|Altered|External-Attachment-URL)|X-Account-Key|X-UIDL):/i;
+
+// All messages of a list that comes in pages.
+export async function* allMessages(api, list) {
+  for (let page = await list; ; page = await api.messages.continueList(page.id)) {
+    yield* page.messages;
+    if (!page.id) {
+      return;
+    }
+  }
+}
+
+// The key by which a message is remembered: the same in each folder and session, and another one for another
+// message that bears the same Message-ID.
+export function keyOf(message) {
+  const text = `${message.headerMessageId}\n${new Date(message.date).getTime()}\n${message.author}`;
+  let high = 0xdeadbeef;
+  let low = 0x41c6ce57;
+  for (let at = 0; at < text.length; at++) {
+    const code = text.charCodeAt(at);
+    high = Math.imul(high ^ code, 2654435761);
+    low = Math.imul(low ^ code, 1597334677);
+  }
+  high = Math.imul(high ^ (high >>> 16), 2246822507) ^ Math.imul(low ^ (low >>> 13), 3266489909);
+  low = Math.imul(low ^ (low >>> 16), 2246822507) ^ Math.imul(high ^ (high >>> 13), 3266489909);
+  return (4294967296 * (2097151 & low) + (high >>> 0)).toString(36);
+}
+
+// The bytes without Thunderbird's own header lines, wherever they stand in the header.
+export function withoutOwnHeaders(bytes) {
+  const parts = [];
+  let kept = 0;
+  let drops = false;
+  for (let at = 0; at < bytes.length; ) {
+    let end = bytes.indexOf(10, at);
+    end = end < 0 ? bytes.length : end + 1;
+    const first = bytes[at];
+    if (first === 10 || (first === 13 && bytes[at + 1] === 10)) {
+      break;
+    }
+    const continues = first === 32 || first === 9;
+    const line = String.fromCharCode(...bytes.subarray(at, Math.min(end, at + 40)));
+    const dropped = continues ? drops : OWN_HEADER.test(line);
+    if (dropped) {
+      parts.push(bytes.subarray(kept, at));
+      kept = end;
+    }
+    drops = dropped;
+    at = end;
+  }
+  if (parts.length === 0) {
+    return bytes;
+  }
+  parts.push(bytes.subarray(kept));
+  const whole = new Uint8Array(parts.reduce((sum, part) => sum + part.length, 0));
+  let at = 0;
+  for (const part of parts) {
+    whole.set(part, at);
+    at += part.length;
+  }
+  return whole;
+}
+
+export async function rawMail(api, id) {
+  const file = await api.messages.getRaw(id, { data_format: "File", decrypt: false });
+  return withoutOwnHeaders(new Uint8Array(await file.arrayBuffer()));
+}
+
+// The message that a job was made for, though it may have been moved since, or Thunderbird started anew; null if
+// it has gone. `id` is that of this session, if there is one.
+export async function findMessage(api, { id, key, folderId, headerMessageId }) {
+  if (id !== undefined) {
+    try {
+      const message = await api.messages.get(id);
+      if (message && keyOf(message) === key) {
+        return message;
+      }
+    } catch {
+      // It has another number by now.
+    }
+  }
+  for (const where of [{ folderId }, {}]) {
+    try {
+      const list = api.messages.query({ ...where, headerMessageId });
+      for await (const message of allMessages(api, list)) {
+        if (keyOf(message) === key) {
+          return message;
+        }
+      }
+    } catch {
+      // The folder has gone.
+    }
+  }
+  return null;
+}
+
+export const isJunk = folder => folder?.specialUse?.includes("junk") ?? false;
+export const isTrash = folder => folder?.specialUse?.includes("trash") ?? false;
