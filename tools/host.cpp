@@ -33,13 +33,13 @@ void add_host(CLI::App& program, int& code) {
     CLI::Option* uninstall =
         command->add_flag("--uninstall", options->uninstall, "Take that back")->excludes(install);
     command->add_flag("--system", options->all_users,
-                      "For all users of this machine, not for this one alone");
+                      "For all users of this machine, as its administrator");
     command->footer(
         "Without an option it takes requests on standard input and answers them on standard output, each\n"
         "a length of four bytes and JSON. Thunderbird starts it so by itself.\n\n"
         "Examples:\n"
         "  tvrctl host --install\n"
-        "  sudo tvrctl host --install --system");
+        "  tvrctl host --install --system");
     command->callback([options, uninstall, install, &code] {
         if (options->all_users && !*install && !*uninstall)
             throw CLI::RequiredError("--install or --uninstall");
