@@ -28,7 +28,6 @@ async function queue(messages, again = false) {
     .filter(message => again || !memory.get(keyOf(message)).v)
     .map(message => ({
       kind: "grade",
-      again,
       key: keyOf(message),
       id: message.id,
       folderId: message.folder.id,
@@ -114,7 +113,7 @@ messenger.messages.onNewMailReceived.addListener(async (folder, list) => {
       return;
     }
   }
-}, false);
+}, true);
 
 messenger.messages.onUpdated.addListener(async (message, changed) => {
   if (changed.junk === undefined) {

@@ -230,7 +230,7 @@ if command -v maildrop >/dev/null; then
     try_delivery "$(maildrop -v | head -1 | cut -d' ' -f1-2)" maildrop
 fi
 
-if [ -x /usr/lib/dovecot/dovecot-lda ] && [ -d /etc/dovecot ]; then
+if [ -x /usr/lib/dovecot/dovecot-lda ] && [ -d /etc/dovecot ] && command -v sievec >/dev/null; then
     user=$(id -un)
     mkdir -p "$world/state/base"
     cat > /etc/dovecot/dovecot.conf <<CONF

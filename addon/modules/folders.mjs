@@ -61,6 +61,7 @@ export class FolderWork {
       ended: false,
       error: null,
       resumes,
+      work,
     };
     this.#state = state;
     let goesOn = false;
@@ -91,6 +92,12 @@ export class FolderWork {
     return true;
   }
 
+  // What the host broke at is passed over when the work is begun again.
+  async #blame(message, state) {
+    state.work.broken = [...(state.work.broken ?? []), keyOf(message)];
+    await this.#api.storage.local.set({ work: state.work });
+  }
+
   // Calls work(messages) for the folder's messages, some at a time, until it is cancelled.
   async #each(folder, state, work) {
     let some = [];
@@ -103,6 +110,10 @@ export class FolderWork {
       if (state.cancelled) {
         return;
       }
+      if (state.work.broken?.includes(keyOf(message))) {
+        state.counts.skipped = (state.counts.skipped ?? 0) + 1;
+        continue;
+      }
       some.push(message);
       if (some.length === AT_ONCE) {
         await flush();
@@ -113,15 +124,22 @@ export class FolderWork {
 
   async #grade(folder, state) {
     await this.#each(folder, state, async messages => {
-      const { error } = await this.#grader.grade(messages, (_message, verdict, why) => {
-        if (why instanceof HostError && why.code === "no_base") {
-          throw why;
+      let fault = null;
+      let broken = null;
+      const { error } = await this.#grader.grade(messages, (message, verdict, why) => {
+        if (why instanceof HostError && (why.passes || why.code === "no_base")) {
+          fault = why;
+          broken = why.passes ? message : broken;
+          return;
         }
         const name = verdict ?? "skipped";
         state.counts[name] = (state.counts[name] ?? 0) + 1;
       });
-      if (error) {
-        throw error;
+      if (broken) {
+        await this.#blame(broken, state);
+      }
+      if (error || fault) {
+        throw error ?? fault;
       }
     });
   }
@@ -164,6 +182,9 @@ export class FolderWork {
       return reply;
     } catch (error) {
       if (error instanceof HostError && error.passes) {
+        if (error.code === "broke") {
+          await this.#blame(message, state);
+        }
         throw error;
       }
       add("skipped");

@@ -11,6 +11,7 @@ export class Grader {
   #api;
   #host;
   #memory;
+  #makesTag = null;
 
   constructor(api, host, memory) {
     this.#api = api;
@@ -18,8 +19,8 @@ export class Grader {
     this.#memory = memory;
   }
 
-  // Grades messages and marks them. `settled` are told of one by one: the message, and its verdict, or null if it
-  // can't have one. What may succeed later is answered, with the error: { left, error }.
+  // Grades messages and marks them. Tells settled(message, verdict, error) of each that has a verdict, or can't
+  // have one by its own fault. The others wait for the host; `error` is what is wrong with it: { left, error }.
   async grade(messages, settled = () => {}) {
     const left = [];
     let failure = null;
@@ -36,11 +37,10 @@ export class Grader {
         }
         settled(message, verdict);
       } catch (error) {
-        if (error instanceof HostError && error.passes) {
+        if (error instanceof HostError && error.passes && error.code !== "broke") {
           failure ??= error;
           left.push(message);
         } else {
-          // Gone meanwhile, no mail at all, or there is no base yet.
           settled(message, null, error);
         }
       }
@@ -57,34 +57,50 @@ export class Grader {
     const before = this.#memory.get(key);
     // Our own mark goes when we know better. The user's word counts more than ours.
     const unmarks = verdict !== "spam" && message.junk && before.v === "s" && !before.t;
-    // Noted first: the events that the changes below raise are then known to be ours.
-    await this.#memory.note([[key, { v: LETTER[verdict], ...(unmarks && { own: "h" }) }]]);
-    if (!before.t) {
-      await this.#mark(message, verdict, unmarks);
+    await this.#memory.note([[key, { v: LETTER[verdict] }]]);
+    if (unmarks || verdict !== "ham" || message.tags.includes(UNSURE_TAG)) {
+      await this.#mark(await this.#api.messages.get(message.id), verdict, unmarks);
     }
     return verdict;
   }
 
+  // `message` as it is now: the user may have been at it meanwhile.
   async #mark(message, verdict, unmarks) {
+    const key = keyOf(message);
     const { tagUnsure } = await readSettings(this.#api.storage.local);
     const tagged = message.tags.includes(UNSURE_TAG);
     const wanted = verdict === "unsure" && tagUnsure;
     const change = {};
     if (wanted !== tagged) {
       if (wanted) {
-        await this.#makeTag();
+        await this.#needTag();
       }
       change.tags = message.tags.filter(tag => tag !== UNSURE_TAG);
       if (wanted) {
         change.tags.push(UNSURE_TAG);
       }
     }
-    if (unmarks || (verdict === "spam" && !message.junk)) {
+    if (unmarks ? message.junk : verdict === "spam" && !message.junk) {
       change.junk = !unmarks;
     }
-    if (Object.keys(change).length > 0) {
-      await this.#api.messages.update(message.id, change);
+    if (Object.keys(change).length === 0 || this.#memory.get(key).t) {
+      return;
     }
+    // Noted first: the event is then known to be ours. That of a mark of spam is by the verdict.
+    const own = mark => this.#memory.note(change.junk === false ? [[key, { own: mark }]] : []);
+    await own("h");
+    try {
+      await this.#api.messages.update(message.id, change);
+    } catch (error) {
+      await own(undefined);
+      throw error;
+    }
+  }
+
+  // Once for all messages that are graded at the same time.
+  #needTag() {
+    this.#makesTag ??= this.#makeTag().finally(() => (this.#makesTag = null));
+    return this.#makesTag;
   }
 
   async #makeTag() {

@@ -2,8 +2,8 @@
 
 const SECONDS_IDLE = 20;
 
-// Why the host didn't do what it was asked for. `code` is its word for it; "gone" is ours, for a host that
-// isn't there or went in the middle.
+// Why the host didn't do what it was asked for. `code` is its word for it. "gone" is ours, for a host that isn't
+// there or went in the middle, and so is "broke", for the request that it had in hand when it went.
 export class HostError extends Error {
   constructor(code, text) {
     super(text);
@@ -12,7 +12,7 @@ export class HostError extends Error {
 
   // Whether the same request may succeed later.
   get passes() {
-    return ["gone", "busy", "failed", "cache_full"].includes(this.code);
+    return ["gone", "broke", "busy", "failed", "cache_full"].includes(this.code);
   }
 }
 
@@ -105,7 +105,7 @@ export class Host {
     clearTimeout(this.#idle);
     const id = this.#nextId++;
     return new Promise((resolve, reject) => {
-      this.#waiting.set(id, { resolve, reject });
+      this.#waiting.set(id, { op, resolve, reject });
       try {
         port.postMessage({ ...fields, id, op });
       } catch (error) {
@@ -142,8 +142,8 @@ export class Host {
     this.#facts = null;
     const waiting = [...this.#waiting.values()];
     this.#waiting.clear();
-    for (const { reject } of waiting) {
-      reject(error);
+    for (const [at, { op, reject }] of waiting.entries()) {
+      reject(at === 0 && op !== "hello" ? new HostError("broke", error.message) : error);
     }
   }
 }

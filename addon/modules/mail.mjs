@@ -65,9 +65,17 @@ export function withoutOwnHeaders(bytes) {
   return whole;
 }
 
+// A message is listed, but can't be read: its server is away, perhaps.
+export class ReadError extends Error {}
+
+// The bytes of a message. Throws a ReadError.
 export async function rawMail(api, id) {
-  const file = await api.messages.getRaw(id, { data_format: "File", decrypt: false });
-  return withoutOwnHeaders(new Uint8Array(await file.arrayBuffer()));
+  try {
+    const file = await api.messages.getRaw(id, { data_format: "File", decrypt: false });
+    return withoutOwnHeaders(new Uint8Array(await file.arrayBuffer()));
+  } catch (error) {
+    throw new ReadError(error.message);
+  }
 }
 
 // The message that a job was made for, though it may have been moved since, or Thunderbird started anew; null if

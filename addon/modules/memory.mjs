@@ -55,6 +55,9 @@ export class Memory {
   // Changes records and adds jobs, all of it or nothing.
   // `records`: [key, change]...; `jobs` get the number by which they are taken off.
   async note(records, jobs = []) {
+    if (records.length + jobs.length === 0) {
+      return;
+    }
     const items = {};
     for (const [key, change] of records) {
       const record = { ...this.get(key), ...change, n: this.#next++ };
@@ -73,6 +76,9 @@ export class Memory {
   }
 
   async finish(jobs) {
+    if (jobs.length === 0) {
+      return;
+    }
     for (const job of jobs) {
       this.#jobs.delete(job.n);
     }

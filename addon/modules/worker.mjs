@@ -2,11 +2,13 @@
 // and are tried again.
 
 import { HostError } from "./host.mjs";
-import { findMessage, rawMail } from "./mail.mjs";
+import { findMessage, rawMail, ReadError } from "./mail.mjs";
 
 const AT_ONCE = 16;
 const FIRST_PAUSE = 0.25; // minutes
 const LONGEST_PAUSE = 10;
+const MOST_READS = 300; // of a message that is listed and can't be read: some days
+const MOST_BREAKS = 3; // of the host at one message
 export const RETRY_ALARM = "retry";
 
 export class Worker {
@@ -30,54 +32,81 @@ export class Worker {
     return this.#error;
   }
 
-  // Works until no job is left or the host is away. One run at a time.
+  // Works until no job is left, or none that can be done now. One run at a time.
   run() {
     this.#running ??= this.#work().finally(() => (this.#running = null));
     return this.#running;
   }
 
   async #work() {
-    while (this.#memory.jobCount > 0) {
-      const { jobs } = this.#memory;
+    const later = new Set(); // the numbers of what was tried in vain
+    for (;;) {
+      const jobs = this.#memory.jobs.filter(job => !later.has(job.n));
       // The user's word first: it may change the verdicts on the rest.
       const first = jobs.find(job => job.kind === "train");
-      const error = first
-        ? await this.#train(first)
-        : await this.#grade(jobs.filter(job => job.kind === "grade").slice(0, AT_ONCE));
-      if (error) {
-        this.#error = error.message;
-        await this.#api.alarms.create(RETRY_ALARM, { delayInMinutes: this.#pause });
-        this.#pause = Math.min(2 * this.#pause, LONGEST_PAUSE);
-        return;
+      if (jobs.length === 0) {
+        return this.#memory.jobCount > 0 ? this.#tryLater(this.#error) : undefined;
       }
-      this.#error = null;
-      this.#pause = FIRST_PAUSE;
+      const error = first ? await this.#train(first, later) : await this.#grade(jobs.slice(0, AT_ONCE), later);
+      if (error) {
+        return this.#tryLater(error.message);
+      }
+      if (later.size === 0) {
+        this.#error = null;
+        this.#pause = FIRST_PAUSE;
+      }
     }
   }
 
-  async #train(job) {
+  async #tryLater(error) {
+    this.#error = error;
+    await this.#api.alarms.create(RETRY_ALARM, { delayInMinutes: this.#pause });
+    this.#pause = Math.min(2 * this.#pause, LONGEST_PAUSE);
+  }
+
+  // Takes jobs off that came to nothing, but for those that may do later, which go to the end.
+  async #putOff(failed, later) {
+    const again = [];
+    for (const { job, error } of failed) {
+      const tries = (job.tries ?? 0) + 1;
+      const broke = error instanceof HostError && error.code === "broke";
+      if ((broke && tries < MOST_BREAKS) || (error instanceof ReadError && tries < MOST_READS)) {
+        again.push({ ...job, tries });
+        this.#error = error.message;
+      } else {
+        console.warn("Tessivar: a message can't be taken:", error);
+      }
+    }
+    await this.#memory.note([], again);
+    again.forEach(job => later.add(job.n));
+    await this.#memory.finish(failed.map(({ job }) => job));
+  }
+
+  async #train(job, later) {
     try {
       const message = await findMessage(this.#api, job);
       if (message) {
         const bytes = await rawMail(this.#api, message.id);
         await this.#host.mail(job.corrects ? "correct" : "train", bytes, { spam: job.spam });
       }
+      await this.#memory.finish([job]);
     } catch (error) {
-      if (error instanceof HostError && error.passes) {
+      if (error instanceof HostError && error.passes && error.code !== "broke") {
         return error;
       }
-      console.warn("Tessivar: a message can't be learned:", error);
+      await this.#putOff([{ job, error }], later);
     }
-    await this.#memory.finish([job]);
     return null;
   }
 
-  async #grade(jobs) {
+  async #grade(jobs, later) {
     const messages = [];
     const byId = new Map();
     const done = [];
+    const failed = [];
     for (const job of jobs) {
-      const message = this.#memory.get(job.key).v && !job.again ? null : await findMessage(this.#api, job);
+      // One with a verdict is graded again: its mark may not have been made before Thunderbird ended.
+      const message = await findMessage(this.#api, job);
       if (message) {
         messages.push(message);
         byId.set(message.id, job);
@@ -85,10 +114,12 @@ export class Worker {
         done.push(job);
       }
     }
-    const { error } = await this.#grader.grade(messages, message => done.push(byId.get(message.id)));
-    if (done.length > 0) {
-      await this.#memory.finish(done);
-    }
+    const { error } = await this.#grader.grade(messages, (message, verdict, why) => {
+      const job = byId.get(message.id);
+      verdict ? done.push(job) : failed.push({ job, error: why });
+    });
+    await this.#memory.finish(done);
+    await this.#putOff(failed, later);
     return error;
   }
 }

@@ -1,12 +1,12 @@
 // The options, which are also the page of the first start: what to learn from, which folders to grade, what to do
 // with spam, and how the engine is.
 
-import { ask, element, explainFailure, number, text, translate } from "./page.mjs";
+import { ask, element, explainFailure, number, text, time, translate } from "./page.mjs";
 import { isGraded, readSettings } from "../modules/settings.mjs";
 
 const POLL = 700; // milliseconds
 const LEARN_AS = { inbox: "", junk: "spam" }; // what a folder's use suggests
-const LIMITS = ["spam threshold", "unsure threshold", "false positives"];
+const LIMIT = "false positives"; // of 100,000 good messages
 const get = id => document.getElementById(id);
 
 let wasRunning = false;
@@ -14,16 +14,16 @@ let wasRunning = false;
 async function showStatus() {
   try {
     const status = await ask("status");
-    const { base, engine } = status;
+    const { base, cache, engine, verdict } = status;
+    const faults = [status.base_damaged, cache.held_back, verdict.damaged && text("verdictDamaged")];
     const rows = [
       ["statusEngine", engine.running ? text("engineRuns", engine.stage ?? text("engineIdle")) : text("engineRests")],
       ["statusLearned", text("learnedCounts", number(status.spam.messages), number(status.ham.messages))],
-      ["statusWaiting", status.cache.messages === null ? "…" : number(status.cache.messages)],
-      [
-        "statusVerdict",
-        base ? text("baseFacts", number(base.tokens), base.published) : text("baseNone"),
-      ],
+      ["statusWaiting", number(cache.messages)],
+      ["statusBase", base ? text("baseFacts", number(base.tokens), time(base.published)) : text("baseNone")],
+      ["statusVerdict", text("verdictFacts", number(verdict.messages), verdict.spam_from.toFixed(1))],
       ["statusVersion", text("versions", messenger.runtime.getManifest().version, status.host)],
+      ...faults.filter(fault => fault).map(fault => ["statusFault", fault]),
     ];
     get("status").replaceChildren(
       ...rows.flatMap(([name, value]) => [
@@ -162,24 +162,21 @@ async function showChoices() {
   get("tag").onchange = () => ask("choose", { change: { tagUnsure: get("tag").checked } });
 }
 
-async function showLimits() {
+async function showLimit() {
   const { settings } = await ask("limits");
-  const rows = LIMITS.filter(key => key in settings).map(key => {
-    const input = element("input", { type: "number", min: 0, max: 100, step: "any", value: settings[key] });
-    input.onchange = async () => {
-      try {
-        await ask("limits", { set: { [key]: input.valueAsNumber } });
-        get("failure").hidden = true;
-      } catch (error) {
-        get("failure").textContent = explainFailure(error);
-        get("failure").hidden = false;
-      }
-      await showLimits();
-    };
-    return element("label", {}, element("span", { textContent: text(`limit_${key.replace(/ /g, "_")}`) }), input);
-  });
-  get("limit-rows").replaceChildren(...rows);
-  get("limits").hidden = rows.length === 0;
+  const input = get("limit");
+  input.value = settings[LIMIT] / 1000;
+  input.onchange = async () => {
+    try {
+      await ask("limits", { set: { [LIMIT]: Math.round(1000 * input.valueAsNumber) } });
+      get("failure").hidden = true;
+    } catch (error) {
+      get("failure").textContent = explainFailure(error);
+      get("failure").hidden = false;
+    }
+    await showLimit();
+  };
+  get("limits").hidden = false;
 }
 
 // Folders come and go, many at once when an account is read for the first time.
@@ -197,6 +194,6 @@ get("cancel").onclick = () => ask("cancel");
 await showFolders();
 await showChoices();
 if (await showStatus()) {
-  await showLimits();
+  await showLimit();
 }
 await poll();

@@ -27,8 +27,16 @@ export function element(name, properties = {}, ...children) {
 
 export const number = value => new Intl.NumberFormat(messenger.i18n.getUILanguage()).format(value);
 
+// Of a time as JSON has it, or null.
+export const time = value =>
+  value === null
+    ? "–"
+    : new Intl.DateTimeFormat(messenger.i18n.getUILanguage(), { dateStyle: "medium", timeStyle: "short" }).format(
+        new Date(value)
+      );
+
 // What a failure means to the user.
 export function explainFailure(error) {
-  const known = { gone: "failureGone", no_base: "failureNoBase" };
+  const known = { gone: "failureGone", broke: "failureGone", no_base: "failureNoBase" };
   return error.code in known ? text(known[error.code]) : text("failureOther", error.message);
 }

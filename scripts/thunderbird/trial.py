@@ -260,6 +260,20 @@ and ask the gardener about marrowcress trellises, sundial moss and zinnock compo
         print("Restarts in the middle", flush=True)
         world = self.world
         before = self.graded()
+        files = self.take("spam", 60) + self.take("ham", 60)
+        self.deliver(files)
+        wait_for("some verdicts", lambda: self.graded() > before + 10, 300, 0.1)
+        world.stop_dovecot()
+        so_far = self.graded() - before
+        time.sleep(20)
+        kept = self.ask("progress")
+        world.start_dovecot()
+        world.get_messages()
+        self.wait_until_graded(before + 120)
+        self.compare(f"Dovecot away after {so_far} of 120 verdicts, when {kept['waiting']} jobs waited ({kept['error']})",
+                     {self.message_id(file.read_bytes()) for file in files})
+
+        before = self.graded()
         status = self.ask("status")
         files = self.take("spam", 150) + self.take("ham", 150)
         self.deliver(files)

@@ -36,7 +36,10 @@ export class MockClient {
   };
   messages = {
     get: async id => this.all.get(id) ?? Promise.reject(new Error("gone")),
-    getRaw: async id => new Blob([(await this.messages.get(id)).raw]),
+    getRaw: async id => {
+      const { raw } = await this.messages.get(id);
+      return raw === null ? Promise.reject(new Error("the server is away")) : new Blob([raw]);
+    },
     list: async folderId => this.#list([...this.all.values()].filter(({ folder }) => folder.id === folderId)),
     query: async ({ folderId, headerMessageId }) =>
       this.#list(
@@ -76,8 +79,9 @@ export class MockHost {
 
   async mail(op, bytes, fields = {}) {
     const text = new TextDecoder().decode(bytes);
-    if (op === "grade" && text.includes("broken")) {
-      throw new HostError("not_mail", "no mail");
+    const fault = /broken|not_mail/.exec(text)?.[0];
+    if (op === "grade" && fault) {
+      throw new HostError(fault.replace("broken", "broke"), "no verdict");
     }
     const reply = await this.request(op, fields);
     const [, verdict = "ham"] = /Subject: (spam|unsure)/.exec(text) ?? [];

@@ -60,10 +60,11 @@ test("a host that goes takes its requests with it, and is started anew for the n
   const ports = [new MockPort(() => null), new MockPort(() => ({ fine: true }))];
   let started = 0;
   const host = new Host(() => ports[started++]);
-  const asked = host.request("status");
+  const asked = [host.request("status"), host.request("settings")];
   await new Promise(setImmediate);
   ports[0].break();
-  await assert.rejects(asked, { code: "gone", passes: true });
+  await assert.rejects(asked[0], { code: "broke", passes: true });
+  await assert.rejects(asked[1], { code: "gone", passes: true });
   assert.equal((await host.request("status")).fine, true);
   host.close();
   const refusing = new Host(() => new MockPort(() => ({ error: { code: "no_base", text: "none" } })));
@@ -102,7 +103,7 @@ test("spam is marked and moved, the unsure tagged, and the user's word counts mo
   const unsure = client.add("2", "Subject: unsure", INBOX, { tags: ["mine"] });
   const ham = client.add("3", "Subject: x", INBOX, { tags: [UNSURE_TAG] });
   const taught = client.add("4", "Subject: spam", INBOX);
-  const broken = client.add("5", "broken", INBOX);
+  const broken = client.add("5", "not_mail", INBOX);
   await memory.note([[keyOf(taught), { t: "h" }]]);
   await queue(spam, unsure, ham, taught, broken);
   await worker.run();
@@ -123,9 +124,6 @@ test("our own mark goes when we know better, and teaches nothing by it", async (
   const message = client.add("1", "Subject: x", INBOX, { junk: true });
   await memory.note([[keyOf(message), { v: "s" }]]);
   await queue(message);
-  await worker.run();
-  assert.deepEqual(client.changes, []); // it has a verdict
-  await memory.note([], [{ kind: "grade", again: true, key: keyOf(message), id: message.id }]);
   await worker.run();
   assert.deepEqual(client.changes, [[message.id, { junk: false }]]);
   host.asked = [];
@@ -183,6 +181,21 @@ test("while the host is away everything waits, over a restart, and is done in it
   assert.deepEqual(host.asked, ["train true", "correct false", "grade"]);
   assert.equal(second.worker.error, null);
   assert.equal((await second.again()).memory.jobCount, 0);
+});
+
+test("what can't be read now, or breaks the host, holds up nothing else", async () => {
+  const { client, memory, queue, worker } = await addOn();
+  const [away, breaks, other, fine] = [null, "broken", "not_mail", ""].map((raw, at) => client.add(`${at}`, raw, INBOX));
+  for (const message of [away, breaks, other, fine]) {
+    await queue(message);
+  }
+  await worker.run();
+  assert.deepEqual([memory.get(keyOf(fine)).v, memory.jobCount, client.alarmsSet.length], ["h", 2, 1]);
+  away.raw = "";
+  await worker.run();
+  await worker.run();
+  assert.deepEqual([memory.get(keyOf(away)).v, memory.jobCount], ["h", 0]);
+  assert.equal(worker.error, null);
 });
 
 test("a folder is learned with progress; what was handed over is known after a failure", async () => {

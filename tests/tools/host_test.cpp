@@ -80,10 +80,14 @@ TEST_F(host_test, requests_are_answered_under_their_ids) {
         {R"({"id":13,"op":"learn",)" + mail + "}",
          R"({"id":13,"known":0,"learned":1,"ok":true,"waiting":1})"},
         {R"({"id":14,"op":"learn-end"})", R"({"id":14,"known":0,"learned":1,"ok":true,"waiting":0})"},
+        {R"({"id":15,"op":"learn-folder","spam":true})",
+         R"({"id":15,"known":0,"learned":0,"ok":true,"waiting":0})"},
+        {R"({"id":16,"op":"learn-folder","spam":false})",
+         R"({"id":16,"known":0,"learned":0,"ok":true,"waiting":0})"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(answer(row.request), row.wanted);
-    EXPECT_EQ(m_service.m_asked, "grade 15;train 15 spam;train 9000 ham;grade 14;collect spam;finish;");
+    EXPECT_EQ(m_service.m_asked, "grade 15;train 15 spam;train 9000 ham;grade 14;collect spam;finish;finish;");
 }
 
 TEST_F(host_test, what_is_wrong_gets_its_reason) {

@@ -49,8 +49,8 @@ void host_engine::need_folder() const {
     check(m_client.status());
 }
 
-// Takes the published base again when its stamp is another. One that can't be read now, since it is being
-// replaced, leaves the one before in use.
+// Takes the published base again when its stamp is another, or the weights of the verdict have changed. One
+// that can't be read now, since it is being replaced, leaves the one before in use.
 void host_engine::refresh() {
     need_folder();
     const std::uint64_t stamp = m_view.stamp();
@@ -60,10 +60,13 @@ void host_engine::refresh() {
     if (fresh->load()) {
         m_base = std::move(fresh);
         m_stamp = stamp;
-    } else if (!m_base) {
-        const bool is_there = platform::get_attributes(m_view.base_path()).has_value();
-        throw host_refusal{is_there ? "busy" : "no_base", fresh->error()};
+        return;
     }
+    const bool is_gone = !m_view.stage() && !platform::get_attributes(m_view.base_path());
+    if (is_gone)
+        m_base.reset();
+    if (!m_base)
+        throw host_refusal{is_gone ? "no_base" : "busy", fresh->error()};
 }
 
 message_score host_engine::grade(std::string_view raw, bool explain) {
@@ -88,7 +91,7 @@ host_training host_engine::train(const host_mail& mail, bool spam) {
     if (found.waiting == 0 && !batch.add(facts, m_cut.tokens()))
         throw host_refusal{"too_large", "the message is too large"};
     check(m_client.append(batch));
-    m_stamp = 0; // the weights of the verdict have changed
+    m_stamp.reset();
     // A failure to reach the engine loses nothing: the message waits in the cache, and whoever raises next
     // starts it.
     m_client.hand_over(true);
@@ -132,7 +135,7 @@ void host_engine::settle(folder_sum& sum) {
             throw host_refusal{"too_large", "the messages are too large"};
     }
     check(m_client.append(batch));
-    m_stamp = 0;
+    m_stamp.reset();
     for (const auto& [id, record] : collected)
         m_known.note(id, m_collects_spam);
     sum.known += known;
@@ -161,13 +164,13 @@ nlohmann::json host_engine::status() {
     return json_of(m_view, look_at(m_view));
 }
 
-// Only what clients go by: the rest is no matter of an add-on.
+// Only what is the user's own and concerns the verdict: the rest is no matter of an add-on.
 nlohmann::json host_engine::settings(const nlohmann::json& changes) {
     need_folder();
     for (const auto& [key, value] : changes.items()) {
         const setting_list list;
         const setting_view* const setting = list.find(key);
-        if (!setting || setting->group != setting_group::common || !value.is_number())
+        if (!setting || setting->group != setting_group::verdict || !value.is_number())
             throw host_refusal{"bad_request", "\"" + key.substr(0, 40) + "\" can't be set here"};
         if (std::string why = list.set(*setting, value.dump()); !why.empty())
             throw host_refusal{"bad_request", std::move(why)};
@@ -175,7 +178,7 @@ nlohmann::json host_engine::settings(const nlohmann::json& changes) {
     nlohmann::json values = nlohmann::json::object();
     const setting_list list;
     for (const setting_view& setting : list.all())
-        if (setting.group == setting_group::common)
+        if (setting.group == setting_group::verdict)
             values[setting.facts->key] = std::atof(setting.value.c_str());
     return {{"settings", values}};
 }

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "client/known_messages.h"
@@ -39,7 +40,7 @@ private:
     tokenizer m_cut;
 
     std::unique_ptr<published_base> m_base; // null until there is one
-    std::uint64_t m_stamp = 0;              // of that base
+    std::optional<std::uint64_t> m_stamp;   // of that base; nothing if it is to be looked at again
 
     // The messages of a folder that aren't handed over yet, by their IDs in the cache.
     std::map<std::string, record_batch> m_collected;

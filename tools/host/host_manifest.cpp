@@ -59,10 +59,11 @@ std::string install_host(const std::string& program, bool all_users, std::string
     const auto place = platform::find_addon_host_place(host_name, all_users);
     if (!place)
         return no_folder;
+    const std::u8string path = fs::path(program).u8string();
     const nlohmann::json manifest = {
         {"name", host_name},
         {"description", "Tessivar, the spam filter that learns from your mail"},
-        {"path", program},
+        {"path", std::string(path.begin(), path.end())},
         {"type", "stdio"},
         {"allowed_extensions", {addon_id}},
     };

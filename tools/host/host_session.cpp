@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
 #include <limits>
 #include <utility>
 
@@ -155,6 +156,8 @@ std::string host_session::answer(std::string_view request) {
         return text_of(reply);
     } catch (const host_refusal& why) {
         return failure(id, why);
+    } catch (const std::exception& why) {
+        return failure(id, {"broken", why.what()});
     }
 }
 
@@ -245,7 +248,7 @@ json host_session::folder_reply() const {
 json host_session::learn_folder(const json& request) {
     const bool spam = truth_in(request, "spam");
     if (m_folder)
-        refuse("bad_request", "a folder is being learned already");
+        learn_end(request);
     m_folder = spam;
     m_sum = {};
     return folder_reply();
