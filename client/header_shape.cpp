@@ -140,7 +140,7 @@ std::string shape_of_hop(std::string_view line) {
 
 void header_marks(const header_lines& lines, const std::function<void(std::string_view)>& mark) {
     if (!lines.message_id.empty()) {
-        const auto id = std::string_view(lines.message_id).substr(0, lines.message_id.find('@'));
+        const std::string_view id = lines.message_id.substr(0, lines.message_id.find('@'));
         mark("id shape:" + shape_of(id, true));
         mark("id form:" + shape_of(id, false));
     }
@@ -148,7 +148,7 @@ void header_marks(const header_lines& lines, const std::function<void(std::strin
     mark("hop shape:" + shape_of_hop(lines.oldest_hop));
 
     const std::string from = domain_of(lines.from);
-    const auto compare = [&](std::string_view name, const std::string& value) {
+    const auto compare = [&](std::string_view name, std::string_view value) {
         const std::string domain = domain_of(value);
         if (!domain.empty())
             mark(std::string(name) + (domain == from ? " as from" : " not from"));

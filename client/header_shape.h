@@ -10,9 +10,9 @@ namespace tvr {
 
 // The values of the headers by which a mail is known; empty if it has none. Of several the first counts.
 struct header_lines {
-    std::string message_id, subject, date, from, to, reply_to, return_path;
-    std::string newest_hop, oldest_hop; // the first and the last Received
-    unsigned hops = 0;                  // how many there are
+    std::string_view message_id, subject, date, from, to, reply_to, return_path;
+    std::string_view newest_hop, oldest_hop; // the first and the last Received
+    unsigned hops = 0;                       // how many there are
 };
 
 // Gives out the marks one by one. Linear in the lines.

@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "client/mail/utf8.h"
 #include "common/text.h"
 
 namespace tvr {
@@ -128,22 +129,6 @@ bool hides(std::string_view style) {
 
 const char* html_text::feature_name(unsigned bit) noexcept {
     return feature_names[bit];
-}
-
-void append_utf8(std::string& text, std::uint32_t code) {
-    const auto put = [&](std::uint32_t byte) { text.push_back(static_cast<char>(byte)); };
-    if (code < 0x80) {
-        put(code);
-    } else if (code < 0x800) {
-        put(0xC0 | code >> 6), put(0x80 | (code & 0x3F));
-    } else if (code < 0x10000) {
-        if (code >= 0xD800 && code < 0xE000)
-            return;
-        put(0xE0 | code >> 12), put(0x80 | (code >> 6 & 0x3F)), put(0x80 | (code & 0x3F));
-    } else if (code < 0x110000) {
-        put(0xF0 | code >> 18), put(0x80 | (code >> 12 & 0x3F)), put(0x80 | (code >> 6 & 0x3F)),
-            put(0x80 | (code & 0x3F));
-    }
 }
 
 namespace {

@@ -69,8 +69,6 @@ private:
     bool m_tag_ends = true;
 };
 
-// Appends a code point in UTF-8; nothing for one that is none.
-void append_utf8(std::string& text, std::uint32_t code);
 // Decodes the entity at the start of `text` ("&amp;..."), which begins with "&". Answers its length and
 // sets `code`, or 0 if it is none.
 std::size_t decode_entity(std::string_view text, std::uint32_t& code);

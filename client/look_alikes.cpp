@@ -4,7 +4,7 @@
 #include <optional>
 #include <utility>
 
-#include "client/utf8.h"
+#include "client/mail/utf8.h"
 #include "common/path.h"
 #include "common/registry_text.h"
 #include "platform/process.h"

@@ -5,8 +5,7 @@
 #include <iterator>
 #include <utility>
 
-#include "client/charset.h"
-#include "client/mail_walk.h"
+#include "client/mail/charset.h"
 #include "client/short_text.h"
 #include "common/text.h"
 
@@ -20,41 +19,66 @@ constexpr bool is_digit(char c) {
     return c >= '0' && c <= '9';
 }
 
-enum class header_kind { words, addresses, received, marked, ignored };
+struct known_header {
+    std::string_view name;
+    header_kind kind = header_kind::words;
+    std::string_view header_lines::*line = nullptr; // where its first value is kept
+};
 
-// Headers that are not to be taken as plain words; in ascending order.
-constexpr std::pair<std::string_view, header_kind> known_headers[] = {
-    {"bcc", header_kind::addresses},          {"cc", header_kind::addresses},
-    {"content-length", header_kind::ignored}, {"content-transfer-encoding", header_kind::ignored},
-    {"content-type", header_kind::ignored},   {"date", header_kind::ignored},
-    {"delivered-to", header_kind::ignored},   {"delivery-date", header_kind::ignored},
-    {"dkim-signature", header_kind::marked},  {"domainkey-signature", header_kind::marked},
-    {"envelope-to", header_kind::ignored},    {"errors-to", header_kind::ignored},
-    {"from", header_kind::addresses},         {"in-reply-to", header_kind::marked},
-    {"lines", header_kind::ignored},          {"message-id", header_kind::marked},
-    {"precedence", header_kind::ignored},     {"received", header_kind::received},
-    {"references", header_kind::marked},      {"reply-to", header_kind::addresses},
-    {"resent-from", header_kind::addresses},  {"return-path", header_kind::addresses},
-    {"sender", header_kind::ignored},         {"status", header_kind::ignored},
-    {"to", header_kind::addresses},           {"x-authentication-warning", header_kind::ignored},
-    {"x-keywords", header_kind::ignored},     {"x-status", header_kind::ignored},
-    {"x-uid", header_kind::ignored},          {"x-uidl", header_kind::ignored},
+// Headers that are not to be taken as plain words, or are kept; in ascending order.
+constexpr known_header known_headers[] = {
+    {"bcc", header_kind::addresses},
+    {"cc", header_kind::addresses},
+    {"date", header_kind::ignored, &header_lines::date},
+    {"delivered-to", header_kind::ignored},
+    {"delivery-date", header_kind::ignored},
+    {"dkim-signature", header_kind::marked},
+    {"domainkey-signature", header_kind::marked},
+    {"envelope-to", header_kind::ignored},
+    {"errors-to", header_kind::ignored},
+    {"from", header_kind::addresses, &header_lines::from},
+    {"in-reply-to", header_kind::marked},
+    {"lines", header_kind::ignored},
+    {"message-id", header_kind::marked, &header_lines::message_id},
+    {"precedence", header_kind::ignored},
+    {"received", header_kind::received},
+    {"references", header_kind::marked},
+    {"reply-to", header_kind::addresses, &header_lines::reply_to},
+    {"resent-from", header_kind::addresses},
+    {"return-path", header_kind::addresses, &header_lines::return_path},
+    {"sender", header_kind::ignored},
+    {"status", header_kind::ignored},
+    {"subject", header_kind::words, &header_lines::subject},
+    {"to", header_kind::addresses, &header_lines::to},
+    {"x-authentication-warning", header_kind::ignored},
+    {"x-keywords", header_kind::ignored},
+    {"x-status", header_kind::ignored},
+    {"x-uid", header_kind::ignored},
+    {"x-uidl", header_kind::ignored},
 };
 static_assert(std::is_sorted(std::begin(known_headers), std::end(known_headers),
-                             [](const auto& a, const auto& b) { return a.first < b.first; }));
+                             [](const auto& a, const auto& b) { return a.name < b.name; }));
 
-header_kind kind_of_header(std::string_view name) {
-    // The verdicts of filters, this one's too, and what mailing lists put into every message that passes
-    // them, spam or not.
+// The verdicts of filters, this one's too, and what mailing lists put into every message that passes them,
+// spam or not. What is said about the content stands with its part.
+bool is_ignored(std::string_view name) {
+    if (name.empty() || "clmx"sv.find(name[0]) == std::string_view::npos)
+        return false;
     for (const auto start :
          {"x-tessivar"sv, "x-spam"sv, "x-bogosity"sv, "x-virus"sv, "x-mozilla-"sv, "list-"sv, "x-mailman"sv,
-          "x-beenthere"sv, "x-list"sv, "x-original"sv, "mailing-list"sv})
+          "x-beenthere"sv, "x-list"sv, "x-original"sv, "mailing-list"sv, "content-"sv})
         if (name.starts_with(start))
-            return header_kind::ignored;
+            return true;
+    return false;
+}
+
+known_header find_header(std::string_view name) {
+    if (is_ignored(name))
+        return {name, header_kind::ignored};
     const auto* const found =
         std::lower_bound(std::begin(known_headers), std::end(known_headers), name,
-                         [](const auto& known, std::string_view n) { return known.first < n; });
-    return found != std::end(known_headers) && found->first == name ? found->second : header_kind::words;
+                         [](const auto& known, std::string_view n) { return known.name < n; });
+    return found != std::end(known_headers) && found->name == name ? *found : known_header{name};
 }
 
 } // namespace
@@ -80,7 +104,7 @@ void mail_headers::addresses(std::string_view name, std::string_view value) {
     prefix << name << ":"sv;
     unsigned count = 0;
     std::size_t word_start = 0;
-    std::string names; // what is no address
+    m_names.clear();
     for (std::size_t at = 0; at <= value.size(); ++at) {
         const char c = at < value.size() ? value[at] : ' ';
         const bool ends = static_cast<unsigned char>(c) <= ' ' || c == '<' || c == '>' || c == ',' ||
@@ -91,7 +115,7 @@ void mail_headers::addresses(std::string_view name, std::string_view value) {
         word_start = at + 1;
         const std::size_t sign = piece.rfind('@');
         if (sign == std::string_view::npos || sign + 1 == piece.size()) {
-            names.append(piece).push_back(' ');
+            m_names.append(piece).push_back(' ');
             continue;
         }
         if (++count <= 20) {
@@ -101,7 +125,7 @@ void mail_headers::addresses(std::string_view name, std::string_view value) {
             m_links.host(prefix.view(), piece.substr(sign + 1));
         }
     }
-    m_words.add(names, "H ", prefix.view());
+    m_words.add(m_names, "H ", prefix.view());
     if (count != 1)
         m_tokens.put((short_text() << "M "sv << name << " count "sv << power_of_two_below(count)).view());
 }
@@ -123,10 +147,10 @@ void mail_headers::received(std::string_view value) {
     }
 }
 
-void mail_headers::tokens_of_field(std::string_view name, std::string_view value) {
-    const header_kind kind = kind_of_header(name);
+void mail_headers::tokens_of_field(header_kind kind, std::string_view value) {
     if (kind == header_kind::ignored)
         return;
+    const std::string_view name = m_name;
     m_tokens.put((short_text() << "M header:"sv << name).view());
     if (kind == header_kind::received) {
         received(value);
@@ -134,8 +158,7 @@ void mail_headers::tokens_of_field(std::string_view name, std::string_view value
     }
     std::string_view shown = value;
     if (value.find("=?") != std::string_view::npos) {
-        m_decoded = decode_words(value.substr(0, 4096));
-        shown = m_decoded;
+        shown = m_decoder.decode(value.substr(0, 4096));
         const std::size_t sign = value.find("=?") + 2;
         m_tokens.mark_pair("encoded word:", value.substr(sign, value.find('?', sign) - sign));
     }
@@ -175,33 +198,22 @@ void mail_headers::absent_fields() {
         m_tokens.mark("no to");
 }
 
-void mail_headers::keep_line(std::string_view value) {
-    value = value.substr(0, 1024);
-    const auto keep = [&](std::string_view name, std::string& target) {
-        if (target.empty() && m_name == name)
-            target = value;
-    };
-    keep("message-id", m_lines.message_id);
-    keep("subject", m_lines.subject);
-    keep("date", m_lines.date);
-    keep("from", m_lines.from);
-    keep("to", m_lines.to);
-    keep("reply-to", m_lines.reply_to);
-    keep("return-path", m_lines.return_path);
-    keep("received", m_lines.newest_hop);
-    if (m_name == "received") {
-        m_lines.oldest_hop = value;
-        ++m_lines.hops;
-    }
-}
-
 void mail_headers::field(std::string_view name, std::string_view raw_value) {
     const std::string_view value = trim(raw_value, " \t\r\n");
     name = name.substr(0, 60);
     m_name.resize(name.size());
     std::transform(name.begin(), name.end(), m_name.begin(), lower);
-    keep_line(value);
-    tokens_of_field(m_name, value);
+    const known_header known = find_header(m_name);
+    const std::string_view kept = value.substr(0, 1024);
+    if (known.line && (m_lines.*known.line).empty())
+        m_lines.*known.line = kept;
+    if (known.kind == header_kind::received) {
+        if (m_lines.newest_hop.empty())
+            m_lines.newest_hop = kept;
+        m_lines.oldest_hop = kept;
+        ++m_lines.hops;
+    }
+    tokens_of_field(known.kind, value);
 }
 
 void mail_headers::end() {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "client/charset.h"
+#include "client/mail/charset.h"
 #include "client/short_text.h"
 #include "common/text.h"
 
@@ -29,7 +29,7 @@ std::size_t mail_parts::part(const mail_part& described) {
     name << described.type.substr(0, 40) << "/"sv << described.subtype.substr(0, 40);
     m_tokens.mark_pair("type:", name.view());
     if (described.encoding)
-        m_tokens.mark_pair("encoding:", *described.encoding);
+        m_tokens.mark_pair("encoding:", name_of(*described.encoding));
     if (described.charset)
         m_tokens.mark_pair("charset:", *described.charset);
     if (described.disposition)

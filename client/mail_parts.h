@@ -6,9 +6,9 @@
 #include <string_view>
 
 #include "client/html_text.h"
+#include "client/mail/mail_reader.h"
 #include "client/mail_links.h"
 #include "client/mail_tokens.h"
-#include "client/mail_walk.h"
 #include "client/mail_words.h"
 
 namespace tvr {

@@ -19,8 +19,8 @@ void mail_tokens::put(std::string_view token) {
 }
 
 void mail_tokens::add(std::string_view kind, std::string_view text) {
-    const bool limited = kind != "F " && kind != "M ";
-    const std::size_t limit = kind == "H " ? m_limits.header_word : m_limits.word;
+    const bool limited = kind[0] != 'F' && kind[0] != 'M';
+    const std::size_t limit = kind[0] == 'H' ? m_limits.header_word : m_limits.word;
     short_text token;
     token << kind;
     if (limited && text.size() > limit)

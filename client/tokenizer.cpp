@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <array>
 
+#include "client/mail/mail_reader.h"
 #include "client/mail_date.h"
 #include "client/mail_headers.h"
 #include "client/mail_links.h"
 #include "client/mail_parts.h"
 #include "client/mail_tokens.h"
-#include "client/mail_walk.h"
 #include "client/mail_words.h"
 #include "common/minutes.h"
 #include "common/text.h"
@@ -21,9 +21,9 @@ using namespace std::string_view_literals;
 class tokenizer::implementation final : private mail_visitor {
 public:
     implementation(const tokenizer_limits& limits, std::shared_ptr<const look_alikes> spelling)
-        : m_limits(limits), m_tokens(limits), m_links(m_tokens),
-          m_words(m_tokens, m_links, std::move(spelling)), m_headers(m_tokens, m_words, m_links),
-          m_parts(m_limits, m_tokens, m_words, m_links) {}
+        : m_limits(limits), m_reader({limits.depth, limits.parts, limits.headers, limits.mail}),
+          m_tokens(limits), m_links(m_tokens), m_words(m_tokens, m_links, std::move(spelling)),
+          m_headers(m_tokens, m_words, m_links), m_parts(m_limits, m_tokens, m_words, m_links) {}
 
     void tokenize(std::string_view raw);
     [[nodiscard]] const token_table& tokens() const { return m_tokens.table(); }
@@ -44,6 +44,7 @@ private:
     void make_facts(std::string_view raw, std::string_view mbox_date);
 
     tokenizer_limits m_limits;
+    mail_reader m_reader;
     mail_tokens m_tokens;
     mail_links m_links;
     mail_words m_words;
@@ -81,8 +82,7 @@ void tokenizer::implementation::make_facts(std::string_view raw, std::string_vie
     m_facts.msid = make_msid(id, lines.subject, lines.date, lines.from);
     m_facts.time = minutes_from_mail_date(lines.date);
     if (m_facts.time == 0)
-        m_facts.time = minutes_from_mail_date(
-            std::string_view(lines.newest_hop).substr(lines.newest_hop.rfind(';') + 1));
+        m_facts.time = minutes_from_mail_date(lines.newest_hop.substr(lines.newest_hop.rfind(';') + 1));
     if (m_facts.time == 0)
         m_facts.time = minutes_from_mail_date(mbox_date);
     constexpr std::uint32_t day = 24 * 60;
@@ -101,7 +101,7 @@ void tokenizer::implementation::tokenize(std::string_view raw) {
         mbox_date = line.substr(std::min(line.find(' ', 5), line.size()));
         raw.remove_prefix(std::min(raw.size(), line.size() + 1));
     }
-    const unsigned parts = walk_mail(raw.substr(0, m_limits.mail), m_limits, *this);
+    const unsigned parts = m_reader.read(raw.substr(0, m_limits.mail), *this);
     m_tokens.mark("parts ", power_of_two_below(parts));
     m_tokens.mark("size ", power_of_two_below(full_size));
     m_tokens.mark("text ", power_of_two_below(m_parts.text_seen()));

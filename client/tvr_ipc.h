@@ -28,7 +28,6 @@ enum class ipc_error : int {
     cache_full = 4,  // 2 GiB of messages wait: the engine has to take them first
     io = 5,          // the cache can't be written
     no_engine = 6,   // it doesn't run and could not be started
-    no_mail = 7,     // this build of the library parses no mail
     known = 8,       // left out, as the engine knows the message with this verdict
     refused = 9,     // of tvrctl: what is given contradicts itself
 };

@@ -22,7 +22,6 @@ enum tvr_error {
     tvr_cache_full = 4,  /* 2 GiB of messages wait for the engine */
     tvr_io = 5,          /* the cache can't be written */
     tvr_no_engine = 6,   /* it doesn't run and could not be started */
-    tvr_no_mail = 7,     /* this build of the library parses no mail */
     tvr_known = 8        /* left out: learned, or waiting, with this verdict already; see tvr_mark_once */
 };
 
@@ -59,8 +58,7 @@ TVR_IPC_EXPORT void tvr_close(tvr_client* client);
 
 /* Appends one message to the cache. */
 TVR_IPC_EXPORT int tvr_append(tvr_client* client, const tvr_message* message);
-/* Cuts a raw mail into its tokens and appends it. `marks` as in tvr_message. On Windows it only answers
- * tvr_no_mail. */
+/* Cuts a raw mail into its tokens and appends it. `marks` as in tvr_message. */
 TVR_IPC_EXPORT int tvr_append_mail(tvr_client* client, const char* raw, size_t size, uint32_t marks);
 /* Raises an event of the engine, which is started first if it doesn't run and `start` isn't 0. */
 TVR_IPC_EXPORT int tvr_raise(tvr_client* client, enum tvr_event event, int start);

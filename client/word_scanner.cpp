@@ -3,14 +3,15 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "client/charset.h"
+#include "client/mail/charset.h"
 #include "common/text.h"
 
 namespace tvr {
 
 namespace {
 
-enum kind : std::uint8_t { separates, wordy, joins, high };
+// `marks` separates, too, but may tell what stands in front of it.
+enum kind : std::uint8_t { separates, wordy, joins, marks, high };
 
 constexpr std::array<kind, 256> make_kinds() {
     std::array<kind, 256> kinds{};
@@ -19,6 +20,8 @@ constexpr std::array<kind, 256> make_kinds() {
             kinds[i] = wordy;
         else if (i == '\'' || i == '-' || i == '_' || i == '.' || i == ',')
             kinds[i] = joins;
+        else if (i == '!' || i == '@' || i == ':')
+            kinds[i] = marks;
         else if (i >= 0x80)
             kinds[i] = high;
     }
@@ -56,6 +59,27 @@ char32_t fold(char32_t code) {
     return code >= 0xFF01 && code <= 0xFF5E ? code - 0xFEE0 : code;
 }
 
+// The end of the word characters that begin at `at`.
+std::size_t run_end(std::string_view text, std::size_t at) {
+    while (at < text.size() && kind_of(text[at]) == wordy)
+        ++at;
+    return at;
+}
+
+// True if what stands at `at` ends a word and nothing else: most words end so.
+bool ends_plainly(std::string_view text, std::size_t at) {
+    const kind here = at < text.size() ? kind_of(text[at]) : separates;
+    return here == separates ||
+           (here == joins && (at + 1 == text.size() || kind_of(text[at + 1]) == separates));
+}
+
+void give(const char* word, std::size_t size, word_sink& sink) {
+    if (size <= word_scanner::longest)
+        sink.word({word, size});
+    else
+        sink.long_run(*word, size);
+}
+
 } // namespace
 
 std::size_t link_end(std::string_view text, std::size_t at) noexcept {
@@ -74,6 +98,12 @@ void word_scanner::put(char c) noexcept {
     ++m_length;
 }
 
+void word_scanner::put(std::string_view run) noexcept {
+    if (m_length < m_word.size())
+        run.copy(m_word.data() + m_length, m_word.size() - m_length);
+    m_length += run.size();
+}
+
 void word_scanner::put_code(char32_t code) noexcept {
     if (code < 0x80) {
         put(static_cast<char>(code));
@@ -88,12 +118,8 @@ void word_scanner::put_code(char32_t code) noexcept {
 
 void word_scanner::end_word(word_sink& sink) {
     m_last_wide = 0;
-    if (m_length == 0)
-        return;
-    if (m_length <= longest)
-        sink.word({m_word.data(), m_length});
-    else
-        sink.long_run(m_word[0], m_length);
+    if (m_length != 0)
+        give(m_word.data(), m_length, sink);
     m_length = 0;
 }
 
@@ -136,12 +162,18 @@ void word_scanner::scan(std::string_view text, word_sink& sink) {
         const char c = text[at];
         const kind what = kind_of(c);
         if (what == wordy) {
-            if (m_last_wide != 0)
-                end_word(sink);
-            if (m_length == 0)
+            m_last_wide = 0;
+            const std::size_t end = run_end(text, at);
+            if (m_length == 0) {
                 start = at;
-            put(c);
-            ++at;
+                if (ends_plainly(text, end)) {
+                    give(text.data() + at, end - at, sink);
+                    at = end + 1;
+                    continue;
+                }
+            }
+            put(text.substr(at, end - at));
+            at = end;
             continue;
         }
         if (what == high) {

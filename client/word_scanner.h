@@ -33,6 +33,7 @@ public:
 
 private:
     void put(char c) noexcept;
+    void put(std::string_view run) noexcept;
     void put_code(char32_t code) noexcept;
     void end_word(word_sink& sink);
     void wide_character(char32_t code, word_sink& sink);

@@ -1,6 +1,6 @@
 #include "tools/base_lines.h"
 
-#include "client/utf8.h"
+#include "client/mail/utf8.h"
 #include "common/text.h"
 
 namespace tvr {

@@ -1,5 +1,4 @@
-// What the commands do with mail. A build without a mail parser has no_mail.cpp in place of all this, which
-// says so wherever mail is asked for.
+// What the commands do with mail.
 #pragma once
 
 #include <string>
@@ -21,8 +20,7 @@ void add_host(CLI::App& program, int& code);
 // Serves an add-on on the standard streams. Answers the exit code.
 int run_host();
 
-// Appends the mail that the options name to the cache. Answers the failure that ended it; ipc_error::no_mail
-// in a build that reads none.
+// Appends the mail that the options name to the cache. Answers the failure that ended it.
 ipc_status take_mail(const train_options& options, training_client& client, training_sum& sum);
 
 // Adds the message IDs of the mail in these files. False if one of them could not be read, which has

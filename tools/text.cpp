@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "client/utf8.h"
+#include "client/mail/utf8.h"
 #include "common/minutes.h"
 #include "common/text.h"
 #include "platform/clock.h"

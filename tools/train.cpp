@@ -206,8 +206,6 @@ int train(const train_options& options) {
     training_sum sum;
     const ipc_status failure =
         options.records.empty() ? take_mail(options, client, sum) : take_records(options, client, sum);
-    if (failure.error == ipc_error::no_mail)
-        return fail(failure.text);
     if (!failure)
         fail(failure.text);
     if (failure.error == ipc_error::refused)

@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "client/charset.h"
+#include "client/mail/charset.h"
 #include "client/html_text.h"
 #include "client/mail_date.h"
 #include "client/tokenizer.h"

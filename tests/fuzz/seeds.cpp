@@ -108,6 +108,7 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
             if (taken < batch_size)
                 stream.write(batch);
             add("mail", each.text);
+            add("reader", each.text);
             if (each.text.find("<html") != std::string::npos || each.text.find("<HTML") != std::string::npos)
                 add("html", each.text);
             if (++taken % batch_size == 0)

@@ -13,6 +13,8 @@
 
 #include "client/cache_writer.h"
 #include "client/html_text.h"
+#include "client/mail/charset.h"
+#include "client/mail/mail_reader.h"
 #include "client/record_batch.h"
 #include "client/tokenizer.h"
 #include "client/verdict/judge.h"
@@ -109,6 +111,40 @@ void run_html(raw_bytes input) {
     must(html.links().size() <= html_text::most_links, "links have a bound");
 }
 const target html_target("html", run_html, 8192);
+
+// Takes every text, and looks at what is told of it.
+class reader_probe final : public mail_visitor {
+public:
+    std::size_t bytes = 0;
+    void header(std::string_view name, std::string_view value) override {
+        must(!name.empty(), "a field has a name");
+        must(is_utf8(m_words.decode(value)), "decoded words are UTF-8");
+    }
+    void end_of_headers() override {}
+    void multipart(std::string_view) override {}
+    void message(std::string_view subject) override { must(is_utf8(subject), "a subject is UTF-8"); }
+    std::size_t part(const mail_part&) override { return wanted; }
+    void text(const mail_part& part, std::string_view decoded) override {
+        must(decoded.size() <= wanted, "no more text than was wanted");
+        bytes += decoded.size();
+        const std::string_view text = to_utf8(decoded, part.charset.value_or(""), m_room);
+        must(is_utf8(text) && text.size() <= 3 * decoded.size(), "any text has its UTF-8");
+    }
+
+private:
+    static constexpr std::size_t wanted = 4096;
+    word_decoder m_words;
+    std::string m_room;
+};
+
+void run_reader(raw_bytes input) {
+    static mail_reader reader;
+    reader_probe probe;
+    must(reader.read(text_of(input), probe) <= mail_limits().parts, "parts have a bound");
+    // An attached mail may be told twice: encoded as it is, and opened.
+    must(probe.bytes <= 2 * input.size(), "no text is told again and again");
+}
+const target reader_target("reader", run_reader, 16384);
 
 void run_mail(raw_bytes input) {
     static tokenizer cutter;

@@ -1,13 +1,10 @@
-#include "client/mail_walk.h"
+#include "client/mail/gmime_reader.h"
 
 #include <algorithm>
 #include <array>
 #include <memory>
 
 #include <gmime/gmime.h>
-
-#include "client/charset.h"
-#include "common/text.h"
 
 namespace tvr {
 
@@ -19,10 +16,6 @@ struct gobject_deleter {
 template <class T>
 using gobject = std::unique_ptr<T, gobject_deleter>;
 
-struct freer {
-    void operator()(char* text) const noexcept { g_free(text); }
-};
-
 std::string_view view_of(const char* text) {
     return text ? std::string_view(text) : std::string_view();
 }
@@ -31,9 +24,14 @@ std::optional<std::string_view> said(const char* text) {
     return text ? std::optional<std::string_view>(text) : std::nullopt;
 }
 
+std::optional<transfer_encoding> encoding_of(GMimePart* object) {
+    const char* const name = g_mime_content_encoding_to_string(g_mime_part_get_content_encoding(object));
+    return name ? find_encoding(name) : std::nullopt;
+}
+
 class walk {
 public:
-    walk(const tokenizer_limits& limits, mail_visitor& visitor) : m_limits(limits), m_visitor(visitor) {}
+    explicit walk(mail_visitor& visitor) : m_visitor(visitor) {}
 
     void headers(GMimeMessage* message);
     void part(GMimeObject* object, unsigned depth);
@@ -43,7 +41,7 @@ private:
     void leaf(GMimePart* object);
     void content(GMimePart* object, std::size_t room);
 
-    const tokenizer_limits& m_limits;
+    const mail_limits m_limits;
     mail_visitor& m_visitor;
     unsigned m_parts = 0;
     std::string m_decoded;
@@ -88,7 +86,7 @@ void walk::leaf(GMimePart* object) {
     const mail_part described = {
         view_of(g_mime_content_type_get_media_type(type)),
         view_of(g_mime_content_type_get_media_subtype(type)),
-        said(g_mime_content_encoding_to_string(g_mime_part_get_content_encoding(object))),
+        encoding_of(object),
         said(g_mime_content_type_get_parameter(type, "charset")),
         said(g_mime_object_get_disposition(GMIME_OBJECT(object))),
         said(g_mime_part_get_filename(object)),
@@ -121,8 +119,9 @@ void walk::part(GMimeObject* object, unsigned depth) {
 
 } // namespace
 
-unsigned walk_mail(std::string_view raw, const tokenizer_limits& limits, mail_visitor& visitor) {
-    ready_gmime();
+unsigned read_with_gmime(std::string_view raw, mail_visitor& visitor) {
+    static const bool ready = (g_mime_init(), true);
+    static_cast<void>(ready);
     // The stream reads from the bytes where they are, and does not own them.
     GByteArray bytes{reinterpret_cast<guint8*>(const_cast<char*>(raw.data())),
                      static_cast<guint>(raw.size())};
@@ -131,7 +130,7 @@ unsigned walk_mail(std::string_view raw, const tokenizer_limits& limits, mail_vi
     const gobject<GMimeParser> parser(g_mime_parser_new_with_stream(stream.get()));
     g_mime_parser_set_format(parser.get(), GMIME_FORMAT_MESSAGE);
     const gobject<GMimeMessage> message(g_mime_parser_construct_message(parser.get(), nullptr));
-    walk found(limits, visitor);
+    walk found(visitor);
     if (message) {
         found.headers(message.get());
         found.part(g_mime_message_get_mime_part(message.get()), 0);
@@ -139,10 +138,11 @@ unsigned walk_mail(std::string_view raw, const tokenizer_limits& limits, mail_vi
     return found.parts();
 }
 
-std::string decode_words(std::string_view value) {
-    const std::string terminated(value);
-    const std::unique_ptr<char, freer> decoded(g_mime_utils_header_decode_text(nullptr, terminated.c_str()));
-    return std::string(view_of(decoded.get()));
+std::string decode_with_gmime(std::string_view value) {
+    char* const decoded = g_mime_utils_header_decode_text(nullptr, std::string(value).c_str());
+    std::string result(view_of(decoded));
+    g_free(decoded);
+    return result;
 }
 
 } // namespace tvr

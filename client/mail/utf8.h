@@ -1,7 +1,9 @@
-// Looking at UTF-8.
+// Looking at UTF-8, and writing it.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace tvr {
@@ -11,5 +13,8 @@ namespace tvr {
 
 // The code point at `at`, which moves behind it; U+FFFD, and one byte on, where there is none.
 [[nodiscard]] char32_t next_code_point(std::string_view text, std::size_t& at) noexcept;
+
+// Appends a code point in UTF-8; nothing for one that is none.
+void append_utf8(std::string& text, std::uint32_t code);
 
 } // namespace tvr
