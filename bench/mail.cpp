@@ -45,13 +45,16 @@ public:
     void multipart(std::string_view) override {}
     void message(std::string_view) override {}
     std::size_t part(const mail_part&) override { return std::size_t{1} << 20; }
-    void text(const mail_part&, std::string_view decoded) override { benchmark::DoNotOptimize(decoded.data()); }
+    void text(const mail_part&, std::string_view decoded) override {
+        benchmark::DoNotOptimize(decoded.data());
+    }
 };
 
 void mail_reading(benchmark::State& state) {
     mail_reader reader;
     looker visitor;
-    for_all_mails(state, [&](const std::string& mail) { benchmark::DoNotOptimize(reader.read(mail, visitor)); });
+    for_all_mails(state,
+                  [&](const std::string& mail) { benchmark::DoNotOptimize(reader.read(mail, visitor)); });
 }
 BENCHMARK(mail_reading)->Unit(benchmark::kMillisecond);
 

@@ -50,8 +50,8 @@ constexpr std::uint8_t base64_value(char c) {
     return base64_values[static_cast<unsigned char>(c)];
 }
 
-// True if a whole line of base-64 begins at `at`, or behind blanks there. Behind the end of one text there may be
-// another one, but also what a mailing list put there as it is.
+// True if a whole line of base-64 begins at `at`, or behind blanks there. Behind the end of one text there
+// may be another one, but also what a mailing list put there as it is.
 bool goes_on(std::string_view text, std::size_t at) {
     at = text.find_first_not_of(" \t\r\n", at);
     if (at == std::string_view::npos)

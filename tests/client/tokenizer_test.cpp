@@ -2,8 +2,8 @@
 
 #include <set>
 
-#include "client/mail/charset.h"
 #include "client/html_text.h"
+#include "client/mail/charset.h"
 #include "client/mail_date.h"
 #include "client/tokenizer.h"
 #include "settings/settings.h"
