@@ -134,6 +134,8 @@ void from_iso_2022_jp(std::string_view bytes, std::string& room) {
             append_utf8(room, first < 0x80 ? first : no_character);
         } else if (set == kana) {
             append_utf8(room, half_width_kana(first | 0x80));
+        } else if (rest.size() >= 2 && byte_at(rest, 1) <= ' ') {
+            append_utf8(room, no_character); // the pair is torn; what follows may switch
         } else if (rest.size() >= 2) {
             append_utf8(room, set == kanji ? japanese_character(first & 0x7F, byte_at(rest, 1) & 0x7F)
                                            : no_character);
@@ -157,7 +159,7 @@ void from_shifted(std::string_view bytes, unsigned code_page, std::string_view o
         } else if (first == '\n') {
             shifted = false;
             room.push_back('\n');
-        } else if (shifted && first > ' ' && rest.size() >= 2) {
+        } else if (shifted && first > ' ' && rest.size() >= 2 && byte_at(rest, 1) > ' ') {
             append_utf8(room, pairs_of(code_page).character(first | 0x80, byte_at(rest, 1) | 0x80));
             ++at;
         } else {

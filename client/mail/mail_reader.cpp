@@ -122,7 +122,8 @@ void mail_reader::body(content& found, unsigned depth) {
     }
     ++m_parts;
     if (equals_ignoring_case(found.part.type, "multipart")) {
-        if (open_boundary()) {
+        const std::optional<std::string_view> told = m_type_parameters.text(boundary_of_type);
+        if (open_boundary(trim(told.value_or(""), blanks)) || open_boundary(find_boundary())) {
             multipart(found, depth);
         } else {
             found.part.type = "text";
@@ -139,11 +140,11 @@ void mail_reader::body(content& found, unsigned depth) {
     }
 }
 
+// A part whose boundary is open, and whose first part begins here.
 void mail_reader::multipart(const content& found, unsigned depth) {
     const std::size_t level = m_open - 1;
     m_visitor->multipart(found.part.subtype);
     const bool is_digest = equals_ignoring_case(found.part.subtype, "digest");
-    until_boundary();
     while (m_hit == level && !m_hit_last)
         entity(depth + 1, is_digest);
     m_open = level;
@@ -197,13 +198,10 @@ void mail_reader::leaf(content& found) {
         m_visitor->text(part, decode_transfer(text, part.encoding, wanted, m_decoded));
 }
 
-// The boundary that the header tells, or else the first line that looks like one: with the header of a part
-// behind it. Empty if there is none.
-std::string_view mail_reader::find_boundary() const {
-    const std::string_view told = trim(m_type_parameters.text(boundary_of_type).value_or(""), blanks);
-    if (!told.empty())
-        return told;
-    for (std::size_t line = m_at; line < m_raw.size();) {
+// The first line that looks like a boundary: with the header of a part behind it, and in front of the next
+// boundary of a part around this one. Empty if there is none.
+std::string_view mail_reader::find_boundary() {
+    for (std::size_t line = m_at; line < m_raw.size() && !meets_boundary(m_raw.substr(line));) {
         const std::size_t end = find_line_end(m_raw, line, m_line_end);
         const std::string_view text = trim(m_raw.substr(line, end - line), blanks);
         line = end + 1;
@@ -214,14 +212,23 @@ std::string_view mail_reader::find_boundary() const {
     return {};
 }
 
-bool mail_reader::open_boundary() {
-    const std::string_view boundary = find_boundary();
+// Moves behind the first line of a boundary, which is open then. False, where the reader was, if it never
+// comes.
+bool mail_reader::open_boundary(std::string_view boundary) {
     if (boundary.empty())
         return false;
-    if (m_boundaries.size() == m_open)
+    const std::size_t start = m_at;
+    const std::size_t level = m_open;
+    if (m_boundaries.size() == level)
         m_boundaries.emplace_back();
-    m_boundaries[m_open++] = boundary;
-    return true;
+    m_boundaries[level] = boundary;
+    ++m_open;
+    until_boundary();
+    if (m_hit == level)
+        return true;
+    m_open = level;
+    m_at = start;
+    return false;
 }
 
 // Tells whether the text begins with the line of an open boundary, and notes which.

@@ -73,8 +73,8 @@ private:
     void attached(unsigned depth);
     void encoded_mail(const content& found, unsigned depth);
     void leaf(content& found);
-    [[nodiscard]] std::string_view find_boundary() const;
-    bool open_boundary();
+    [[nodiscard]] std::string_view find_boundary();
+    bool open_boundary(std::string_view boundary);
     [[nodiscard]] bool meets_boundary(std::string_view line);
     std::string_view until_boundary();
     void give_up();
@@ -97,7 +97,7 @@ private:
     parameter_set m_type_parameters{{"charset", "boundary", "name"}};
     parameter_set m_disposition_parameters{{"filename"}};
     word_decoder m_words;
-    std::string m_subject, m_file, m_decoded;
+    std::string m_decoded;
 };
 
 } // namespace tvr

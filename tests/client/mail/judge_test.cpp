@@ -20,6 +20,7 @@ constexpr const char* equal_signs =
 constexpr const char* running_on = "a text in iso-2022-jp that goes on in the next encoded word";
 constexpr const char* windows = "a byte of windows-1252 in what calls itself iso-8859-1";
 constexpr const char* cut_off = "base-64 whose last character is missing";
+constexpr const char* other_boundary = "a boundary that never comes as it is told";
 const std::pair<const char*, const char*> known_differences[] = {
     {"hard-ham-1/00005", equal_signs},
     {"hard-ham-1/00039", running_on},
@@ -29,10 +30,12 @@ const std::pair<const char*, const char*> known_differences[] = {
     {"spam-1/00256", cut_off},
     {"spam-1/00311", "a byte that means nothing is U+FFFD, not a question mark"},
     {"spam-1/00330", cut_off},
+    {"spam-1/00467", other_boundary},
     {"spam-2/00204", "no semicolon in front of a parameter"},
     {"spam-2/00673", equal_signs},
     {"spam-2/00734", equal_signs},
     {"spam-2/01041", equal_signs},
+    {"spam-2/01214", other_boundary},
     {"spam-2/01304", equal_signs},
 };
 
@@ -62,9 +65,9 @@ TEST(judge, reads_the_same) {
     const auto compare = [&](const fs::path& path, const std::string& raw) {
         judged_mail ours([&](std::string_view value) { return std::string(words.decode(value)); });
         judged_mail theirs(decode_with_gmime);
-        EXPECT_EQ(reader.read(raw, ours), read_with_gmime(raw, theirs)) << path;
+        const unsigned our_parts = reader.read(raw, ours), their_parts = read_with_gmime(raw, theirs);
         const auto [a, b] = std::ranges::mismatch(ours.lines, theirs.lines);
-        const bool same = a == ours.lines.end() && b == theirs.lines.end();
+        const bool same = our_parts == their_parts && a == ours.lines.end() && b == theirs.lines.end();
         const std::string name = path.parent_path().filename().string() + "/" + path.filename().string();
         const bool known = std::ranges::any_of(
             known_differences, [&](const auto& known_one) { return name.starts_with(known_one.first); });

@@ -63,9 +63,10 @@ TEST(mail_reader, takes_broken_mail_apart_as_mail_programs_do) {
         {"a boundary that isn't told",
          "Content-Type: multipart/mixed\n\n-- \n--q\nContent-Type: text/html\n\na\n--q--\n",
          {"multipart mixed", "text/html", "[a]"}},
-        {"no boundary at all",
-         "Content-Type: multipart/mixed; boundary=\"\"\n\n--\nwords\n",
-         {"text/plain", "[--\nwords\n]"}},
+        {"no boundary at all, and one that never comes",
+         mixed + "--b\nContent-Type: multipart/mixed\n\n--\nwords\n--b\n"
+                 "Content-Type: multipart/mixed; boundary=c\n\n--d\nwords\n--b--\n--c\nContent-Type: a/b\n",
+         {"multipart mixed", "text/plain", "[--\nwords]", "text/plain", "[--d\nwords]"}},
         {"an attached mail and a digest",
          "Content-Type: multipart/digest; boundary=b\n\n--b\n\nSubject: =?utf-8?q?a?=\n\none\n--b\n"
          "Content-Type: text/plain\n\ntwo",
@@ -144,6 +145,9 @@ TEST(charset, reads_names_in_all_spellings_and_bytes_that_mean_nothing) {
         {"EUC-JP", "\xC6\xFC\x8E\xB1\xC6z", "\xE6\x97\xA5\xEF\xBD\xB1\xEF\xBF\xBDz"},
         {"iso-2022-jp", "a\x1B$BF|\x1B(Bb",
          "a\xE6\x97\xA5"
+         "b"},
+        {"iso-2022-jp", "\x1B$BF\x1B(Bb",
+         "\xEF\xBF\xBD"
          "b"},
         {"iso-2022-kr",
          "\x1B$)Ca\x0EGQ\x0F"
