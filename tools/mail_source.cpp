@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <utility>
 
@@ -213,7 +214,9 @@ bool mail_source::accept(const mail_item& item) {
 
 void mail_source::pass(passed_mail::kind what, const std::string& name, const char* why) {
     const std::string& path = m_files[m_next - 1].path;
-    m_passed({what, name, m_number != 0 && m_is_mbox ? path : path.substr(0, path.rfind('/') + 1), why});
+    const bool is_one_of_many = m_number != 0 && m_is_mbox;
+    m_passed(
+        {what, name, is_one_of_many ? path : (std::filesystem::path(path).parent_path() / "").string(), why});
 }
 
 bool mail_source::next(mail_item& item) {

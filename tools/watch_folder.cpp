@@ -18,10 +18,7 @@ std::string absolute_path(const std::string& path) {
     fs::path whole = fs::canonical(path, error);
     if (error)
         whole = fs::absolute(path, error).lexically_normal();
-    std::string text = whole.string();
-    while (text.size() > 1 && text.back() == '/')
-        text.pop_back();
-    return text;
+    return (whole.has_filename() ? whole : whole.parent_path()).string(); // without a slash at the end
 }
 
 std::string_view file_name(std::string_view path) {

@@ -49,7 +49,10 @@ std::string_view word_decoder::decode(std::string_view value) {
     m_bytes.clear();
     bool behind_word = false;
     std::size_t plain = 0; // what isn't taken yet begins here
-    for (std::size_t at = value.find("=?"); at != std::string_view::npos; at = value.find("=?", at)) {
+    // Without an end none is looked for: a value may be nothing but beginnings.
+    const std::size_t last_end = value.rfind("?=");
+    const std::size_t most = last_end == std::string_view::npos ? 0 : last_end;
+    for (std::size_t at = value.find("=?"); at < most; at = value.find("=?", at)) {
         encoded_word word;
         if (!find_word(value, at, word)) {
             at += 2;

@@ -10,8 +10,8 @@ struct program_result {
     std::string text; // of both outputs
 };
 
-// `name` has no extension; the program lies beside this one. Standard input is this one's, or empty. On posix
-// the arguments go through a shell, which does what is asked of it ("<file", ">file").
+// `name` has no extension; the program lies beside this one. Standard input is this one's, or empty. The
+// arguments may ask for files as a shell does ("<file", ">file"); on posix all go through one.
 program_result run_program(const std::string& name, const std::string& arguments);
 
 } // namespace tvr

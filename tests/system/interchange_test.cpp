@@ -5,7 +5,10 @@
 
 #include <cstdlib>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include "common/bytes.h"
+#include "dict/message_record.h"
 #include "platform/change_hook.h"
 #include "platform/file.h"
 #include "support/child_process.h"
@@ -35,15 +38,19 @@ std::string seen_by_wine(const fs::path& path) {
     return text;
 }
 
-// Runs a program for Windows in the root to its end; its exit code. Variables stand in front of it.
+// The shell's command for a program for Windows in the root. Variables stand in front of it.
+std::string wine_command(const engine_root& root, const std::string& by, const std::string& program,
+                         const std::string& arguments, const std::string& variables = {}) {
+    // The root's own drive gives paths without a letter the meaning that they have outside.
+    return "cd '" + root.path().string() + "' && export TESSIVAR_ROOT='" + seen_by_wine(root.path()) + "' " +
+           variables + " && " + by + " " + variable("TVR_WINE") + " " + variable("TVR_WINDOWS_BIN") + "/" +
+           program + ".exe " + arguments + " >'" + (root.path() / "said").string() + "' 2>&1";
+}
+
+// Runs it to its end; its exit code.
 int run_in_wine(const engine_root& root, const std::string& program, const std::string& arguments,
                 const std::string& variables = {}) {
-    // The root's own drive gives paths without a letter the meaning that they have outside.
-    const std::string command = "cd '" + root.path().string() + "' && TESSIVAR_ROOT='" +
-                                seen_by_wine(root.path()) + "' " + variables + " timeout 120 " +
-                                variable("TVR_WINE") + " " + variable("TVR_WINDOWS_BIN") + "/" + program +
-                                ".exe " + arguments + " >'" + (root.path() / "said").string() + "' 2>&1";
-    const int status = std::system(command.c_str());
+    const int status = std::system(wine_command(root, "timeout 120", program, arguments, variables).c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
@@ -95,6 +102,64 @@ TEST(interchange, equal_records_give_equal_bases) {
                 expect_equal(base_of(root), *expected[part]);
             }
         }
+}
+
+// The same mail: equal records, base, verdict and score.
+TEST(interchange, equal_mail_gives_equal_records_bases_and_verdicts) {
+    const std::string judged = " <" + fs::directory_iterator(sample + "/spam")->path().string();
+    std::vector<std::string> records, verdicts, scores;
+    std::vector<files> bases;
+    for (const bool windows : {false, true}) {
+        shared_root root;
+        const auto path = [&](const fs::path& file) {
+            return " '" + (windows ? seen_by_wine(file) : file.string()) + "'";
+        };
+        const fs::path spam = sample + "/spam", ham = sample + "/ham", cut = root.path() / "cut";
+        expect_tvrctl(root, windows, "tokenize -q" + path(spam) + path(ham) + " --spam -o" + path(cut));
+        records.push_back(read_file(cut));
+        expect_tvrctl(root, windows, "train -q --wait --spam" + path(spam) + " --ham" + path(ham));
+        expect_tvrctl(root, windows, "stop");
+        bases.push_back(base_of(root));
+        verdicts.push_back(read_file(root.base().parent_path() / "verdict.bin"));
+        if (windows)
+            EXPECT_EQ(run_in_wine(root, "tvrctl", "score --explain -" + judged), 0);
+        scores.push_back(windows ? read_file(root.path() / "said") : tvrctl("score --explain -" + judged, 0));
+        std::erase(scores.back(), '\r');
+    }
+    expect_equal(bases[1], bases[0]);
+    EXPECT_GT(records[0].size(), 100'000U);
+    EXPECT_TRUE(records[1] == records[0]);
+    EXPECT_GT(verdicts[0].size(), 500'000U);
+    EXPECT_TRUE(verdicts[1] == verdicts[0]);
+    EXPECT_TRUE(scores[1].ends_with(scores[0])) << scores[1]; // Wine may say something first
+}
+
+const child_role watcher("watcher", [](std::string_view command) {
+    return execl("/bin/sh", "sh", "-c", std::string(command).c_str(), nullptr);
+});
+
+// What comes into a folder under watch is learned, and corrected while it waits.
+TEST(interchange, windows_watches_folders) {
+    shared_root root;
+    const fs::path inbox = root.path() / "inbox", junk = root.path() / "junk", said = root.path() / "said";
+    for (const fs::path& folder : {inbox, junk, root.base()})
+        fs::create_directories(folder);
+    write_file(root.base().parent_path() / "tvrctl.ini", "[Training]\r\ntrain corrections=0\r\n");
+    child_process watch("watcher",
+                        wine_command(root, "exec", "tvrctl",
+                                     "watch '" + seen_by_wine(inbox) + "' '" + seen_by_wine(junk) + "'"));
+    const auto wait_for_record = [&](std::uint32_t flags) {
+        engine_root::wait_for("the record", [&] {
+            const std::string cache = read_file(root.transact() / "autotrain.bys");
+            return cache.size() > 20 && load_u32(cache.data() + 16) == flags && holds(cache, "<a@x>_");
+        });
+    };
+    engine_root::wait_for("the watch", [&] { return holds(read_file(said), "watching"); });
+    write_file(inbox / "a.eml", "From: a@b.example\nSubject: a\nMessage-ID: <a@x>\n\nWords of a.\n");
+    wait_for_record(0);
+    fs::rename(inbox / "a.eml", junk / "a.eml");
+    wait_for_record(message_flag::spam | message_flag::marked);
+    watch.kill();
 }
 
 // That each imports what it exports is tested on each.

@@ -171,7 +171,7 @@ TEST(mail, is_graded_and_learned_by_requests_of_an_add_on) {
 TEST(mail, is_evaluated_on_a_root_of_its_own) {
     engine_root root;
     const fs::path report = root.path() / "report.html";
-    tvrctl("config set 'spam threshold' 90", 0);
+    tvrctl(R"(config set "spam threshold" 90)", 0);
     const std::string told = tvrctl("eval -q " + of_both + " --report " + report.string(), 0);
     EXPECT_TRUE(holds(told, "1-ROCA"));
     EXPECT_TRUE(holds(told, "spam from 90, unsure from 75"));

@@ -89,6 +89,11 @@ TEST_F(mail_source_test, takes_the_beginning_of_a_large_message) {
 
 // Which files a set of paths means.
 TEST_F(mail_source_test, each_mail_belongs_to_one_path) {
+    std::error_code error;
+    fs::create_directories(m_root.path() / "plain/deep");
+    fs::create_directory_symlink(m_root.path() / "plain", m_root.path() / "plain/deep/round", error);
+    if (error)
+        GTEST_SKIP() << "no links to folders, and no Maildirs, on this system";
     for (const char* name :
          {"box/cur/1:2,S", "box/new/2", "box/tmp/3", "box/cur/x:2,ST", "box/cur/y:2,D", "box/.Spam/cur/4",
           "box/.Spam/new/5", "box/.Lists.a/cur/6", "box/.Trash.old/cur/7", "box/dovecot.index", "plain/a.eml",
@@ -97,7 +102,6 @@ TEST_F(mail_source_test, each_mail_belongs_to_one_path) {
         put(name, "Subject: 1\n\n");
     for (const char* box : {"box/.Spam/new", "box/.Lists.a/new", "box/.Trash.old/new"})
         fs::create_directories(m_root.path() / box);
-    fs::create_directory_symlink(m_root.path() / "plain", m_root.path() / "plain/deep/round");
     const struct {
         list spam, ham;
         bool recursive;

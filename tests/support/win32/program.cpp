@@ -35,8 +35,9 @@ program_result run_program(const std::string& name, const std::string& arguments
     PROCESS_INFORMATION made{};
     const std::string program = module_folder() + name + ".exe";
     std::string line = "\"" + program + "\" " + arguments;
-    if (!CreateProcessA(program.c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start,
-                        &made))
+    if (arguments.find_first_of("<>") != std::string::npos)
+        line = "cmd /s /c \"" + line + "\"";
+    if (!CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &made))
         throw std::runtime_error("no " + name);
     CloseHandle(made.hThread);
     const handle process(made.hProcess);
