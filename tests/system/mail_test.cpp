@@ -1,7 +1,5 @@
 // tvrctl and the engine on real mail.
 
-#include <fstream>
-
 #include <nlohmann/json.hpp>
 
 #include "common/path.h"
@@ -114,7 +112,7 @@ TEST(mail, is_scored_by_the_published_base) {
 
     // A forged verdict gives way, and nothing else changes.
     const std::string mail = "Subject: x\nX-Tessivar: ham, score=0.00\n folded\nTo: y\n\nX-Tessivar: body\n";
-    std::ofstream(root.path() / "mail") << mail;
+    write_file(root.path() / "mail", mail);
     const std::string filtered = tvrctl("score --filter -e < " + (root.path() / "mail").string(), 0);
     EXPECT_TRUE(filtered.starts_with("Subject: x\nTo: y\nX-Tessivar"));
     EXPECT_EQ(filtered.substr(filtered.find("\n\n")), "\n\nX-Tessivar: body\n");

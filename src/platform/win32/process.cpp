@@ -85,6 +85,7 @@ bool start_process(std::string_view path, std::string_view arguments) {
         line.append("\"").append(program).append("\" ").append(arguments);
     STARTUPINFOA prc{};
     prc.cb = sizeof prc;
+    prc.dwFlags = STARTF_USESTDHANDLES; // none: it outlives whoever reads the pipes and files of this one
     PROCESS_INFORMATION pinfo{};
     if (!CreateProcessA(program.c_str(), line.empty() ? nullptr : line.data(), nullptr, nullptr, FALSE,
                         NORMAL_PRIORITY_CLASS, nullptr, nullptr, &prc, &pinfo))
