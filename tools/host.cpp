@@ -32,8 +32,7 @@ void add_host(CLI::App& program, int& code) {
         command->add_flag("--install", options->install, "Let Thunderbird find this program");
     CLI::Option* uninstall =
         command->add_flag("--uninstall", options->uninstall, "Take that back")->excludes(install);
-    command->add_flag("--system", options->all_users,
-                      "For all users of this machine, as its administrator");
+    command->add_flag("--system", options->all_users, "For all users of this machine, as its administrator");
     command->footer(
         "Without an option it takes requests on standard input and answers them on standard output, each\n"
         "a length of four bytes and JSON. Thunderbird starts it so by itself.\n\n"
