@@ -19,23 +19,20 @@ export class Grader {
     this.#memory = memory;
   }
 
-  // Grades messages and marks them. Tells settled(message, verdict, error) of each that has a verdict, or can't
-  // have one by its own fault. The others wait for the host; `error` is what is wrong with it: { left, error }.
+  // Grades messages and marks them. Tells settled(message, verdict, error, changed) of each that has a verdict, or
+  // can't have one by its own fault; `changed`: a mark was made or taken away. The others wait for the host; `error`
+  // is what is wrong with it: { left, error }.
   async grade(messages, settled = () => {}) {
     const left = [];
     let failure = null;
     const spam = [];
     const take = async message => {
       try {
-        const verdict = failure ? null : await this.#gradeOne(message);
-        if (failure) {
-          left.push(message);
-          return;
-        }
+        const { verdict, changed } = await this.#gradeOne(message);
         if (verdict === "spam") {
           spam.push(message);
         }
-        settled(message, verdict);
+        settled(message, verdict, null, changed);
       } catch (error) {
         if (error instanceof HostError && error.passes && error.code !== "broke") {
           failure ??= error;
@@ -58,13 +55,12 @@ export class Grader {
     // Our own mark goes when we know better. The user's word counts more than ours.
     const unmarks = verdict !== "spam" && message.junk && before.v === "s" && !before.t;
     await this.#memory.note([[key, { v: LETTER[verdict] }]]);
-    if (unmarks || verdict !== "ham" || message.tags.includes(UNSURE_TAG)) {
-      await this.#mark(await this.#api.messages.get(message.id), verdict, unmarks);
-    }
-    return verdict;
+    const mayChange = unmarks || verdict !== "ham" || message.tags.includes(UNSURE_TAG);
+    const changed = mayChange && (await this.#mark(await this.#api.messages.get(message.id), verdict, unmarks));
+    return { verdict, changed };
   }
 
-  // `message` as it is now: the user may have been at it meanwhile.
+  // `message` as it is now: the user may have been at it meanwhile. Answers whether there was something to do.
   async #mark(message, verdict, unmarks) {
     const key = keyOf(message);
     const { tagUnsure } = await readSettings(this.#api.storage.local);
@@ -84,7 +80,7 @@ export class Grader {
       change.junk = !unmarks;
     }
     if (Object.keys(change).length === 0 || this.#memory.get(key).t) {
-      return;
+      return false;
     }
     // Noted first: the event is then known to be ours. That of a mark of spam is by the verdict.
     const own = mark => this.#memory.note(change.junk === false ? [[key, { own: mark }]] : []);
@@ -95,6 +91,7 @@ export class Grader {
       await own(undefined);
       throw error;
     }
+    return true;
   }
 
   // Once for all messages that are graded at the same time.

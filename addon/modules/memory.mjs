@@ -44,12 +44,20 @@ export class Memory {
     return this.#records.has(key);
   }
 
+  // What there is to do.
   get jobs() {
-    return [...this.#jobs.values()];
+    return [...this.#jobs.values()].filter(job => !job.settled);
   }
 
   get jobCount() {
-    return this.#jobs.size;
+    return this.jobs.length;
+  }
+
+  // These are done, if this session goes on.
+  settle(jobs) {
+    for (const job of jobs) {
+      job.settled = true;
+    }
   }
 
   // Changes records and adds jobs, all of it or nothing.

@@ -7,9 +7,25 @@ import { findMessage, rawMail, ReadError } from "./mail.mjs";
 const AT_ONCE = 16;
 const FIRST_PAUSE = 0.25; // minutes
 const LONGEST_PAUSE = 10;
-const MOST_READS = 300; // of a message that is listed and can't be read: some days
+const MINUTE = 60 * 1000;
+const LONGEST_UNREAD = 3 * 24 * 60 * MINUTE; // until a message that can't be read is given up
+const LONGEST_MISSING = 10 * MINUTE; // the same for one that isn't found: it may be on its way to another folder
 const MOST_BREAKS = 3; // of the host at one message
+// A mark that Thunderbird has made goes with it if it is killed before the mail server knows of it. So long the job
+// stays, and is done again when it is found by a new start.
+const SETTLING = 20; // seconds
 export const RETRY_ALARM = "retry";
+
+class MissingError extends Error {}
+
+function mayDoLater(error, tries, age) {
+  if (error instanceof HostError) {
+    return error.code === "broke" && tries < MOST_BREAKS;
+  }
+  return (
+    (error instanceof MissingError && age < LONGEST_MISSING) || (error instanceof ReadError && age < LONGEST_UNREAD)
+  );
+}
 
 export class Worker {
   #api;
@@ -68,10 +84,9 @@ export class Worker {
   async #putOff(failed, later) {
     const again = [];
     for (const { job, error } of failed) {
-      const tries = (job.tries ?? 0) + 1;
-      const broke = error instanceof HostError && error.code === "broke";
-      if ((broke && tries < MOST_BREAKS) || (error instanceof ReadError && tries < MOST_READS)) {
-        again.push({ ...job, tries });
+      const { tries = 0, since = Date.now() } = job;
+      if (mayDoLater(error, tries + 1, Date.now() - since)) {
+        again.push({ ...job, tries: tries + 1, since });
         this.#error = error.message;
       } else {
         console.warn("Tessivar: a message can't be taken:", error);
@@ -85,10 +100,11 @@ export class Worker {
   async #train(job, later) {
     try {
       const message = await findMessage(this.#api, job);
-      if (message) {
-        const bytes = await rawMail(this.#api, message.id);
-        await this.#host.mail(job.corrects ? "correct" : "train", bytes, { spam: job.spam });
+      if (!message) {
+        throw new MissingError();
       }
+      const bytes = await rawMail(this.#api, message.id);
+      await this.#host.mail(job.corrects ? "correct" : "train", bytes, { spam: job.spam });
       await this.#memory.finish([job]);
     } catch (error) {
       if (error instanceof HostError && error.passes && error.code !== "broke") {
@@ -111,13 +127,20 @@ export class Worker {
         messages.push(message);
         byId.set(message.id, job);
       } else {
-        done.push(job);
+        failed.push({ job, error: new MissingError() });
       }
     }
-    const { error } = await this.#grader.grade(messages, (message, verdict, why) => {
+    const settling = [];
+    const { error } = await this.#grader.grade(messages, (message, verdict, why, changed) => {
       const job = byId.get(message.id);
-      verdict ? done.push(job) : failed.push({ job, error: why });
+      if (verdict) {
+        (changed ? settling : done).push(job);
+      } else {
+        failed.push({ job, error: why });
+      }
     });
+    this.#memory.settle(settling);
+    setTimeout(() => this.#memory.finish(settling), SETTLING * 1000);
     await this.#memory.finish(done);
     await this.#putOff(failed, later);
     return error;

@@ -7,6 +7,7 @@ import email.policy
 import json
 import pathlib
 import shutil
+import signal
 import sys
 import tempfile
 import time
@@ -189,7 +190,7 @@ class Trial:
             const { currentAboutMessage } = Services.wm.getMostRecentWindow("mail:3pane").document.getElementById("tabmail");
             currentAboutMessage.document.querySelector("[extension='tessivar@orvenix.example'], #tessivar_orvenix_example-messageDisplayAction-toolbarbutton").click();
         """)
-        wait_for("the answer", lambda: self.page("return !document.getElementById('answer').hidden", where="why.html"), 60)
+        wait_for("the answer", lambda: self.world.is_true("return !document.getElementById('answer').hidden", "why.html"), 60)
         self.world.picture("why")
         told = json.loads(self.page("""
             const { messages } = await messenger.messages.query({ folderId: args[0], headerMessageId: args[1] });
@@ -359,6 +360,7 @@ def main():
     parser.add_argument("--keep")
     parser.add_argument("parts", nargs="*", default=["learn", "sort", "explain", "keys", "restarts", "many"])
     options = parser.parse_args()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     root = options.keep or tempfile.mkdtemp(prefix="tessivar-thunderbird-")
     world = World(root, options.programs, options.xpi)
     trial = Trial(world, options.corpus)

@@ -247,8 +247,12 @@ class World:
         wait_for("the options page", self.has_options, 60)
 
     def has_options(self):
+        return self.is_true("return document.readyState === 'complete'", "pages/options.html")
+
+    def is_true(self, text, where):
+        """The same as page(), but false as long as the page isn't open."""
         with contextlib.suppress(Failure):
-            return self.page("return document.readyState") == "complete"
+            return self.page(text, where=where)
         return False
 
     def page(self, text, *arguments, where="pages/options.html"):

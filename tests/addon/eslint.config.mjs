@@ -1,6 +1,6 @@
 // The rules for the add-on and its tests; scripts/check-addon.sh asks for them.
 
-const names = `Blob TextDecoder TextEncoder URL atob btoa clearTimeout console document messenger queueMicrotask scrollTo
+const names = `Blob TextDecoder TextEncoder URL atob btoa clearTimeout console document globalThis messenger queueMicrotask scrollTo
   setImmediate setTimeout structuredClone window`;
 
 export default [

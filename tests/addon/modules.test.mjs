@@ -14,6 +14,10 @@ import { Worker } from "../../addon/modules/worker.mjs";
 import { describeToken, sides } from "../../addon/pages/tokens.mjs";
 import { MockClient, MockHost, MockPort } from "./mock.mjs";
 
+// No test waits for what happens after seconds.
+const { setTimeout: realSetTimeout } = globalThis;
+globalThis.setTimeout = (...all) => realSetTimeout(...all).unref();
+
 const INBOX = { id: "inbox", accountId: "a", specialUse: ["inbox"] };
 const JUNK = { id: "junk", accountId: "a", specialUse: ["junk"] };
 const TRASH = { id: "trash", accountId: "a", specialUse: ["trash"] };
@@ -97,7 +101,7 @@ test("a message is known again after a move and a restart, and not taken for ano
 });
 
 test("spam is marked and moved, the unsure tagged, and the user's word counts more", async () => {
-  const { client, worker, memory, queue } = await addOn();
+  const { client, worker, memory, queue, again } = await addOn();
   client.stored.settings = { move: true };
   const spam = client.add("1", "Subject: spam", INBOX);
   const unsure = client.add("2", "Subject: unsure", INBOX, { tags: ["mine"] });
@@ -117,6 +121,14 @@ test("spam is marked and moved, the unsure tagged, and the user's word counts mo
   );
   assert.deepEqual(client.changes.at(-1), ["move", [spam.id], "junk"]);
   assert.equal(memory.jobCount, 0);
+
+  // Killed before the server knows of the tag.
+  unsure.tags = ["mine"];
+  const later = await again();
+  assert.equal(later.memory.jobCount, 3);
+  await later.worker.run();
+  assert.deepEqual(unsure.tags, ["mine", UNSURE_TAG]);
+  assert.equal(later.memory.jobCount, 0);
 });
 
 test("our own mark goes when we know better, and teaches nothing by it", async () => {
