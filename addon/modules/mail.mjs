@@ -70,12 +70,18 @@ export class ReadError extends Error {}
 
 // The bytes of a message. Throws a ReadError.
 export async function rawMail(api, id) {
+  let bytes;
   try {
     const file = await api.messages.getRaw(id, { data_format: "File", decrypt: false });
-    return withoutOwnHeaders(new Uint8Array(await file.arrayBuffer()));
+    bytes = new Uint8Array(await file.arrayBuffer());
   } catch (error) {
     throw new ReadError(error.message);
   }
+  // So Thunderbird has one that the server has just moved to another folder.
+  if (bytes.length === 0) {
+    throw new ReadError("the server has sent nothing");
+  }
+  return withoutOwnHeaders(bytes);
 }
 
 // The message that a job was made for, though it may have been moved since, or Thunderbird started anew; null if

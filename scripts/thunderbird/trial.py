@@ -186,10 +186,12 @@ class Trial:
         self.show_message(names[:1])
         time.sleep(3)
         self.world.picture("marked")
-        self.world.run("""
+        self.world.click(*self.world.run("""
             const { currentAboutMessage } = Services.wm.getMostRecentWindow("mail:3pane").document.getElementById("tabmail");
-            currentAboutMessage.document.querySelector("[extension='tessivar@orvenix.example'], #tessivar_orvenix_example-messageDisplayAction-toolbarbutton").click();
-        """)
+            const box = currentAboutMessage.document.querySelector("#tessivar_orvenix_example-messageDisplayAction-toolbarbutton")
+                .getBoundingClientRect();
+            return [currentAboutMessage.mozInnerScreenX + box.x + box.width / 2,
+                currentAboutMessage.mozInnerScreenY + box.y + box.height / 2];"""))
         wait_for("the answer", lambda: self.world.is_true("return !document.getElementById('answer').hidden", "why.html"), 60)
         self.world.picture("why")
         told = json.loads(self.page("""

@@ -270,6 +270,9 @@ class World:
     def press(self, key):
         subprocess.run(["xdotool", "key", "--clearmodifiers", key], env=self.environment, check=True)
 
+    def click(self, x, y):
+        subprocess.run(["xdotool", "mousemove", str(round(x)), str(round(y)), "click", "1"], env=self.environment, check=True)
+
     # --- the engine
 
     def tvrctl(self, *arguments, **more):

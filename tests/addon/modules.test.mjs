@@ -91,8 +91,8 @@ test("Thunderbird's own header lines are left out, wherever they stand", () => {
 
 test("a message is known again after a move and a restart, and not taken for another of its name", async () => {
   const client = new MockClient();
-  client.add("m", "", INBOX, { author: "other" });
-  const message = client.add("m", "", JUNK);
+  client.add("m", "A: b", INBOX, { author: "other" });
+  const message = client.add("m", "A: b", JUNK);
   const job = { key: keyOf(message), folderId: "inbox", headerMessageId: "m" };
   assert.equal(await findMessage(client, { ...job, id: 99 }), message);
   assert.equal(await findMessage(client, { ...job, id: 1 }), message);
@@ -147,8 +147,8 @@ test("our own mark goes when we know better, and teaches nothing by it", async (
 
 test("what the user does is learned once and corrected when taken back; what we did is not", async () => {
   const { client, host, worker, trainer, memory } = await addOn();
-  const own = client.add("1", "", INBOX);
-  const other = client.add("2", "", INBOX);
+  const own = client.add("1", "A: b", INBOX);
+  const other = client.add("2", "A: b", INBOX);
   await memory.note([[keyOf(own), { v: "s" }]]);
   const inJunk = { ...other, folder: JUNK };
   const events = [
@@ -176,7 +176,7 @@ test("while the host is away everything waits, over a restart, and is done in it
   const first = await addOn();
   const { client, host } = first;
   host.away = true;
-  const [a, b] = [client.add("1", "Subject: spam", INBOX), client.add("2", "", INBOX)];
+  const [a, b] = [client.add("1", "Subject: spam", INBOX), client.add("2", "A: b", INBOX)];
   await first.queue(a);
   await first.trainer.onUpdated(b, { junk: true });
   await first.trainer.onUpdated(b, { junk: false });
@@ -197,14 +197,16 @@ test("while the host is away everything waits, over a restart, and is done in it
 
 test("what can't be read now, or breaks the host, holds up nothing else", async () => {
   const { client, memory, queue, worker } = await addOn();
-  const [away, breaks, other, fine] = [null, "broken", "not_mail", ""].map((raw, at) => client.add(`${at}`, raw, INBOX));
+  const [away, breaks, other, fine] = [null, "broken", "not_mail", "A: b"].map((raw, at) => client.add(`${at}`, raw, INBOX));
   for (const message of [away, breaks, other, fine]) {
     await queue(message);
   }
   await worker.run();
   assert.deepEqual([memory.get(keyOf(fine)).v, memory.jobCount, client.alarmsSet.length], ["h", 2, 1]);
-  away.raw = "";
+  away.raw = ""; // as of one that the server has moved
   await worker.run();
+  assert.deepEqual([memory.get(keyOf(away)).v, memory.jobCount], [undefined, 2]);
+  away.raw = "A: b";
   await worker.run();
   assert.deepEqual([memory.get(keyOf(away)).v, memory.jobCount], ["h", 0]);
   assert.equal(worker.error, null);
@@ -212,7 +214,7 @@ test("what can't be read now, or breaks the host, holds up nothing else", async 
 
 test("a folder is learned with progress; what was handed over is known after a failure", async () => {
   const { client, host, work, memory, again } = await addOn();
-  const messages = Array.from({ length: 40 }, (_, at) => client.add(`m${at}`, "", INBOX));
+  const messages = Array.from({ length: 40 }, (_, at) => client.add(`m${at}`, "A: b", INBOX));
   const wanted = { kind: "learn", folders: ["inbox"], spam: [] };
   let asked = 0;
   const request = host.request;
@@ -238,7 +240,7 @@ test("a folder is learned with progress; what was handed over is known after a f
 test("grading a folder counts, and can be cancelled", async () => {
   const { client, work } = await addOn();
   for (let at = 0; at < 50; at++) {
-    client.add(`m${at}`, at % 2 ? "Subject: spam" : "", INBOX);
+    client.add(`m${at}`, at % 2 ? "Subject: spam" : "A: b", INBOX);
   }
   const running = work.start({ kind: "grade", folders: ["inbox"] });
   assert.equal(await work.start({ kind: "grade", folders: ["inbox"] }), false);
