@@ -303,7 +303,6 @@ and ask the gardener about marrowcress trellises, sundial moss and zinnock compo
         self.show_message(names)
         world.press("j")
         wait_for("jobs that wait", lambda: self.ask("progress")["waiting"] >= 3, 60)
-        world.picture("away")
         world.end_thunderbird()
         world.tvrctl("host", "--install")
         world.start_thunderbird()
