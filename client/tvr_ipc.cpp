@@ -102,8 +102,14 @@ ipc_status training_client::raise(engine_event event, bool start) {
         return m_state->status;
     const start_result found = m_state->channel.start_server(start);
     m_state->channel.raise(static_cast<std::uint32_t>(event));
-    if (event != engine_event::reset) // while the engine learns as well
+    if (event != engine_event::reset) { // while the engine learns as well
         m_state->remark = m_state->learning.finish();
+    } else {
+        m_state->learning.forget();
+        if (!replace_verdict(m_state->working, nullptr))
+            return {ipc_error::io, path_error(verdict_path(m_state->working), platform::last_error()) +
+                                       "; what the verdict learned stays"};
+    }
     if (start && found == start_result::no_server)
         return {ipc_error::no_engine, "the engine doesn't run, and could not be started"};
     return {};

@@ -73,7 +73,8 @@ public:
     ipc_status hand_over(bool corrected);
 
     // Raises an event, and first starts the engine if it doesn't run and `start` allows it. Without an
-    // engine the event stays raised until one comes up or this object goes.
+    // engine the event stays raised until one comes up or this object goes. `reset` also deletes what the
+    // verdict learned.
     ipc_status raise(engine_event event, bool start = true);
 
     // What went wrong when the verdict learned from the last messages, in one line; empty if nothing did. The

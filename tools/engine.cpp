@@ -5,7 +5,6 @@
 
 #include "client/tvr_ipc.h"
 #include "client/user_folder.h"
-#include "client/verdict/verdict_file.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/presence.h"
@@ -84,9 +83,6 @@ int purge(bool yes) {
     const std::string memory = find_user_folder().path + "watch.bin";
     if (code == exit_code::done && platform::get_attributes(memory) && !platform::delete_file(memory))
         return fail(path_error(memory, platform::last_error()) + "; what \"tvrctl watch\" remembers stays");
-    if (code == exit_code::done && !replace_verdict(find_user_folder().path, nullptr))
-        return fail("verdict.bin can't be deleted (error " + std::to_string(platform::last_error()) +
-                    "): what the verdict learned stays");
     return code;
 }
 

@@ -302,7 +302,9 @@ private:
         if (base.is_there() && !base.load())
             return fail(base.error());
         const mail_scorer scorer = base.scorer(rule_of(m_options.rule));
-        m_result.spam_threshold = scorer.settings().limits.spam_threshold;
+        if (!base.remark().empty())
+            fail(base.remark());
+        m_limits = scorer.settings().limits;
         m_result.unsure_threshold = scorer.settings().unsure_threshold;
         token_table tokens;
         for (const std::size_t place : places) {
@@ -311,6 +313,7 @@ private:
             if (!m_spool->tokens_of(place, tokens))
                 return fail(m_spool->path() + ": can't be read");
             const message_score found = scorer.score(tokens);
+            m_result.spam_threshold = found.spam_from;
             m_result.mails.push_back({found.score, m_spool->mails()[place].spam, found.decision});
         }
         return exit_code::done;
@@ -332,8 +335,12 @@ private:
     [[nodiscard]] std::vector<std::pair<std::string, std::string>> circumstances() const {
         std::vector<std::pair<std::string, std::string>> all = {
             {"Rule", m_options.rule},
-            {"Thresholds", "spam from " + number_text("%g", m_result.spam_threshold) + ", unsure from " +
+            {"Thresholds", "spam from " + number_text("%g", m_limits.spam_threshold) + ", unsure from " +
                                number_text("%g", m_result.unsure_threshold)}};
+        if (m_options.rule == "kinds" && m_limits.false_positives < 100)
+            all.back().second += "; for " + number_text("%g", m_limits.false_positives) +
+                                 " % false positives at most, spam from " +
+                                 number_text("%.2f", m_result.spam_threshold) + " in the end";
         if (!m_options.stream && !m_options.has_own_test())
             all.emplace_back("Cut",
                              number_text("%g", m_options.split) + " % trained, " +
@@ -387,6 +394,7 @@ private:
     double m_part = 1;                 // lots below this are trained
     std::vector<std::size_t> m_order;  // of a stream
     std::vector<std::size_t> m_judged; // in the order of the verdicts
+    spam_limits m_limits;              // the user's
     evaluation_result m_result;
 };
 

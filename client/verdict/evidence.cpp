@@ -57,13 +57,6 @@ std::uint8_t pack_count(std::uint32_t count) noexcept {
     return static_cast<std::uint8_t>(exact_counts + (octave - 6) * 16 + (count >> (octave - 4) & 15));
 }
 
-std::uint32_t unpack_count(std::uint8_t packed) noexcept {
-    if (packed < exact_counts)
-        return packed;
-    const std::uint32_t octave = (packed - exact_counts) / 16U + 6;
-    return (16U + (packed - exact_counts) % 16U) << (octave - 4);
-}
-
 evidence make_evidence(const grade_counts& counts, std::uint32_t spam_messages, std::uint32_t ham_messages,
                        std::int16_t memory) noexcept {
     evidence made{

@@ -26,7 +26,9 @@ constexpr std::size_t unknown_class = 7;
 
 // A count in one byte: exact up to 64, then in steps of a sixteenth.
 [[nodiscard]] std::uint8_t pack_count(std::uint32_t count) noexcept;
-[[nodiscard]] std::uint32_t unpack_count(std::uint8_t packed) noexcept;
+[[nodiscard]] constexpr std::uint32_t unpack_count(std::uint8_t packed) noexcept {
+    return packed < 64 ? packed : (16U + (packed - 64U) % 16) << ((packed - 64U) / 16 + 2);
+}
 
 struct evidence {
     std::array<std::array<std::uint8_t, class_count>, kind_count> counts{}; // packed

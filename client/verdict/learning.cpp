@@ -101,6 +101,12 @@ void verdict_learning::drop(std::size_t count) {
     m_tokens.resize(m_messages.empty() ? 0 : m_messages.back().end);
 }
 
+void verdict_learning::forget() {
+    drop(m_messages.size());
+    m_remark.clear();
+    m_looked = false;
+}
+
 std::span<const token_key> verdict_learning::tokens_of(const taken_message& of) const {
     return std::span(m_tokens).subspan(of.first, of.end - of.first);
 }

@@ -28,6 +28,8 @@ public:
     void take(const record_batch& batch);
     // The last `count` messages taken were not handed over after all.
     void drop(std::size_t count);
+    // All training is forgotten: nothing that was taken counts, and nothing is known.
+    void forget();
     // Learns, and writes verdict.bin. An empty text, or one line for the user: training goes on all the same.
     std::string finish();
 

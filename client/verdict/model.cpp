@@ -12,11 +12,8 @@ namespace {
 
 constexpr std::array<double, 256> make_amounts() {
     std::array<double, 256> amounts{};
-    for (std::size_t packed = 0; packed < amounts.size(); ++packed) {
-        const std::size_t count =
-            packed < 64 ? packed : (16 + (packed - 64) % 16) << ((packed - 64) / 16 + 2);
-        amounts[packed] = exact_log(1 + static_cast<double>(count));
-    }
+    for (std::size_t packed = 0; packed < amounts.size(); ++packed)
+        amounts[packed] = exact_log(1 + static_cast<double>(unpack_count(static_cast<std::uint8_t>(packed))));
     return amounts;
 }
 constexpr std::array<double, 256> amounts = make_amounts(); // log(1 + count) of a packed count
