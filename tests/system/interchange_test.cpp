@@ -121,8 +121,9 @@ TEST(interchange, equal_mail_gives_equal_records_bases_and_verdicts) {
         expect_tvrctl(root, windows, "stop");
         bases.push_back(base_of(root));
         verdicts.push_back(read_file(root.base().parent_path() / "verdict.bin"));
-        if (windows)
+        if (windows) {
             EXPECT_EQ(run_in_wine(root, "tvrctl", "score --explain -" + judged), 0);
+        }
         scores.push_back(windows ? read_file(root.path() / "said") : tvrctl("score --explain -" + judged, 0));
         std::erase(scores.back(), '\r');
     }
