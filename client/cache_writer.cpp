@@ -3,6 +3,7 @@
 #include <array>
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/files.h"
 #include "common/path.h"
@@ -29,7 +30,7 @@ bool write_word(platform::file& file, std::uint64_t place, std::uint32_t word) {
 } // namespace
 
 cache_writer::cache_writer(std::string_view path)
-    : m_path(path), m_lock(join_path(folder_part(path), "lock.bin")) {}
+    : m_path(path), m_lock(join_path(folder_part(path), names::lock)) {}
 
 append_result cache_writer::append(const record_batch& batch, std::uint32_t patience) {
     const platform::locker locker(m_locker);

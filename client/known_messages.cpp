@@ -1,6 +1,7 @@
 #include "client/known_messages.h"
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/file_view.h"
 #include "dict/message_record.h"
 #include "msid/list_record.h"
@@ -16,7 +17,8 @@ constexpr std::size_t largest_head = 8 + 4 * std::size_t{fileheader::limit}; // 
 std::string batch_path(const std::string& stage_folder) {
     platform::directory_search search;
     platform::directory_entry entry;
-    return search.first(stage_folder + "dis*.*", entry) ? stage_folder + entry.name : std::string();
+    return search.first(stage_folder + names::entered_prefix + "*.*", entry) ? stage_folder + entry.name
+                                                                             : std::string();
 }
 
 // Head and message ID at the position of the view, which stays in front of them.
@@ -33,18 +35,18 @@ bool read_head(file_view& file, message_head& head) {
 } // namespace
 
 known_messages::known_messages(std::string_view working_directory)
-    : m_base(std::string(working_directory) + "base\\") {}
+    : m_base(std::string(working_directory) + names::base_folder) {}
 
 // In the way of the messages: what moves on meanwhile is found at the next place.
 void known_messages::load() {
-    const std::string transact = m_base + "transact\\";
-    m_waiting = read_records(transact + "autotrain.bys");
-    m_waiting.merge(read_records(transact + "~autotrain.bys"));
+    const std::string transact = m_base + names::transact_folder;
+    m_waiting = read_records(transact + names::cache);
+    m_waiting.merge(read_records(transact + names::snapshot));
     m_waiting.merge(read_records(batch_path(transact + "0001\\")));
-    m_waiting.merge(read_records(transact + "0002\\data.bys"));
+    m_waiting.merge(read_records(transact + "0002\\" + names::sorted_messages));
     m_learned.clear();
-    read_list(m_base + "spamdict.lst", transact + "0003\\spamdict.lst", true, m_learned);
-    read_list(m_base + "nspamdict.lst", transact + "0004\\nspamdict.lst", false, m_learned);
+    read_list(m_base + names::spam_list, transact + "0003\\" + names::spam_list, true, m_learned);
+    read_list(m_base + names::good_list, transact + "0004\\" + names::good_list, false, m_learned);
 }
 
 known_messages::verdicts known_messages::read_records(const std::string& path) {

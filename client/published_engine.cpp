@@ -8,6 +8,7 @@
 #include "client/tvr_ipc_export.h"
 #include "client/user_folder.h"
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "platform/file.h"
 
 namespace tvr {
@@ -15,7 +16,7 @@ namespace tvr {
 published_engine::published_engine() {
     const std::string working = find_user_folder().path;
     if (!working.empty())
-        m_folder = working + "base\\";
+        m_folder = working + names::base_folder;
 }
 
 std::int32_t published_engine::query_interface(const interface_id& id, void** object) {
@@ -57,7 +58,7 @@ std::int32_t published_engine::lookup(const char* token, float* score) {
 
 std::optional<std::uint64_t> published_engine::read_stamp() const {
     std::array<std::uint8_t, 8> bytes{};
-    const auto got = platform::peek_file(m_folder + "cashe.mrk", 0, bytes.data(), bytes.size());
+    const auto got = platform::peek_file(m_folder + names::base_mark, 0, bytes.data(), bytes.size());
     return got == bytes.size() ? std::optional(load_le<std::uint64_t>(bytes.data())) : std::nullopt;
 }
 
@@ -70,7 +71,7 @@ void published_engine::refresh() {
         return;
     m_looked = true;
     m_stamp = stamp;
-    const std::string path = m_folder + "cashe.rgd";
+    const std::string path = m_folder + names::base;
     if (!m_loaded || m_base.is_file_fresher(path))
         m_loaded = m_base.load(path) && base_defect(path).empty();
 }

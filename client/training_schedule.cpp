@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/path.h"
 #include "platform/clock.h"
 #include "platform/file.h"
@@ -29,7 +30,7 @@ const keyed_value& entry(schedule_value index) {
 } // namespace
 
 training_schedule::training_schedule(std::string_view working_directory)
-    : m_base(std::string(working_directory) + "base\\") {
+    : m_base(std::string(working_directory) + names::base_folder) {
     for (std::size_t i = 0; i < values; ++i) {
         const keyed_value& wanted = entry(static_cast<schedule_value>(i));
         const std::int32_t value = platform::profile_int(
@@ -40,7 +41,8 @@ training_schedule::training_schedule(std::string_view working_directory)
 
 bool training_schedule::is_due(bool corrected) const {
     std::array<std::uint8_t, 4> head{};
-    if (platform::peek_file(m_base + "transact\\autotrain.bys", 0, head.data(), head.size()) != head.size())
+    if (platform::peek_file(m_base + names::transact_folder + names::cache, 0, head.data(), head.size()) !=
+        head.size())
         return false;
     const std::uint32_t waiting = load_u32(head.data());
     if (waiting == 0)
@@ -54,7 +56,7 @@ bool training_schedule::is_due(bool corrected) const {
 // In 100 ns units since 1601; 0 if there was none.
 std::uint64_t training_schedule::last_training() const {
     std::uint64_t newest = 0;
-    for (const char* name : {"spamdict.lst", "nspamdict.lst", "cashe.mrk"}) {
+    for (const char* name : {names::spam_list, names::good_list, names::base_mark}) {
         platform::file probe; // with no rights: hinders nobody
         if (probe.open(m_base + name, platform::access::none, platform::share::read_write,
                        platform::creation::open_existing))
@@ -72,7 +74,7 @@ const char* training_schedule::key(schedule_value index) {
 }
 
 std::string training_schedule::path(std::string_view working_directory) {
-    return join_path(working_directory, "tvrctl.ini");
+    return join_path(working_directory, names::wishes);
 }
 
 bool training_schedule::set(std::string_view working_directory, schedule_value index, std::uint32_t value) {

@@ -4,6 +4,7 @@
 #include "client/training_schedule.h"
 #include "client/user_folder.h"
 #include "client/verdict/learning.h"
+#include "common/file_names.h"
 #include "common/path.h"
 #include "platform/error.h"
 #include "platform/file.h"
@@ -14,20 +15,16 @@
 
 namespace tvr {
 
-namespace {
-
-constexpr std::string_view cache_folder = "base\\transact\\";
-
-} // namespace
+namespace {} // namespace
 
 struct training_client::state {
     state()
-        : working(find_working_directory()), cache(working + std::string(cache_folder) + "autotrain.bys"),
+        : working(find_working_directory()), cache(working + names::transact_path + names::cache),
           learning(working) {}
 
     std::string find_working_directory() {
         user_folder folder = make_user_folder();
-        const std::string wanted = folder.path + std::string(cache_folder);
+        const std::string wanted = folder.path + names::transact_path;
         if (!folder.path.empty() && (make_folders(wanted) || platform::get_attributes(wanted)))
             return folder.path;
         status = {ipc_error::no_folder,
@@ -63,7 +60,7 @@ std::uint64_t training_client::appended_until() const noexcept {
 ipc_status training_client::append(const record_batch& batch) {
     if (!m_state->status)
         return m_state->status;
-    const std::string path = m_state->working + std::string(cache_folder);
+    const std::string path = m_state->working + names::transact_path;
     m_state->learning.take(batch);
     const append_result result = m_state->cache.append(batch, m_state->patience);
     if (result != append_result::done)
@@ -72,12 +69,12 @@ ipc_status training_client::append(const record_batch& batch) {
     case append_result::done:
         return {};
     case append_result::locked:
-        return {ipc_error::locked, path_error(path + "lock.bin", platform::error::sharing_violation)};
+        return {ipc_error::locked, path_error(path + names::lock, platform::error::sharing_violation)};
     case append_result::cache_full:
-        return {ipc_error::cache_full,
-                platform::display_path(path) + "autotrain.bys: full until the engine has taken the messages"};
+        return {ipc_error::cache_full, platform::display_path(path) + names::cache +
+                                           ": full until the engine has taken the messages"};
     default:
-        return {ipc_error::io, path_error(path + "autotrain.bys", platform::last_error())};
+        return {ipc_error::io, path_error(path + names::cache, platform::last_error())};
     }
 }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/fileheader.h"
 #include "common/path.h"
 #include "common/text.h"
@@ -128,12 +129,12 @@ public:
         for (const base_half& each : base_halves) {
             platform::directory_search search;
             platform::directory_entry entry;
-            for (bool more = search.first(folder + each.name + "*.bye", entry); more;
+            for (bool more = search.first(folder + each.name + names::any_atom, entry); more;
                  more = search.next(entry))
                 if (!(entry.attributes & platform::attribute::directory))
                     if (std::string why = atom(folder + entry.name, each.name); !why.empty())
                         return why;
-            file_view list(folder + each.name + ".lst");
+            file_view list(folder + each.name + names::list_ending);
             if (!file_exists(list.path()))
                 continue;
             const bool whole = walk_list(list, [&](std::string_view id, std::uint32_t value) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <vector>
 
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/files.h"
 #include "common/path.h"
@@ -125,7 +126,7 @@ private:
         m_head.newest = *newest;
         m_count = m_bytes = 0;
         m_id_count = m_last_hash = 0;
-        m_path = folder() + m_stem + ".bye";
+        m_path = folder() + m_stem + names::atom_ending;
         const bool opened = m_file.create_to_write(m_path) && m_head.header.write(m_file);
         m_block = m_file.position();
         ++m_sum.atoms;
@@ -163,7 +164,7 @@ private:
         if (place == base_halves.size())
             return "stands in the wrong half";
         enter(place);
-        m_path = folder() + base_halves.at(m_half).name + ".lst";
+        m_path = folder() + base_halves.at(m_half).name + names::list_ending;
         if (!m_map)
             m_map = std::make_unique<msidmap>(folder(), base_halves.at(m_half).name);
         if (!is_live_id(m_text, value))
@@ -293,9 +294,9 @@ bool is_empty_base(const std::string& folder) {
     for (const base_half& each : base_halves) {
         platform::directory_search search;
         platform::directory_entry entry;
-        if (search.first(folder + each.name + "*.bye", entry))
+        if (search.first(folder + each.name + names::any_atom, entry))
             return false;
-        const std::uint32_t size = file_size(folder + each.name + ".lst");
+        const std::uint32_t size = file_size(folder + each.name + names::list_ending);
         if (size != no_file_size && size > list_head)
             return false;
     }
@@ -327,7 +328,8 @@ std::string import_base(const std::string& folder, std::istream& in,
         for (const base_half& each : base_halves)
             holder._mark_prepared(each.stage);
         for (const base_half& each : base_halves)
-            if (file_size(holder.folder().path_of(each.stage, stage_marker_name)) != stage_marker_text.size())
+            if (file_size(holder.folder().path_of(each.stage, names::stage_marker)) !=
+                stage_marker_text.size())
                 why = platform::display_path(holder.folder().path(each.stage)) + ": can't be written";
     }
     if (!why.empty())

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "client/verdict/verdict_file.h"
+#include "common/file_names.h"
 #include "stage/temp_folder.h"
 
 namespace tvr {
@@ -31,7 +32,7 @@ struct base_half {
 // In the order of the text; also that in which they are marked as ready: the engine throws the first one away
 // if the second isn't.
 constexpr std::array<base_half, 2> base_halves = {
-    {{"nspamdict", stage_number::ready_good}, {"spamdict", stage_number::ready_spam}}};
+    {{names::good_half, stage_number::ready_good}, {names::spam_half, stage_number::ready_spam}}};
 
 // The name of an atom without ".bye", as the engine and the text may have it.
 [[nodiscard]] bool is_atom_stem(std::string_view stem, std::string_view dictionary);

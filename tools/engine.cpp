@@ -5,6 +5,7 @@
 
 #include "client/tvr_ipc.h"
 #include "client/user_folder.h"
+#include "common/file_names.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/presence.h"
@@ -80,7 +81,7 @@ int purge(bool yes) {
         raise_and_report(engine_event::reset, "The engine was told to forget all training. The published "
                                               "base stays in use until the next training.");
     // Or a watched folder would count as learned.
-    const std::string memory = find_user_folder().path + "watch.bin";
+    const std::string memory = find_user_folder().path + names::watch;
     if (code == exit_code::done && platform::get_attributes(memory) && !platform::delete_file(memory))
         return fail(path_error(memory, platform::last_error()) + "; what \"tvrctl watch\" remembers stays");
     return code;

@@ -7,6 +7,7 @@
 
 #include "client/base_check.h"
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/path.h"
 #include "compiled/base_header.h"
 #include "dict/atom.h"
@@ -40,8 +41,8 @@ bool exists(const std::string& path) {
 } // namespace
 
 engine_view::engine_view(std::string working_directory)
-    : m_working(std::move(working_directory)), m_base(m_working + "base\\"),
-      m_transact(m_base + "transact\\") {}
+    : m_working(std::move(working_directory)), m_base(m_working + names::base_folder),
+      m_transact(m_base + names::transact_folder) {}
 
 std::uint32_t engine_view::process_id() {
     const auto found = platform::find_presence(server_class, server_title);
@@ -63,7 +64,7 @@ bool engine_view::wait_for_end(std::uint32_t process) {
 }
 
 std::uint64_t engine_view::waiting() const {
-    const std::string path = m_transact + "autotrain.bys";
+    const std::string path = m_transact + names::cache;
     std::uint64_t count = 0;
     std::array<std::uint8_t, 128> room;
     for (std::uint64_t place = 4;;) {
@@ -80,11 +81,11 @@ std::uint64_t engine_view::waiting() const {
 }
 
 std::uint64_t engine_view::cache_size() const {
-    return platform::size_on_disk(m_transact + "autotrain.bys").value_or(0);
+    return platform::size_on_disk(m_transact + names::cache).value_or(0);
 }
 
 bool engine_view::snapshot_exists() const {
-    return exists(m_transact + "~autotrain.bys");
+    return exists(m_transact + names::snapshot);
 }
 
 const char* engine_view::stage() const {
@@ -97,7 +98,7 @@ const char* engine_view::stage() const {
         {"0001", "sorting the messages"},
     }};
     for (const auto& [folder, text] : stages)
-        if (exists(join_path(m_transact + folder, stage_marker_name)))
+        if (exists(join_path(m_transact + folder, names::stage_marker)))
             return text;
     return snapshot_exists() ? "taking the messages" : nullptr;
 }
@@ -106,7 +107,7 @@ half_view engine_view::half(const std::string& name) const {
     half_view sum;
     platform::directory_search search;
     platform::directory_entry entry;
-    for (bool more = search.first(m_base + name + "*.bye", entry); more; more = search.next(entry)) {
+    for (bool more = search.first(m_base + name + names::any_atom, entry); more; more = search.next(entry)) {
         std::array<std::uint8_t, 256> room;
         atom_head head;
         std::size_t behind = 0;
@@ -151,7 +152,8 @@ std::string engine_view::room_fault() const {
 
 std::uint64_t engine_view::stamp() const {
     std::array<std::uint8_t, 8> room{};
-    return peek(m_base + "cashe.mrk", room).size() == room.size() ? load_le<std::uint64_t>(room.data()) : 0;
+    return peek(m_base + names::base_mark, room).size() == room.size() ? load_le<std::uint64_t>(room.data())
+                                                                       : 0;
 }
 
 } // namespace tvr

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "common/file_names.h"
+
 namespace tvr {
 
 struct half_view {
@@ -54,7 +56,7 @@ public:
     // Why the engine doesn't begin with what waits, for a person; empty if nothing hinders it.
     [[nodiscard]] std::string room_fault() const;
     [[nodiscard]] std::uint64_t stamp() const; // of the published base; 0 if there is none
-    [[nodiscard]] std::string base_path() const { return m_base + "cashe.rgd"; }
+    [[nodiscard]] std::string base_path() const { return m_base + names::base; }
 
     [[nodiscard]] const std::string& working_directory() const noexcept { return m_working; }
 

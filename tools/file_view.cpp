@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "platform/error.h"
@@ -51,26 +52,32 @@ std::string_view kind_text(file_kind kind) {
 }
 
 file_kind kind_of_name(std::string_view name) {
-    constexpr std::pair<std::string_view, file_kind> whole[] = {{"stat.bin", file_kind::statistic},
-                                                                {"~stat.bin", file_kind::statistic},
-                                                                {"ipc.bin", file_kind::signals},
-                                                                {"data.trr", file_kind::archive},
+    constexpr std::pair<std::string_view, file_kind> whole[] = {{names::statistic, file_kind::statistic},
+                                                                {names::new_statistic, file_kind::statistic},
+                                                                {names::signals, file_kind::signals},
+                                                                {names::archive, file_kind::archive},
                                                                 {"data.0", file_kind::archive},
-                                                                {"settings.cfg", file_kind::settings},
-                                                                {"watch.bin", file_kind::watch},
-                                                                {"verdict.bin", file_kind::verdict},
-                                                                {stage_marker_name, file_kind::stage_mark}};
-    constexpr std::pair<std::string_view, file_kind> ends[] = {
-        {".bye", file_kind::atom},  {".rgd", file_kind::base},    {".mrk", file_kind::time_mark},
-        {".lst", file_kind::list},  {".idx", file_kind::index},   {".col", file_kind::columns},
-        {".bys", file_kind::cache}, {".trr", file_kind::archive}, {".cfg", file_kind::settings}};
+                                                                {names::settings, file_kind::settings},
+                                                                {names::watch, file_kind::watch},
+                                                                {names::verdict, file_kind::verdict},
+                                                                {names::stage_marker, file_kind::stage_mark}};
+    constexpr std::pair<std::string_view, file_kind> ends[] = {{names::atom_ending, file_kind::atom},
+                                                               {".rgd", file_kind::base},
+                                                               {".mrk", file_kind::time_mark},
+                                                               {names::list_ending, file_kind::list},
+                                                               {names::index_ending, file_kind::index},
+                                                               {names::column_ending, file_kind::columns},
+                                                               {".bys", file_kind::cache},
+                                                               {".trr", file_kind::archive},
+                                                               {".cfg", file_kind::settings}};
     for (const auto& [text, kind] : whole)
         if (name == text)
             return kind;
     for (const auto& [text, kind] : ends)
         if (name.ends_with(text))
             return kind;
-    return name.starts_with("dis") && name.ends_with(".tmp") ? file_kind::cache : file_kind::unknown;
+    return name.starts_with(names::entered_prefix) && name.ends_with(".tmp") ? file_kind::cache
+                                                                             : file_kind::unknown;
 }
 
 file_kind kind_of(file_view& file) {

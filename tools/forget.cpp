@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "client/user_folder.h"
+#include "common/file_names.h"
 #include "tools/command.h"
 #include "tools/file_view.h"
 #include "tools/mail_input.h"
@@ -21,7 +22,7 @@ constexpr std::size_t most_named = 10;
 std::string cache_path() {
     const auto [folder, error] = make_user_folder();
     if (!folder.empty())
-        return folder + "base\\transact\\autotrain.bys";
+        return folder + names::transact_path + names::cache;
     fail(error);
     return {};
 }

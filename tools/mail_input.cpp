@@ -5,6 +5,7 @@
 
 #include "client/known_messages.h"
 #include "client/tokenizer.h"
+#include "common/file_names.h"
 #include "tools/mail_reading.h"
 #include "tools/mail_source.h"
 
@@ -53,8 +54,8 @@ private:
                 if (const known_as known = m_known.find(mail.id); known.waits && !known.as(mail.spam))
                     waiting.try_emplace(mail.id).first->second.spam = mail.spam;
         if (!waiting.empty())
-            if (std::string why =
-                    correct_waiting(m_client.working_directory() + "base\\transact\\autotrain.bys", waiting);
+            if (std::string why = correct_waiting(
+                    m_client.working_directory() + names::transact_path + names::cache, waiting);
                 !why.empty())
                 return {ipc_error::io, std::move(why)};
         record_batch batch;

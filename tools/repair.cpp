@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "client/user_folder.h"
+#include "common/file_names.h"
 #include "dict/dictbase.h"
 #include "platform/file.h"
 #include "platform/process.h"
@@ -41,7 +42,7 @@ bool is_confirmed() {
 // The reason of a failure, or an empty text.
 std::string run_steps(repair_folder& folder) {
     file_lock lock;
-    if (std::string why = take_lock(lock, folder.working() + "base\\transact\\"); !why.empty())
+    if (std::string why = take_lock(lock, folder.working() + names::transact_path); !why.empty())
         return why;
     std::string why;
     for (unsigned round = 0; round < most_rounds && why.empty(); ++round) {

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/files.h"
 #include "common/path.h"
@@ -281,10 +282,10 @@ bool is_sound_list(const std::string& list) {
 
 std::string remake_map(const std::string& list, repair_folder& folder,
                        const std::function<bool(std::string_view, std::uint32_t)>& keeps) {
-    const std::string index = list.substr(0, list.size() - 4) + ".idx";
+    const std::string index = list.substr(0, list.size() - 4) + names::index_ending;
     const std::string name(file_part(list).substr(0, file_part(list).size() - 4));
-    const std::string new_list = folder.unfinished(name + ".lst");
-    const std::string new_index = folder.unfinished(name + ".idx");
+    const std::string new_list = folder.unfinished(name + names::list_ending);
+    const std::string new_index = folder.unfinished(name + names::index_ending);
     if (new_list.empty())
         return failure(folder.working() + std::string(unfinished_folder), "can't be made");
     bool written = true;

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/files.h"
 #include "common/path.h"
@@ -42,7 +43,7 @@ std::string in_turn(Operations&&... operations) {
 
 std::string set_marker(const std::string& folder) {
     make_folders(folder);
-    const std::string path = join_path(folder, stage_marker_name);
+    const std::string path = join_path(folder, names::stage_marker);
     platform::file marker;
     const bool done =
         marker.open(path, platform::access::write, platform::share::read, platform::creation::open_always) &&
@@ -52,7 +53,7 @@ std::string set_marker(const std::string& folder) {
 }
 
 std::string write_time_mark(repair_folder& folder, const std::string& path) {
-    const std::string made = folder.unfinished("cashe.mrk");
+    const std::string made = folder.unfinished(names::base_mark);
     file_stream file;
     const std::uint64_t now = platform::system_time();
     const bool written = file.create_to_write(made) && file.write_u32(static_cast<std::uint32_t>(now)) &&
@@ -66,7 +67,7 @@ std::string publish_half(repair_folder& folder, const stage_state& state, unsign
     const std::string half = half_of_stage(stage);
     const std::string source = state.folder(stage);
     const std::string target = state.base();
-    const std::string list = half + ".lst", index = half + ".idx";
+    const std::string list = half + names::list_ending, index = half + names::index_ending;
     if (is_file(source + list)) {
         if (std::string why = in_turn([&] { return folder.set_aside(target + index); },
                                       [&] { return folder.replace(source + list, target + list); });
@@ -76,7 +77,7 @@ std::string publish_half(repair_folder& folder, const stage_state& state, unsign
     if (is_file(source + index))
         if (std::string why = folder.replace(source + index, target + index); !why.empty())
             return why;
-    const std::string pattern = half + "*.bye";
+    const std::string pattern = half + names::any_atom;
     const std::vector<std::string> made = file_names(source, pattern.c_str());
     const std::vector<std::string> old = file_names(target, pattern.c_str());
     // New atoms come in the order of their names. One that stands in the base behind the first of those still
@@ -158,12 +159,12 @@ private:
 
     // Gives the batch back to stage 1, whose work begins anew.
     void plan_batch_back() {
-        const std::string messages = m_state.folder(sorted) + "data.bys";
+        const std::string messages = m_state.folder(sorted) + names::sorted_messages;
         const std::string target = m_state.folder(entered);
         add("give the messages of stage 2 back to stage 1, so that they are sorted again",
             [=, this_folder = &m_folder] {
                 make_folders(target);
-                const std::string batch = target + "dis0.tmp";
+                const std::string batch = target + names::entered_prefix + "0.tmp";
                 return in_turn([&] { return this_folder->set_aside(batch); },
                                [&] { return move(messages, batch); }, [&] { return set_marker(target); });
             });
@@ -172,7 +173,7 @@ private:
     // Damage in stage 2, while its work is still needed: all of it is done again.
     void plan_sorted_again() {
         const std::string folder = m_state.folder(sorted);
-        const std::string messages = folder + "data.bys";
+        const std::string messages = folder + names::sorted_messages;
         if (!m_state.marked(sorted) || !is_file(messages))
             return;
         bool damaged = false;
@@ -269,9 +270,9 @@ private:
 
     // The merge writes "~~", puts it in the place of "~", and deletes the cache that is in it.
     void plan_merge() {
-        const std::string cache = m_state.transact() + "autotrain.bys";
-        const std::string snapshot = m_state.transact() + "~autotrain.bys";
-        const std::string merged = m_state.transact() + "~~autotrain.bys";
+        const std::string cache = m_state.transact() + names::cache;
+        const std::string snapshot = m_state.transact() + names::snapshot;
+        const std::string merged = m_state.transact() + names::merged_snapshot;
         m_gone.insert(merged);
         const bool in_place = begins_with_file(snapshot, merged, 0) && begins_with_file(merged, snapshot, 0);
         const bool complete = !is_file(snapshot) || in_place;
@@ -293,7 +294,7 @@ private:
                 regenerate();
             return finding.only_totals ? plan_totals(finding) : set_aside(path);
         case file_kind::base:
-            if (path == m_state.base() + "cashe.rgd")
+            if (path == m_state.base() + names::base)
                 regenerate();
             return set_aside(path);
         case file_kind::time_mark:
@@ -326,10 +327,10 @@ private:
     }
 
     void plan_map(const std::string& path) {
-        const bool named = path.ends_with(".lst") || path.ends_with(".idx");
+        const bool named = path.ends_with(names::list_ending) || path.ends_with(names::index_ending);
         if (folder_part(path) == m_state.folder(sorted) || !named)
             return set_aside(path);
-        const std::string list = path.substr(0, path.size() - 4) + ".lst";
+        const std::string list = path.substr(0, path.size() - 4) + names::list_ending;
         if (!m_gone.insert(list).second)
             return;
         if (!is_file(list))

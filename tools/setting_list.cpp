@@ -10,6 +10,7 @@
 #include "client/training_schedule.h"
 #include "client/user_folder.h"
 #include "client/verdict/user_limits.h"
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/files.h"
 #include "common/path.h"
@@ -103,8 +104,8 @@ void take_defaults(settings& set, const std::string& raw_working) {
     set.schema(schema_mode::declare);
     set.schema(schema_mode::basic_defaults);
     set.working_directory.raw = raw_working;
-    set.filter_log.raw = raw_working + "report.log";
-    set.list_of_ignoring_kludges.raw = raw_working + "kludges.txt";
+    set.filter_log.raw = raw_working + names::filter_log;
+    set.list_of_ignoring_kludges.raw = raw_working + names::kludges;
     set.use_white_list_of_kludges = 1;
     set.schema(schema_mode::advanced_defaults);
 }
@@ -228,13 +229,13 @@ void setting_list::add_fields(const std::string& raw_working) {
     take_defaults(plain, raw_working);
     take_defaults(present, raw_working);
     for (const std::string& folder : {m_working, m_root})
-        if (const std::string seed = join_path(folder, "tvram.ini");
+        if (const std::string seed = join_path(folder, names::settings_seed);
             m_seed.empty() && !folder.empty() && present.read_text(seed))
             m_seed = seed;
     // The list of header names comes to a user with the first start, and is then used in any case.
-    if (!m_root.empty() && file_exists(m_root + "kludges.txt") && !file_exists(m_working + "kludges.txt"))
+    if (!m_root.empty() && file_exists(m_root + names::kludges) && !file_exists(m_working + names::kludges))
         present.use_white_list_of_kludges = 1;
-    const std::string advanced = m_root.empty() ? "" : m_root + "advanced.ini";
+    const std::string advanced = m_root.empty() ? "" : m_root + names::advanced_settings;
     if (!advanced.empty())
         present.read_text(advanced, 1);
 
@@ -248,7 +249,7 @@ void setting_list::add_fields(const std::string& raw_working) {
         view.type = field.type;
         view.value = settings::value_text(field);
         view.fallback = settings::value_text(plain.fields()[i]);
-        view.file = view.group == setting_group::advanced ? advanced : m_working + "tvram.ini";
+        view.file = view.group == setting_group::advanced ? advanced : m_working + names::settings_seed;
         if (to_lower(field.key) != field.key)
             view.obstacle = "no text file can set it: names in such files have no capitals";
         else if (field.key == folder_key)
@@ -292,7 +293,7 @@ void setting_list::add_common() {
         view.value = std::to_string(common_settings::get_value(static_cast<common_value>(i)));
         view.fallback = std::to_string(common_settings::default_value(static_cast<common_value>(i)));
         if (folder)
-            view.file = platform::display_path(*folder + "tessivar.ini");
+            view.file = platform::display_path(*folder + names::common_settings);
         else
             view.obstacle = "there is no folder for the settings of all users";
         m_all.push_back(std::move(view));
@@ -356,7 +357,7 @@ std::string setting_list::set(const setting_view& setting, std::string_view valu
     const bool basic = setting.group == setting_group::basic;
     if (const user_folder folder = basic ? make_user_folder() : user_folder(); !folder.error.empty())
         return folder.error;
-    const std::string path = basic ? m_working + "tvram.ini" : m_root + "advanced.ini";
+    const std::string path = basic ? m_working + names::settings_seed : m_root + names::advanced_settings;
     // A new file in the working directory hides the one in the root, and so begins with its lines.
     const std::string source = basic && !m_seed.empty() && !file_exists(path) ? m_seed : path;
     const auto text = read_file(source, why);

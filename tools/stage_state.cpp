@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "common/file_names.h"
 #include "common/path.h"
 #include "dict/dict_folder.h"
 #include "platform/file.h"
@@ -64,20 +65,20 @@ bool ends_with_file(const std::string& whole, const std::string& part, std::uint
 }
 
 std::string half_of_stage(unsigned stage) {
-    return stage == 3 ? "spamdict" : "nspamdict";
+    return stage == 3 ? names::spam_half : names::good_half;
 }
 
 stage_state::stage_state(const std::string& working_directory)
-    : m_base(working_directory + "base\\"), m_transact(m_base + "transact\\") {
+    : m_base(working_directory + names::base_folder), m_transact(m_base + names::transact_folder) {
     for (unsigned stage = 1; stage <= stages; ++stage) {
         m_exists.at(stage) = is_folder(folder(stage));
         m_marked.at(stage) = is_file(marker(stage));
     }
-    const auto batches = file_names(folder(1), "dis*.*");
+    const auto batches = file_names(folder(1), (std::string(names::entered_prefix) + "*.*").c_str());
     if (!batches.empty())
         m_batch = folder(1) + batches.front();
     m_has_batch = !m_batch.empty() && has_content(m_batch);
-    m_has_messages = is_file(folder(2) + "data.bys");
+    m_has_messages = is_file(folder(2) + names::sorted_messages);
 }
 
 std::string stage_state::folder(unsigned stage) const {
@@ -85,13 +86,13 @@ std::string stage_state::folder(unsigned stage) const {
 }
 
 std::string stage_state::marker(unsigned stage) const {
-    return join_path(folder(stage), stage_marker_name);
+    return join_path(folder(stage), names::stage_marker);
 }
 
 // The first files to leave a stage are those of the message IDs of the half that was made last; nothing
 // leaves before folder 6 was made.
 bool stage_state::publishing_cut_off() const {
-    return marked(3) && marked(4) && exists(6) && !marked(6) && !is_file(folder(4) + "nspamdict.lst");
+    return marked(3) && marked(4) && exists(6) && !marked(6) && !is_file(folder(4) + names::good_list);
 }
 
 void stage_state::add_half_problems(std::vector<stage_problem>& found) const {
@@ -116,7 +117,7 @@ void stage_state::add_batch_problems(std::vector<stage_problem>& found) const {
         found.push_back({moved_on ? stage_fault::batch_moved_on : stage_fault::batch_missing, 1, marker(1),
                          "the engine is stuck: the marked batch isn't there"});
     else if (exists(1) && !marked(1) && m_has_batch) {
-        if (begins_with_file(m_transact + "~autotrain.bys", m_batch, count_size))
+        if (begins_with_file(m_transact + names::snapshot, m_batch, count_size))
             found.push_back({stage_fault::copy_left, 1, folder(1), "a copy of the snapshot, not marked yet"});
         else
             found.push_back({stage_fault::batch_unmarked, 1, folder(1),
@@ -140,17 +141,19 @@ void stage_state::add_batch_problems(std::vector<stage_problem>& found) const {
 }
 
 void stage_state::add_base_problems(std::vector<stage_problem>& found) const {
-    if (is_file(m_transact + "~~autotrain.bys"))
-        found.push_back({stage_fault::merge_broken_off, 0, m_transact + "~~autotrain.bys",
+    if (is_file(m_transact + names::merged_snapshot))
+        found.push_back({stage_fault::merge_broken_off, 0, m_transact + names::merged_snapshot,
                          "left of a merge of waiting messages that was broken off"});
+    const auto has_atoms = [this](const std::string& half) {
+        return !file_names(m_base, (half + names::any_atom).c_str()).empty();
+    };
     const bool generates = exists(6) || (marked(3) && marked(4)) || marked(2);
-    if (is_file(m_base + "cashe.rgd")) {
-        if (!generates && !is_file(m_base + "cashe.mrk"))
-            found.push_back({stage_fault::time_mark_missing, 0, m_base + "cashe.mrk",
+    if (is_file(m_base + names::base)) {
+        if (!generates && !is_file(m_base + names::base_mark))
+            found.push_back({stage_fault::time_mark_missing, 0, m_base + names::base_mark,
                              "the compiled base has no time mark: nobody notices it"});
-    } else if (!generates && (!file_names(m_base, "spamdict*.bye").empty() ||
-                              !file_names(m_base, "nspamdict*.bye").empty())) {
-        found.push_back({stage_fault::base_missing, 0, m_base + "cashe.rgd",
+    } else if (!generates && (has_atoms(names::spam_half) || has_atoms(names::good_half))) {
+        found.push_back({stage_fault::base_missing, 0, m_base + names::base,
                          "the compiled base is missing, and there are atoms"});
     }
 }

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/path.h"
 #include "compiled/base_header.h"
 #include "dict/atom.h"
@@ -47,7 +48,7 @@ public:
 
     // A column file points at the records of the batch beside it.
     void message_position(std::uint64_t offset, std::uint64_t position) override {
-        const std::string batch = std::string(folder_part(m_path)) + "data.bys";
+        const std::string batch = std::string(folder_part(m_path)) + names::sorted_messages;
         std::array<std::uint8_t, 4> word{};
         if (position > ~std::uint64_t{0} / 2 ||
             platform::peek_file(batch, position, word.data(), word.size()).value_or(0) != word.size() ||
@@ -114,7 +115,7 @@ struct atom_view {
 // Those of a half that have a head, in the order of all lists.
 std::vector<atom_view> atoms_of(const std::string& base, const std::string& half) {
     std::vector<atom_view> atoms;
-    for (const std::string& name : file_names(base, (half + "*.bye").c_str())) {
+    for (const std::string& name : file_names(base, (half + names::any_atom).c_str())) {
         std::array<std::uint8_t, 256> start;
         const auto got = platform::peek_file(base + name, 0, start.data(), start.size()).value_or(0);
         auto head = std::make_unique<atom_head>();
@@ -169,7 +170,7 @@ void state_check::check_file(const std::string& path) {
 }
 
 void state_check::check_index(const std::string& list_path) {
-    const std::string index_path = list_path.substr(0, list_path.size() - 4) + ".idx";
+    const std::string index_path = list_path.substr(0, list_path.size() - 4) + names::index_ending;
     if (!is_file(index_path))
         return; // it will be made
     index_view index(index_path);
@@ -186,9 +187,9 @@ void state_check::check_index(const std::string& list_path) {
 
 void state_check::check_folder(const std::string& folder) {
     for (const std::string& name : file_names(folder)) {
-        if (name == "lock.bin")
+        if (name == names::lock)
             note(folder + name, "somebody writes to the message cache");
-        else if (name != "selective.txt" && name != "~selective.txt") // plain text
+        else if (name != names::selective && name != names::new_selective) // plain text
             check_file(folder + name);
         if (m_progress)
             m_progress(++m_seen, m_total);
@@ -218,7 +219,7 @@ void state_check::loss(const std::string& path, const std::string& reason) {
 }
 
 void state_check::check_half(const std::string& name, std::uint32_t messages, std::uint32_t tokens) {
-    const std::string base = m_working + "base\\";
+    const std::string base = m_working + names::base_folder;
     std::vector<atom_view> atoms = atoms_of(base, name);
     std::uint32_t all_messages = 0;
     std::uint32_t all_tokens = 0;
@@ -226,9 +227,10 @@ void state_check::check_half(const std::string& name, std::uint32_t messages, st
         all_messages += atom.head->messages;
         all_tokens += atom.head->tokens;
     }
-    const std::uint64_t ids = list_records(base + name + ".lst");
+    const std::uint64_t ids = list_records(base + name + names::list_ending);
     if (all_messages != 0 && ids == 0)
-        loss(base + name + ".lst", "the message IDs of " + grouped(all_messages) + " messages are missing");
+        loss(base + name + names::list_ending,
+             "the message IDs of " + grouped(all_messages) + " messages are missing");
     // The engine leaves atoms of the larger half out of the base: divided ones first, then the oldest.
     std::ranges::stable_partition(atoms, [](const atom_view& atom) { return atom.head->is_ordinal(); });
     const std::string told = grouped(messages) + " messages and " + grouped(tokens) + " tokens";
@@ -240,13 +242,13 @@ void state_check::check_half(const std::string& name, std::uint32_t messages, st
         all_tokens -= atom.head->tokens;
     }
     if (messages != 0 || tokens != 0)
-        loss(base + name + "*.bye",
+        loss(base + name + names::any_atom,
              "the base was made of " + told + ", the atoms hold " + found + ": atoms are missing");
 }
 
 // The halves as the base tells of them, and their message IDs. Meanwhile nothing may be under way.
 void state_check::check_halves() {
-    const std::string base = m_working + "base\\";
+    const std::string base = m_working + names::base_folder;
     const auto is_under_way = [&] {
         const stage_state state(m_working);
         for (unsigned stage = 1; stage <= stage_state::stages; ++stage)
@@ -255,7 +257,7 @@ void state_check::check_halves() {
         return false;
     };
     std::array<std::uint8_t, 256> start;
-    const auto got = platform::peek_file(base + "cashe.rgd", 0, start.data(), start.size()).value_or(0);
+    const auto got = platform::peek_file(base + names::base, 0, start.data(), start.size()).value_or(0);
     base_header head;
     std::size_t behind = 0;
     if (m_engine_runs || is_under_way() || !head.header.read({start.data(), got}, behind))
@@ -265,8 +267,8 @@ void state_check::check_halves() {
             note(base, "all training was forgotten; the base stays in use until the next one");
         return;
     }
-    check_half("spamdict", head.spam_messages, head.spam_tokens);
-    check_half("nspamdict", head.nonspam_messages, head.nonspam_tokens);
+    check_half(names::spam_half, head.spam_messages, head.spam_tokens);
+    check_half(names::good_half, head.nonspam_messages, head.nonspam_tokens);
 }
 
 void state_check::run() {
@@ -274,11 +276,11 @@ void state_check::run() {
     m_total = file_names(state.base()).size() + file_names(state.transact()).size();
     for (unsigned stage = 1; stage <= stage_state::stages; ++stage)
         m_total += state.marked(stage) ? file_names(state.folder(stage)).size() : 0;
-    for (const char* name : {"stat.bin", "~stat.bin", "settings.cfg", "verdict.bin"})
+    for (const char* name : {names::statistic, names::new_statistic, names::settings, names::verdict})
         if (is_file(m_working + name))
             check_file(m_working + name);
-    check_folder(m_working + "base\\");
-    check_folder(m_working + "base\\transact\\");
+    check_folder(m_working + names::base_folder);
+    check_folder(m_working + names::transact_path);
     check_stages();
     check_halves();
 }

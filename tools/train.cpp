@@ -8,6 +8,7 @@
 
 #include "client/training_schedule.h"
 #include "client/tvr_ipc.h"
+#include "common/file_names.h"
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/folder_watch.h"
@@ -109,8 +110,8 @@ private:
 
 // Why there are no grades yet, if mail of one kind is all that was ever learned; or an empty text.
 std::string one_kind_only(const engine_view& view) {
-    const bool has_spam = view.half("spamdict").messages != 0;
-    const bool has_ham = view.half("nspamdict").messages != 0;
+    const bool has_spam = view.half(names::spam_half).messages != 0;
+    const bool has_ham = view.half(names::good_half).messages != 0;
     if (has_spam == has_ham)
         return {};
     return std::string("Nothing can be graded yet: so far only ") + (has_spam ? "spam" : "good mail") +
@@ -145,8 +146,8 @@ bool report_base(const engine_view& view, std::uint64_t stamp_before) {
                 base->published == stamp_before ? "The base stays as it was" : "Published base",
                 grouped(base->bytes).c_str(), grouped(base->tokens).c_str(),
                 grouped(base->spam_messages).c_str(), grouped(base->ham_messages).c_str());
-    report_balance("spam", view.half("spamdict").messages, base->spam_messages);
-    report_balance("ham", view.half("nspamdict").messages, base->ham_messages);
+    report_balance("spam", view.half(names::spam_half).messages, base->spam_messages);
+    report_balance("ham", view.half(names::good_half).messages, base->ham_messages);
     std::printf("It lies in %s\n", platform::display_path(view.base_path()).c_str());
     return true;
 }

@@ -7,6 +7,7 @@
 
 #include "client/tvr_ipc.h"
 #include "client/user_folder.h"
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/files.h"
 #include "platform/clock.h"
@@ -83,7 +84,7 @@ int export_to(const std::string& path) {
         return fail(target.opened() + ": can't be made, or is there already");
     base_text_sum sum;
     const std::string why = export_base(
-        working + "base\\", [&](std::string_view text) { return target.write(text); }, sum);
+        working + names::base_folder, [&](std::string_view text) { return target.write(text); }, sum);
     // Between two stages there is no marker for a moment.
     bool disturbed = view.stage() != nullptr;
     platform::sleep_for(poll_pause);
@@ -106,7 +107,7 @@ std::string obstacle(const engine_view& view) {
         return "the engine runs as process " + std::to_string(process) + "; \"tvrctl stop\" ends it";
     if (const char* stage = view.stage())
         return std::string("a training is not done yet (") + stage + "); start the engine so that it goes on";
-    if (!is_empty_base(view.working_directory() + "base\\"))
+    if (!is_empty_base(view.working_directory() + names::base_folder))
         return "the base isn't empty; \"tvrctl purge\" empties it";
     return {};
 }
@@ -148,7 +149,7 @@ int import_from(const std::string& path, bool later) {
     }
     base_text_sum sum;
     const std::string why = import_base(
-        working + "base\\", path == "-" ? std::cin : file, [&] { return obstacle(view); }, sum);
+        working + names::base_folder, path == "-" ? std::cin : file, [&] { return obstacle(view); }, sum);
     if (!why.empty())
         return fail((path == "-" ? std::string("standard input") : path) + ": " + why +
                     "; nothing was imported");

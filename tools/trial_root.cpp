@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "client/tvr_ipc.h"
+#include "common/file_names.h"
 #include "common/path.h"
 #include "platform/file.h"
 #include "platform/process.h"
@@ -22,7 +23,6 @@ namespace {
 
 constexpr std::string_view folder_prefix = "eval";
 constexpr const char* root_variable = "TESSIVAR_ROOT";
-constexpr std::string_view thresholds_file = "tessivar.ini"; // in the folder of all users
 
 // Ends the engine of a root that nobody needs, and removes the root.
 void discard(const std::string& path) {
@@ -58,8 +58,7 @@ void discard_abandoned(const std::string& folder) {
 
 std::string read_thresholds() {
     const auto folder = common_settings::common_folder();
-    std::ifstream file(folder ? platform::display_path(*folder + std::string(thresholds_file))
-                              : std::string(),
+    std::ifstream file(folder ? platform::display_path(*folder + names::common_settings) : std::string(),
                        std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
@@ -67,8 +66,7 @@ std::string read_thresholds() {
 void write_thresholds(const std::string& text) {
     const auto folder = common_settings::common_folder();
     if (folder && !text.empty() && check_directory(*folder) == folder_state::usable)
-        std::ofstream(platform::display_path(*folder + std::string(thresholds_file)), std::ios::binary)
-            << text;
+        std::ofstream(platform::display_path(*folder + names::common_settings), std::ios::binary) << text;
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "client/user_folder.h"
+#include "common/file_names.h"
 #include "common/files.h"
 #include "platform/process.h"
 #include "tools/command.h"
@@ -20,7 +21,7 @@ constexpr std::uint64_t record_size = 40; // bytes, of a usual message ID
 
 std::uint64_t likely_ids(const std::string& base) {
     std::uint64_t bytes = 0;
-    for (const char* list : {"spamdict.lst", "nspamdict.lst"})
+    for (const char* list : {names::spam_list, names::good_list})
         if (const std::uint32_t size = file_size(base + list); size != no_file_size)
             bytes += size;
     return bytes / record_size;
@@ -56,7 +57,7 @@ int trim(bool dry) {
         if (stages.marked(stage))
             return fail("a training is not done yet; start the engine so that it goes on");
     progress bar("Trimming", !platform::is_terminal(stderr));
-    const std::uint64_t likely = likely_ids(working + "base\\");
+    const std::uint64_t likely = likely_ids(working + names::base_folder);
     const auto all =
         trim_ids(working, dry, [&](std::uint64_t done) { bar.show(done, likely, grouped(done) + " IDs"); });
     bar.clear();

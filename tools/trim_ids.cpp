@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "common/file_names.h"
 #include "common/files.h"
 #include "dict/atom.h"
 #include "platform/file.h"
@@ -19,7 +20,7 @@ constexpr std::uint64_t told_step = 4096; // IDs
 
 std::uint64_t bytes_of(const std::string& stem) {
     std::uint64_t sum = 0;
-    for (const char* extension : {".lst", ".idx"}) {
+    for (const char* extension : {names::list_ending, names::index_ending}) {
         const std::uint32_t size = file_size(stem + extension);
         sum += size == no_file_size ? 0 : size;
     }
@@ -32,7 +33,7 @@ void find_oldest(const std::string& base, id_trim& trim) {
         trim.reason = why;
         trim.failed = failed;
     };
-    const std::string pattern = trim.half + "*.bye";
+    const std::string pattern = trim.half + names::any_atom;
     for (const std::string& name : file_names(base, pattern.c_str())) {
         std::array<std::uint8_t, 256> room{};
         const auto got = platform::peek_file(base + name, 0, room.data(), room.size());
@@ -64,16 +65,16 @@ public:
 
 std::vector<id_trim> trim_ids(const std::string& working_directory, bool dry,
                               const std::function<void(std::uint64_t done)>& told) {
-    const std::string base = working_directory + "base\\";
+    const std::string base = working_directory + names::base_folder;
     repair_folder folder(working_directory, old_files::deleted);
     std::vector<id_trim> all;
     std::uint64_t seen = 0;
-    for (const char* half : {"spamdict", "nspamdict"}) {
+    for (const char* half : {names::spam_half, names::good_half}) {
         id_trim& trim = all.emplace_back();
         trim.half = half;
         find_oldest(base, trim);
         const std::string stem = base + half;
-        const std::string list = stem + ".lst";
+        const std::string list = stem + names::list_ending;
         if (!trim.reason.empty())
             continue;
         trim.bytes = bytes_of(stem);

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/path.h"
 #include "common/text.h"
@@ -88,7 +89,7 @@ const char* forget_record(file_stream& file, const message_head& record, forgott
 } // namespace
 
 std::string take_lock(file_lock& lock, std::string_view folder, std::uint32_t patience) {
-    const std::string path = join_path(folder, "lock.bin");
+    const std::string path = join_path(folder, names::lock);
     lock.set_path(path);
     if (lock.acquire_within(patience))
         return {};

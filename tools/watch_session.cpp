@@ -4,6 +4,7 @@
 #include <unordered_set>
 
 #include "client/training_schedule.h"
+#include "common/file_names.h"
 #include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/file.h"
@@ -51,13 +52,13 @@ std::string watch_failure(const std::string& path) {
 }
 
 std::string memory_path(const training_client& client) {
-    return client.working_directory() + "watch.bin";
+    return client.working_directory() + names::watch;
 }
 
 } // namespace
 
 watch_session::watch_session(std::vector<mail_folder> folders, report told)
-    : m_told(std::move(told)), m_cache(m_client.working_directory() + "base\\transact\\autotrain.bys"),
+    : m_told(std::move(told)), m_cache(m_client.working_directory() + names::transact_path + names::cache),
       m_memory(memory_path(m_client)), m_known(m_client.working_directory()) {
     for (mail_folder& folder : folders) {
         const std::size_t count = folder.parts().size() + (folder.is_maildir() ? 1 : 0);

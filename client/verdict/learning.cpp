@@ -9,6 +9,7 @@
 #include "client/verdict/cross_grading.h"
 #include "client/verdict/judge.h"
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "dict/dictbase.h"
 #include "dict/message_record.h"
 #include "platform/error.h"
@@ -53,8 +54,8 @@ verdict_learning::verdict_learning(std::string_view working_directory)
 void verdict_learning::look_at_base() {
     m_looked = true;
     m_known.load();
-    m_graded = m_base.load(m_working + "base\\cashe.rgd") && m_base.header().spam_messages != 0 &&
-               m_base.header().nonspam_messages != 0;
+    m_graded = m_base.load(m_working + names::base_folder + names::base) &&
+               m_base.header().spam_messages != 0 && m_base.header().nonspam_messages != 0;
 }
 
 void verdict_learning::take(const record_batch& batch) {

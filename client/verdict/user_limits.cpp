@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/file_names.h"
 #include "platform/profile.h"
 #include "settings/common_settings.h"
 
@@ -16,7 +17,7 @@ constexpr std::string_view section = "Verdict";
 namespace false_positives {
 
 std::string path(std::string_view working_directory) {
-    return std::string(working_directory) + "tvrctl.ini";
+    return std::string(working_directory) + names::wishes;
 }
 
 std::uint32_t get(std::string_view working_directory) {

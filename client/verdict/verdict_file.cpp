@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/files.h"
 #include "common/path.h"
@@ -122,11 +123,11 @@ std::uint64_t id_of(std::string_view msid) noexcept {
 }
 
 std::string verdict_path(std::string_view working_directory) {
-    return std::string(working_directory) + "verdict.bin";
+    return std::string(working_directory) + names::verdict;
 }
 
 std::string verdict_lock_path(std::string_view working_directory) {
-    return std::string(working_directory) + "verdict.lck";
+    return std::string(working_directory) + names::verdict_lock;
 }
 
 std::vector<std::uint8_t> verdict_bytes(const verdict_state& state) {

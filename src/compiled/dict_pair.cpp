@@ -5,6 +5,7 @@
 #include <optional>
 #include <vector>
 
+#include "common/file_names.h"
 #include "common/logger.h"
 #include "common/minutes.h"
 #include "common/path.h"
@@ -105,7 +106,7 @@ private:
 } // namespace
 
 dict_pair::dict_pair(std::string_view folder)
-    : m_spam_folder(folder, "spamdict"), m_nspam_folder(folder, "nspamdict"), m_basepath(folder) {}
+    : m_spam_folder(folder, names::spam_half), m_nspam_folder(folder, names::good_half), m_basepath(folder) {}
 
 bool dict_pair::generate_base(const std::string& path) {
     generation run(path);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/logger.h"
 #include "platform/error.h"
@@ -92,7 +93,7 @@ void hashreg::say_status_to_ini() const {
                                                             {"SpamWords", m_header.spam_tokens}};
     for (const auto& [key, total] : totals)
         platform::write_profile_string("DbStatus", key, std::to_string(static_cast<std::int32_t>(total)),
-                                       *folder + "tessivar_stat.ini");
+                                       *folder + names::common_counts);
 }
 
 void hashreg::get_loaded_time(std::uint64_t* out) const noexcept {

@@ -1,5 +1,6 @@
 #include "compiled/selective_list.h"
 
+#include "common/file_names.h"
 #include "common/files.h"
 #include "common/path.h"
 #include "common/text_stream.h"
@@ -38,7 +39,7 @@ void selective_list::start() {
     m_enabled = current_settings()->export_selective_download != 0;
     m_pending.clear();
     if (m_enabled)
-        m_output.create_to_write(list_path("~selective.txt"));
+        m_output.create_to_write(list_path(names::new_selective));
 }
 
 void selective_list::add_token(std::string_view text, std::uint32_t count) {
@@ -69,8 +70,8 @@ void selective_list::finish() {
     if (!m_pending.empty())
         write_line();
     m_output.close();
-    const std::string written = list_path("~selective.txt");
-    if (link_or_copy(written, list_path("selective.txt"), false))
+    const std::string written = list_path(names::new_selective);
+    if (link_or_copy(written, list_path(names::selective), false))
         platform::delete_file(written);
 }
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/files.h"
 #include "common/logger.h"
@@ -67,7 +68,7 @@ bool bye_atom::load_record(file_stream& file) {
 }
 
 std::string bye_ring::col_path(std::uint32_t stage) {
-    return folder().path_of(stage, m_name + ".col");
+    return folder().path_of(stage, m_name + names::column_ending);
 }
 
 // deliberate: an old file is not cut. The count in the head makes what is left of it harmless. A file that

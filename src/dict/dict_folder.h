@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/file_names.h"
+
 namespace tvr {
 
 // Belongs to the transaction's thread. Failures of single files are not reported.
@@ -37,7 +39,7 @@ public:
     void set_files(std::vector<std::string> files) { m_files = std::move(files); }
 
 private:
-    [[nodiscard]] std::string atom_pattern() const { return m_name + "*.bye"; }
+    [[nodiscard]] std::string atom_pattern() const { return m_name + names::any_atom; }
     void enumerate_if_empty();
 
     std::string m_path;

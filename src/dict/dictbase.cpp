@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/files.h"
 #include "common/logger.h"
@@ -138,7 +139,7 @@ void word_file::close() {
 
 void dictbase::init(std::string_view path) {
     m_path = path;
-    m_flock.set_path(join_path(folder_part(path), "lock.bin"));
+    m_flock.set_path(join_path(folder_part(path), names::lock));
     m_inited = true;
 }
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/filemap.h"
 #include "common/logger.h"
@@ -167,7 +168,7 @@ bool is_plausible(std::uint32_t piece_count, std::uint64_t file_bytes) {
 std::size_t dict_folder::reload_atoms(bool flag) {
     for (;;) {
         m_files.clear();
-        enumerate(m_name + "*.bye");
+        enumerate(m_name + names::any_atom);
         const std::vector<std::string> names = m_files;
         bool changed = false;
         for (const std::string& name : names) {
@@ -217,7 +218,7 @@ bool dict_folder::divide_old_atom(const std::string& name) {
             write_piece(*all[i], tokens, made.emplace_back(new_file(i)), head);
     }
     if (only_atom)
-        msidmap::relabel(made.emplace_back(join_path(m_path, m_name + ".lst")), now);
+        msidmap::relabel(made.emplace_back(join_path(m_path, m_name + names::list_ending)), now);
     // Before the divided atom goes.
     made.push_back(join_path(m_path, ""));
     platform::make_durable(made);

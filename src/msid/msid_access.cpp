@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/file_names.h"
 #include "common/path.h"
 #include "platform/file.h"
 #include "platform/process.h"
@@ -30,7 +31,7 @@ void msid_access::reopen() {
     close();
     if (m_work_folder.empty())
         m_main_folder = m_work_folder = platform::runtime_folder(); // where the unnamed map harms nobody
-    for (const char* extension : {".idx", ".lst"})
+    for (const char* extension : {names::index_ending, names::list_ending})
         platform::copy_file(join_path(m_main_folder, m_name + extension),
                             join_path(m_work_folder, m_name + extension), false);
     m_map.reset(pool_new<msidmap>(m_work_folder, m_name));

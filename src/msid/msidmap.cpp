@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/logger.h"
 #include "common/path.h"
@@ -36,16 +37,16 @@ void log_unmapped(const char* operation) {
 } // namespace
 
 msidmap::msidmap(std::string_view folder, std::string_view name)
-    : m_header(list_signature), m_list_path(join_path(folder, std::string(name) + ".lst")),
-      m_index_path(join_path(folder, std::string(name) + ".idx")) {
+    : m_header(list_signature), m_list_path(join_path(folder, std::string(name) + names::list_ending)),
+      m_index_path(join_path(folder, std::string(name) + names::index_ending)) {
     open();
 }
 
 msidmap::msidmap(file_stream& file) : m_header(list_signature), m_temporary(true) {
     if (const auto made = platform::make_temp_file(platform::temp_folder_path(), "msid")) {
         m_reserved_path = *made;
-        m_list_path = *made + ".lst";
-        m_index_path = *made + ".idx";
+        m_list_path = *made + names::list_ending;
+        m_index_path = *made + names::index_ending;
         copy_in(file);
     }
     open();

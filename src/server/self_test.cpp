@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/fileheader.h"
 #include "common/logger.h"
@@ -117,11 +118,11 @@ bool test_transaction(transaction& pipeline, const std::string& folder) {
     set.schema(schema_mode::basic_defaults);
     set.schema(schema_mode::advanced_defaults);
     set.working_directory.expanded = folder;
-    const std::string base = folder + "base\\";
+    const std::string base = folder + names::base_folder;
     platform::create_directory(base);
     platform::create_directory(base + "transact");
     file_stream cache;
-    if (!cache.create_to_write(base + "transact\\autotrain.bys") || !cache.write_u32(2) ||
+    if (!cache.create_to_write(base + names::transact_folder + names::cache) || !cache.write_u32(2) ||
         !append_message(cache, "<spam>", true, "B offer") ||
         !append_message(cache, "<good>", false, "B meeting") || !cache.close())
         return check(false, "[-] the messages can't be written");
@@ -129,14 +130,14 @@ bool test_transaction(transaction& pipeline, const std::string& folder) {
     pipeline.init();
     pipeline.force_retrain();
     const std::uint32_t start = platform::tick_count();
-    while (!file_exists(base + "cashe.mrk")) {
+    while (!file_exists(base + names::base_mark)) {
         if (platform::tick_count() - start > patience)
             return check(false, "[-] no base was published");
         platform::sleep_for(5);
     }
     pipeline.shutdown();
     hashreg published;
-    return check(published.load(base + "cashe.rgd"), "[-] the published base can't be read") &&
+    return check(published.load(base + names::base), "[-] the published base can't be read") &&
            check(published.header().spam_messages == 1 && published.header().nonspam_messages == 1,
                  "[-] the published base is of other messages") &&
            check(std::abs(published.grade("B offer") - 0.99) < 1e-6 &&

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/logger.h"
 #include "common/path.h"
@@ -50,7 +51,7 @@ void load_statistic(const std::string& working_directory) {
     auto& object = statistic_object();
     if (!object)
         object.emplace();
-    object->read(working_directory + "stat.bin");
+    object->read(working_directory + names::statistic);
 }
 
 void report_dictionary(const std::string& path, const char* failure) {
@@ -87,7 +88,7 @@ bool work_server::init() {
     TVR_LOG(default_log, "work_server::init finished.");
     load_settings();
     const std::string working_directory = current_settings()->working_directory.expanded;
-    m_channel.set_file(join_path(working_directory, "base\\transact\\ipc.bin"));
+    m_channel.set_file(join_path(working_directory, std::string(names::transact_path) + names::signals));
     load_statistic(working_directory);
     TVR_LOG(default_log, "Creating sync object to signal about long idle");
     m_long_idle.create(false);
@@ -141,8 +142,10 @@ void work_server::quit() {
 
 std::uint32_t work_server::load_training_information() {
     const std::string& working = current_settings()->working_directory.expanded;
-    const std::string spam = join_path(working, "base\\spamdict.bye");
-    const std::string good = join_path(working, "base\\nspamdict.bye");
+    const std::string spam =
+        join_path(working, std::string(names::base_folder) + names::spam_half + names::atom_ending);
+    const std::string good =
+        join_path(working, std::string(names::base_folder) + names::good_half + names::atom_ending);
     TVR_LOG(default_log, "Loading training information.");
     TVR_LOG(default_log, "Recalculating dictionaries from:");
     TVR_LOG(default_log, "Spam (%s), NoSpam (%s)", spam.c_str(), good.c_str());

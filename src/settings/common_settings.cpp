@@ -3,6 +3,7 @@
 #include <array>
 #include <utility>
 
+#include "common/file_names.h"
 #include "common/logger.h"
 #include "common/path.h"
 #include "common/registry_text.h"
@@ -115,8 +116,9 @@ std::int32_t common_settings::default_value(common_value index) {
 std::int32_t common_settings::get_value(common_value index) {
     const auto folder = common_folder();
     const keyed_default& wanted = entry(index);
-    return folder ? platform::profile_int("Settings", wanted.key, wanted.value, *folder + "tessivar.ini")
-                  : wanted.value;
+    return folder
+               ? platform::profile_int("Settings", wanted.key, wanted.value, *folder + names::common_settings)
+               : wanted.value;
 }
 
 bool common_settings::set_value(std::uint32_t value, common_value index) {
@@ -125,7 +127,7 @@ bool common_settings::set_value(std::uint32_t value, common_value index) {
         return false;
     return platform::write_profile_string("Settings", entry(index).key,
                                           std::to_string(static_cast<std::int32_t>(value)),
-                                          *folder + "tessivar.ini");
+                                          *folder + names::common_settings);
 }
 
 } // namespace tvr

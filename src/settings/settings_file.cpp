@@ -1,5 +1,6 @@
 #include "settings/settings_file.h"
 
+#include "common/file_names.h"
 #include "common/logger.h"
 #include "common/path.h"
 #include "platform/file.h"
@@ -38,7 +39,7 @@ const std::string* _kwilsfile::settingsfile() {
     if (!is_attached())
         return nullptr;
     if (m_settingsfile.empty())
-        m_settingsfile = join_path(m_settings->working_directory.raw, "settings.cfg");
+        m_settingsfile = join_path(m_settings->working_directory.raw, names::settings);
     return &m_settingsfile;
 }
 
@@ -49,7 +50,7 @@ const std::string* _kwilsfile::advancedfile() {
         const std::string root = root_folder();
         if (root.empty())
             return nullptr;
-        m_advancedfile = join_path(root, "advanced.ini");
+        m_advancedfile = join_path(root, names::advanced_settings);
     }
     return &m_advancedfile;
 }
@@ -87,18 +88,18 @@ void _kwilsfile::prepare() {
     find_working_directory();
     set.schema(schema_mode::declare);
     set.schema(schema_mode::basic_defaults);
-    set.filter_log.raw = set.working_directory.raw + "report.log";
-    set.list_of_ignoring_kludges.raw = set.working_directory.raw + "kludges.txt";
+    set.filter_log.raw = set.working_directory.raw + names::filter_log;
+    set.list_of_ignoring_kludges.raw = set.working_directory.raw + names::kludges;
     set.expand_all();
 
     const std::string working = set.working_directory.expanded;
     const std::string root = root_folder();
-    const std::string own_kludges = join_path(working, "kludges.txt");
-    const std::string root_kludges = join_path(root, "kludges.txt");
-    const std::string root_advanced = join_path(root, "advanced.ini");
+    const std::string own_kludges = join_path(working, names::kludges);
+    const std::string root_kludges = join_path(root, names::kludges);
+    const std::string root_advanced = join_path(root, names::advanced_settings);
     set.use_white_list_of_kludges = 1;
-    if (!read_seed(join_path(working, "tvram.ini")))
-        read_seed(join_path(root, "tvram.ini"));
+    if (!read_seed(join_path(working, names::settings_seed)))
+        read_seed(join_path(root, names::settings_seed));
     __createdirstructure();
     if (platform::copy_file(root_kludges, own_kludges, true))
         set.use_white_list_of_kludges = 1;
@@ -150,7 +151,7 @@ bool _kwilsfile::__createdirstructure() {
         return false;
     path_setting& working = m_settings->working_directory;
     working.expanded = platform::expand_environment(working.raw);
-    for (const char* folder : {"", "base\\", "base\\transact"})
+    for (const char* folder : {"", names::base_folder, names::transact_path})
         if (check_directory(join_path(working.expanded, folder)) != folder_state::usable) {
             std::string text = platform::resource_string(folder_message);
             if (const std::size_t place = text.find("%s"); place != std::string::npos)

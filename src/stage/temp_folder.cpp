@@ -1,5 +1,6 @@
 #include "stage/temp_folder.h"
 
+#include "common/file_names.h"
 #include "common/logger.h"
 #include "common/path.h"
 #include "common/text.h"
@@ -165,7 +166,7 @@ void temp_folder::make_folders_durable() {
 bool temp_folder::tmp_filename_for_stage(std::uint32_t stage, std::string& out, bool fullpath,
                                          std::string_view prefix) {
     TVR_LOG(transact_log, "[i] temp_folder::tmp_filename_for_stage");
-    const auto made = platform::make_temp_file(path(stage), prefix.empty() ? "dis" : prefix);
+    const auto made = platform::make_temp_file(path(stage), prefix.empty() ? names::entered_prefix : prefix);
     if (!made)
         return false;
     out = fullpath ? *made : std::string(file_part(*made));

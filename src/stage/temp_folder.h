@@ -66,7 +66,6 @@ private:
 void bring_to_disk(const std::vector<std::string>& paths);
 
 // The file that marks a stage as done, and all its content.
-inline constexpr std::string_view stage_marker_name = "prepared.txt";
 inline constexpr std::string_view stage_marker_text("prepared", 9); // with a zero byte at the end
 
 // The base folder and the markers of its stages.

@@ -1,3 +1,4 @@
+#include "common/file_names.h"
 #include "common/logger.h"
 #include "common/path.h"
 #include "platform/file.h"
@@ -7,7 +8,7 @@ namespace tvr {
 
 bool tmpfld_holder::init(std::string_view base) {
     const platform::locker locker(m_lock);
-    m_folder = std::make_unique<temp_folder>(join_path(base, "transact\\"));
+    m_folder = std::make_unique<temp_folder>(join_path(base, names::transact_folder));
     m_base = base;
     m_initialized = true;
     return true;
@@ -27,7 +28,7 @@ void tmpfld_holder::_mark_prepared(std::uint32_t stage) {
     if (!reports_ready("_mark_prepared"))
         return;
     platform::file marker;
-    if (marker.open(m_folder->path_of(stage, stage_marker_name), platform::access::write,
+    if (marker.open(m_folder->path_of(stage, names::stage_marker), platform::access::write,
                     platform::share::read, platform::creation::create_always))
         marker.write(stage_marker_text.data(), stage_marker_text.size());
     marker.close();
@@ -36,11 +37,11 @@ void tmpfld_holder::_mark_prepared(std::uint32_t stage) {
 
 void tmpfld_holder::_mark_unsuccess(std::uint32_t stage) {
     if (reports_ready("_mark_unsuccess"))
-        platform::delete_file(m_folder->path_of(stage, stage_marker_name));
+        platform::delete_file(m_folder->path_of(stage, names::stage_marker));
 }
 
 bool tmpfld_holder::_is_success(std::uint32_t stage) {
-    return reports_ready("_is_success") && file_exists(m_folder->path_of(stage, stage_marker_name));
+    return reports_ready("_is_success") && file_exists(m_folder->path_of(stage, names::stage_marker));
 }
 
 } // namespace tvr

@@ -1,6 +1,7 @@
 // The finalize stages: read the tokens of the batch and write the atoms of one half anew, beside the main
 // dictionaries.
 
+#include "common/file_names.h"
 #include "common/logger.h"
 #include "common/path.h"
 #include "dict/ring.h"
@@ -11,7 +12,7 @@
 namespace tvr {
 
 const transaction::half_stage transaction::spam_half = {
-    .dictionary = "spamdict",
+    .dictionary = names::spam_half,
     .target = stage_number::ready_spam,
     .entry_line = "[i] transaction::__finalizespam_stage",
     .stage_line = "[i] transaction::transact_action stage S_READYSPAM",
@@ -19,7 +20,7 @@ const transaction::half_stage transaction::spam_half = {
     .publish_line = "Refreshing main 'spam' dictionary with recalculated one.",
 };
 const transaction::half_stage transaction::good_half = {
-    .dictionary = "nspamdict",
+    .dictionary = names::good_half,
     .target = stage_number::ready_good,
     .entry_line = "[i] transaction::__finalizegood_stage",
     .stage_line = "[i] transaction::transact_action stage S_READYGOOD",
@@ -53,12 +54,12 @@ bool transaction::finalize_half(const half_stage& half) {
     bye_ring ring;
     ring.open(m_holder.base(), name, stage_number::sorted);
     ring.load_col(stage_number::sorted);
-    ring.finalize(half.target, sorted_folder + "data.bys", msids);
+    ring.finalize(half.target, sorted_folder + names::sorted_messages, msids);
 
     // deliberate: the map holds its index open, so that the second rename fails; the index is made anew from
     // the list at the next opening.
     const std::string target_folder = folder.path(half.target);
-    for (const char* extension : {".lst", ".idx"}) {
+    for (const char* extension : {names::list_ending, names::index_ending}) {
         platform::delete_file(target_folder + name + extension);
         platform::move_file(sorted_folder + name + extension, target_folder + name + extension);
     }

@@ -1,6 +1,7 @@
 // The last two stages: put the recalculated halves in place of the main dictionaries, and generate the
 // compiled base from them.
 
+#include "common/file_names.h"
 #include "common/logger.h"
 #include "compiled/dict_pair.h"
 #include "dict/dict_folder.h"
@@ -41,7 +42,7 @@ void transaction::publish_half(const half_stage& half) {
     dict_folder atoms(source, half.dictionary);
     atoms.reload_atoms(true);
     TVR_LOG(transact_log, "%s", half.publish_line);
-    for (const char* extension : {".lst", ".idx"}) {
+    for (const char* extension : {names::list_ending, names::index_ending}) {
         const std::string file = std::string(half.dictionary) + extension;
         platform::delete_file(m_holder.main_path(file));
         platform::move_file(source + file, m_holder.main_path(file));
@@ -63,16 +64,16 @@ bool transaction::__generatergd_stage() {
     {
         temp_folder& folder = m_holder.folder();
         dict_pair dictionaries(m_holder.base());
-        const std::string generated = folder.path_of(stage_number::generate_rgd, "base.rgd");
+        const std::string generated = folder.path_of(stage_number::generate_rgd, names::new_base);
         if (dictionaries.generate_base(generated)) {
             TVR_LOG(transact_log, "[i] rgd base successfully generated");
             bring_to_disk({generated, folder.path(stage_number::generate_rgd)});
-            const std::string published = m_holder.main_path("cashe.rgd");
+            const std::string published = m_holder.main_path(names::base);
             platform::delete_file(published);
             platform::move_file(generated, published);
             folder.remove(stage_number::generate_rgd);
         }
-        write_file_time(m_holder.main_path("cashe.mrk"), platform::system_time());
+        write_file_time(m_holder.main_path(names::base_mark), platform::system_time());
     }
     TVR_LOG(transact_log, "[i] generation of final .rgd file completed");
     return true;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/logger.h"
 #include "common/path.h"
@@ -129,7 +130,7 @@ bool transaction::__sorting_stage() {
     }
     temp_folder& folder = m_holder.folder();
     std::string batch_path;
-    folder.find_first(stage_number::entered, &batch_path, "dis");
+    folder.find_first(stage_number::entered, &batch_path, names::entered_prefix);
     {
         file_stream batch;
         if (!batch.open_to_read(batch_path) || batch.size().value_or(0) == 0) {
@@ -147,7 +148,7 @@ bool transaction::__sorting_stage() {
     // The batch and the marker follow at once, and their names come to the disk together: without the marker
     // nobody would look for the batch there.
     folder.make_durable(stage_number::sorted);
-    const std::string sorted_path = folder.path_of(stage_number::sorted, "data.bys");
+    const std::string sorted_path = folder.path_of(stage_number::sorted, names::sorted_messages);
     if (!platform::move_file(batch_path, sorted_path)) {
         const std::uint32_t code = platform::last_error();
         TVR_LOG(transact_log, "[-] Stage S_SORTED failed to move data file (0x%08X)", code);
@@ -176,17 +177,17 @@ bool transaction::sort_batch(file_stream& batch) {
     if (statistic* counters = statistic::current())
         counters->clear_transaction();
     m_holder.folder().prepare(stage_number::sorted);
-    trainingplan spam_plan(stage_number::sorted, m_holder.base(), "spamdict");
-    trainingplan good_plan(stage_number::sorted, m_holder.base(), "nspamdict");
+    trainingplan spam_plan(stage_number::sorted, m_holder.base(), names::spam_half);
+    trainingplan good_plan(stage_number::sorted, m_holder.base(), names::good_half);
     std::uint32_t count = 0;
     batch.read_u32(count);
     TVR_LOG(transact_log, "[i] There are %d messages in the cache", printable(count));
     plan_messages(batch, spam_plan, good_plan);
 
     bye_ring good_ring;
-    good_ring.open(m_holder.base(), "nspamdict", stage_number::sorted);
+    good_ring.open(m_holder.base(), names::good_half, stage_number::sorted);
     bye_ring spam_ring;
-    spam_ring.open(m_holder.base(), "spamdict", stage_number::sorted);
+    spam_ring.open(m_holder.base(), names::spam_half, stage_number::sorted);
     const part_sizes sizes = work_out_sizes(good_plan, good_ring, spam_plan, spam_ring);
     if (good_plan.changed()) {
         TVR_LOG(transact_log, "No-spam changed with %d messages", printable(good_plan.delta()));
@@ -203,7 +204,7 @@ void transaction::finish_without_changes() {
     TVR_LOG(transact_log, "[i] No changes, finishing training");
     m_holder.folder().remove(stage_number::sorted);
     m_holder.folder().remove(stage_number::entered);
-    const std::string compiled = m_holder.main_path("cashe.rgd");
+    const std::string compiled = m_holder.main_path(names::base);
     if (!file_exists(compiled))
         return;
     TVR_LOG(transact_log, "[i] Refreshing timestamp of the .rgd to now");
@@ -213,14 +214,14 @@ void transaction::finish_without_changes() {
                   platform::creation::open_existing))
         base.set_last_write_time(now);
     base.close();
-    write_file_time(m_holder.main_path("cashe.mrk"), now);
+    write_file_time(m_holder.main_path(names::base_mark), now);
 }
 
 // Keeps the sorted stage as an archive, for later study, beside the one before it.
 void transaction::keep_batch_copy() {
     std::string archive;
     m_holder.folder().pack(archive, stage_number::sorted);
-    const std::string newest = m_holder.main_path("data.trr");
+    const std::string newest = m_holder.main_path(names::archive);
     const std::string older = m_holder.main_path("data.0");
     platform::delete_file(older);
     platform::move_file(newest, older);

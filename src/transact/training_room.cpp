@@ -4,6 +4,7 @@
 #include <array>
 
 #include "common/bytes.h"
+#include "common/file_names.h"
 #include "common/logger.h"
 #include "dict/atom.h"
 #include "platform/disk_room.h"
@@ -55,7 +56,7 @@ half_size atoms_of(const std::string& base, const std::string& name) {
     half_size sum;
     platform::directory_search search;
     platform::directory_entry entry;
-    for (bool more = search.first(base + name + "*.bye", entry); more; more = search.next(entry)) {
+    for (bool more = search.first(base + name + names::any_atom, entry); more; more = search.next(entry)) {
         const std::string path = base + entry.name;
         const std::uint64_t size = size_of(path);
         ++sum.files;
@@ -74,13 +75,13 @@ half_size atoms_of(const std::string& base, const std::string& name) {
 class estimate {
 public:
     explicit estimate(const std::string& base)
-        : m_spam(atoms_of(base, "spamdict")), m_good(atoms_of(base, "nspamdict")) {
-        for (const char* cache : {"autotrain.bys", "~autotrain.bys", "~~autotrain.bys"}) {
-            const std::string path = base + "transact\\" + cache;
+        : m_spam(atoms_of(base, names::spam_half)), m_good(atoms_of(base, names::good_half)) {
+        for (const char* cache : {names::cache, names::snapshot, names::merged_snapshot}) {
+            const std::string path = base + names::transact_folder + cache;
             m_batch += size_of(path);
             m_messages += std::min<std::uint64_t>(word_of(path, 0), size_of(path));
         }
-        for (const char* half : {"spamdict.lst", "nspamdict.lst"}) {
+        for (const char* half : {names::spam_list, names::good_list}) {
             const std::uint64_t size = size_of(base + half);
             m_lists += size;
             m_ids += std::min<std::uint64_t>(word_of(base + half, 8), size / least_record);

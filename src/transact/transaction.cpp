@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 
+#include "common/file_names.h"
 #include "common/files.h"
 #include "common/logger.h"
 #include "common/path.h"
@@ -18,8 +19,6 @@ namespace tvr {
 
 namespace {
 
-constexpr std::string_view cache_path = "base\\transact\\autotrain.bys";
-
 // The one transaction of the process, from which its thread takes the object.
 std::atomic<transaction*> current_transaction{nullptr};
 
@@ -33,7 +32,7 @@ std::uint32_t truncated_strategy(double strategy) {
 
 void delete_half(const std::string& base, std::string_view name) {
     dict_folder(base, name).delete_all();
-    for (const std::string_view extension : {".idx", ".lst"})
+    for (const std::string_view extension : {names::index_ending, names::list_ending})
         platform::delete_file(base + std::string(name) + std::string(extension));
 }
 
@@ -59,8 +58,8 @@ bool transaction::init() {
     TVR_LOG(transact_log, "[i] transaction::init");
     TVR_LOG(transact_log, "[i] Background recalculation started...");
     const std::string& working = current_settings()->working_directory.expanded;
-    m_holder.init(join_path(working, "base\\"));
-    m_cache.init(join_path(working, cache_path));
+    m_holder.init(join_path(working, names::base_folder));
+    m_cache.init(join_path(working, std::string(names::transact_path) + names::cache));
     E_stopped.create(true);
     E_added.create(true);
     E_wake.create(false);
@@ -127,8 +126,8 @@ void transaction::reinit() {
         ~release() { interrupt.reset(); }
     } const releaser{E_interrupt};
     m_cache.removeall();
-    delete_half(m_holder.base(), "nspamdict");
-    delete_half(m_holder.base(), "spamdict");
+    delete_half(m_holder.base(), names::good_half);
+    delete_half(m_holder.base(), names::spam_half);
     __cleanup();
 }
 
