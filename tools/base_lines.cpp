@@ -2,6 +2,7 @@
 
 #include "client/mail/utf8.h"
 #include "common/text.h"
+#include "platform/ascii.h"
 
 namespace tvr {
 
@@ -15,8 +16,7 @@ bool is_atom_stem(std::string_view stem, std::string_view dictionary) {
     if (!stem.starts_with(dictionary) || stem.size() > longest_stem)
         return false;
     for (const char c : stem)
-        if (!(c >= '0' && c <= '9') && !(c >= 'A' && c <= 'Z') && !(c >= 'a' && c <= 'z') && c != '-' &&
-            c != '_')
+        if (!is_digit(c) && !is_letter(c) && c != '-' && c != '_')
             return false;
     return true;
 }

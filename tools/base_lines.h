@@ -9,8 +9,7 @@
 #include <string_view>
 
 #include "client/verdict/verdict_file.h"
-#include "common/file_names.h"
-#include "stage/temp_folder.h"
+#include "tools/stage_state.h"
 
 namespace tvr {
 
@@ -24,15 +23,6 @@ constexpr std::size_t verdict_piece = 512;
     return offset < verdict_messages_at ? std::min(verdict_piece, verdict_messages_at - offset)
                                         : verdict_message_size;
 }
-
-struct base_half {
-    const char* name;
-    std::uint32_t stage; // whose folder holds the half before it is put in place
-};
-// In the order of the text; also that in which they are marked as ready: the engine throws the first one away
-// if the second isn't.
-constexpr std::array<base_half, 2> base_halves = {
-    {{names::good_half, stage_number::ready_good}, {names::spam_half, stage_number::ready_spam}}};
 
 // The name of an atom without ".bye", as the engine and the text may have it.
 [[nodiscard]] bool is_atom_stem(std::string_view stem, std::string_view dictionary);

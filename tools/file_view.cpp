@@ -153,8 +153,7 @@ std::string shown(const std::string& path) {
 }
 
 std::string failure(const std::string& path, const char* what) {
-    return platform::display_path(path) + ": " + what + " (error " + std::to_string(platform::last_error()) +
-           ")";
+    return shown(path) + ": " + what + " (error " + std::to_string(platform::last_error()) + ")";
 }
 
 } // namespace tvr

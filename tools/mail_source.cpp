@@ -11,6 +11,7 @@
 
 #include "client/tokenizer.h"
 #include "common/text.h"
+#include "platform/fnv.h"
 #include "tools/text.h"
 
 namespace tvr {
@@ -91,11 +92,11 @@ std::uint64_t mail_key(std::string_view raw) {
                 values[i] = value_of(line, names[i]);
     });
     if (values[0].empty())
-        return text_key(raw);
+        return fnv_64(raw);
     std::string all;
     for (const std::string_view value : values)
         all.append(value).push_back('\n');
-    return text_key(all);
+    return fnv_64(all);
 }
 
 mail_source::mail_source(const mail_paths& paths, pass_report passed)

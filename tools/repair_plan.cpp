@@ -25,12 +25,12 @@ namespace {
 
 constexpr std::uint64_t count_size = 4; // bytes in front of the records of a cache
 
-std::string failure(const std::string& path) {
-    return shown(path) + ": can't be changed (error " + std::to_string(platform::last_error()) + ")";
+std::string not_changed(const std::string& path) {
+    return failure(path, "can't be changed");
 }
 
 std::string move(const std::string& from, const std::string& to) {
-    return move_durably(from, to) ? std::string() : failure(from);
+    return move_durably(from, to) ? std::string() : not_changed(from);
 }
 
 // The first reason of a failure among operations that follow each other.
@@ -49,7 +49,7 @@ std::string set_marker(const std::string& folder) {
         marker.open(path, platform::access::write, platform::share::read, platform::creation::open_always) &&
         marker.write(stage_marker_text.data(), stage_marker_text.size()) && marker.set_end() &&
         marker.flush() && platform::make_durable({join_path(folder, ""), folder_of(path)});
-    return done ? std::string() : failure(path);
+    return done ? std::string() : not_changed(path);
 }
 
 std::string write_time_mark(repair_folder& folder, const std::string& path) {
@@ -58,7 +58,7 @@ std::string write_time_mark(repair_folder& folder, const std::string& path) {
     const std::uint64_t now = platform::system_time();
     const bool written = file.create_to_write(made) && file.write_u32(static_cast<std::uint32_t>(now)) &&
                          file.write_u32(static_cast<std::uint32_t>(now >> 32));
-    return file.close() && written ? folder.replace(made, path) : failure(made);
+    return file.close() && written ? folder.replace(made, path) : not_changed(made);
 }
 
 // Goes on with putting the finished half of a stage in place. It may have been begun: then the base holds a
@@ -140,7 +140,7 @@ private:
             empty = empty && (entry.name == "." || entry.name == "..");
         if (empty)
             add("remove " + shown(path) + ", which is empty",
-                [path] { return platform::remove_directory(path) ? std::string() : failure(path); });
+                [path] { return platform::remove_directory(path) ? std::string() : not_changed(path); });
         else
             add_aside(path);
     }
@@ -200,7 +200,7 @@ private:
         add("take the marker of stage 2 away", [marker] {
             return platform::delete_file(marker) && platform::make_durable({folder_of(marker)})
                        ? std::string()
-                       : failure(marker);
+                       : not_changed(marker);
         });
         plan_batch_back();
         add_aside(folder);

@@ -65,7 +65,7 @@ bool ends_with_file(const std::string& whole, const std::string& part, std::uint
 }
 
 std::string half_of_stage(unsigned stage) {
-    return stage == 3 ? names::spam_half : names::good_half;
+    return base_halves.at(base_halves[0].stage == stage ? 0 : 1).name;
 }
 
 stage_state::stage_state(const std::string& working_directory)

@@ -2,9 +2,13 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "common/file_names.h"
+#include "stage/temp_folder.h"
 
 namespace tvr {
 
@@ -68,6 +72,15 @@ private:
 // begin alike, those of `whole`) left aside. A missing or empty part is no part.
 [[nodiscard]] bool begins_with_file(const std::string& whole, const std::string& part, std::uint64_t skipped);
 [[nodiscard]] bool ends_with_file(const std::string& whole, const std::string& part, std::uint64_t skipped);
+
+struct base_half {
+    const char* name;
+    std::uint32_t stage; // whose folder holds the half before it is put in place
+};
+// In the order of the text; also that in which they are marked as ready: the engine throws the first one away
+// if the second isn't.
+constexpr std::array<base_half, 2> base_halves = {
+    {{names::good_half, stage_number::ready_good}, {names::spam_half, stage_number::ready_spam}}};
 
 // The half whose atoms a stage holds: "spamdict" for 3, "nspamdict" for 4.
 [[nodiscard]] std::string half_of_stage(unsigned stage);

@@ -52,11 +52,4 @@ std::string printable(std::string_view text) {
     return out;
 }
 
-std::uint64_t text_key(std::string_view text) noexcept {
-    std::uint64_t hash = 0xCBF29CE484222325ULL;
-    for (const char c : text)
-        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3ULL;
-    return hash;
-}
-
 } // namespace tvr

@@ -14,7 +14,5 @@ std::string time_text(std::uint64_t file_time); // of 100 ns units since 1601: 2
 
 // The text with its control characters as \xNN, for a terminal. What is no UTF-8 is written so, too.
 std::string printable(std::string_view text);
-// By which texts are told apart where only a number is kept: 64 bits of FNV-1a.
-[[nodiscard]] std::uint64_t text_key(std::string_view text) noexcept;
 
 } // namespace tvr

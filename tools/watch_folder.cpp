@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "platform/fnv.h"
 #include "tools/mail_folders.h"
 #include "tools/text.h"
 
@@ -34,7 +35,7 @@ std::optional<bool> verdict_of_folder(std::string_view path) {
 }
 
 mail_folder::mail_folder(const std::string& path, bool spam)
-    : m_path(absolute_path(path)), m_spam(spam), m_key(text_key(m_path)) {
+    : m_path(absolute_path(path)), m_spam(spam), m_key(fnv_64(m_path)) {
     if (tvr::is_maildir(m_path))
         m_parts = {m_path + "/new", m_path + "/cur"};
     else
@@ -46,7 +47,7 @@ bool mail_folder::is_message_name(std::string_view name) {
 }
 
 std::uint64_t mail_folder::name_key(std::string_view name) const {
-    return text_key(is_maildir() ? name.substr(0, name.find(':')) : name);
+    return fnv_64(is_maildir() ? name.substr(0, name.find(':')) : name);
 }
 
 std::optional<folder_file> mail_folder::look_at(const std::string& part, const std::string& name) const {
@@ -62,7 +63,7 @@ std::optional<folder_file> mail_folder::look_at(const std::string& part, const s
     if (error)
         return std::nullopt;
     const std::uint64_t both =
-        text_key(std::to_string(size) + " " + std::to_string(changed.time_since_epoch().count()));
+        fnv_64(std::to_string(size) + " " + std::to_string(changed.time_since_epoch().count()));
     file.stamp = static_cast<std::uint32_t>(both ^ both >> 32);
     return file;
 }

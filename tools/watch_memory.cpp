@@ -200,12 +200,12 @@ std::string watch_memory::write_anew() {
     m_unsaved.clear();
     m_noted_folder.reset();
     const std::vector<entry> all = all_entries();
-    const std::string beside = tilde_name(m_path);
-    file_stream file;
-    if (!file.create_to_write(beside) || !fileheader(signature::watch).write(file) ||
-        !put_entries(file, all) || !file.close())
-        return failure(beside, "can't be written");
-    if (!replace_durably(beside, m_path))
+    const rewritten result = rewrite_durably(m_path, [&all](file_stream& file) {
+        return fileheader(signature::watch).write(file) && put_entries(file, all);
+    });
+    if (result == rewritten::not_written)
+        return failure(tilde_name(m_path), "can't be written");
+    if (result == rewritten::not_replaced)
         return failure(m_path, "can't be replaced");
     m_in_file = all.size();
     m_whole = true;

@@ -16,7 +16,7 @@ namespace tvr {
 // next one.
 class watch_memory {
 public:
-    // Folders, files and messages are known by their text_key().
+    // Folders, files and messages are known by their fnv_64().
     static constexpr std::size_t most_verdicts = 32768; // the newest ones are kept
 
     // The file is written anew under a name with a "~" in front, which then takes its place. Not read yet.

@@ -8,6 +8,7 @@
 #include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/file.h"
+#include "platform/fnv.h"
 #include "tools/mail_source.h"
 #include "tools/text.h"
 #include "tools/waiting_mail.h"
@@ -346,7 +347,7 @@ bool watch_session::read_mail(const arrival& mail, chunk& into) {
         into.bytes += item.raw.size();
         m_cut.tokenize(item.raw);
         const std::string& id = m_cut.facts().msid;
-        const std::uint64_t message = text_key(id);
+        const std::uint64_t message = fnv_64(id);
         const auto learned = m_memory.learned(message);
         if (learned == into.spam || into.candidates.contains(id))
             continue;

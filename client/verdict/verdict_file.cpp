@@ -13,6 +13,7 @@
 #include "dict/dictbase.h"
 #include "platform/error.h"
 #include "platform/file.h"
+#include "platform/fnv.h"
 
 namespace tvr {
 
@@ -116,10 +117,7 @@ std::int16_t pack_score(double logit) noexcept {
 }
 
 std::uint64_t id_of(std::string_view msid) noexcept {
-    std::uint64_t hash = 0xCBF29CE484222325ULL;
-    for (const char c : msid)
-        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3ULL;
-    return hash;
+    return fnv_64(msid);
 }
 
 std::string verdict_path(std::string_view working_directory) {
@@ -217,16 +215,9 @@ verdict_file_result load_verdict(std::string_view path, verdict_state& state) {
 
 bool save_verdict(std::string_view path, const verdict_state& state) {
     const std::vector<std::uint8_t> bytes = verdict_bytes(state);
-    const std::string beside = tilde_name(path);
-    file_stream file;
-    if (file.create_to_write(beside) && file.write(bytes.data(), bytes.size()) && file.close() &&
-        replace_durably(beside, std::string(path)))
-        return true;
-    const std::uint32_t code = platform::last_error();
-    file.close();
-    platform::delete_file(beside); // it takes room that others need
-    platform::set_last_error(code);
-    return false;
+    return rewrite_durably(std::string(path), [&bytes](file_stream& file) {
+               return file.write(bytes.data(), bytes.size());
+           }) == rewritten::done;
 }
 
 bool replace_verdict(std::string_view working_directory, const verdict_state* state) {

@@ -44,6 +44,19 @@ bool replace_durably(const std::string& made, const std::string& path) {
            platform::make_durable({folder_of(path)});
 }
 
+rewritten rewrite_durably(const std::string& path, const std::function<bool(file_stream&)>& write) {
+    const std::string beside = tilde_name(path);
+    file_stream file;
+    const bool written = file.create_to_write(beside) && write(file) && file.close();
+    if (written && replace_durably(beside, path))
+        return rewritten::done;
+    const std::uint32_t code = platform::last_error();
+    file.close();
+    platform::delete_file(beside); // it takes room that others need
+    platform::set_last_error(code);
+    return written ? rewritten::not_replaced : rewritten::not_written;
+}
+
 bool move_durably(const std::string& from, const std::string& to) {
     return platform::move_file(from, to) && platform::make_durable({folder_of(to), folder_of(from)});
 }

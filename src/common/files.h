@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -22,6 +23,10 @@ bool write_short_string(file_stream& file, std::string_view text);
 
 // Makes the content of a new file durable, renames it in place of `path` in one step, and makes that durable.
 bool replace_durably(const std::string& made, const std::string& path);
+enum class rewritten { done, not_written, not_replaced };
+// Writes a file beside `path` by `write`, and puts it in place by replace_durably(). A failure sets
+// last_error(), leaves the old file, and takes what was written away.
+rewritten rewrite_durably(const std::string& path, const std::function<bool(file_stream&)>& write);
 // Renames a file or folder, and brings the names in both folders to the disk.
 bool move_durably(const std::string& from, const std::string& to);
 // The folder of a path, for platform::make_durable().

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "common/token_hash.h"
+#include "platform/ascii.h"
 
 namespace tvr {
 
@@ -11,10 +12,6 @@ namespace {
 
 constexpr std::string_view hex_digits = "0123456789ABCDEF";
 constexpr std::string_view blanks = " \t";
-
-char lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 std::string_view skip(std::string_view text, std::string_view characters) {
     return text.substr(std::min(text.find_first_not_of(characters), text.size()));

@@ -55,42 +55,45 @@ bool is_zero(const statistic_record& record) {
                        [&](auto field) { return record.*field == 0; });
 }
 
-void put(std::uint32_t& sizes, std::uint32_t& counts, std::uint32_t size) {
-    sizes += size;
-    ++counts;
-}
+// The sum and the number of messages that a record keeps of one kind.
+struct counter {
+    std::uint32_t statistic_record::*sizes;
+    std::uint32_t statistic_record::*count;
 
-void take(std::uint32_t& sizes, std::uint32_t& counts, std::uint32_t size) {
-    sizes -= size;
-    --counts;
-}
-
-statistic_record counts_of_spam(const counted_message& message, bool is_correction) {
-    statistic_record r;
-    put(r.spam_size, r.spam_count, message.size);
-    if (message.flags & flag_counted_apart) {
-        put(r.flagged_spam_size, r.flagged_spam_count, message.size);
-    } else if (is_correction) {
-        take(r.good_size, r.good_count, message.size);
-        if (message.flags & flag_for_spam)
-            take(r.flagged_good_size, r.flagged_good_count, message.size);
-        else
-            put(r.flagged_spam_size, r.flagged_spam_count, message.size);
+    void put(statistic_record& r, std::uint32_t size) const {
+        r.*sizes += size;
+        ++(r.*count);
     }
-    return r;
-}
+    void take(statistic_record& r, std::uint32_t size) const {
+        r.*sizes -= size;
+        --(r.*count);
+    }
+};
 
-statistic_record counts_of_good(const counted_message& message, bool is_correction) {
+struct half_counters {
+    counter all, flagged;
+};
+constexpr half_counters of_spam{
+    {&statistic_record::spam_size, &statistic_record::spam_count},
+    {&statistic_record::flagged_spam_size, &statistic_record::flagged_spam_count}};
+constexpr half_counters of_good{
+    {&statistic_record::good_size, &statistic_record::good_count},
+    {&statistic_record::flagged_good_size, &statistic_record::flagged_good_count}};
+
+statistic_record counts_of(const counted_message& message, bool is_correction, bool is_spam) {
+    const half_counters& own = is_spam ? of_spam : of_good;
+    const half_counters& other = is_spam ? of_good : of_spam;
+    const bool was_flagged_for_spam = (message.flags & flag_for_spam) != 0;
     statistic_record r;
-    put(r.good_size, r.good_count, message.size);
+    own.all.put(r, message.size);
     if (message.flags & flag_counted_apart) {
-        put(r.flagged_good_size, r.flagged_good_count, message.size);
+        own.flagged.put(r, message.size);
     } else if (is_correction) {
-        take(r.spam_size, r.spam_count, message.size);
-        if (message.flags & flag_for_spam)
-            put(r.flagged_good_size, r.flagged_good_count, message.size);
+        other.all.take(r, message.size);
+        if (was_flagged_for_spam == is_spam)
+            other.flagged.take(r, message.size);
         else
-            take(r.flagged_spam_size, r.flagged_spam_count, message.size);
+            own.flagged.put(r, message.size);
     }
     return r;
 }
@@ -205,8 +208,7 @@ void statistic::add_message(const counted_message& message, bool is_correction, 
     const platform::locker locker(m_lock);
     if (message.flags & flag_manual)
         return;
-    add_to(m_pending[message.time / minutes_per_hour],
-           is_spam ? counts_of_spam(message, is_correction) : counts_of_good(message, is_correction));
+    add_to(m_pending[message.time / minutes_per_hour], counts_of(message, is_correction, is_spam));
     if (m_in_batch)
         m_batch_counted = true;
     else

@@ -61,10 +61,6 @@ constexpr mode_t new_read_only_mode = 0400;
 constexpr int always = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 constexpr int most_restarts = 1000; // a name that is made and deleted all the time
 
-bool has(access rights, access wanted) {
-    return (static_cast<unsigned>(rights) & static_cast<unsigned>(wanted)) != 0;
-}
-
 bool cuts(creation mode) {
     return mode == creation::create_always || mode == creation::truncate_existing;
 }
@@ -97,7 +93,7 @@ public:
             case posix::mark_result::set:
                 break;
             }
-            if (names_it())
+            if (posix::still_names(m_native, m_info))
                 return cut();
             // Gone, or another file in its place: start again with what is there now.
         }
@@ -152,7 +148,7 @@ private:
     [[nodiscard]] int flags() const {
         if (m_rights == access::none && !cuts(m_mode))
             return O_PATH | O_CLOEXEC;
-        return (has(m_rights, access::write) || cuts(m_mode) ? O_RDWR : O_RDONLY) | always;
+        return (posix::has(m_rights, access::write) || cuts(m_mode) ? O_RDWR : O_RDONLY) | always;
     }
 
     bool check_kind() {
@@ -162,7 +158,7 @@ private:
             return !S_ISDIR(m_info.st_mode) || posix::fail(error::access_denied);
         if (!S_ISREG(m_info.st_mode))
             return posix::fail(error::access_denied);
-        const bool writing = has(m_rights, access::write) || cuts(m_mode);
+        const bool writing = posix::has(m_rights, access::write) || cuts(m_mode);
         if (writing && !m_made && posix::is_read_only(m_info.st_mode))
             return posix::fail(error::access_denied);
         return true;
@@ -175,12 +171,6 @@ private:
         const share sharing = passing ? share::read_write : m_sharing;
         return posix::try_marks(handle.get(), posix::marks_of(rights, sharing),
                                 posix::conflicts_of(rights, sharing));
-    }
-
-    [[nodiscard]] bool names_it() const {
-        struct stat named {};
-        return stat(m_native.c_str(), &named) == 0 && named.st_ino == m_info.st_ino &&
-               named.st_dev == m_info.st_dev;
     }
 
     bool cut() {
@@ -224,7 +214,7 @@ file& file::operator=(file&& other) noexcept = default;
 bool file::open(std::string_view path, access rights, share sharing, creation mode,
                 std::uint32_t attributes) {
     close();
-    if (mode == creation::truncate_existing && !has(rights, access::write))
+    if (mode == creation::truncate_existing && !posix::has(rights, access::write))
         return posix::fail(error::invalid_parameter);
     opener way(path, rights, sharing, mode, attributes);
     if (!way.run())
@@ -337,24 +327,20 @@ bool file::flush() {
                                   (fdatasync(m_state->handle.get()) == 0 || posix::fail_errno()));
 }
 
+bool file::state::look(struct stat& info) const noexcept {
+    return fstat(handle.get(), &info) == 0 || posix::fail_errno();
+}
+
 std::optional<std::uint64_t> file::size() const {
     struct stat info {};
-    if (!m_state)
-        closed();
-    else if (fstat(m_state->handle.get(), &info) != 0)
-        posix::fail_errno();
-    else
+    if (m_state ? m_state->look(info) : closed())
         return static_cast<std::uint64_t>(info.st_size);
     return std::nullopt;
 }
 
 std::optional<std::uint64_t> file::last_write_time() const {
     struct stat info {};
-    if (!m_state)
-        closed();
-    else if (fstat(m_state->handle.get(), &info) != 0)
-        posix::fail_errno();
-    else
+    if (m_state ? m_state->look(info) : closed())
         return posix::to_file_time(info.st_mtim);
     return std::nullopt;
 }

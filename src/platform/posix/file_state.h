@@ -1,6 +1,8 @@
 // What an open file is on this backend.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <ctime>
 #include <string>
@@ -21,6 +23,7 @@ struct file::state {
         return (static_cast<unsigned>(rights) & static_cast<unsigned>(wanted)) ==
                static_cast<unsigned>(wanted);
     }
+    [[nodiscard]] bool look(struct stat& info) const noexcept; // false sets last_error()
 };
 
 namespace posix {

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/ascii.h"
 #include "platform/posix/descriptor.h"
 
 namespace tvr::platform::posix {
@@ -27,14 +28,6 @@ constexpr mode_t others_may_write = 0022;
 // Bytes. The engine's paths have 260 at most, and it needs some 70 below this folder.
 constexpr std::size_t longest_appdata = 188;
 constexpr std::string_view drive_prefix = "/drive_";
-
-char lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool is_letter(char c) {
-    return lower(c) >= 'a' && lower(c) <= 'z';
-}
 
 void drop_trailing_slashes(std::string& path) {
     while (path.size() > 1 && path.back() == '/')

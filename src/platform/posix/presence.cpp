@@ -1,6 +1,8 @@
 #include "platform/presence.h"
 
+#include "platform/ascii.h"
 #include "platform/error.h"
+#include "platform/fnv.h"
 #include "platform/posix/errors.h"
 #include "platform/posix/futex.h"
 #include "platform/posix/paths.h"
@@ -68,7 +70,7 @@ void append_safe(std::string& out, std::string_view text) {
     constexpr std::string_view digits = "0123456789abcdef";
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) {
+        if (is_letter(c) || is_digit(c)) {
             out += c;
         } else {
             out += '_';
@@ -117,9 +119,7 @@ private:
 std::uint32_t register_private_message(std::string_view name) noexcept {
     if (name.empty())
         return 0;
-    std::uint32_t hash = 2166136261U;
-    for (const char c : name)
-        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+    const std::uint32_t hash = fnv_32(name);
     return first_message + (hash ^ hash >> 14 ^ hash >> 28) % message_count;
 }
 

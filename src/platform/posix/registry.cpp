@@ -6,6 +6,7 @@
 // Names are escaped in the same way as data where they hold "=", "[" or bytes below a blank.
 
 #include "platform/registry.h"
+#include "platform/ascii.h"
 
 #include <map>
 
@@ -22,11 +23,10 @@ namespace {
 
 constexpr std::size_t store_limit = std::size_t{4} << 20; // bytes; a larger file counts as damaged
 
-std::string lower(std::string_view text) {
+std::string lower_text(std::string_view text) {
     std::string out(text);
     for (char& c : out)
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
+        c = lower(c);
     return out;
 }
 
@@ -43,7 +43,7 @@ std::string to_digits(std::string_view data) {
 }
 
 int digit(char c) {
-    if (c >= '0' && c <= '9')
+    if (is_digit(c))
         return c - '0';
     return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
 }
@@ -113,11 +113,11 @@ store parse(std::string_view text) {
         text.remove_prefix(std::min(text.size(), line.size() + 1));
         if (line.starts_with('[') && line.ends_with(']')) {
             const std::string path(line.substr(1, line.size() - 2));
-            key = &result[lower(path)];
+            key = &result[lower_text(path)];
             key->path = path;
         } else if (key) {
             if (auto value = parse_value(line))
-                key->values[lower(value->name)] = std::move(*value);
+                key->values[lower_text(value->name)] = std::move(*value);
         }
     }
     return result;
@@ -169,7 +169,7 @@ const registry_value* find_value(const store& keys, const std::string& key, cons
 
 bool registry_key::open(registry_root root, std::string_view path, registry_access rights) {
     close();
-    const std::string lowered = lower(path);
+    const std::string lowered = lower_text(path);
     if (!has_key(read_store(store_path(root)), lowered) && !has_key(read_behind(root), lowered))
         return fail(error::file_not_found);
     m_open = true;
@@ -181,7 +181,7 @@ bool registry_key::open(registry_root root, std::string_view path, registry_acce
 
 bool registry_key::create(registry_root root, std::string_view path) {
     close();
-    const std::string lowered = lower(path);
+    const std::string lowered = lower_text(path);
     const bool done = replace_text_file(store_path(root), store_limit, [&](std::string& text) {
         store keys = parse(text);
         if (has_key(keys, lowered))
@@ -212,8 +212,8 @@ std::optional<registry_value> registry_key::query(std::string_view name) const {
         fail(error::access_denied);
         return std::nullopt;
     }
-    const std::string key = lower(m_path);
-    const std::string value = lower(name);
+    const std::string key = lower_text(m_path);
+    const std::string value = lower_text(name);
     const store keys = read_store(store_path(m_root));
     if (const registry_value* found = find_value(keys, key, value))
         return *found;
@@ -233,10 +233,10 @@ bool registry_key::set(std::string_view name, std::uint32_t type, std::string_vi
         return fail(error::invalid_parameter);
     return replace_text_file(store_path(m_root), store_limit, [&](std::string& text) {
         store keys = parse(text);
-        stored_key& key = keys[lower(m_path)];
+        stored_key& key = keys[lower_text(m_path)];
         if (key.path.empty())
             key.path = m_path;
-        key.values[lower(name)] = {std::string(name), {type, std::string(data)}};
+        key.values[lower_text(name)] = {std::string(name), {type, std::string(data)}};
         text = write_out(keys);
         return true;
     });
@@ -250,8 +250,8 @@ bool registry_key::remove(std::string_view name) {
     bool found = false;
     const bool done = replace_text_file(store_path(m_root), store_limit, [&](std::string& text) {
         store keys = parse(text);
-        const auto key = keys.find(lower(m_path));
-        found = key != keys.end() && key->second.values.erase(lower(name)) != 0;
+        const auto key = keys.find(lower_text(m_path));
+        found = key != keys.end() && key->second.values.erase(lower_text(name)) != 0;
         text = write_out(keys);
         return found;
     });

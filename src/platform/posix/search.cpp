@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include "platform/ascii.h"
 #include "platform/error.h"
 #include "platform/posix/errors.h"
 #include "platform/posix/file_state.h"
@@ -19,17 +20,13 @@ namespace {
 
 constexpr std::size_t longest_pattern = 511;
 
-char folded(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 // A pattern of names. All its positions that a name may have reached are followed at once, so that no
 // pattern takes long.
 class name_pattern {
 public:
     explicit name_pattern(std::string_view text) : m_text(text == "*.*" ? "*" : text) {
         for (char& c : m_text)
-            c = folded(c);
+            c = lower(c);
     }
 
     [[nodiscard]] bool matches(std::string_view name) const {
@@ -37,7 +34,7 @@ public:
         at.set(0);
         skip(at, name.empty() || name[0] == '.', name.empty());
         for (std::size_t i = 0; i < name.size(); ++i) {
-            at = step(at, folded(name[i]));
+            at = step(at, lower(name[i]));
             skip(at, i + 1 == name.size() || name[i + 1] == '.', i + 1 == name.size());
         }
         return at.test(m_text.size());

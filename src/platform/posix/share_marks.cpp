@@ -24,10 +24,6 @@ constexpr off_t first_byte = off_t{1} << 62;
 constexpr int most_tries = 7;
 constexpr long first_pause = 20'000; // nanoseconds, doubled with each try
 
-bool has(access rights, access wanted) {
-    return (static_cast<unsigned>(rights) & static_cast<unsigned>(wanted)) != 0;
-}
-
 bool has(share sharing, share wanted) {
     return (static_cast<unsigned>(sharing) & static_cast<unsigned>(wanted)) != 0;
 }
@@ -116,7 +112,8 @@ bool deletion_guard::take(const std::string& native) {
             return fail_path(native);
         const mark_result result = try_marks(m_file.get(), deletion_mark, deletion_conflicts);
         // Deleters exclude each other too: what the path names can't change while the mark is held.
-        if (result == mark_result::set && still_names(native, m_file.get()))
+        struct stat opened {};
+        if (result == mark_result::set && fstat(m_file.get(), &opened) == 0 && still_names(native, opened))
             return true;
         const int reason = errno;
         m_file.close();
@@ -127,10 +124,9 @@ bool deletion_guard::take(const std::string& native) {
     }
 }
 
-bool still_names(const std::string& native, int file) noexcept {
+bool still_names(const std::string& native, const struct stat& opened) noexcept {
     struct stat named {};
-    struct stat opened {};
-    return stat(native.c_str(), &named) == 0 && fstat(file, &opened) == 0 && named.st_ino == opened.st_ino &&
+    return stat(native.c_str(), &named) == 0 && named.st_ino == opened.st_ino &&
            named.st_dev == opened.st_dev;
 }
 

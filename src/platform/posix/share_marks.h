@@ -5,6 +5,8 @@
 // looks for those of the others, so of two that race at least one sees the other, and gives way.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -49,7 +51,11 @@ private:
     descriptor m_file;
 };
 
-// True while the path names the same file as the descriptor.
-bool still_names(const std::string& native, int file) noexcept;
+// True while the path names the file whose state is `opened`.
+bool still_names(const std::string& native, const struct stat& opened) noexcept;
+
+constexpr bool has(access rights, access wanted) noexcept {
+    return (static_cast<unsigned>(rights) & static_cast<unsigned>(wanted)) != 0;
+}
 
 } // namespace tvr::platform::posix

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "platform/ascii.h"
+#include "platform/fnv.h"
 #include "platform/process.h"
 #include "platform/win32/system.h"
 
@@ -67,11 +69,10 @@ std::string root_mark() {
     const auto root = moved_root();
     if (!root)
         return {};
-    std::uint64_t hash = 14695981039346656037U;
-    for (const char c : *root) {
-        const char lowered = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-        hash = (hash ^ static_cast<unsigned char>(lowered)) * 1099511628211U;
-    }
+    std::string lowered = *root;
+    for (char& c : lowered)
+        c = lower(c);
+    const std::uint64_t hash = fnv_64(lowered);
     std::array<char, 18> digits{};
     std::snprintf(digits.data(), digits.size(), ".%08X%08X", static_cast<unsigned>(hash >> 32),
                   static_cast<unsigned>(hash));
