@@ -106,11 +106,4 @@ bool token_table::mark(std::string_view token, std::uint32_t count) {
     return place != nullptr;
 }
 
-std::uint32_t token_table::count_of(std::string_view token) const {
-    if (token.empty() || token.size() > longest)
-        return 0;
-    const slot& found = m_slots[find_slot(token, hash_of(token))];
-    return found.place == 0 ? 0 : read_count(found.place - 1);
-}
-
 } // namespace tvr

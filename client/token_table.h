@@ -34,7 +34,6 @@ public:
     bool add(std::string_view token, std::uint32_t count = 1);
     // Makes the count `count`, however often the token is named. The answer is that of add().
     bool mark(std::string_view token, std::uint32_t count = 1);
-    [[nodiscard]] std::uint32_t count_of(std::string_view token) const; // 0 if it is absent
 
     [[nodiscard]] std::uint32_t size() const noexcept { return m_count; } // different tokens
     // Entry by entry, in the order of first use: length byte, text, 32-bit count.

@@ -52,8 +52,8 @@ section_crowd() {
 
 # Three years of mail in 1000 transactions of one engine.
 section_long() {
-    build load_test tvr_srv tvr_ipc
-    LONG_TRANSACTIONS=1000 LONG_TABLE=build/release/long-life.csv build/release/bin/load_test --gtest_filter='long_life.*'
+    build tvr_long_life
+    build/release/bin/tvr_long_life 1000 build/release/long-life.csv
     scripts/long-life.py build/release/long-life.csv docs/long-life.svg
 }
 

@@ -25,6 +25,7 @@ public:
     // The compressed form in memory: a head of 16 bytes and the stream. `size` holds the room for the
     // stream and receives its size alone, without the head.
     bool compress_block(std::span<const std::uint8_t> source, std::uint8_t* destination, std::uint32_t& size);
+    // deliberate: this and unpacked_size() have no caller here.
     // The data of a compressed form; `size` holds the room and receives the size of the data.
     bool uncompress_block(std::span<const std::uint8_t> source, std::uint8_t* destination,
                           std::uint32_t& size);

@@ -28,6 +28,7 @@ public:
     [[nodiscard]] bool is_file_fresher(std::string_view path) const;
     // Writes the totals of the base to tessivar_stat.ini in the folder of all users.
     void say_status_to_ini() const;
+    // deliberate: no caller here.
     void get_loaded_time(std::uint64_t* out) const noexcept; // 100 ns units since 1601; nothing for null
 
     [[nodiscard]] const base_header& header() const noexcept { return m_header; }

@@ -81,8 +81,8 @@ public:
     // tokens to `final`. The file stays.
     void fold(dword_map& final, message_reader& reader, msid_access& msids, bye_atom* target);
 
-    void remove_file() const; // if it has a name
-    void mark_to_merge() noexcept { m_to_merge = true; }
+    void remove_file() const;                            // if it has a name
+    void mark_to_merge() noexcept { m_to_merge = true; } // deliberate: no caller here
     [[nodiscard]] bool to_merge() const noexcept { return m_to_merge; }
 
     [[nodiscard]] const std::string& path() const noexcept { return m_path; }

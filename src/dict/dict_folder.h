@@ -29,7 +29,7 @@ public:
     // These four list the atoms first if the list is empty.
     void copy_all(std::string_view target, bool fail_if_exists); // links or copies
     void delete_all();
-    void move_all(std::string_view target);
+    void move_all(std::string_view target); // deliberate: no caller here
     // Deletes the atoms of `target`, and moves those of the folder there.
     void replace(std::string_view target);
 

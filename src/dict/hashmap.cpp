@@ -348,6 +348,7 @@ void hashmap_impl::trust_only_whole_entries() noexcept {
 
 bool hashmap_impl::init_from_file(file_stream& file) {
     clear();
+    // deliberate: behind clear() the counts are sane, unless a derived class has a word in it
     if (!is_valid() || !counts_sane())
         return false;
     std::uint32_t head[2];

@@ -37,6 +37,7 @@ public:
     [[nodiscard]] platform::window_handle window() const noexcept { return m_presence.window(); }
 
     [[nodiscard]] platform::module_handle module() const noexcept { return m_module; }
+    // deliberate: the last two have no caller here.
     [[nodiscard]] platform::module_handle resource_module() const noexcept { return m_resource_module; }
     [[nodiscard]] const std::string& help_path() const noexcept { return m_help_path; }
 

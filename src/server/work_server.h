@@ -35,9 +35,10 @@ public:
     // For the self-tests: not yet started as long as work() doesn't run.
     [[nodiscard]] transaction& pipeline() noexcept { return m_transaction; }
 
-    void reinit() { m_transaction.reinit(); } // nothing calls it
-    void quit();                              // asks the message loop to end, and returns; nothing calls it
-    // Reports the heads of the two old-style dictionaries in the log; answers 0. Nothing calls it.
+    // deliberate: these three have no caller here.
+    void reinit() { m_transaction.reinit(); }
+    void quit(); // asks the message loop to end, and returns
+    // Reports the heads of the two old-style dictionaries in the log; answers 0.
     std::uint32_t load_training_information();
 
 private:

@@ -67,6 +67,7 @@ public:
     // its key and a zero byte, its 32-bit type, and its value in the binary form. `keys` are names, each with
     // a zero byte behind it, up to an empty one or the end; without them it is all fields of both groups.
     // Names that are no key are passed over. No file is touched.
+    // deliberate: the flat form has no caller here.
     [[nodiscard]] std::size_t flat_size(std::optional<std::string_view> keys = std::nullopt) const; // bytes
     [[nodiscard]] std::string flat_export(std::optional<std::string_view> keys = std::nullopt) const;
     // Takes each entry into the first field of its key; passes over unknown keys and over values of another

@@ -31,8 +31,8 @@ public:
     // neither valid one.
     std::uint32_t save();
     bool read_seed(std::string_view file);
-    // The text file of group 1, with "training delay" in milliseconds in memory. The engine keeps seconds
-    // and never takes this way.
+    // deliberate: no caller here. The text file of group 1, with "training delay" in milliseconds in memory.
+    // The engine keeps seconds and never takes this way.
     bool advanced_load(std::string_view file);
     bool advanced_save(std::string_view file);
     [[nodiscard]] std::size_t size() const; // of all fields in one block and 4 bytes; 0 if not attached

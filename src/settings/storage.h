@@ -74,6 +74,7 @@ public:
     virtual storage_handle* next_release(storage_handle* handle, bool any);
     virtual storage_handle* next(const storage_handle* handle, bool any);
     virtual void release(storage_handle* handle); // null is allowed
+    // deliberate: this and set_at() have no caller here.
     // Empties the section; false if the handle isn't one of a section. The modified flag stays.
     virtual bool clear_section(const storage_handle* handle);
     // Replaces the bytes of a value and sets the modified flag. False, with nothing changed, if the entry has

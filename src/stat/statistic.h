@@ -48,8 +48,9 @@ public:
     void read(std::string_view path);
     // Counts one message in the pending table and writes ~stat.bin. A manually trained message isn't counted.
     void add_message(const counted_message& message, bool is_correction, bool is_spam);
-    void save_transaction();   // writes ~stat.bin, or deletes it if nothing is pending
-    void clear_transaction();  // forgets what is pending; touches no file
+    void save_transaction();  // writes ~stat.bin, or deletes it if nothing is pending
+    void clear_transaction(); // forgets what is pending; touches no file
+    // deliberate: this and get_period() have no caller here.
     void commit_transaction(); // moves what is pending into the main table and writes the files
     // The sum over both tables of the entries less than `hours` old.
     void get_period(std::int32_t hours, statistic_record& out);

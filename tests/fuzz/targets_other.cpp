@@ -30,9 +30,11 @@
 #include "stat/statistic.h"
 #include "targets.h"
 #include "tools/base_text.h"
+#include "tools/engine_view.h"
 #include "tools/host/host_session.h"
 #include "tools/inspection.h"
 #include "tools/record_stream.h"
+#include "tools/state_check.h"
 
 namespace tvr::fuzz {
 
@@ -198,21 +200,45 @@ void run_records(raw_bytes input) {
 }
 const target records_target("records", run_records, 16384);
 
-// The first byte says what the file is called.
+// The first byte says which file of the working directory it is. All onlookers of tvrctl see it.
 void run_inspect(raw_bytes input) {
-    constexpr std::array<const char*, 12> names = {
-        "spamdict0000.bye", "cashe.rgd",      "cashe.mrk", "spamdict.lst", "spamdict.idx", "spamdict.col",
-        "autotrain.bys",    "~autotrain.bys", "stat.bin",  "ipc.bin",      "data.trr",     "settings.cfg"};
+    constexpr std::array<const char*, 12> names = {"base\\spamdict0000.bye",
+                                                   "base\\cashe.rgd",
+                                                   "base\\cashe.mrk",
+                                                   "base\\spamdict.lst",
+                                                   "base\\spamdict.idx",
+                                                   "base\\transact\\0002\\spamdict.col",
+                                                   "base\\transact\\autotrain.bys",
+                                                   "base\\transact\\~autotrain.bys",
+                                                   "stat.bin",
+                                                   "base\\transact\\ipc.bin",
+                                                   "base\\data.trr",
+                                                   "settings.cfg"};
     if (input.empty())
         return;
-    const std::string path = "\\work\\" + std::string(names.at(input[0] % names.size()));
+    const std::string working(working_folder);
+    const std::string path = working + names.at(input[0] % names.size());
     put_file(path, input.subspan(1));
+    put_file(in_base("transact\\0002\\prepared.txt"), std::string_view("prepared\0", 9));
     for (const bool json : {false, true}) {
-        std::ostringstream out;
-        std::ostringstream errors;
-        inspect_file(path, {.all = true, .json = json}, out, errors);
+        std::ostringstream out, errors;
+        const bool good = inspect_file(path, {.all = true, .json = json}, out, errors);
+        must(good == errors.str().empty(), "what is wrong is told");
         must(out.str().size() <= 400 * input.size() + 4096, "the view is of the size of the file");
+        must(!json || out.str().empty() || nlohmann::json::accept(out.str()), "it is JSON");
     }
+    std::ostringstream told;
+    state_check check(working, false, told);
+    check.run();
+    std::istringstream lines(told.str());
+    std::size_t defects = 0;
+    for (std::string line; std::getline(lines, line);)
+        defects += !line.starts_with("note: ");
+    must(check.defects() == defects, "a line for each defect");
+    const engine_view view(working);
+    static_cast<void>(view.half("spamdict"));
+    static_cast<void>(view.base());
+    static_cast<void>(view.stamp());
 }
 const target inspect_target("inspect", run_inspect, 16384);
 
