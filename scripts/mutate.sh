@@ -3,23 +3,23 @@
 #   scripts/mutate.sh FOLDER [NUMBER] [SEED]    src/dict, client, ...; 20 faults by seed 1
 # A fault changes one line: another comparison, a constant off by one, a call left out, a condition turned round.
 # What doesn't compile isn't counted. Survivors are shown as they stand; some of them change nothing that matters.
-# Works on a copy of the tree in build/mutate, with the tests of tests/FOLDER.
+# Works on a copy of the tree in build/mutate, with the tests of tests/FOLDER, in the release preset.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 folder=${1:?a folder of src, or client} number=${2:-20} seed=${3:-1}
 tests=tests/${folder#src/}
 [ -d "$tests" ] || { echo "mutate.sh: there is no $tests" >&2 && exit 2; }
 
-tree=build/mutate/tree
-mkdir -p "$tree"
-git ls-files -z | xargs -0 cp -pu --parents -t "$tree"
-cmake -S "$tree" -B build/mutate/build -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTESSIVAR_BENCH=OFF >/dev/null
+tree=build/mutate log=build/mutate/build/log
+mkdir -p "$tree/build"
+git ls-files -z | xargs -0 cp --parents -t "$tree"
+(cd "$tree" && cmake --preset release >/dev/null)
 passes() { # builds the tests, and runs them
-    cmake --build build/mutate/build --target "$tests/all" >build/mutate/log 2>&1 || return 2
-    timeout 600 ctest --test-dir "build/mutate/build/$tests" --parallel "$(nproc)" --timeout 60 --stop-on-failure \
-        >build/mutate/log 2>&1
+    cmake --build "$tree/build/release" --target "$tests/all" >"$log" 2>&1 || return 2
+    timeout 600 ctest --test-dir "$tree/build/release/$tests" --parallel "$(nproc)" --timeout 60 --stop-on-failure \
+        >"$log" 2>&1
 }
-passes || { tail -30 build/mutate/log >&2 && echo "mutate.sh: the tests fail without a fault" >&2 && exit 1; }
+passes || { tail -30 "$log" >&2 && echo "mutate.sh: the tests fail without a fault" >&2 && exit 1; }
 
 # Prints the faults in random order: file, number of the line, and the line with the fault.
 faults() {
@@ -54,11 +54,11 @@ EOF
 
 caught=0 tried=0
 while [ "$tried" -lt "$number" ] && IFS=$'\t' read -r -u 3 file line text; do
-    cp -p "$tree/$file" build/mutate/sound
-    FAULT=$text awk -v at="$line" 'NR == at { print ENVIRON["FAULT"]; next } { print }' build/mutate/sound >"$tree/$file"
+    cp -p "$tree/$file" build/mutate/build/sound
+    FAULT=$text awk -v at="$line" 'NR == at { print ENVIRON["FAULT"]; next } { print }' build/mutate/build/sound >"$tree/$file"
     code=0
     passes || code=$?
-    cp build/mutate/sound "$tree/$file" # now, so that it is built again
+    cp build/mutate/build/sound "$tree/$file" # now, so that it is built again
     [ "$code" != 2 ] || continue
     tried=$((tried + 1))
     if [ "$code" = 0 ]; then

@@ -16,23 +16,14 @@
 
 namespace {
 
-using tvr::platform::access;
 using tvr::platform::fail;
-using tvr::platform::share;
 namespace error = tvr::platform::error;
 
 using content = std::vector<std::uint8_t>;                 // never has room for more than its size
 constexpr std::size_t largest_file = std::size_t{1} << 28; // bytes; more counts as a full disk
 
-std::uint64_t tick() { // each change has a time of its own
-    static std::uint64_t time = 130'000'000'000'000'000;
-    return time += 10'000;
-}
-
 struct node {
     std::shared_ptr<content> bytes = std::make_shared<content>(); // a view keeps those that it was made of
-    std::multiset<std::pair<access, share>> holders;
-    std::uint64_t written = tick(); // time
     bool is_folder = false;
 
     [[nodiscard]] std::uint32_t attributes() const {
@@ -44,7 +35,6 @@ struct node {
         auto other = std::make_shared<content>(size);
         std::copy_n(bytes->begin(), std::min(size, bytes->size()), other->begin());
         bytes = std::move(other);
-        written = tick();
         return true;
     }
 };
@@ -83,12 +73,6 @@ bool add(std::string_view path, node_ptr place) {
     if (!has_parent(key))
         return fail(error::path_not_found);
     return disk.try_emplace(key, std::move(place)).second || fail(error::already_exists);
-}
-
-// Not all that is wanted is among the rights, or shared.
-template <class Rights>
-bool lacks(Rights rights, access wanted) {
-    return (static_cast<unsigned>(wanted) & ~static_cast<unsigned>(rights)) != 0;
 }
 
 std::size_t copy_from(const node& place, std::uint64_t offset, void* buffer, std::size_t size) {
@@ -157,18 +141,7 @@ namespace tvr::platform {
 
 struct file::state {
     node_ptr place;
-    access rights;
-    share sharing;
     std::uint64_t position = 0;
-
-    state(node_ptr its, access its_rights, share its_sharing)
-        : place(std::move(its)), rights(its_rights), sharing(its_sharing) {
-        if (rights != access::none)
-            place->holders.emplace(rights, sharing);
-    }
-    ~state() { place->holders.extract({rights, sharing}); }
-    state(const state&) = delete;
-    state& operator=(const state&) = delete;
 };
 
 file::file() noexcept = default;
@@ -176,7 +149,8 @@ file::~file() = default;
 file::file(file&& other) noexcept = default;
 file& file::operator=(file&& other) noexcept = default;
 
-bool file::open(std::string_view path, access rights, share sharing, creation mode, std::uint32_t) {
+// All share all: nobody else is on this disk.
+bool file::open(std::string_view path, access, share, creation mode, std::uint32_t) {
     close();
     node_ptr place = find(path);
     if (place) {
@@ -184,9 +158,6 @@ bool file::open(std::string_view path, access rights, share sharing, creation mo
             return fail(error::file_exists);
         if (place->is_folder)
             return fail(error::access_denied);
-        for (const auto& [its_rights, its_sharing] : place->holders)
-            if (rights != access::none && (lacks(its_sharing, rights) || lacks(sharing, its_rights)))
-                return fail(error::sharing_violation);
         if (mode == creation::create_always)
             place->resize(0);
     } else {
@@ -196,7 +167,7 @@ bool file::open(std::string_view path, access rights, share sharing, creation mo
         if (!add(path, place))
             return false;
     }
-    m_state = std::make_unique<state>(std::move(place), rights, sharing);
+    m_state = std::make_unique<state>(std::move(place));
     return true;
 }
 
@@ -210,7 +181,7 @@ bool file::is_open() const noexcept {
 
 bool file::read(void* buffer, std::size_t size, std::size_t& got) {
     got = 0;
-    if (!m_state || lacks(m_state->rights, access::read))
+    if (!m_state)
         return fail(error::access_denied);
     got = copy_from(*m_state->place, m_state->position, buffer, size);
     m_state->position += got;
@@ -218,7 +189,7 @@ bool file::read(void* buffer, std::size_t size, std::size_t& got) {
 }
 
 bool file::write(const void* data, std::size_t size) {
-    if (!m_state || lacks(m_state->rights, access::write))
+    if (!m_state)
         return fail(error::access_denied);
     if (size == 0)
         return true;
@@ -227,7 +198,6 @@ bool file::write(const void* data, std::size_t size) {
         return false;
     std::copy_n(static_cast<const std::uint8_t*>(data), size,
                 m_state->place->bytes->data() + m_state->position);
-    m_state->place->written = tick();
     m_state->position = end;
     return true;
 }
@@ -245,7 +215,7 @@ std::optional<std::uint64_t> file::seek(std::int64_t distance, origin from) {
 }
 
 bool file::set_end() {
-    if (!m_state || lacks(m_state->rights, access::write))
+    if (!m_state)
         return fail(error::access_denied);
     return m_state->place->resize(m_state->position);
 }
@@ -259,7 +229,7 @@ std::optional<std::uint64_t> file::size() const {
 }
 
 std::optional<std::uint64_t> file::last_write_time() const {
-    return m_state ? std::optional(m_state->place->written) : std::nullopt;
+    return m_state ? std::optional(std::uint64_t{130'000'000'000'000'000}) : std::nullopt;
 }
 
 std::optional<std::uint32_t> get_attributes(std::string_view path) {
@@ -276,8 +246,6 @@ bool delete_file(std::string_view path) {
         return fail(error::file_not_found);
     if (place->is_folder)
         return fail(error::access_denied);
-    if (!place->holders.empty())
-        return fail(error::sharing_violation);
     if (kept)
         kept->emplace_back(key_of(path), fuzz::file_bytes(path));
     disk.erase(key_of(path));
@@ -285,21 +253,14 @@ bool delete_file(std::string_view path) {
 }
 
 bool move_file(std::string_view from, std::string_view to) {
-    const node_ptr place = find(from);
-    if (place && !place->holders.empty())
-        return fail(error::sharing_violation);
     return create_hard_link(to, from) && disk.erase(key_of(from)) != 0;
 }
 
 bool copy_file(std::string_view from, std::string_view to, bool fail_if_exists) {
-    file source;
-    file target;
-    if (!source.open(from, access::read, share::read_write, creation::open_existing) ||
-        !target.open(to, access::write, share::none,
-                     fail_if_exists ? creation::create_new : creation::create_always))
-        return false;
-    const std::string bytes = fuzz::file_bytes(from);
-    return target.write(bytes.data(), bytes.size());
+    if (!fuzz::has_file(from) || (fail_if_exists && find(to)))
+        return fail(find(to) ? error::file_exists : error::file_not_found);
+    fuzz::put_file(to, fuzz::file_bytes(from));
+    return true;
 }
 
 bool create_hard_link(std::string_view link, std::string_view existing) {
@@ -413,8 +374,8 @@ mapping::~mapping() {
 
 bool mapping::create(file& target, bool writable, std::uint64_t size) {
     close();
-    if (!target.m_state || lacks(target.m_state->rights, writable ? access::read_write : access::read))
-        return fail(error::access_denied);
+    if (!target.m_state)
+        return fail(error::invalid_handle);
     const std::uint64_t present = target.m_state->place->bytes->size();
     if (size == 0)
         size = present;

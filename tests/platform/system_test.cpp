@@ -299,21 +299,11 @@ TEST(profile_test, writes_one_line_and_keeps_the_others) {
 
 // --- processes, libraries, memory, time ---
 
-const child_role idler("idler", [](std::string_view) {
-    event ready;
-    event never;
-    if (!ready.create_named("ready") || !never.create_named("never"))
-        return 1;
-    ready.set();
-    never.wait(infinite);
-    return 2;
-});
-
 TEST(process_test, others_end_on_demand) {
     const test_root root;
     event ready;
     ASSERT_TRUE(ready.create_named("ready"));
-    child_process child("idler");
+    child_process child("raiser", "ready");
     const std::uint32_t id = child.id();
     ASSERT_TRUE(ready.wait(patience));
     EXPECT_TRUE(process_exists(id) && process_exists(current_process_id()));

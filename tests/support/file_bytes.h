@@ -25,7 +25,7 @@ std::string le(Numbers... numbers) {
 }
 
 // The little-endian 32-bit number at a place, which must be there.
-inline std::uint32_t word_at(const std::string& bytes, std::size_t place) {
+inline std::uint32_t word_at(std::string_view bytes, std::size_t place) {
     std::uint32_t word = 0;
     for (std::size_t i = 4; i-- > 0;)
         word = word << 8 | static_cast<unsigned char>(bytes.at(place + i));

@@ -75,16 +75,15 @@ protected:
 
     // The records in the cache, as "id flags", in their order.
     std::string records() const {
-        const std::string bytes = read_file(m_root.transact() / "autotrain.bys");
+        const std::string cache = read_file(m_root.transact() / "autotrain.bys");
         std::string text;
-        for (std::size_t at = 4; at + 33 < bytes.size(); at += load_u32(bytes.data() + at + 8)) {
-            const std::string id = bytes.substr(at + 33, static_cast<std::uint8_t>(bytes[at + 32]));
-            text += id.substr(1, id.find('@') - 1) + " " + std::to_string(load_u32(bytes.data() + at + 12)) +
-                    ", ";
-            if (load_u32(bytes.data() + at) != 0x25062004)
-                return text + "damaged";
+        std::size_t end = std::min<std::size_t>(4, cache.size());
+        for (const std::string& record : tvr::records_of(cache)) {
+            const std::string id = record.substr(33, static_cast<std::uint8_t>(record[32]));
+            text += id.substr(1, id.find('@') - 1) + " " + std::to_string(word_at(record, 12)) + ", ";
+            end += record.size();
         }
-        return text;
+        return text + (end == cache.size() ? "" : "damaged");
     }
     void expect_records(const std::string& wanted) {
         try {

@@ -19,14 +19,14 @@
 #include "platform/clock.h"
 #include "platform/process.h"
 #include "support/child_process.h"
-#include "support/file_bytes.h"
+#include "support/formats.h"
 #include "system/engine_root.h"
 
 namespace tvr {
 namespace {
 
 namespace fs = std::filesystem;
-using counts = std::map<std::string, std::uint64_t>;
+using counts = counts_by_name;
 
 constexpr std::uint32_t first_time = 213'000'000; // 2005, in minutes since 1601
 constexpr unsigned crowd_size = 8;
@@ -92,20 +92,14 @@ const child_role crowd_client("crowd_client", run_client);
 // The tokens of all atoms of a half, and under "" the messages.
 counts tokens_of(const fs::path& base, const std::string& half) {
     counts all;
-    for (const auto& entry : fs::directory_iterator(base)) {
-        const std::string name = entry.path().filename().string();
-        if (!name.starts_with(half) || entry.path().extension() != ".bye")
+    for (const auto& [name, bytes] : folder_content(base)) {
+        if (!name.starts_with(half) || !name.ends_with(".bye"))
             continue;
-        const std::string bytes = read_file(entry.path());
-        EXPECT_EQ(word_at(bytes, 0), 0x19780702U) << name;
-        EXPECT_EQ(word_at(bytes, 4), 5U) << name;
-        all[""] += word_at(bytes, 8);
-        std::size_t place = 28 + 8;
-        for (std::uint32_t left = word_at(bytes, 28); left != 0; --left) {
-            const std::size_t length = static_cast<unsigned char>(bytes.at(place));
-            all[bytes.substr(place + 1, length)] += word_at(bytes, place + 1 + length);
-            place += length + 5;
-        }
+        const auto atom = read_atom(bytes);
+        EXPECT_TRUE(atom) << name;
+        all[""] += atom->messages;
+        for (const auto& [token, count] : atom->tokens)
+            all[token] += count;
     }
     return all;
 }
@@ -114,12 +108,10 @@ counts tokens_of(const fs::path& base, const std::string& half) {
 counts ids_of(const fs::path& base, const std::string& half) {
     counts all;
     const std::string bytes = read_file(base / (half + ".lst"));
-    for (std::size_t place = 16; place < bytes.size();) {
-        const std::size_t length = static_cast<unsigned char>(bytes.at(place));
-        if (word_at(bytes, place + 1 + length) != 0)
-            ++all[bytes.substr(place + 1, length)];
-        place += length + 5;
-    }
+    EXPECT_TRUE(for_each_entry(bytes, 16, bytes.size(), [&](const std::string& id, std::uint32_t time) {
+        if (time != 0)
+            ++all[id];
+    }));
     return all;
 }
 

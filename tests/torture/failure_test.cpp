@@ -13,7 +13,7 @@
 
 #include "common/path.h"
 #include "settings/common_settings.h"
-#include "support/file_bytes.h"
+#include "support/formats.h"
 #include "torture/trained_base.h"
 #include "transact/training_room.h"
 
@@ -28,29 +28,14 @@ void two_trainings(engine_driver& engine) {
     engine.train();
 }
 
-// An atom whose head tells the truth about its tokens.
-bool is_whole_atom(const std::string& bytes) {
-    if (bytes.size() < 36 || word_at(bytes, 0) != 0x19780702 || word_at(bytes, 4) != 5)
-        return false;
-    const std::size_t end = 36 + word_at(bytes, 32);
-    std::size_t place = 36;
-    std::uint32_t tokens = 0;
-    std::uint32_t occurrences = 0;
-    for (; place < end && end <= bytes.size(); ++tokens) {
-        place += 5 + static_cast<unsigned char>(bytes[place]);
-        occurrences += place <= end ? word_at(bytes, place - 4) : 0;
-    }
-    return place == end && tokens == word_at(bytes, 28) && tokens == word_at(bytes, 12) &&
-           occurrences == word_at(bytes, 16);
-}
-
 // The messages of a half, as the heads of its atoms have them; each atom must be whole.
 std::uint32_t messages_of(const files& content, const std::string& half) {
     std::uint32_t sum = 0;
     for (const auto& [path, bytes] : content)
         if (path.starts_with(base_folder + half) && path.ends_with(".bye")) {
-            EXPECT_TRUE(is_whole_atom(bytes)) << path;
-            sum += is_whole_atom(bytes) ? word_at(bytes, 8) : 0;
+            const auto atom = read_atom(bytes);
+            EXPECT_TRUE(atom) << path;
+            sum += atom ? atom->messages : 0;
         }
     return sum;
 }

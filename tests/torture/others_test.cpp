@@ -17,26 +17,12 @@
 #include "platform/file.h"
 #include "platform/presence.h"
 #include "signal/identity.h"
-#include "support/file_bytes.h"
+#include "support/formats.h"
 #include "tools/command.h"
 #include "torture/trained_base.h"
 
 namespace tvr::torture {
 namespace {
-
-// The records of a cache that a reader finds, each in its bytes.
-std::vector<std::string> records_of(const std::string& cache) {
-    std::vector<std::string> records;
-    for (std::size_t place = 4; cache.size() >= place + 33;) {
-        const std::uint32_t length = word_at(cache, place + 8);
-        if (word_at(cache, place) != 0x25062004 || word_at(cache, place + 4) != 6 || length < 41 ||
-            length > cache.size() - place)
-            break;
-        records.push_back(cache.substr(place, length));
-        place += length;
-    }
-    return records;
-}
 
 bool is_prefix(const std::vector<std::string>& part, const std::vector<std::string>& all) {
     return std::ranges::mismatch(part, all).in1 == part.end();

@@ -262,17 +262,24 @@ trained_base& the_base() {
     return base;
 }
 
+// What the undisturbed work makes of its start. The board tells the changes.
+std::pair<files, files> run_undisturbed(const job& each) {
+    trained_base& base = the_base();
+    base.restore(each.start);
+    files before = base.content(true);
+    EXPECT_EQ(base.run_child({}, each.work), 0) << each.name;
+    files after = base.content(true);
+    EXPECT_TRUE(after != before) << each.name << " changes nothing";
+    return {std::move(before), std::move(after)};
+}
+
 void torture(const job& each, const std::vector<std::uint32_t>& errors) {
     if (is_left_out(errors.empty() ? "death" : "failure"))
         return;
     trained_base& base = the_base();
-    base.restore(each.start);
-    const files before = base.content(true);
-    ASSERT_EQ(base.run_child({}, each.work), 0) << each.name;
+    const auto [before, after] = run_undisturbed(each);
     EXPECT_EQ(shared_board().unseen, 0U) << shared_board().hit_change().path;
     const std::uint32_t points = errors.empty() ? shared_board().begun : shared_board().asked;
-    const files after = base.content(true);
-    ASSERT_TRUE(after != before) << each.name << " changes nothing";
     std::vector<plan> plans;
     for (const fate what : {fate::die_before, fate::die_within, fate::die_after})
         if (errors.empty())
@@ -308,11 +315,8 @@ void cut_power(const job& each) {
     if (is_left_out("power"))
         return;
     trained_base& base = the_base();
-    base.restore(each.start);
-    const files before = base.content(true);
-    ASSERT_EQ(base.run_child({}, each.work), 0) << each.name;
+    const auto [before, after] = run_undisturbed(each);
     const std::uint32_t points = shared_board().points;
-    const files after = base.content(true);
     tally outcomes("Power cut in " + std::string(each.name) + " (" + std::to_string(points) + " points)");
     const char* const all_points = std::getenv("TORTURE_STRIDE");
     const unsigned step = stride(4 * each.usual_stride);
