@@ -4,6 +4,7 @@
 
 #include "client/verdict/exact_math.h"
 #include "client/verdict/user_limits.h"
+#include "common/file_names.h"
 #include "platform/file.h"
 #include "tools/text.h"
 
@@ -55,8 +56,8 @@ engine_status look_at(const engine_view& view) {
     state.waiting = view.waiting();
     state.cache_size = view.cache_size();
     state.room_fault = view.room_fault();
-    state.spam = view.half("spamdict");
-    state.ham = view.half("nspamdict");
+    state.spam = view.half(names::spam_half);
+    state.ham = view.half(names::good_half);
     state.base = view.base();
     state.base_fault = view.base_fault();
     state.learned = learned_by(view.working_directory());

@@ -3,6 +3,7 @@
 #include "common/file_stream.h"
 #include "dict/dict_folder.h"
 #include "platform/process.h"
+#include "support/atom_bytes.h"
 #include "support/child_process.h"
 #include "support/test.h"
 
@@ -12,7 +13,7 @@ namespace {
 using namespace std::literals;
 
 std::string record(std::uint32_t flags) {
-    return le(0x25062004, 6, 41, flags, 0, 0, 0, 0) + '\0' + le(0, 0);
+    return record_bytes(flags, 0, 0, "", le(0, 0));
 }
 
 class DictBase : public testing::Test {

@@ -31,10 +31,16 @@ inline std::string atom_bytes(const head_values& head, std::uint32_t count, std:
     return atom_head_bytes(head) + block_bytes(count, entries);
 }
 
+// A record of the cache with its block of tokens.
+inline std::string record_bytes(std::uint32_t flags, std::uint32_t size, std::uint32_t time,
+                                std::string_view id, std::string_view block) {
+    return le(0x25062004, 6, 33 + id.size() + block.size(), flags, size, time, 0, 0) +
+           pascal(id).append(block);
+}
+
 inline std::string message_bytes(std::uint32_t time, std::string_view id, std::uint32_t count,
                                  std::string_view entries) {
-    const std::string rest = pascal(id) + block_bytes(count, entries);
-    return le(0x25062004, 6, 32 + rest.size(), 0, 0, time, 0, 0) + rest;
+    return record_bytes(0, 0, time, id, block_bytes(count, entries));
 }
 
 inline settings& default_settings() {

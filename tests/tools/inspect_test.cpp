@@ -32,8 +32,7 @@ const std::string base = le(0x4A534144, 8, 1, 2, 3, 4, time_1, time_1, 0, 0) +
 const std::string time_mark = std::string("\0\x80\x3E\xD5\xDE\xB1\x9D\1", 8); // 1970-01-01
 
 std::string record(const std::string& id, const std::string& token_block, std::uint32_t flags = 2) {
-    const std::string rest = pascal(id) + token_block;
-    return le(0x25062004, 6, 32 + rest.size(), flags, 700, time_1, 0, 0) + rest;
+    return record_bytes(flags, 700, time_1, id, token_block);
 }
 const std::string cache = le(2) + record("<1>", tokens) + record("<2>", block_bytes(0, ""), 5);
 

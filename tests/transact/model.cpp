@@ -6,14 +6,13 @@
 #include <cstdlib>
 #include <set>
 
-#include "support/file_bytes.h"
+#include "support/atom_bytes.h"
 
 namespace model {
 namespace {
 
 using tvr::counted;
 using tvr::le;
-using tvr::pascal;
 
 std::uint32_t hash(const std::string& text) {
     std::int64_t h = 0;
@@ -41,7 +40,7 @@ bytes block(const token_counts& tokens) {
     bytes entries;
     for (const auto& [text, count] : tokens)
         entries += counted(text, count);
-    return le(tokens.size(), entries.size()) + entries;
+    return tvr::block_bytes(static_cast<std::uint32_t>(tokens.size()), entries);
 }
 
 // What an atom has been given in one transaction, in the order in which it came.
@@ -75,9 +74,8 @@ std::string free_name(const half& h) {
 bytes cache_file(const std::vector<message>& batch) {
     bytes out = le(batch.size());
     for (const message& m : batch) {
-        const bytes rest = pascal(m.msid) + block(m.tokens);
         const std::uint32_t flags = (m.deleted ? 1U : 0U) | (m.spam ? 2U : 0U) | (m.manual ? 4U : 0U);
-        out += le(0x25062004, 6, 32 + rest.size(), flags, 1000, m.time, 0, 0) + rest;
+        out += tvr::record_bytes(flags, 1000, m.time, m.msid, block(m.tokens));
     }
     return out;
 }

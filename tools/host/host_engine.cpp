@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "common/file_names.h"
 #include "platform/file.h"
 #include "tools/engine_status.h"
 #include "tools/setting_list.h"
@@ -42,7 +43,7 @@ void check(const ipc_status& status) {
 
 host_engine::host_engine()
     : m_view(m_client.working_directory()),
-      m_cache(m_client.working_directory() + "base\\transact\\autotrain.bys"),
+      m_cache(m_client.working_directory() + names::transact_path + names::cache),
       m_known(m_client.working_directory()) {}
 
 void host_engine::need_folder() const {
