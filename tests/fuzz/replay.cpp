@@ -8,7 +8,9 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <random>
+#include <string>
 
 #include "support/file_bytes.h"
 #include "support/memory_peak.h"
@@ -78,6 +80,15 @@ void run_text(const target& which, const std::string& input) {
                     "memory is of the input's size");
 }
 
+// The most address space that this process has had: tables of tokens don't come from new.
+std::uint64_t peak_of_addresses() {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;)
+        if (word == "VmPeak:" && status >> word)
+            return std::stoull(word) * 1024;
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -106,6 +117,7 @@ int main(int argc, char** argv) {
     }
     const auto& inputs = seeds.at(arguments[1]);
     run_text(*which, {});
+    const std::uint64_t addresses = peak_of_addresses();
     for (const std::string& input : inputs) {
         tvr::fuzz::must(input.size() <= which->longest, "seeds are short enough");
         run_text(*which, input);
@@ -114,6 +126,9 @@ int main(int argc, char** argv) {
     const unsigned long rounds = std::strtoul(arguments[2].c_str(), nullptr, 10);
     for (unsigned long i = 0; i < rounds; ++i)
         run_text(*which, mutated.next());
+    // A sanitizer takes terabytes.
+    tvr::fuzz::must(peak_of_addresses() - addresses <= std::max(std::uint64_t{1} << 29, addresses >> 10),
+                    "address space has a bound");
     std::printf("%zu seeds, %lu changed ones\n", inputs.size(), rounds);
     return 0;
 }

@@ -210,6 +210,9 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
             add("inspect", std::string(1, static_cast<char>(kind)) + found->second.back());
         ++kind;
     }
+    kind = 0;
+    for (const char* reader : {"cache", "atom", "list", "index"})
+        add("training", std::string(1, static_cast<char>(kind++)) + seeds[reader].back());
     clear_disk();
     return seeds;
 }

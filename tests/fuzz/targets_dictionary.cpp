@@ -363,6 +363,39 @@ void run_index(raw_bytes input) {
 }
 const target index_target("index", run_index, 8192);
 
+void train() {
+    transaction engine;
+    engine.init();
+    engine.force_retrain();
+    engine.shutdown();
+}
+
+// A whole training in which one file is the input; the first byte says which.
+void run_training(raw_bytes input) {
+    constexpr std::array<const char*, 4> names = {"transact\\autotrain.bys", "spamdict0000.bye",
+                                                  "spamdict.lst", "spamdict.idx"};
+    constexpr std::string_view one = "\1\0\0\0";
+    static const auto trained = [] {
+        put_file(in_base(names[0]), std::string(one) + a_record("<old>"));
+        train();
+        { msidmap(base_folder, "spamdict").search("<old>"); } // makes the index
+        std::vector<std::pair<std::string, std::string>> files;
+        for (const std::string& path : all_files())
+            files.emplace_back(path, file_bytes(path));
+        return files;
+    }();
+    if (input.size() < 2) // deliberate: an empty batch sticks, until somebody clears it away
+        return;
+    for (const auto& [path, bytes] : trained)
+        put_file(path, bytes);
+    put_file(in_base(names[0]), std::string(one) + a_record("<new>"));
+    put_file(in_base(names.at(input[0] % names.size())), input.subspan(1));
+    train();
+    hashreg published;
+    must(published.load(in_base("cashe.rgd")), "what is published can be read");
+}
+const target training_target("training", run_training, 8192, std::size_t{512} << 10);
+
 } // namespace
 
 } // namespace tvr::fuzz

@@ -34,6 +34,7 @@
 #include "tools/host/host_session.h"
 #include "tools/inspection.h"
 #include "tools/record_stream.h"
+#include "tools/setting_list.h"
 #include "tools/state_check.h"
 
 namespace tvr::fuzz {
@@ -359,6 +360,12 @@ const target flat_target("flat", run_flat, 4096);
 
 void run_text(raw_bytes input) {
     const std::string path = "\\work\\advanced.ini";
+    if (const auto changed = with_setting(text_of(input), "training delay", "77")) {
+        put_file(path, *changed);
+        settings all;
+        all.schema(schema_mode::declare);
+        must(all.read_text(path, 1) && all.training_delay == 77, "a changed setting counts");
+    }
     put_file(path, input);
     const auto set = fresh_settings();
     for (const std::uint32_t group : {0U, 1U}) {

@@ -259,6 +259,20 @@ TEST(profile_test, reads_numbers) {
         EXPECT_EQ(profile_int(row.section, row.key, 7, path), row.number) << row.section << ' ' << row.key;
 }
 
+TEST(profile_test, lives_with_any_bytes) {
+    const test_root root;
+    const std::string path = root.engine_path("x.ini");
+    const std::string good = "[Settings]\r\nSpamThreshold=85\r\n;x\r\nUnsure Threshold = 70\r\n";
+    for (std::size_t at = 0; at < good.size(); ++at)
+        for (const std::string& part : {""s, "\0"s, "\xFF"s, "\n"s, "="s, std::string(5000, '[')}) {
+            write_file(root.path() / "x.ini",
+                       good.substr(0, at) + part + (part.empty() ? "" : good.substr(at)));
+            (void)profile_int("Settings", "unsure threshold", 5, path);
+            EXPECT_TRUE(write_profile_string("Settings", "new", "6", path));
+            EXPECT_EQ(profile_int("Settings", "new", 5, path), 6) << at;
+        }
+}
+
 // The lines of a file, whatever their ends are; empty ones don't count.
 std::vector<std::string> lines_of(const std::string& text) {
     std::vector<std::string> lines;
