@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "common/text.h"
+#include "platform/ascii.h"
 
 namespace tvr {
 
@@ -21,15 +22,6 @@ constexpr std::array hop_words = {"EHLO"sv,  "ESMTP"sv,   "HELO"sv, "HTTP"sv, "S
                                   "smtp"sv,  "unknown"sv, "via"sv,  "with"sv};
 static_assert(std::is_sorted(hop_words.begin(), hop_words.end()));
 
-constexpr bool is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
-constexpr bool is_capital(char c) {
-    return c >= 'A' && c <= 'Z';
-}
-constexpr bool is_letter(char c) {
-    return is_capital(c) || (c >= 'a' && c <= 'z');
-}
 constexpr bool is_high(char c) {
     return static_cast<unsigned char>(c) >= 0x80;
 }
@@ -37,7 +29,7 @@ constexpr bool is_high(char c) {
 std::string lowered(std::string_view text) {
     std::string result(text);
     for (char& c : result)
-        c = is_capital(c) ? static_cast<char>(c + 32) : c;
+        c = lower(c);
     return result;
 }
 

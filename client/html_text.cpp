@@ -6,6 +6,7 @@
 
 #include "client/mail/utf8.h"
 #include "common/text.h"
+#include "platform/ascii.h"
 
 namespace tvr {
 
@@ -73,21 +74,12 @@ constexpr std::pair<std::string_view, std::uint32_t> tag_features[] = {
     {"applet", html_text::has_object}, {"center", html_text::has_center},
 };
 
-constexpr bool is_letter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-constexpr bool is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
 constexpr bool is_space(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 // A byte that can stand within a word.
 constexpr bool is_wordy(char c) {
     return is_letter(c) || is_digit(c) || static_cast<unsigned char>(c) >= 0x80;
-}
-constexpr char lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
 }
 
 void assign_lower(std::string& target, std::string_view text) {

@@ -8,16 +8,13 @@
 #include "client/mail/charset.h"
 #include "client/short_text.h"
 #include "common/text.h"
+#include "platform/ascii.h"
 
 namespace tvr {
 
 namespace {
 
 using namespace std::string_view_literals;
-
-constexpr bool is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
 
 struct known_header {
     std::string_view name;
@@ -86,7 +83,7 @@ known_header find_header(std::string_view name) {
 void mail_headers::subject_shape(std::string_view subject) {
     std::size_t letters = 0, capitals = 0, blanks = 0, longest_blank = 0;
     for (const char c : subject) {
-        capitals += c >= 'A' && c <= 'Z';
+        capitals += is_capital(c);
         letters += lower(c) >= 'a' && lower(c) <= 'z';
         blanks = c == ' ' || c == '\t' ? blanks + 1 : 0;
         longest_blank = std::max(longest_blank, blanks);

@@ -6,16 +6,13 @@
 #include "client/html_text.h"
 #include "client/short_text.h"
 #include "common/text.h"
+#include "platform/ascii.h"
 
 namespace tvr {
 
 namespace {
 
 using namespace std::string_view_literals;
-
-constexpr bool is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
 
 } // namespace
 

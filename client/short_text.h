@@ -11,10 +11,6 @@
 
 namespace tvr {
 
-constexpr char lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-}
-
 // Has room for the longest token; what doesn't fit is cut off.
 class short_text {
 public:

@@ -13,6 +13,7 @@
 #include "common/minutes.h"
 #include "common/text.h"
 #include "dict/message_record.h"
+#include "platform/fnv.h"
 
 namespace tvr {
 
@@ -72,9 +73,7 @@ void tokenizer::implementation::make_facts(std::string_view raw, std::string_vie
     std::string_view id = trim(lines.message_id, " \t\r\n<>");
     std::string made;
     if (id.empty()) {
-        std::uint64_t hash = 0xCBF29CE484222325ULL;
-        for (const char c : raw)
-            hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3ULL;
+        const std::uint64_t hash = fnv_64(raw);
         made = "no-id-" + to_hex(static_cast<std::uint32_t>(hash >> 32), 8) +
                to_hex(static_cast<std::uint32_t>(hash), 8);
         id = made;

@@ -4,7 +4,9 @@
 #include <cstdint>
 
 #include "client/mail/charset.h"
+#include "client/mail/utf8.h"
 #include "common/text.h"
+#include "platform/ascii.h"
 
 namespace tvr {
 
@@ -31,9 +33,6 @@ constexpr std::array<kind, 256> kinds = make_kinds();
 
 constexpr kind kind_of(char c) {
     return kinds[static_cast<unsigned char>(c)];
-}
-constexpr bool is_digit(char c) {
-    return c >= '0' && c <= '9';
 }
 bool is_invisible(char32_t code) {
     return code == 0xAD || (code >= 0x200B && code <= 0x200F) || (code >= 0x202A && code <= 0x202E) ||
@@ -109,11 +108,8 @@ void word_scanner::put_code(char32_t code) noexcept {
         put(static_cast<char>(code));
         return;
     }
-    const unsigned more = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
-    constexpr std::array<unsigned, 4> lead = {0, 0xC0, 0xE0, 0xF0};
-    put(static_cast<char>(lead[more] | static_cast<unsigned>(code >> (6 * more))));
-    for (unsigned i = more; i-- > 0;)
-        put(static_cast<char>(0x80U | (static_cast<unsigned>(code >> (6 * i)) & 0x3FU)));
+    std::array<char, 4> room;
+    put(std::string_view(room.data(), encode_utf8(code, room.data())));
 }
 
 void word_scanner::end_word(word_sink& sink) {

@@ -4,6 +4,8 @@
 #include <array>
 #include <cstddef>
 
+#include "platform/ascii.h"
+
 namespace tvr {
 
 namespace {
@@ -152,10 +154,6 @@ constexpr std::array<charset, 9> of_windows_125x = {{
     of_table(single_byte::windows_1258),
 }};
 
-constexpr bool is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 charset find_iso_8859(std::string_view number) {
     std::size_t value = 0;
     for (std::size_t at = 0; at < number.size() && at < 2 && is_digit(number[at]); ++at)
@@ -169,7 +167,7 @@ charset find_charset(std::string_view name) noexcept {
     std::array<char, 24> letters;
     std::size_t size = 0;
     for (const char c : name.substr(0, name.find(':'))) {
-        const char lowered = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+        const char lowered = lower(c);
         if ((lowered >= 'a' && lowered <= 'z') || is_digit(lowered)) {
             if (size == letters.size())
                 return {};

@@ -52,20 +52,24 @@ bool is_utf8(std::string_view bytes) noexcept {
     return true;
 }
 
-void append_utf8(std::string& text, std::uint32_t code) {
-    const auto put = [&](std::uint32_t byte) { text.push_back(static_cast<char>(byte)); };
+std::size_t encode_utf8(std::uint32_t code, char* room) noexcept {
     if (code < 0x80) {
-        put(code);
-    } else if (code < 0x800) {
-        put(0xC0 | code >> 6), put(0x80 | (code & 0x3F));
-    } else if (code < 0x10000) {
-        if (code >= 0xD800 && code < 0xE000)
-            return;
-        put(0xE0 | code >> 12), put(0x80 | (code >> 6 & 0x3F)), put(0x80 | (code & 0x3F));
-    } else if (code < 0x110000) {
-        put(0xF0 | code >> 18), put(0x80 | (code >> 12 & 0x3F)), put(0x80 | (code >> 6 & 0x3F)),
-            put(0x80 | (code & 0x3F));
+        *room = static_cast<char>(code);
+        return 1;
     }
+    if (code >= 0x110000 || (code >= 0xD800 && code < 0xE000))
+        return 0;
+    const std::size_t more = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+    constexpr std::array<std::uint32_t, 4> lead = {0, 0xC0, 0xE0, 0xF0};
+    room[0] = static_cast<char>(lead[more] | code >> (6 * more));
+    for (std::size_t i = 1; i <= more; ++i)
+        room[i] = static_cast<char>(0x80 | (code >> (6 * (more - i)) & 0x3F));
+    return more + 1;
+}
+
+void append_utf8(std::string& text, std::uint32_t code) {
+    std::array<char, 4> room;
+    text.append(room.data(), encode_utf8(code, room.data()));
 }
 
 } // namespace tvr
