@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "client/token_table.h"
+#include "platform/ascii.h"
 
 namespace tvr {
 

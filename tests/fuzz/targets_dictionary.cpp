@@ -372,11 +372,11 @@ void train() {
 
 // A whole training in which one file is the input; the first byte says which.
 void run_training(raw_bytes input) {
-    constexpr std::array<const char*, 4> names = {"transact\\autotrain.bys", "spamdict0000.bye",
-                                                  "spamdict.lst", "spamdict.idx"};
-    constexpr std::string_view one = "\1\0\0\0";
+    static constexpr std::array<const char*, 4> names = {"transact\\autotrain.bys", "spamdict0000.bye",
+                                                         "spamdict.lst", "spamdict.idx"};
+    static const std::string one("\1\0\0\0", 4);
     static const auto trained = [] {
-        put_file(in_base(names[0]), std::string(one) + a_record("<old>"));
+        put_file(in_base(names[0]), one + a_record("<old>"));
         train();
         { msidmap(base_folder, "spamdict").search("<old>"); } // makes the index
         std::vector<std::pair<std::string, std::string>> files;
@@ -388,7 +388,7 @@ void run_training(raw_bytes input) {
         return;
     for (const auto& [path, bytes] : trained)
         put_file(path, bytes);
-    put_file(in_base(names[0]), std::string(one) + a_record("<new>"));
+    put_file(in_base(names[0]), one + a_record("<new>"));
     put_file(in_base(names.at(input[0] % names.size())), input.subspan(1));
     train();
     hashreg published;

@@ -10,6 +10,7 @@
 #include "common/path.h"
 #include "platform/file.h"
 #include "support/child_process.h"
+#include "support/formats.h"
 #include "support/test.h"
 #include "system/engine_root.h"
 
