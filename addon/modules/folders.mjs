@@ -1,7 +1,7 @@
 // Work on whole folders, with progress and cancel: grading on request, and learning what lies in them.
 
 import { HostError } from "./host.mjs";
-import { allMessages, keyOf, rawMail } from "./mail.mjs";
+import { allMessages, forAll, keyOf, rawMail } from "./mail.mjs";
 import { RETRY_ALARM } from "./worker.mjs";
 
 const AT_ONCE = 16;
@@ -158,7 +158,7 @@ export class FolderWork {
         await this.#memory.note(settled.map(key => [key, { t: spam ? "s" : "h" }]));
       };
       await this.#each({ id }, state, async messages => {
-        const replies = await Promise.all(messages.map(message => this.#learnOne(message, spam, state, taken)));
+        const replies = await forAll(messages, message => this.#learnOne(message, spam, state, taken));
         const last = replies.filter(reply => reply).sort((a, b) => a.id - b.id).at(-1);
         if (last?.waiting === 0) {
           await settle(last);

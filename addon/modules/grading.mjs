@@ -1,7 +1,7 @@
 // Verdicts, and what follows from them in the mail client.
 
 import { HostError } from "./host.mjs";
-import { isJunk, isTrash, keyOf, rawMail } from "./mail.mjs";
+import { forAll, isJunk, isTrash, keyOf, rawMail } from "./mail.mjs";
 import { readSettings } from "./settings.mjs";
 
 export const UNSURE_TAG = "tessivar-unsure";
@@ -42,7 +42,7 @@ export class Grader {
         }
       }
     };
-    await Promise.all(messages.map(take));
+    await forAll(messages, take);
     await this.#move(spam);
     return { left, error: failure };
   }

@@ -4,6 +4,8 @@
 // about what was done with it.
 const OWN_HEADER = /^(X-Mozilla-(Status2?|Keys|Altered|External-Attachment-URL)|X-Account-Key|X-UIDL):/i;
 
+const LARGE = 2 << 20; // bytes
+
 // All messages of a list that comes in pages.
 export async function* allMessages(api, list) {
   for (let page = await list; ; page = await api.messages.continueList(page.id)) {
@@ -82,6 +84,18 @@ export async function rawMail(api, id) {
     throw new ReadError("the server has sent nothing");
   }
   return withoutOwnHeaders(bytes);
+}
+
+// Calls work(message) for some messages at once, but for one large message after the other: each stands in memory whole.
+export async function forAll(messages, work) {
+  const isLarge = message => message.size > LARGE;
+  const done = await Promise.all(messages.map(message => (isLarge(message) ? null : work(message))));
+  for (const [at, message] of messages.entries()) {
+    if (isLarge(message)) {
+      done[at] = await work(message);
+    }
+  }
+  return done;
 }
 
 // The message that a job was made for, though it may have been moved since, or Thunderbird started anew; null if

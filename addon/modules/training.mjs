@@ -21,11 +21,13 @@ export class Trainer {
   }
 
   async onMoved(originals, moved) {
-    const from = await collect(allMessages(this.#api, originals));
-    const to = await collect(allMessages(this.#api, moved));
+    const from = new Map();
+    for await (const message of allMessages(this.#api, originals)) {
+      from.set(keyOf(message), message.folder);
+    }
     const verdicts = [];
-    for (const [at, message] of to.entries()) {
-      const was = from[at]?.folder;
+    for await (const message of allMessages(this.#api, moved)) {
+      const was = from.get(keyOf(message));
       if (isJunk(message.folder) && !isJunk(was)) {
         verdicts.push([message, true]);
       } else if (isJunk(was) && !isJunk(message.folder) && !isTrash(message.folder)) {
@@ -76,12 +78,4 @@ export class Trainer {
     }
     return jobs.length > 0;
   }
-}
-
-async function collect(messages) {
-  const all = [];
-  for await (const message of messages) {
-    all.push(message);
-  }
-  return all;
 }

@@ -80,12 +80,18 @@ export class Worker {
     this.#pause = Math.min(2 * this.#pause, LONGEST_PAUSE);
   }
 
+  // Whether the user has said something else of the message since.
+  #isOvertaken(job) {
+    const overtakes = other => other.kind === "train" && other.key === job.key && other.n > job.n;
+    return job.kind === "train" && this.#memory.jobs.some(overtakes);
+  }
+
   // Takes jobs off that came to nothing, but for those that may do later, which go to the end.
   async #putOff(failed, later) {
     const again = [];
     for (const { job, error } of failed) {
       const { tries = 0, since = Date.now() } = job;
-      if (mayDoLater(error, tries + 1, Date.now() - since)) {
+      if (!this.#isOvertaken(job) && mayDoLater(error, tries + 1, Date.now() - since)) {
         again.push({ ...job, tries: tries + 1, since });
         this.#error = error.message;
       } else {

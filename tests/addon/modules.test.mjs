@@ -196,7 +196,7 @@ test("while the host is away everything waits, over a restart, and is done in it
 });
 
 test("what can't be read now, or breaks the host, holds up nothing else", async () => {
-  const { client, memory, queue, worker } = await addOn();
+  const { client, memory, queue, trainer, worker } = await addOn();
   const [away, breaks, other, fine] = [null, "broken", "not_mail", "A: b"].map((raw, at) => client.add(`${at}`, raw, INBOX));
   for (const message of [away, breaks, other, fine]) {
     await queue(message);
@@ -210,6 +210,12 @@ test("what can't be read now, or breaks the host, holds up nothing else", async 
   await worker.run();
   assert.deepEqual([memory.get(keyOf(away)).v, memory.jobCount], ["h", 0]);
   assert.equal(worker.error, null);
+
+  away.raw = null;
+  await trainer.onUpdated(away, { junk: true });
+  await trainer.onUpdated(away, { junk: false });
+  await worker.run();
+  assert.deepEqual(memory.jobs.map(({ spam }) => spam), [false]); // the user's last word
 });
 
 test("a folder is learned with progress; what was handed over is known after a failure", async () => {
