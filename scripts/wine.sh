@@ -5,7 +5,8 @@
 #   scripts/wine.sh --begin              start the prefix's services, and keep them until --end
 #   scripts/wine.sh --end                end whatever runs in that prefix
 # Without --begin the first program starts the services, and they hold its output open: whoever reads that to
-# its end waits until no program runs in the prefix.
+# its end waits until no program runs in the prefix. Each program that a program starts holds its standard error;
+# so, if that is a pipe, it goes to the file errors in the prefix in its place.
 # The prefix lies in build/windows/wine, or where TESSIVAR_WINE_PREFIX says.
 set -euo pipefail
 export WINEPREFIX="${TESSIVAR_WINE_PREFIX:-$(cd "$(dirname "$0")/.." && pwd)/build/windows/wine}"
@@ -41,4 +42,5 @@ if [ "${1:-}" = --begin ]; then
     rm "$WINEPREFIX/nothing"
     exit 0
 fi
+[ ! -p /dev/fd/2 ] || exec 2>>"$WINEPREFIX/errors"
 exec "$wine" "$@"

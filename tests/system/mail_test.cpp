@@ -129,7 +129,7 @@ TEST(mail, is_scored_by_the_published_base) {
 TEST(mail, is_graded_and_learned_by_requests_of_an_add_on) {
     engine_root root;
     tvrctl("train --wait -q " + of_both, 0);
-    tvrctl("config set 'train corrections' 0", 0); // so that they wait
+    tvrctl("config set \"train corrections\" 0", 0); // so that they wait
     const fs::path requests = root.path() / "requests";
     const auto ask = [&](const std::vector<std::string>& texts) {
         std::string frames;
