@@ -87,7 +87,8 @@ TEST_F(host_test, requests_are_answered_under_their_ids) {
     };
     for (const auto& row : rows)
         EXPECT_EQ(answer(row.request), row.wanted);
-    EXPECT_EQ(m_service.m_asked, "grade 15;train 15 spam;train 9000 ham;grade 14;collect spam;finish;finish;");
+    EXPECT_EQ(m_service.m_asked,
+              "grade 15;train 15 spam;train 9000 ham;grade 14;collect spam;finish;finish;");
 }
 
 TEST_F(host_test, what_is_wrong_gets_its_reason) {

@@ -41,10 +41,9 @@ bool make_durable(const std::vector<std::string>& paths) {
         const DWORD attributes = GetFileAttributesA(native.c_str());
         const bool is_folder =
             attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-        const win32::handle opened(CreateFileA(native.c_str(), GENERIC_WRITE,
-                                               FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                               nullptr, OPEN_EXISTING,
-                                               is_folder ? FILE_FLAG_BACKUP_SEMANTICS : 0, nullptr));
+        const win32::handle opened(
+            CreateFileA(native.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                        nullptr, OPEN_EXISTING, is_folder ? FILE_FLAG_BACKUP_SEMANTICS : 0, nullptr));
         if (!win32::may_change(change::make_durable, path))
             done = false;
         else if ((!opened.is_open() || !FlushFileBuffers(opened.get())) && !is_folder)
