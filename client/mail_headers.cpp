@@ -84,7 +84,7 @@ void mail_headers::subject_shape(std::string_view subject) {
     std::size_t letters = 0, capitals = 0, blanks = 0, longest_blank = 0;
     for (const char c : subject) {
         capitals += is_capital(c);
-        letters += lower(c) >= 'a' && lower(c) <= 'z';
+        letters += is_letter(c);
         blanks = c == ' ' || c == '\t' ? blanks + 1 : 0;
         longest_blank = std::max(longest_blank, blanks);
     }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "client/verdict/exact_math.h"
+#include "platform/ascii.h"
 
 namespace tvr {
 
@@ -57,8 +58,7 @@ double grade_of_forms(const mail_scorer::grade_source& grades, std::string_view 
     };
     consider();
     for (std::size_t i = start; i < form.size(); ++i)
-        if (form[i] >= 'A' && form[i] <= 'Z')
-            form[i] = static_cast<char>(form[i] + 32);
+        form[i] = lower(form[i]);
     consider();
     if (form.size() > start && form[start] >= 'a' && form[start] <= 'z') {
         form[start] = static_cast<char>(form[start] - 32);

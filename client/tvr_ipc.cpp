@@ -15,8 +15,6 @@
 
 namespace tvr {
 
-namespace {} // namespace
-
 struct training_client::state {
     state()
         : working(find_working_directory()), cache(working + names::transact_path + names::cache),

@@ -18,7 +18,8 @@ enum kind : std::uint8_t { separates, wordy, joins, marks, high };
 constexpr std::array<kind, 256> make_kinds() {
     std::array<kind, 256> kinds{};
     for (unsigned i = 0; i < 256; ++i) {
-        if ((i >= '0' && i <= '9') || (i >= 'a' && i <= 'z') || (i >= 'A' && i <= 'Z') || i == '$')
+        const char c = static_cast<char>(i);
+        if (is_digit(c) || is_letter(c) || c == '$')
             kinds[i] = wordy;
         else if (i == '\'' || i == '-' || i == '_' || i == '.' || i == ',')
             kinds[i] = joins;

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "client/mail/charset_names.h"
+#include "client/mail/transfer_encoding.h"
 #include "common/text.h"
 #include "platform/charset.h"
 
@@ -223,15 +224,6 @@ void from_utf_32(std::string_view bytes, bool little_endian, std::string& room) 
         }
         append_utf8(room, code >= 0x110000 || (code >= 0xD800 && code < 0xE000) ? no_character : code);
     }
-}
-
-constexpr int base64_digit(char c) {
-    return c >= 'A' && c <= 'Z'   ? c - 'A'
-           : c >= 'a' && c <= 'z' ? c - 'a' + 26
-           : c >= '0' && c <= '9' ? c - '0' + 52
-           : c == '+'             ? 62
-           : c == '/'             ? 63
-                                  : -1;
 }
 
 void from_utf_7(std::string_view bytes, std::string& room) {

@@ -5,6 +5,7 @@
 #include "client/mail/charset.h"
 #include "client/mail/transfer_encoding.h"
 #include "common/text.h"
+#include "platform/ascii.h"
 
 namespace tvr {
 
@@ -74,7 +75,7 @@ bool parameter_set::name_piece(std::string_view name, piece& found) const {
     found.escaped = star < name.size() && name.ends_with('*');
     found.number = 0;
     std::size_t at = star + 1;
-    for (; at < name.size() && name[at] >= '0' && name[at] <= '9' && found.number < 1000; ++at)
+    for (; at < name.size() && is_digit(name[at]) && found.number < 1000; ++at)
         found.number = found.number * 10 + static_cast<unsigned>(name[at] - '0');
     found.whole = at == star + 1 || at > name.size();
     return true;

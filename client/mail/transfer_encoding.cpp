@@ -121,6 +121,11 @@ std::string_view name_of(transfer_encoding encoding) noexcept {
         ->name;
 }
 
+int base64_digit(char c) noexcept {
+    const std::uint8_t value = base64_value(c);
+    return value < padding ? value : -1;
+}
+
 int hex_byte(std::string_view text) noexcept {
     if (text.size() < 2)
         return -1;

@@ -28,6 +28,8 @@ void append_quoted_printable(std::string& target, std::string_view text, std::si
 // Without a line "begin" all of the text is taken for lines of data.
 void append_uuencoded(std::string& target, std::string_view text, std::size_t most);
 
+// What a digit of Base-64 stands for, 0 to 63; -1 if it is none.
+[[nodiscard]] int base64_digit(char c) noexcept;
 // The byte that two hexadecimal digits stand for; -1 if the text doesn't begin with two.
 [[nodiscard]] int hex_byte(std::string_view text) noexcept;
 

@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "client/mail/transfer_encoding.h"
 #include "client/tokenizer.h"
 
 namespace tvr {
@@ -46,18 +47,8 @@ std::optional<std::uint64_t> number_in(const json& request, const char* name) {
     return found->get<std::uint64_t>();
 }
 
-int base64_value(char c) {
-    if (c >= 'A' && c <= 'Z')
-        return c - 'A';
-    if (c >= 'a' && c <= 'z')
-        return c - 'a' + 26;
-    if (c >= '0' && c <= '9')
-        return c - '0' + 52;
-    return c == '+' ? 62 : c == '/' ? 63 : -1;
-}
-
 // False if the text isn't Base64 in groups of four.
-bool append_base64(std::string_view text, std::string& out) {
+bool append_strict_base64(std::string_view text, std::string& out) {
     if (text.size() % 4 != 0)
         return false;
     std::size_t padding = 0;
@@ -68,7 +59,7 @@ bool append_base64(std::string_view text, std::string& out) {
     std::uint32_t bits = 0;
     unsigned held = 0;
     for (const char c : text) {
-        const int value = base64_value(c);
+        const int value = base64_digit(c);
         if (value < 0)
             return false;
         bits = bits << 6 | static_cast<std::uint32_t>(value);
@@ -83,7 +74,7 @@ bool append_base64(std::string_view text, std::string& out) {
 
 void append_mail(const std::string& text, std::string& out) {
     const std::size_t before = out.size();
-    if (!append_base64(text, out)) {
+    if (!append_strict_base64(text, out)) {
         out.resize(before);
         refuse("bad_request", "the message must be in Base64");
     }
