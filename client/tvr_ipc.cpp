@@ -10,6 +10,7 @@
 #include "platform/file.h"
 #include "platform/presence.h"
 #include "platform/process.h"
+#include "platform/sync.h"
 #include "signal/event_channel.h"
 #include "signal/identity.h"
 
@@ -35,6 +36,7 @@ struct training_client::state {
     cache_writer cache;
     std::uint32_t patience = 30000; // milliseconds
     event_channel channel;
+    platform::critical_section learns; // for what follows; held through an append, which may take back
     verdict_learning learning;
     std::string remark; // of the learning
 };
@@ -59,6 +61,7 @@ ipc_status training_client::append(const record_batch& batch) {
     if (!m_state->status)
         return m_state->status;
     const std::string path = m_state->working + names::transact_path;
+    const platform::locker locker(m_state->learns);
     m_state->learning.take(batch);
     const append_result result = m_state->cache.append(batch, m_state->patience);
     if (result != append_result::done)
@@ -97,6 +100,7 @@ ipc_status training_client::raise(engine_event event, bool start) {
         return m_state->status;
     const start_result found = m_state->channel.start_server(start);
     m_state->channel.raise(static_cast<std::uint32_t>(event));
+    const platform::locker locker(m_state->learns);
     if (event != engine_event::reset) { // while the engine learns as well
         m_state->remark = m_state->learning.finish();
     } else {
