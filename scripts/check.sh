@@ -19,6 +19,18 @@ if git grep -nE '#include <(sys/|unistd|fcntl|windows)' -- src client tools ':!s
     failed=1
 fi
 
+# A folder includes only headers of those below it in the tables of the documents, and nobody those of the server.
+order=$(sed -nE 's/^\| `(src\/)?([a-z_/]+)`.*/\2/p' tools/README.md docs/architecture.md)
+git grep -oE '^#include "[a-z0-9_]+/[a-z0-9_/]+\.h"' -- src client 'tools/*/*' | sed -E 's/:#include "|"$/ /g; s/^src.//' |
+    awk -v order="$order" '
+        BEGIN { for (i = split(order, folders, "\n"); i > 0; --i) rank[folders[i]] = i }
+        function folder(path) { while (sub("/[^/]*$", "", path) && !(path in rank)); return path }
+        { from = folder($1); to = folder($2) }
+        !rank[from] || rank[to] < rank[from] || (to == "server" && from != to) {
+            print "check.sh: " $1 " includes " $2; bad = 1
+        }
+        END { exit bad || !NR }' >&2 || failed=1
+
 files=("$@")
 [ "${#files[@]}" -gt 0 ] || mapfile -t files < <(git ls-files 'src/*.cpp' 'client/*.cpp' 'tools/*.cpp')
 printf '%s\n' "${files[@]}" | xargs -P "$(nproc)" -n 4 clang-tidy -p build/clang --quiet 2>/dev/null || failed=1

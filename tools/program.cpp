@@ -8,9 +8,9 @@
 
 #include "platform/streams.h"
 #include "tools/command.h"
-#include "tools/file_view.h"
+#include "tools/commands/mail_input.h"
+#include "tools/formats/file_view.h"
 #include "tools/host/host_manifest.h"
-#include "tools/mail_input.h"
 
 namespace tvr {
 

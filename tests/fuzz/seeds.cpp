@@ -15,8 +15,8 @@
 #include "stat/statistic.h"
 #include "support/file_bytes.h"
 #include "targets.h"
-#include "tools/base_text.h"
-#include "tools/record_stream.h"
+#include "tools/base_text/base_text.h"
+#include "tools/mail/record_stream.h"
 #include "transact/transaction.h"
 
 namespace tvr::fuzz {

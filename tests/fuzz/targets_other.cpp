@@ -29,13 +29,13 @@
 #include "stage/temp_folder.h"
 #include "stat/statistic.h"
 #include "targets.h"
-#include "tools/base_text.h"
-#include "tools/engine_view.h"
+#include "tools/base_text/base_text.h"
+#include "tools/formats/inspection.h"
 #include "tools/host/host_session.h"
-#include "tools/inspection.h"
-#include "tools/record_stream.h"
-#include "tools/setting_list.h"
-#include "tools/state_check.h"
+#include "tools/mail/record_stream.h"
+#include "tools/settings/setting_list.h"
+#include "tools/state/engine_view.h"
+#include "tools/state/state_check.h"
 
 namespace tvr::fuzz {
 

@@ -16,7 +16,7 @@
 #include "signal/identity.h"
 #include "support/file_bytes.h"
 #include "support/sample_tokens.h"
-#include "tools/engine_view.h"
+#include "tools/state/engine_view.h"
 
 namespace tvr {
 

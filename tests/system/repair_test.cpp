@@ -8,8 +8,8 @@
 #include "support/test.h"
 #include "system/engine_root.h"
 #include "system/mortal_engine.h"
-#include "tools/engine_pause.h"
-#include "tools/engine_view.h"
+#include "tools/state/engine_pause.h"
+#include "tools/state/engine_view.h"
 
 namespace tvr {
 namespace {

@@ -4,7 +4,7 @@
 
 #include "client/verdict/verdict_file.h"
 #include "support/test.h"
-#include "tools/base_text.h"
+#include "tools/base_text/base_text.h"
 
 namespace tvr {
 namespace {

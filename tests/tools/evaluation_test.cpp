@@ -2,7 +2,7 @@
 
 #include "client/mail_date.h"
 #include "support/test.h"
-#include "tools/evaluation_report.h"
+#include "tools/eval/evaluation_report.h"
 
 namespace tvr {
 namespace {

@@ -4,7 +4,7 @@
 
 #include "dict/dictbase.h"
 #include "support/test.h"
-#include "tools/waiting_mail.h"
+#include "tools/state/waiting_mail.h"
 
 namespace tvr {
 namespace {

@@ -9,8 +9,8 @@
 #include "platform/file.h"
 #include "support/atom_bytes.h"
 #include "support/test.h"
-#include "tools/inspection.h"
-#include "tools/state_check.h"
+#include "tools/formats/inspection.h"
+#include "tools/state/state_check.h"
 
 namespace tvr {
 namespace {

@@ -1,7 +1,7 @@
 // The forms in which people keep mail.
 
 #include "support/test.h"
-#include "tools/mail_source.h"
+#include "tools/mail/mail_source.h"
 
 namespace tvr {
 namespace {

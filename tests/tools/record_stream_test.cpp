@@ -4,7 +4,7 @@
 
 #include "support/atom_bytes.h"
 #include "support/test.h"
-#include "tools/record_stream.h"
+#include "tools/mail/record_stream.h"
 
 namespace tvr {
 namespace {

@@ -2,8 +2,8 @@
 
 #include "support/test.h"
 #include "tools/text.h"
-#include "tools/watch_folder.h"
-#include "tools/watch_memory.h"
+#include "tools/watch/watch_folder.h"
+#include "tools/watch/watch_memory.h"
 
 namespace tvr {
 namespace {

@@ -7,9 +7,9 @@
 
 #include "common/file_names.h"
 #include "platform/file.h"
-#include "tools/engine_status.h"
-#include "tools/setting_list.h"
-#include "tools/waiting_mail.h"
+#include "tools/settings/setting_list.h"
+#include "tools/state/engine_status.h"
+#include "tools/state/waiting_mail.h"
 
 namespace tvr {
 

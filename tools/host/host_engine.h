@@ -9,9 +9,9 @@
 #include "client/known_messages.h"
 #include "client/tokenizer.h"
 #include "client/tvr_ipc.h"
-#include "tools/engine_view.h"
 #include "tools/host/host_session.h"
-#include "tools/published_base.h"
+#include "tools/state/engine_view.h"
+#include "tools/state/published_base.h"
 
 namespace tvr {
 

@@ -1,0 +1,73 @@
+// The mail a user points at, message by message.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <fstream>
+#include <istream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/mail/mail_folders.h"
+
+namespace tvr {
+
+struct mail_item {
+    std::string name; // for the user: the file, and the number of the message in an mbox
+    std::string file;
+    std::uint32_t number = 0; // in its mbox, from 1; 0: the only one of its file
+    std::string raw;          // the beginning of a large message
+    std::uint64_t size = 0;   // bytes of the whole one
+    bool spam = false;
+    std::uint64_t index = 0; // among those given out
+};
+
+// Gives out messages one by one, in the order of find_mail(). One thread at a time. Holds one message in
+// memory, or the beginning of a large one.
+class mail_source {
+public:
+    static constexpr std::size_t largest = std::size_t{4} << 20; // bytes of a message that are kept
+
+    // `passed` is told of everything that isn't given out, now and later.
+    mail_source(const mail_paths& paths, pass_report passed);
+
+    // The next message; false at the end. What is no mail is reported and passed over.
+    bool next(mail_item& item);
+
+    [[nodiscard]] std::uint64_t total() const noexcept { return m_total; } // bytes of all files
+    [[nodiscard]] std::uint64_t done() const noexcept { return m_done; }   // bytes given out or skipped
+
+private:
+    bool open_next();
+    std::string fetch_line();
+    bool read_line(); // false at the end
+    [[nodiscard]] bool begins_message() const;
+    bool read_message(mail_item& item); // of the open file
+    bool accept(const mail_item& item); // or reports
+    void pass(passed_mail::kind what, const std::string& name, const char* why);
+
+    pass_report m_passed;
+    std::vector<mail_file> m_files;
+    bool m_everything;
+    std::size_t m_next = 0;
+    std::uint64_t m_total = 0;
+    std::uint64_t m_done = 0;
+
+    std::ifstream m_file;
+    std::istream* m_input = nullptr; // null: no file is open
+    bool m_is_mbox = false;
+    std::uint32_t m_number = 0; // of the message in its file
+    std::uint64_t m_given = 0;
+    std::string m_line;  // read, but not given out: where the next message begins
+    std::string m_ahead; // the line behind it
+};
+
+// True for the line that begins a message in an mbox: "From ", a sender, and a date.
+[[nodiscard]] bool is_mbox_line(std::string_view line) noexcept;
+
+// By what a message is known before it is cut up: a hash of its Message-ID, date, sender and subject; of all
+// its bytes where there is no Message-ID.
+[[nodiscard]] std::uint64_t mail_key(std::string_view raw);
+
+} // namespace tvr

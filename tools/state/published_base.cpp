@@ -1,0 +1,78 @@
+#include "tools/state/published_base.h"
+
+#include "client/user_folder.h"
+#include "client/verdict/user_limits.h"
+#include "platform/file.h"
+#include "settings/common_settings.h"
+#include "tools/state/engine_view.h"
+
+namespace tvr {
+
+bool published_base::is_there() {
+    const std::string working = find_user_folder().path;
+    return !working.empty() && platform::get_attributes(engine_view(working).base_path()).has_value();
+}
+
+bool published_base::load() {
+    const auto [working, error] = find_user_folder();
+    m_error = error;
+    if (working.empty())
+        return false;
+    const engine_view view(working);
+    const std::string shown = platform::display_path(view.base_path());
+    if (!platform::get_attributes(view.base_path())) {
+        m_error =
+            shown + (view.stage()
+                         ? ": none is published now; \"tvrctl start\" starts the engine, which makes it anew"
+                         : ": no base is published yet; train some spam and some ham first");
+        return false;
+    }
+    m_error = view.base_fault();
+    if (m_error.empty() && !m_base.load(view.base_path()))
+        m_error = "can't be read";
+    if (m_error.empty()) {
+        load_learned(verdict_path(working));
+        return true;
+    }
+    m_error = shown + ": " + m_error +
+              "; \"tvrctl verify\" tells more, \"tvrctl stop; tvrctl repair; tvrctl start\" makes it anew";
+    return false;
+}
+
+void published_base::load_learned(const std::string& path) {
+    auto state = std::make_shared<verdict_state>();
+    const verdict_file_result found = load_verdict(path, *state);
+    if (found == verdict_file_result::damaged || found == verdict_file_result::failed)
+        m_remark =
+            platform::display_path(path) +
+            (found == verdict_file_result::damaged ? ": damaged, or of another version" : ": can't be read") +
+            "; the verdict rests on the built-in weights";
+    m_learned = std::move(state);
+}
+
+double published_base::grade(std::string_view token) const {
+    const platform::locker locker(m_base.lock);
+    return m_base.grade(token);
+}
+
+mail_scorer published_base::scorer(score_rule rule, std::optional<double> spam_threshold) const {
+    score_settings settings;
+    settings.rule = rule;
+    // One that is asked for stands alone.
+    settings.limits = spam_threshold ? spam_limits{.spam_threshold = *spam_threshold, .false_positives = 100}
+                                     : limits_of_user(common_settings::working_directory());
+    settings.unsure_threshold = common_settings::get_value(common_value::unsure_threshold);
+    settings.learned = m_learned;
+    settings.spam_messages = m_base.header().spam_messages;
+    settings.ham_messages = m_base.header().nonspam_messages;
+    return mail_scorer([this](std::string_view token) { return grade(token); }, settings);
+}
+
+score_rule rule_of(const std::string& name) {
+    return name == "graham"     ? score_rule::graham
+           : name == "robinson" ? score_rule::robinson
+           : name == "fisher"   ? score_rule::fisher
+                                : score_rule::kinds;
+}
+
+} // namespace tvr
