@@ -33,7 +33,7 @@
 #include "tools/formats/inspection.h"
 #include "tools/host/host_session.h"
 #include "tools/mail/record_stream.h"
-#include "tools/settings/setting_list.h"
+#include "tools/settings/setting_file.h"
 #include "tools/state/engine_view.h"
 #include "tools/state/state_check.h"
 

@@ -5,6 +5,7 @@
 #include "client/verdict/user_limits.h"
 #include "settings/common_settings.h"
 #include "support/test.h"
+#include "tools/settings/setting_file.h"
 #include "tools/settings/setting_list.h"
 
 namespace tvr {

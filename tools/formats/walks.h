@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <vector>
 
 #include "common/fileheader.h"
 #include "msid/msid_key.h"
@@ -14,6 +15,8 @@ namespace tvr {
 bool take_header(file_view& file, view_sink& sink, fileheader& header);
 // A length byte and a text; false after a defect.
 bool take_short_text(file_view& file, view_sink& sink, std::string& text);
+// The rest of a file, and some bytes more than `most` at most.
+std::vector<std::uint8_t> take_all(file_view& file, std::size_t most);
 // Of minutes since 1601: 2002-08-22 18:30; "-" for none.
 [[nodiscard]] std::string moment(std::uint32_t minutes);
 // The defect of a file that ends too early.

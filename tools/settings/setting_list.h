@@ -10,25 +10,11 @@
 #include <vector>
 
 #include "settings/settings.h"
+#include "tools/settings/setting_table.h"
 
 namespace tvr {
 
 enum class setting_group { basic, advanced, common, schedule, verdict };
-enum class setting_reader {
-    engine,
-    score,
-    client
-}; // `client`: mail programs that keep settings in the same files
-
-// What is known of a setting beside its value.
-struct setting_facts {
-    const char* key;
-    setting_reader reader;
-    double least = 0; // of numbers and reals
-    double most = 0;
-    const char* meaning;
-};
-
 struct setting_view {
     const setting_facts* facts = nullptr;
     setting_group group = setting_group::basic;
@@ -67,10 +53,6 @@ private:
 // take it.
 [[nodiscard]] std::optional<std::string> checked_value(const setting_view& setting, std::string_view value,
                                                        std::string& why);
-// The text of a settings file with the line of one key changed, or added at the end. Of several lines the
-// last one counts. Comments stay. Nothing if such a file can't hold the value.
-[[nodiscard]] std::optional<std::string> with_setting(std::string_view text, std::string_view key,
-                                                      std::string_view value);
 // Makes `folder` the installation root. The reason of a failure, or an empty text.
 [[nodiscard]] std::string register_root(std::string_view folder);
 
