@@ -39,6 +39,21 @@ TEST(ipc, appends_messages) {
     tvr_close(client);
 }
 
+TEST(ipc, appends_mail) {
+    const tvr::test_root root;
+    tvr_client* const client = tvr_open();
+    ASSERT_NE(client, nullptr);
+    const std::string mail = "From: a@b.example\nSubject: free tickets\nMessage-ID: <x@y>\n\nhello there\n";
+    EXPECT_EQ(tvr_append_mail(client, mail.data(), mail.size(), tvr_mark_manual), tvr_ok);
+    const std::string before = cache_of(root);
+    for (const char* text : {"<x@y>_", "B hello", "H subject:tickets"})
+        EXPECT_NE(before.find(text), std::string::npos) << text;
+    EXPECT_EQ(tvr_append_mail(client, "no mail", 7, 0), tvr_bad_message);
+    EXPECT_STRNE(tvr_error_text(), "");
+    EXPECT_EQ(cache_of(root), before);
+    tvr_close(client);
+}
+
 TEST(ipc, takes_appends_of_many_threads) {
     const tvr::test_root root;
     tvr_client* const client = tvr_open();

@@ -1,36 +1,31 @@
 // Which messages count as known: from lists and caches whose bytes are written by hand.
 
 #include "client/known_messages.h"
+#include "support/atom_bytes.h"
 #include "support/test.h"
 
 namespace tvr {
 namespace {
 
-using namespace std::string_literals;
-
-// A good message, waiting, with a one-letter ID and no tokens; `flags`: 1 deleted, 2 spam.
-std::string waiting(char id, char flags) {
-    return "\x04\x20\x06\x25\x06\0\0\0\x2A\0\0\0"s + flags + "\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\1"s +
-           id + "\0\0\0\0\0\0\0\0"s;
+// A message that waits, with no tokens; `flags`: 1 deleted, 2 spam.
+std::string waiting(const std::string& id, std::uint32_t flags) {
+    return record_bytes(flags, 0, 0, id, le(0, 0));
 }
-
-const std::string list_head = "nSID\2\0\0\0\0\0\0\0\0\0\0\0"s;
 
 TEST(known_messages_test, the_last_word_counts) {
     test_root root;
     const auto put = [&](const char* path, const std::string& bytes) {
-        const auto file = root.path() / path;
-        std::filesystem::create_directories(file.parent_path());
-        write_file(file, bytes);
+        write_file(root.path() / path, bytes);
     };
-    put("base/spamdict.lst", list_head + "\1a\1\0\0\0"s + "\1b\1\0\0\0"s + "\1c\0\0\0\0"s + "\1d\1\0\0\0"s);
+    const std::string list = "nSID" + le(2, 0, 0);
+    put("base/spamdict.lst", list + counted("a", 1) + counted("b", 1) + counted("c", 0) + counted("d", 1));
     // The list of the other half is on its way.
-    put("base/transact/0004/nspamdict.lst", list_head + "\1a\1\0\0\0"s + "\1e\1\0\0\0\1"s); // cut short
+    put("base/transact/0004/nspamdict.lst", list + counted("a", 1) + counted("e", 1) + "\1"); // cut short
     put("base/transact/autotrain.bys",
-        "\0\0\0\0"s + waiting('f', 2) + waiting('f', 0) + waiting('g', 1) + waiting('d', 0));
-    put("base/transact/~autotrain.bys", "\0\0\0\0"s + waiting('f', 2));
-    put("base/transact/0001/dis1.tmp", "\0\0\0\0"s + waiting('h', 2));
-    put("base/transact/0002/data.bys", "\0\0\0\0"s + waiting('i', 2) + "rubbish");
+        le(0) + waiting("f", 2) + waiting("f", 0) + waiting("g", 1) + waiting("d", 0));
+    put("base/transact/~autotrain.bys", le(0) + waiting("f", 2));
+    put("base/transact/0001/dis1.tmp", le(0) + waiting("h", 2));
+    put("base/transact/0002/data.bys", le(0) + waiting("i", 2) + "rubbish");
     known_messages known(root.engine_path() + "\\");
     known.load();
     const auto text = [&](const char* id) {

@@ -1,7 +1,6 @@
 #include "memory_disk.h"
 
 #include <algorithm>
-#include <ctime>
 #include <fnmatch.h>
 #include <map>
 #include <memory>
@@ -424,15 +423,5 @@ std::string current_directory() {
 bool set_current_directory(std::string_view) {
     return fail(error::not_supported);
 }
-
-namespace posix {
-
-// Used by the clock, which stays the platform's.
-std::uint64_t to_file_time(const timespec& time) noexcept {
-    return (static_cast<std::uint64_t>(time.tv_sec) + 11'644'473'600) * 10'000'000 +
-           static_cast<std::uint64_t>(time.tv_nsec) / 100;
-}
-
-} // namespace posix
 
 } // namespace tvr::platform

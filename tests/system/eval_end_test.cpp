@@ -1,7 +1,6 @@
 // Whatever ends tvrctl eval, nothing of it is left.
 
 #include <signal.h>
-#include <unistd.h>
 
 #include "common/path.h"
 #include "platform/file.h"
@@ -14,10 +13,6 @@ namespace tvr {
 namespace {
 
 namespace fs = std::filesystem;
-
-const child_role shell("shell", [](std::string_view command) {
-    return execl("/bin/sh", "sh", "-c", std::string(command).c_str(), nullptr);
-});
 
 // What one that was killed has left the next one clears away.
 TEST(eval, leaves_nothing_however_it_ends) {

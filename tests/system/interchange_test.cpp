@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include "common/bytes.h"
 #include "dict/message_record.h"
@@ -135,10 +134,6 @@ TEST(interchange, equal_mail_gives_equal_records_bases_and_verdicts) {
     EXPECT_TRUE(scores[1].ends_with(scores[0])) << scores[1]; // Wine may say something first
 }
 
-const child_role watcher("watcher", [](std::string_view command) {
-    return execl("/bin/sh", "sh", "-c", std::string(command).c_str(), nullptr);
-});
-
 // What comes into a folder under watch is learned, and corrected while it waits.
 TEST(interchange, windows_watches_folders) {
     shared_root root;
@@ -146,7 +141,7 @@ TEST(interchange, windows_watches_folders) {
     for (const fs::path& folder : {inbox, junk, root.base()})
         fs::create_directories(folder);
     write_file(root.base().parent_path() / "tvrctl.ini", "[Training]\r\ntrain corrections=0\r\n");
-    child_process watch("watcher",
+    child_process watch("shell",
                         wine_command(root, "exec", "tvrctl",
                                      "watch '" + seen_by_wine(inbox) + "' '" + seen_by_wine(junk) + "'"));
     const auto wait_for_record = [&](std::uint32_t flags) {

@@ -4,7 +4,6 @@
 #include <fstream>
 #include <memory>
 #include <signal.h>
-#include <unistd.h>
 
 #include "common/bytes.h"
 #include "common/path.h"
@@ -18,10 +17,6 @@ namespace tvr {
 namespace {
 
 namespace fs = std::filesystem;
-
-const child_role watcher("watcher", [](std::string_view command) {
-    return execl("/bin/sh", "sh", "-c", std::string(command).c_str(), nullptr);
-});
 
 // A Maildir with a folder for spam, a plain folder for ham, and a process that watches them.
 class watch_test : public testing::Test {
@@ -48,9 +43,9 @@ protected:
 
     void start(const std::string& option = {}) {
         fs::remove(m_out);
-        m_process.emplace("watcher", "exec '" + platform::display_path(module_folder()) + "tvrctl' watch " +
-                                         m_maildir.string() + " " + m_spam.string() + " --ham " +
-                                         m_plain.string() + " " + option + " >" + m_out.string() + " 2>&1");
+        m_process.emplace("shell", "exec '" + platform::display_path(module_folder()) + "tvrctl' watch " +
+                                       m_maildir.string() + " " + m_spam.string() + " --ham " +
+                                       m_plain.string() + " " + option + " >" + m_out.string() + " 2>&1");
         wait_for_line("watching"); // what is there has been seen by then
     }
     void wait_for_line(const std::string& text) {

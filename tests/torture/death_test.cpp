@@ -295,36 +295,5 @@ TEST(engine_death, leaves_what_is_told_for_each_station) {
         }
 }
 
-// The changes of a transaction that others may rely on, in their order. What lies between is left out.
-TEST(engine_death, finds_the_changes_in_their_order) {
-    // In the folder of the transaction, t/, and that of the base, b/.
-    const std::string order =
-        "rename t/~autotrain.bys, make t/0001/, create t/0001/dis*.tmp, delete t/0001/dis*.tmp, "
-        "link t/0001/dis*.tmp, delete t/~autotrain.bys, create t/0001/prepared.txt, make t/0002/, "
-        "create t/0002/nspamdict.col, create t/0002/spamdict.col, rename t/0002/data.bys, "
-        "create t/0002/prepared.txt, delete t/0001/prepared.txt, remove t/0001/, rename b/data.0, "
-        "rename b/data.trr, make t/0003/, create t/0002/spamdict.lst, rename t/0003/spamdict.lst, "
-        "create t/0003/prepared.txt, make t/0004/, create t/0002/nspamdict.lst, "
-        "rename t/0004/nspamdict.lst, create t/0004/prepared.txt, delete t/0002/prepared.txt, "
-        "remove t/0002/, make t/0006/, delete b/nspamdict.lst, rename b/nspamdict.lst, "
-        "delete t/0004/prepared.txt, remove t/0004/, delete b/spamdict.lst, rename b/spamdict.lst, "
-        "delete t/0003/prepared.txt, remove t/0003/, create t/0006/prepared.txt, create t/0006/base.rgd, "
-        "delete b/cashe.rgd, rename b/cashe.rgd, delete t/0006/prepared.txt, remove t/0006/, "
-        "cut b/cashe.mrk, write b/cashe.mrk, ";
-    trained_base& base = the_base();
-    base.restore("waiting");
-    base.train("the transaction");
-    std::string found;
-    for (const file_change& change : shared_board().changes()) {
-        std::string text = change.what + " " + generic_name(change.path) + ", ";
-        for (const auto& [folder, letter] : {std::pair(transact_folder, "t/"), {base_folder, "b/"}})
-            if (const std::size_t at = text.find(folder); at != std::string::npos)
-                text.replace(at, folder.size(), letter);
-        if (order.starts_with(text) || order.find(", " + text) != std::string::npos)
-            found += text;
-    }
-    EXPECT_EQ(found, order);
-}
-
 } // namespace
 } // namespace tvr::torture

@@ -11,6 +11,7 @@ namespace tvr::platform {
 namespace {
 
 constexpr std::uint64_t ticks_per_second = 10'000'000;
+constexpr std::uint64_t seconds_to_1970 = 11'644'473'600;
 constexpr std::uint64_t ticks_per_day = ticks_per_second * 86'400;
 constexpr int first_year = 1601;
 constexpr int last_year = 30827;
@@ -46,6 +47,21 @@ void set_date(calendar_time& time, std::uint64_t days) {
 }
 
 } // namespace
+
+namespace posix {
+
+std::uint64_t to_file_time(const timespec& time) noexcept {
+    return (static_cast<std::uint64_t>(time.tv_sec) + seconds_to_1970) * ticks_per_second +
+           static_cast<std::uint64_t>(time.tv_nsec) / 100;
+}
+
+timespec from_file_time(std::uint64_t time) noexcept {
+    const auto seconds = static_cast<std::int64_t>(time / ticks_per_second);
+    return {static_cast<time_t>(seconds - static_cast<std::int64_t>(seconds_to_1970)),
+            static_cast<long>(time % ticks_per_second * 100)};
+}
+
+} // namespace posix
 
 std::uint64_t system_time() noexcept {
     timespec now{};

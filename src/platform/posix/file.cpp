@@ -16,13 +16,6 @@ namespace tvr::platform {
 
 namespace posix {
 
-namespace {
-
-constexpr std::uint64_t ticks_per_second = 10'000'000;
-constexpr std::uint64_t seconds_to_1970 = 11'644'473'600;
-
-} // namespace
-
 bool grow_file(int file, std::uint64_t from, std::uint64_t to) noexcept {
     if (to > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) {
         errno = EFBIG;
@@ -39,17 +32,6 @@ bool grow_file(int file, std::uint64_t from, std::uint64_t to) noexcept {
 
 bool is_read_only(unsigned mode) noexcept {
     return (mode & S_IWUSR) == 0;
-}
-
-std::uint64_t to_file_time(const timespec& time) noexcept {
-    return (static_cast<std::uint64_t>(time.tv_sec) + seconds_to_1970) * ticks_per_second +
-           static_cast<std::uint64_t>(time.tv_nsec) / 100;
-}
-
-timespec from_file_time(std::uint64_t time) noexcept {
-    const auto seconds = static_cast<std::int64_t>(time / ticks_per_second);
-    return {static_cast<time_t>(seconds - static_cast<std::int64_t>(seconds_to_1970)),
-            static_cast<long>(time % ticks_per_second * 100)};
 }
 
 } // namespace posix

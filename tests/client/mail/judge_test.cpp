@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <functional>
+#include <iconv.h>
 #include <utility>
 
+#include "client/mail/charset_names.h"
 #include "client/mail/gmime_reader.h"
 #include "client/mail/told_mail.h"
 #include "support/test.h"
@@ -79,6 +81,34 @@ TEST(judge, reads_the_same) {
         for (const auto& entry : fs::recursive_directory_iterator(folder, none))
             if (entry.is_regular_file() && entry.path().extension() != ".js")
                 compare(entry.path(), read_file(entry.path()));
+    }
+}
+
+// The C library as the judge of the tables. Two signs of a Macintosh are others, or none, there.
+TEST(judge, has_the_same_tables) {
+    std::vector<std::string> names = {"CP866", "CP874", "KOI8-R", "KOI8-U", "MACINTOSH"};
+    for (int page = 1250; page <= 1258; ++page)
+        names.push_back("CP" + std::to_string(page));
+    for (const int part : {2, 3, 4, 5, 6, 7, 8, 10, 13, 14, 15, 16})
+        names.push_back("ISO-8859-" + std::to_string(part));
+    for (const std::string& name : names) {
+        const single_byte_table* const named = find_charset(name).table; // none for the usual one
+        const auto& table =
+            named ? *named : single_byte_tables[static_cast<std::size_t>(single_byte::windows_1252)];
+        const iconv_t converter = iconv_open("UTF-16LE", name.c_str());
+        ASSERT_NE(converter, reinterpret_cast<iconv_t>(-1)) << name;
+        for (std::size_t i = 0; i < table.size(); ++i) {
+            char byte = static_cast<char>(0x80 + i), *in = &byte;
+            char16_t made = 0;
+            char* out = reinterpret_cast<char*>(&made);
+            std::size_t in_left = 1, out_left = sizeof made;
+            if (iconv(converter, &in, &in_left, &out, &out_left) != 0 ||
+                iconv(converter, nullptr, nullptr, &out, &out_left) != 0) // it may wait for an accent
+                made = 0xFFFD;
+            const bool is_other = name == "MACINTOSH" && (i == 0x46 || i == 0x70);
+            EXPECT_EQ(table.at(i) == made, !is_other) << name << " " << 0x80 + i;
+        }
+        iconv_close(converter);
     }
 }
 

@@ -17,6 +17,11 @@ std::string variable(const char* name, std::string_view value) {
     return std::string(name).append("=").append(value);
 }
 
+// Runs a line of a shell.
+const child_role shell("shell", [](std::string_view line) {
+    return execl("/bin/sh", "sh", "-c", std::string(line).c_str(), nullptr);
+});
+
 } // namespace
 
 child_process::child_process(std::string_view role, std::string_view argument) {
