@@ -20,7 +20,7 @@ function(tvr_library)
 endfunction()
 
 # tvr_test(NAME name [ONE_BY_ONE] SOURCES files... [DEPS targets...]): one GoogleTest program, each of its tests known
-# to CTest by its own name.
+# to CTest by its own name, with the label TVR_LABEL.
 function(tvr_test)
     cmake_parse_arguments(arg "ONE_BY_ONE" "NAME" "SOURCES;DEPS" ${ARGN})
     add_executable(${arg_NAME}_test ${arg_SOURCES})
@@ -35,7 +35,7 @@ function(tvr_test)
         if(arg_ONE_BY_ONE)
             set(lock RESOURCE_LOCK ${arg_NAME})
         endif()
-        gtest_discover_tests(${arg_NAME}_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 ${lock})
+        gtest_discover_tests(${arg_NAME}_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${TVR_LABEL}" ${lock})
     endif()
 endfunction()
 

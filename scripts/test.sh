@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds a preset (release unless one is named) and runs its tests.
+#   scripts/test.sh [PRESET [OPTION...]]    options of ctest
 set -euo pipefail
 cd "$(dirname "$0")/.."
 preset=${1:-release}
@@ -7,5 +8,4 @@ preset=${1:-release}
 scripts/install-deps.sh
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset"
-# The tests start hundreds of real processes: one that fails is run once more, and both runs are shown.
-ctest --preset "$preset" --parallel "$(nproc)" --repeat until-pass:2
+scripts/run-ctest.sh "$preset" "${@:2}"
