@@ -299,8 +299,8 @@ private:
     // By the published base; without one nothing is known of any token.
     int judge(const std::vector<std::size_t>& places) {
         published_base base;
-        if (base.is_there() && !base.load())
-            return fail(base.error());
+        if (const std::string why = base.is_there() ? base.load() : std::string(); !why.empty())
+            return fail(why);
         const mail_scorer scorer = base.scorer(rule_of(m_options.rule));
         if (!base.remark().empty())
             fail(base.remark());
@@ -430,17 +430,13 @@ void add_eval(CLI::App& program, int& code) {
         ->check(CLI::Range(1, 1000000))
         ->capture_default_str()
         ->needs(stream);
-    command->add_option("--rule", options->rule, "How the grades are combined")
-        ->check(CLI::IsMember({"kinds", "graham", "robinson", "fisher"}))
-        ->capture_default_str();
+    add_rule(*command, options->rule);
     command->add_option("--report", options->report, "Write a page of HTML with plots")->type_name("FILE");
     command
         ->add_option("--scores", options->scores,
                      "Write the score of each message as CSV: index, time, spam, score, path")
         ->type_name("FILE");
-    command->add_option("--threads", options->threads, "Threads that read mail; 0 is one for each processor")
-        ->check(CLI::Range(0, 64))
-        ->capture_default_str();
+    add_threads(*command, options->threads);
     command->add_flag("-q,--quiet", options->quiet, "Show no progress");
     command->footer(
         "The user's own training is neither used nor touched; the thresholds are the user's.\n"

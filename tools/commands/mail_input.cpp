@@ -86,6 +86,18 @@ private:
 
 } // namespace
 
+void add_threads(CLI::App& command, unsigned& threads) {
+    command.add_option("--threads", threads, "Threads that read mail; 0 is one for each processor")
+        ->check(CLI::Range(0, 64))
+        ->capture_default_str();
+}
+
+void add_rule(CLI::App& command, std::string& rule) {
+    command.add_option("--rule", rule, "How the grades are combined")
+        ->check(CLI::IsMember({"kinds", "graham", "robinson", "fisher"}))
+        ->capture_default_str();
+}
+
 ipc_status take_mail(const train_options& options, training_client& client, training_sum& sum) {
     const mail_paths paths = {.spam = options.spam, .ham = options.ham, .recursive = options.recursive};
     if (std::string why = learning_conflict(paths); !why.empty())

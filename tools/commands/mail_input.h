@@ -17,6 +17,10 @@ void add_tokenize(CLI::App& program, int& code);
 void add_watch(CLI::App& program, int& code);
 void add_host(CLI::App& program, int& code);
 
+// Options of several commands: --threads, --rule.
+void add_threads(CLI::App& command, unsigned& threads);
+void add_rule(CLI::App& command, std::string& rule);
+
 // Serves an add-on on the standard streams. Answers the exit code.
 int run_host();
 

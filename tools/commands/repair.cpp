@@ -4,7 +4,6 @@
 #include <iostream>
 #include <memory>
 
-#include "client/user_folder.h"
 #include "common/file_names.h"
 #include "dict/dictbase.h"
 #include "platform/file.h"
@@ -64,11 +63,9 @@ std::string run_steps(repair_folder& folder) {
 }
 
 int repair(const repair_options& options) {
-    const auto [working, error] = make_user_folder();
-    if (working.empty())
-        return fail(error);
+    std::string working;
     engine_pause pause;
-    if (const std::string why = pause.begin(); !why.empty())
+    if (const std::string why = pause.begin(working); !why.empty())
         return fail(why);
     repair_folder folder(working);
     std::cout << "Before:\n";

@@ -194,9 +194,10 @@ int score_all(const mail_scorer& scorer, const score_options& options) {
 int score(const score_options& options) {
     platform::only_look();
     published_base base;
-    const bool loaded = base.load();
+    const std::string why = base.load();
+    const bool loaded = why.empty();
     if (!loaded)
-        fail(base.error());
+        fail(why);
     if (!base.remark().empty())
         std::fprintf(stderr, "tvrctl: %s\n", base.remark().c_str());
     const mail_scorer scorer = base.scorer(rule_of(options.rule), options.threshold);
@@ -220,9 +221,7 @@ void add_score(CLI::App& program, int& code) {
         ->excludes(json);
     command->add_flag("-e,--exit-zero", options->exit_zero, "Exit with 0 whatever the verdict is");
     command->add_flag("-v,--verbose", options->verbose, "Name everything that is skipped");
-    command->add_option("--rule", options->rule, "How the grades are combined")
-        ->check(CLI::IsMember({"kinds", "graham", "robinson", "fisher"}))
-        ->capture_default_str();
+    add_rule(*command, options->rule);
     command
         ->add_option("--threshold", options->threshold,
                      "Call spam what has at least this score, in place of the threshold that is set")

@@ -96,9 +96,7 @@ void add_tokenize(CLI::App& program, int& code) {
         ->capture_default_str();
     command->add_flag("-q,--quiet", options->quiet, "Show no progress");
     command->add_flag("-v,--verbose", options->verbose, "Name everything that is skipped");
-    command->add_option("--threads", options->threads, "Threads that read mail; 0 is one for each processor")
-        ->check(CLI::Range(0, 64))
-        ->capture_default_str();
+    add_threads(*command, options->threads);
     command->footer("One of --spam and --ham is needed. Folders are read as by \"tvrctl train\".\n\n"
                     "Exit code 0: written; 1: there was no mail; 2: wrong usage; 3: a path that was named "
                     "can't be read, or\n"

@@ -37,8 +37,8 @@ public:
         : m_options(options), m_client(client), m_view(client.working_directory()),
           m_stamp_before(stamp_before) {}
 
-    // False with the reason in `why`.
-    bool wait(std::string& why) {
+    // The reason of a failure, or an empty text.
+    std::string wait() {
         const auto start = clock::now();
         auto last_seen = start;
         auto idle_since = start;
@@ -52,28 +52,18 @@ public:
             if (!is_idle())
                 idle_since = now;
             else if (m_view.stamp() != m_stamp_before || now - idle_since > no_change)
-                return true;
+                return {};
             // The engine doesn't begin, but waits for room.
-            if (!m_taken && !m_view.stage()) {
-                why = m_view.room_fault();
-                if (!why.empty()) {
-                    why += "; the messages wait in the cache";
-                    return false;
-                }
-            }
-            if (platform::folder_watch::stop_requested()) {
-                why = "stopped; the training goes on in the background";
-                return false;
-            }
-            if (now - last_seen > absence) {
-                why = "the engine has gone";
-                return false;
-            }
+            if (!m_taken && !m_view.stage())
+                if (const std::string fault = m_view.room_fault(); !fault.empty())
+                    return fault + "; the messages wait in the cache";
+            if (platform::folder_watch::stop_requested())
+                return "stopped; the training goes on in the background";
+            if (now - last_seen > absence)
+                return "the engine has gone";
             const unsigned timeout = m_options.timeout.value_or(default_timeout);
-            if (now - start > std::chrono::seconds(timeout)) {
-                why = "the engine isn't through after " + std::to_string(timeout) + " s";
-                return false;
-            }
+            if (now - start > std::chrono::seconds(timeout))
+                return "the engine isn't through after " + std::to_string(timeout) + " s";
             // One that died is started again; the event is still raised or the pipeline resumes by itself.
             if (now - last_seen > restart_pause && m_restarts < most_restarts) {
                 ++m_restarts;
@@ -227,8 +217,7 @@ int train(const train_options& options) {
         return fail(status.text + "; the messages wait in the cache");
     if (options.wait) {
         engine_watch watch(options, client, stamp_before);
-        std::string why;
-        if (!watch.wait(why))
+        if (const std::string why = watch.wait(); !why.empty())
             return fail(why + "; \"tvrctl status\" tells more");
         if (options.silent)
             return view.base_fault().empty() ? code : exit_code::failed;
@@ -264,9 +253,7 @@ void add_train(CLI::App& program, int& code) {
         ->excludes("--records");
     command->add_flag("-q,--quiet", options->quiet, "Show no progress");
     command->add_flag("-v,--verbose", options->verbose, "Name everything that is skipped");
-    command->add_option("--threads", options->threads, "Threads that read mail; 0 is one for each processor")
-        ->check(CLI::Range(0, 64))
-        ->capture_default_str();
+    add_threads(*command, options->threads);
     command
         ->add_option(
             "--timeout", options->timeout,

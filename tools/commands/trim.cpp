@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <memory>
 
-#include "client/user_folder.h"
 #include "common/file_names.h"
 #include "common/files.h"
 #include "platform/process.h"
@@ -46,11 +45,9 @@ void print(const id_trim& trim, bool dry) {
 }
 
 int trim(bool dry) {
-    const auto [working, error] = make_user_folder();
-    if (working.empty())
-        return fail(error);
+    std::string working;
     engine_pause pause;
-    if (const std::string why = pause.begin(); !why.empty())
+    if (const std::string why = pause.begin(working); !why.empty())
         return fail(why);
     const stage_state stages(working);
     for (unsigned stage = 1; stage <= stage_state::stages; ++stage)

@@ -58,7 +58,8 @@ void host_engine::refresh() {
     if (m_base && stamp == m_stamp)
         return;
     auto fresh = std::make_unique<published_base>();
-    if (fresh->load()) {
+    std::string why = fresh->load();
+    if (why.empty()) {
         m_base = std::move(fresh);
         m_stamp = stamp;
         return;
@@ -67,7 +68,7 @@ void host_engine::refresh() {
     if (is_gone)
         m_base.reset();
     if (!m_base)
-        throw host_refusal{is_gone ? "no_base" : "busy", fresh->error()};
+        throw host_refusal{is_gone ? "no_base" : "busy", std::move(why)};
 }
 
 message_score host_engine::grade(std::string_view raw, bool explain) {

@@ -42,29 +42,25 @@ std::optional<std::string> changed_line(std::string_view line, std::string_view 
 
 } // namespace
 
-std::optional<std::string> read_setting_file(const std::string& path, std::string& why) {
+std::string read_setting_file(const std::string& path, std::string& text) {
+    text.clear();
     const std::string shown = platform::display_path(path);
     file_stream file;
     if (!file.open_to_read(path)) {
         const std::uint32_t code = platform::last_error();
         if (code == platform::error::file_not_found || code == platform::error::path_not_found)
-            return std::string();
-        why = shown + ": can't be read (error " + std::to_string(code) + ")";
-        return std::nullopt;
+            return {};
+        return shown + ": can't be read (error " + std::to_string(code) + ")";
     }
     const std::uint64_t size = file.size().value_or(0);
-    if (size > largest_setting_file) {
-        why = shown + ": larger than 1 MiB; the engine doesn't read it";
-        return std::nullopt;
-    }
-    std::string text(static_cast<std::size_t>(size), '\0');
+    if (size > largest_setting_file)
+        return shown + ": larger than 1 MiB; the engine doesn't read it";
+    text.resize(static_cast<std::size_t>(size));
     std::size_t got = 0;
-    if (!file.read(text.data(), text.size(), got)) {
-        why = shown + ": can't be read";
-        return std::nullopt;
-    }
+    if (!file.read(text.data(), text.size(), got))
+        return shown + ": can't be read";
     text.resize(got);
-    return text;
+    return {};
 }
 
 std::string write_setting_file(const std::string& path, const std::string& text) {

@@ -167,23 +167,22 @@ std::string setting_list::set(const setting_view& setting, std::string_view valu
     const std::string name = "\"" + std::string(setting.facts->key) + "\"";
     if (!setting.obstacle.empty())
         return name + " can't be set: " + setting.obstacle;
-    std::string why;
-    const auto checked = checked_value(setting, value, why);
-    if (!checked)
+    std::string checked;
+    if (const std::string why = check_value(setting, value, checked); !why.empty())
         return name + " " + why;
     if (setting.group == setting_group::schedule) {
         const auto index = static_cast<schedule_value>(setting.facts - schedule_facts.data());
-        const auto number = static_cast<std::uint32_t>(number_of(*checked, false).value_or(0));
+        const auto number = static_cast<std::uint32_t>(number_of(checked, false).value_or(0));
         return training_schedule::set(m_working, index, number) ? std::string()
                                                                 : setting.file + ": can't be written";
     }
     if (setting.group == setting_group::verdict) {
-        const auto allowed = static_cast<std::uint32_t>(number_of(*checked, false).value_or(0));
+        const auto allowed = static_cast<std::uint32_t>(number_of(checked, false).value_or(0));
         return false_positives::set(m_working, allowed) ? std::string() : setting.file + ": can't be written";
     }
     if (setting.group == setting_group::common) {
         const auto index = static_cast<common_value>(setting.facts - common_facts.data());
-        const auto number = static_cast<std::uint32_t>(number_of(*checked, false).value_or(0));
+        const auto number = static_cast<std::uint32_t>(number_of(checked, false).value_or(0));
         const auto spam =
             static_cast<std::uint32_t>(common_settings::get_value(common_value::spam_threshold));
         const auto unsure =
@@ -202,10 +201,10 @@ std::string setting_list::set(const setting_view& setting, std::string_view valu
     const std::string path = basic ? m_working + names::settings_seed : m_root + names::advanced_settings;
     // A new file in the working directory hides the one in the root, and so begins with its lines.
     const std::string source = basic && !m_seed.empty() && !file_exists(path) ? m_seed : path;
-    const auto text = read_setting_file(source, why);
-    if (!text)
+    std::string text;
+    if (std::string why = read_setting_file(source, text); !why.empty())
         return why;
-    const auto changed = with_setting(*text, setting.facts->key, *checked);
+    const auto changed = with_setting(text, setting.facts->key, checked);
     if (!changed)
         return name + " can't have this value: a settings file holds no line ends and quotes, and no blanks "
                       "in front";
@@ -231,26 +230,29 @@ std::string limits_text(const setting_view& setting) {
     return setting.facts->key == table_key ? "96 characters, or empty" : "a text";
 }
 
-std::optional<std::string> checked_value(const setting_view& setting, std::string_view value,
-                                         std::string& why) {
+std::string check_value(const setting_view& setting, std::string_view value, std::string& checked) {
+    checked.clear();
     if (setting.type == field_type::flag) {
         for (const std::string_view yes : {"1", "on", "yes", "true"})
             if (value == yes)
-                return "1";
+                checked = "1";
         for (const std::string_view no : {"0", "off", "no", "false"})
             if (value == no)
-                return "0";
+                checked = "0";
+        if (!checked.empty())
+            return {};
     } else if (is_quantity(setting.type)) {
         const auto number = number_of(value, setting.type == field_type::real);
+        checked = value;
         if (number && *number >= setting.facts->least && *number <= setting.facts->most)
-            return std::string(value);
+            return {};
     } else if (setting.facts->key != table_key || value.empty() || value.size() == table_size) {
-        return std::string(value);
+        checked = value;
+        return {};
     }
     const bool whole = is_quantity(setting.type) && setting.type != field_type::real;
-    why = "takes " + limits_text(setting) + (whole ? " in whole numbers" : "") + ", not \"" +
-          std::string(value) + "\"";
-    return std::nullopt;
+    return "takes " + limits_text(setting) + (whole ? " in whole numbers" : "") + ", not \"" +
+           std::string(value) + "\"";
 }
 
 std::string register_root(std::string_view folder) {

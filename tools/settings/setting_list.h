@@ -49,10 +49,10 @@ private:
 };
 
 [[nodiscard]] std::string limits_text(const setting_view& setting);
-// The value as the files hold it: flags as 0 or 1. Nothing, with the reason in `why`, if the setting doesn't
-// take it.
-[[nodiscard]] std::optional<std::string> checked_value(const setting_view& setting, std::string_view value,
-                                                       std::string& why);
+// `checked` is the value as the files hold it: flags as 0 or 1. The reason if the setting doesn't take it, or
+// an empty text.
+[[nodiscard]] std::string check_value(const setting_view& setting, std::string_view value,
+                                      std::string& checked);
 // Makes `folder` the installation root. The reason of a failure, or an empty text.
 [[nodiscard]] std::string register_root(std::string_view folder);
 

@@ -1,5 +1,8 @@
 #include "tools/state/engine_pause.h"
 
+#include <utility>
+
+#include "client/user_folder.h"
 #include "platform/process.h"
 #include "signal/identity.h"
 #include "tools/state/engine_view.h"
@@ -24,6 +27,12 @@ std::string engine_pause::begin() {
     if (last != 0 && last != platform::current_process_id() && !engine_view::wait_for_end(last))
         return "process " + std::to_string(last) + ", which was the engine, doesn't end";
     return {};
+}
+
+std::string engine_pause::begin(std::string& working) {
+    user_folder folder = make_user_folder();
+    working = std::move(folder.path);
+    return working.empty() ? folder.error : begin();
 }
 
 } // namespace tvr

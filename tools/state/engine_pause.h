@@ -14,6 +14,8 @@ public:
     // The reason of a failure, or an empty text: an engine runs, or one that was told to stop doesn't end,
     // or too few files can be open at a time.
     std::string begin();
+    // The same for the folder of the user, which is found or made: `working`, with a trailing backslash.
+    std::string begin(std::string& working);
 
 private:
     platform::presence m_presence;

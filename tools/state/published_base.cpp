@@ -13,30 +13,25 @@ bool published_base::is_there() {
     return !working.empty() && platform::get_attributes(engine_view(working).base_path()).has_value();
 }
 
-bool published_base::load() {
+std::string published_base::load() {
     const auto [working, error] = find_user_folder();
-    m_error = error;
     if (working.empty())
-        return false;
+        return error;
     const engine_view view(working);
     const std::string shown = platform::display_path(view.base_path());
-    if (!platform::get_attributes(view.base_path())) {
-        m_error =
-            shown + (view.stage()
-                         ? ": none is published now; \"tvrctl start\" starts the engine, which makes it anew"
-                         : ": no base is published yet; train some spam and some ham first");
-        return false;
-    }
-    m_error = view.base_fault();
-    if (m_error.empty() && !m_base.load(view.base_path()))
-        m_error = "can't be read";
-    if (m_error.empty()) {
-        load_learned(verdict_path(working));
-        return true;
-    }
-    m_error = shown + ": " + m_error +
-              "; \"tvrctl verify\" tells more, \"tvrctl stop; tvrctl repair; tvrctl start\" makes it anew";
-    return false;
+    if (!platform::get_attributes(view.base_path()))
+        return shown +
+               (view.stage()
+                    ? ": none is published now; \"tvrctl start\" starts the engine, which makes it anew"
+                    : ": no base is published yet; train some spam and some ham first");
+    std::string fault = view.base_fault();
+    if (fault.empty() && !m_base.load(view.base_path()))
+        fault = "can't be read";
+    if (!fault.empty())
+        return shown + ": " + fault +
+               "; \"tvrctl verify\" tells more, \"tvrctl stop; tvrctl repair; tvrctl start\" makes it anew";
+    load_learned(verdict_path(working));
+    return {};
 }
 
 void published_base::load_learned(const std::string& path) {

@@ -14,9 +14,8 @@ namespace tvr {
 class published_base {
 public:
     [[nodiscard]] static bool is_there(); // that is, one has been published
-    // False with the reason in error().
-    bool load();
-    [[nodiscard]] const std::string& error() const noexcept { return m_error; }
+    // The reason of a failure, or an empty text.
+    [[nodiscard]] std::string load();
     // What is wrong with what was learned from the user's mail, in one line: the built-in weights stand in
     // for it. Empty if nothing is.
     [[nodiscard]] const std::string& remark() const noexcept { return m_remark; }
@@ -30,7 +29,6 @@ private:
 
     mutable hashreg m_base;
     std::shared_ptr<const verdict_state> m_learned;
-    std::string m_error;
     std::string m_remark;
 };
 
