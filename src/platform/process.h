@@ -43,6 +43,8 @@ private:
 bool process_exists(std::uint32_t process_id);
 // The most memory that a process has had in use since its start (bytes); nothing if that can't be told.
 std::optional<std::uint64_t> peak_memory(std::uint32_t process_id);
+// When a process began: 100 ns units since 1601-01-01 UTC; nothing if that can't be told.
+std::optional<std::uint64_t> process_start(std::uint32_t process_id);
 // Ends this process at once: no destructors, no exit routines.
 [[noreturn]] void exit_process(std::int32_t exit_code) noexcept;
 

@@ -221,11 +221,14 @@ TEST_F(commands, control_the_engine) {
     EXPECT_NE(process, 0U);
     expect("start", 0, "runs already, as process " + std::to_string(process));
     root.append(1, 10);
+    expect("stop --if-idle 0", 1, "10 messages wait");
     tvrctl("force", 0);
     root.wait_until_trained();
+    expect("stop --if-idle 5", 1, "within the last 5 minutes");
     tvrctl("purge --yes", 0);
     root.wait_for_purge();
-    tvrctl("stop", 0);
+    EXPECT_EQ(engine_root::process(), process);
+    tvrctl("stop --if-idle 0", 0);
     EXPECT_EQ(engine_root::process(), 0U);
     tvrctl("stop", 0);
 

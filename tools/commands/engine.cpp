@@ -2,10 +2,13 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 #include "client/tvr_ipc.h"
 #include "client/user_folder.h"
 #include "common/file_names.h"
+#include "dict/dictbase.h"
+#include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/presence.h"
@@ -14,6 +17,7 @@
 #include "signal/identity.h"
 #include "tools/command.h"
 #include "tools/state/engine_view.h"
+#include "tools/state/waiting_mail.h"
 
 namespace tvr {
 
@@ -87,17 +91,57 @@ int purge(bool yes) {
     return code;
 }
 
+int doesnt_run() {
+    std::printf("The engine doesn't run.\n");
+    return exit_code::done;
+}
+
+// Why the engine isn't idle, or hasn't been for so long; or an empty text.
+std::string busy_reason(const engine_view& view, std::uint32_t process, unsigned minutes) {
+    if (std::string work = view.work_left(); !work.empty())
+        return work;
+    constexpr std::uint64_t minute = 600'000'000; // of 100 ns
+    return view.last_busy(process) + minutes * minute > platform::system_time()
+               ? "it was busy within the last " + std::to_string(minutes) + " minutes"
+               : std::string();
+}
+
 int stop() {
     const std::uint32_t process = engine_view::process_id();
-    if (process == 0) {
-        std::printf("The engine doesn't run.\n");
-        return exit_code::done;
-    }
+    if (process == 0)
+        return doesnt_run();
     platform::close_presence(server_class, server_title);
     if (!engine_view::wait_for_end(process))
         return fail("the engine was told to stop, but process " + std::to_string(process) + " doesn't end");
     std::printf("The engine has stopped. A training under way goes on at the next start.\n");
     return exit_code::done;
+}
+
+// Whoever appends at that moment waits for the lock, finds no engine, and starts it.
+int stop_if_idle(unsigned minutes) {
+    const std::uint32_t process = engine_view::process_id();
+    if (process == 0)
+        return doesnt_run();
+    training_client client; // holds what is raised meanwhile
+    if (!client.status())
+        return fail(client.status().text);
+    const engine_view view(client.working_directory());
+    std::string why = busy_reason(view, process, minutes);
+    file_lock lock;
+    if (why.empty()) {
+        if (why = take_lock(lock, client.working_directory() + names::transact_path); !why.empty())
+            return fail(why);
+        why = busy_reason(view, process, minutes);
+    }
+    if (!why.empty()) {
+        std::printf("The engine goes on: %s.\n", why.c_str());
+        return exit_code::nothing_taken;
+    }
+    const int code = stop();
+    lock.release();
+    if (client.is_pending(engine_event::reset))
+        client.raise(engine_event::reset);
+    return code;
 }
 
 } // namespace
@@ -106,9 +150,18 @@ void add_engine_commands(CLI::App& program, int& code) {
     program.add_subcommand("start", "Start the engine")
         ->footer("Example:\n  tvrctl start")
         ->callback([&code] { code = start(); });
-    program.add_subcommand("stop", "Stop the engine")->footer("Example:\n  tvrctl stop")->callback([&code] {
-        code = stop();
-    });
+    auto idle = std::make_shared<std::optional<unsigned>>();
+    CLI::App* stopping = program.add_subcommand("stop", "Stop the engine");
+    stopping->add_option("--if-idle", *idle, "Only if nothing waits, and it has done nothing for so long")
+        ->type_name("MINUTES")
+        ->check(CLI::Range(0, 525'600));
+    stopping->footer(
+        "With --if-idle no message is lost or forgotten: what another program hands over at that moment "
+        "is\nlearned, by an engine that it starts again.\n\n"
+        "Exit code 0: the engine doesn't run any more; 1: it isn't idle, and goes on; 2: wrong "
+        "arguments;\n3: an error.\n\n"
+        "Examples:\n  tvrctl stop\n  tvrctl stop --if-idle 30");
+    stopping->callback([idle, &code] { code = *idle ? stop_if_idle(**idle) : stop(); });
     program.add_subcommand("force", "Train on the waiting messages now")
         ->footer("Example:\n  tvrctl force")
         ->callback(

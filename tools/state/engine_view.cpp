@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <ranges>
 #include <span>
 #include <utility>
 
@@ -18,7 +19,7 @@
 #include "platform/presence.h"
 #include "platform/process.h"
 #include "signal/identity.h"
-#include "stage/temp_folder.h"
+#include "tools/text.h"
 #include "transact/training_room.h"
 
 namespace tvr {
@@ -27,6 +28,19 @@ namespace {
 
 constexpr std::uint32_t end_patience = 30000; // milliseconds
 constexpr std::uint32_t poll_pause = 10;
+
+struct stage_text {
+    const char* folder;
+    const char* text;
+};
+constexpr std::array<stage_text, 5> stages = {{
+    {"0001", "sorting the messages"},
+    {"0002", "adding the spam"},
+    {"0003", "adding the good messages"},
+    {"0004", "publishing the dictionaries"},
+    {"0006", "generating the base"},
+}};
+constexpr const char* taking = "taking the messages"; // before the first
 
 // The start of a file, as far as it goes.
 template <std::size_t size>
@@ -88,19 +102,48 @@ bool engine_view::snapshot_exists() const {
     return exists(m_transact + names::snapshot);
 }
 
+bool engine_view::has_marker(const char* folder) const {
+    return exists(join_path(m_transact + folder, names::stage_marker));
+}
+
 const char* engine_view::stage() const {
-    // From the last marker to the first: the newest one counts.
-    constexpr std::array<std::pair<const char*, const char*>, 5> stages = {{
-        {"0006", "generating the base"},
-        {"0004", "publishing the dictionaries"},
-        {"0003", "adding the good messages"},
-        {"0002", "adding the spam"},
-        {"0001", "sorting the messages"},
-    }};
-    for (const auto& [folder, text] : stages)
-        if (exists(join_path(m_transact + folder, names::stage_marker)))
+    // The newest marker counts.
+    for (const auto& [folder, text] : std::views::reverse(stages))
+        if (has_marker(folder))
             return text;
-    return snapshot_exists() ? "taking the messages" : nullptr;
+    return snapshot_exists() ? taking : nullptr;
+}
+
+std::string engine_view::work_left() const {
+    if (const std::uint64_t count = waiting())
+        return grouped(count) + (count == 1 ? " message waits" : " messages wait");
+    const std::string prefix = "a training is under way: ";
+    // In the order in which messages go through, so that none gets past the look.
+    if (snapshot_exists())
+        return prefix + taking;
+    const std::string entered = m_transact + stages.front().folder + "\\";
+    platform::directory_search search;
+    platform::directory_entry entry;
+    for (bool more = search.first(entered + names::entered_prefix + "*", entry); more;
+         more = search.next(entry))
+        if (platform::size_on_disk(entered + entry.name).value_or(0) != 0)
+            return prefix + taking;
+    for (const auto& [folder, text] : stages)
+        if (has_marker(folder))
+            return prefix + text;
+    return {};
+}
+
+std::uint64_t engine_view::last_busy(std::uint32_t process) const {
+    std::uint64_t last = std::max(platform::process_start(process).value_or(0), stamp());
+    // The base is there a moment before its stamp.
+    for (const std::string& path : {base_path(), m_transact + names::cache}) {
+        platform::file file;
+        if (file.open(path, platform::access::none, platform::share::read_write,
+                      platform::creation::open_existing))
+            last = std::max(last, file.last_write_time().value_or(0));
+    }
+    return last;
 }
 
 half_view engine_view::half(const std::string& name) const {

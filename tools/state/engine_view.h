@@ -48,6 +48,12 @@ public:
     [[nodiscard]] bool snapshot_exists() const;     // messages taken, but not yet in a stage
     // What a transaction does next, in words, or null if none is under way.
     [[nodiscard]] const char* stage() const;
+    // What the engine still has to do, for a person; empty if nothing waits and no training is under way.
+    // Exact while the caller holds the cache's lock.
+    [[nodiscard]] std::string work_left() const;
+    // When the engine, this process, was last seen busy: 100 ns units since 1601. It has begun, published a
+    // base, or something in the cache was changed.
+    [[nodiscard]] std::uint64_t last_busy(std::uint32_t process) const;
 
     [[nodiscard]] half_view half(const std::string& name) const; // "spamdict" or "nspamdict"
     [[nodiscard]] std::optional<base_view> base() const;
@@ -61,6 +67,8 @@ public:
     [[nodiscard]] const std::string& working_directory() const noexcept { return m_working; }
 
 private:
+    [[nodiscard]] bool has_marker(const char* folder) const; // of a stage
+
     std::string m_working;
     std::string m_base;
     std::string m_transact;

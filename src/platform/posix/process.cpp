@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <fstream>
@@ -24,6 +25,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/posix/descriptor.h"
@@ -221,6 +223,26 @@ std::optional<std::uint64_t> peak_memory(std::uint32_t process_id) {
         if (line.starts_with(name))
             return std::strtoull(line.c_str() + name.size(), nullptr, 10) * 1024;
     return std::nullopt;
+}
+
+std::optional<std::uint64_t> process_start(std::uint32_t process_id) {
+    std::ifstream facts("/proc/" + std::to_string(process_id) + "/stat");
+    constexpr std::uint64_t units = 10'000'000; // a second
+    constexpr int before = 19;                  // fields between the name, in brackets, and the one wanted
+    std::string line;
+    std::getline(facts, line);
+    std::istringstream fields(line.substr(std::min(line.rfind(')') + 1, line.size())));
+    std::string field;
+    for (int i = 0; i < before; ++i)
+        fields >> field;
+    std::uint64_t ticks = 0; // since the system's start
+    timespec now{};
+    if (!(fields >> ticks) || clock_gettime(CLOCK_BOOTTIME, &now) != 0)
+        return std::nullopt;
+    const std::uint64_t running =
+        static_cast<std::uint64_t>(now.tv_sec) * units + static_cast<std::uint64_t>(now.tv_nsec) / 100;
+    const std::uint64_t begun = ticks * units / static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK));
+    return system_time() - (running - std::min(begun, running));
 }
 
 void exit_process(std::int32_t exit_code) noexcept {
