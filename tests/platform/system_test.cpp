@@ -321,6 +321,9 @@ TEST(process_test, others_end_on_demand) {
     const std::uint32_t id = child.id();
     ASSERT_TRUE(ready.wait(patience));
     EXPECT_TRUE(process_exists(id) && process_exists(current_process_id()));
+    EXPECT_LE(process_start(current_process_id()).value(), process_start(id).value());
+    EXPECT_LE(process_start(id).value(), system_time());
+    EXPECT_EQ(to_calendar(process_start(id).value()).year, to_calendar(system_time()).year);
     EXPECT_TRUE(terminate_process(id, -1));
     // It is gone even while nobody has asked for its exit code.
     for (int tries = 0; process_exists(id) && tries < 10'000; ++tries)
@@ -329,6 +332,7 @@ TEST(process_test, others_end_on_demand) {
     child.join();
     EXPECT_FALSE(process_exists(id));
     for (const std::uint32_t nobody : {id, 0U, 0xFFFFFFFFU}) {
+        EXPECT_FALSE(process_start(nobody));
         EXPECT_FALSE(terminate_process(nobody, -1));
         EXPECT_EQ(last_error(), error::invalid_parameter);
     }

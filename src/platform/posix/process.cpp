@@ -94,6 +94,15 @@ std::string find_own_module() {
 
 const std::string own_module = find_own_module();
 
+// What the system tells of a process, from its state on, which is field 3.
+std::istringstream facts_of(std::uint32_t process_id) {
+    std::ifstream facts("/proc/" + std::to_string(process_id) + "/stat");
+    std::string line;
+    std::getline(facts, line);
+    const std::size_t name_end = line.rfind(')'); // a name may hold brackets and blanks
+    return std::istringstream(name_end == std::string::npos ? std::string() : line.substr(name_end + 1));
+}
+
 bool send_signal(std::intptr_t process, int number) {
     return syscall(SYS_pidfd_send_signal, process, number, nullptr, 0) == 0;
 }
@@ -199,11 +208,7 @@ bool process_exists(std::uint32_t process_id) {
     if (pid <= 0 || (kill(pid, 0) != 0 && errno != EPERM))
         return false;
     // One that has ended to its last thread, but whose parent hasn't looked, is no process any more.
-    std::ifstream facts("/proc/" + std::to_string(pid) + "/stat");
-    std::string line;
-    std::getline(facts, line);
-    const std::size_t name_end = line.rfind(')');
-    std::istringstream fields(name_end == std::string::npos ? std::string() : line.substr(name_end + 1));
+    std::istringstream fields = facts_of(process_id);
     std::string state;
     fields >> state;
     long number = 0;
@@ -226,22 +231,18 @@ std::optional<std::uint64_t> peak_memory(std::uint32_t process_id) {
 }
 
 std::optional<std::uint64_t> process_start(std::uint32_t process_id) {
-    std::ifstream facts("/proc/" + std::to_string(process_id) + "/stat");
     constexpr std::uint64_t units = 10'000'000; // a second
-    constexpr int before = 19;                  // fields between the name, in brackets, and the one wanted
-    std::string line;
-    std::getline(facts, line);
-    std::istringstream fields(line.substr(std::min(line.rfind(')') + 1, line.size())));
-    std::string field;
-    for (int i = 0; i < before; ++i)
-        fields >> field;
-    std::uint64_t ticks = 0; // since the system's start
+    std::istringstream fields = facts_of(process_id);
+    std::string other;
+    for (int field = 3; field < 22; ++field)
+        fields >> other;
+    std::uint64_t begun = 0; // ticks since the system's start
     timespec now{};
-    if (!(fields >> ticks) || clock_gettime(CLOCK_BOOTTIME, &now) != 0)
+    if (!(fields >> begun) || clock_gettime(CLOCK_BOOTTIME, &now) != 0)
         return std::nullopt;
+    begun = begun * units / static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK));
     const std::uint64_t running =
         static_cast<std::uint64_t>(now.tv_sec) * units + static_cast<std::uint64_t>(now.tv_nsec) / 100;
-    const std::uint64_t begun = ticks * units / static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK));
     return system_time() - (running - std::min(begun, running));
 }
 
