@@ -57,7 +57,7 @@ state() {
         grep ^VmPTE: "/proc/$process/status"
         grep -h ^voluntary_ctxt_switches: "/proc/$process"/task/*/status
     done | awk '/^Pss:/ { pss += $2 } /^VmPTE/ { pages += $2 } /^[0-9]+ [0-9]+ [0-9]+$/ { time += $1 / 1e6 }
-        /^voluntary/ { sleeps += $2 } END { print pss, pages, time, sleeps }'
+        /^voluntary/ { sleeps += $2 } END { print pss + 0, pages + 0, time + 0, sleeps + 0 }'
 }
 row() { printf '%-52s %s\n' "$@"; }
 watch_idle() { # TITLE
@@ -72,12 +72,20 @@ watch_idle() { # TITLE
         printf "  %-50s %.1f ms\n", "processor time of one engine in an hour", ($7 - $3) / $9 / seconds * 3600
         printf "  %-50s %.1f\n", "wake-ups of one engine in a minute", ($8 - $4) / $9 / seconds * 60 }'
 }
-now() { date +%s%N; }
 timed() { # TITLE COMMAND...
-    local start
-    start=$(now)
+    local start end before after
+    read -r -a before < <(state)
+    times >"$work/before" # of all programs that have ended
+    start=$(date +%s%N)
     each "${@:2}"
-    row "$1" "$(echo "$users $(($(now) - start))" | awk '{ printf "%.0f a second", $1 / $2 * 1e9 }')"
+    end=$(date +%s%N)
+    times >"$work/after"
+    read -r -a after < <(state)
+    row "$1" "$(sed -s -n '2s/[ms]/ /gp' "$work/before" "$work/after" | awk -v all="$users" -v time=$((end - start)) \
+        -v engines="${before[2]} ${after[2]}" '{ ended[NR] = 1000 * (60 * ($1 + $3) + $2 + $4) }
+        END { split(engines, ran)
+              printf "%.0f a second, %.1f ms of processor time each", all / time * 1e9,
+                  (ended[2] - ended[1] + ran[2] - ran[1]) / all }')"
 }
 train=("$bin/tvrctl" train --quiet --wait)
 

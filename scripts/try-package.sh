@@ -42,7 +42,8 @@ for path in bin/tvr_srv bin/tvrctl lib/libtvr_ipc.so lib/systemd/user/tessivar.s
     share/man/man1/tvrctl.1.gz share/man/man1/tvr_srv.1.gz share/bash-completion/completions/tvrctl \
     share/doc/tessivar/README.md share/doc/tessivar/copyright share/doc/tessivar/formats.md \
     share/tessivar/tessivar-[0-9.]*.xpi lib/mozilla/native-messaging-hosts/tessivar.json \
-    share/doc/tessivar/mail.md include/tessivar/client/tvr_ipc_c.h; do
+    lib/systemd/system/tessivar@.service lib/systemd/system/tessivar-idle.timer sbin/tessivar-stop-idle \
+    share/doc/tessivar/scale.md share/doc/tessivar/mail.md include/tessivar/client/tvr_ipc_c.h; do
     grep -qE " \./usr/$path( -> .*)?\$" <<<"$contents" || wrong "usr/$path is missing"
 done
 ! grep -vE ' \./(usr/.*|etc/|etc/tessivar/.*)?$' <<<"$contents" || wrong "files outside of /usr and /etc/tessivar"

@@ -108,15 +108,16 @@ class Trial:
                 world.deliver(file.read_bytes(), folder)
         world.start_thunderbird()
         wait_for("the page of the first start", world.has_options, 120)
-        wait_for("the folders", lambda: self.page("return document.querySelectorAll('#folders select').length") >= 5, 120)
+        # The page may load once more meanwhile.
+        all_folders = "return document.querySelectorAll('#folders select').length >= 5", "pages/options.html"
+        wait_for("the folders", lambda: world.is_true(*all_folders), 120)
         # Messages are known to Thunderbird once a folder was looked into.
         for folder in ("account1://Archive", "account1://Old junk"):
             self.update_folder(folder)
             wait_for(folder, lambda f=folder: self.page(
                 "return (await messenger.folders.getFolderInfo(args[0])).totalMessageCount", f) == 400, 180)
         self.page("location.reload(); return 0")
-        wait_for("the page", lambda: world.has_options() and self.page(
-            "return document.querySelectorAll('#folders select').length") >= 5, 60)
+        wait_for("the page", lambda: world.has_options() and world.is_true(*all_folders), 60)
         self.page("""
             const choose = (folder, value) => { for (const select of document.querySelectorAll("#folders select"))
                 if (select.dataset.folder === folder) select.value = value; };
