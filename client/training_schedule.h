@@ -17,9 +17,9 @@ enum class schedule_value : std::size_t {
     corrections = 2 // whether a correction by the user is trained at once; 0 or 1
 };
 
-// The engine's own delay begins anew with every message and every start, so that a steady trickle would never
-// be trained. Whoever hands messages over therefore asks here whether to force a training. The values stand
-// in tvrctl.ini of the working directory. Immutable.
+// The engine's own delay begins again with every message and every start, so that a steady trickle would
+// never be trained. Whoever hands messages over therefore asks here whether to force a training. The values
+// stand in tvrctl.ini of the working directory. Immutable.
 class TVR_IPC_EXPORT training_schedule {
 public:
     static constexpr std::size_t values = 3;

@@ -40,7 +40,7 @@ struct ipc_status {
 };
 
 enum class engine_event : std::uint32_t {
-    add = 0,   // messages were appended: the engine's training delay starts anew
+    add = 0,   // messages were appended: the engine's training delay starts again
     train = 1, // train now
     reset = 2, // forget all training
 };

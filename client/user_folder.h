@@ -1,4 +1,4 @@
-// Where the data of the user lies, and what to tell him if it can't be had.
+// Where the data of the user is, and the reason if there is no such folder.
 #pragma once
 
 #include <cstdint>

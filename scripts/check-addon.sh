@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Checks the add-on with eslint and addons-linter of the npm registry, which are installed in build/npm. Exit code 77 if they
-# can't be had. The linter knows the browser, not Thunderbird: what it warns of are the permissions of mail, which
+# isn't available. The linter knows the browser, not Thunderbird: what it warns of are the permissions of mail, which
 # Thunderbird itself takes, and a property that is younger than the linter.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -8,7 +8,7 @@ tools=build/npm/node_modules/.bin
 if [ ! -x $tools/addons-linter ] || [ ! -x $tools/eslint ]; then
     command -v npm >/dev/null &&
         timeout 120 npm install --prefix build/npm --no-audit --no-fund --silent --fetch-retries=0 eslint@9 addons-linter@7 || {
-        echo "check-addon.sh: not checked, as eslint and addons-linter can't be had from the npm registry" >&2
+        echo "check-addon.sh: not checked, as eslint and addons-linter aren't available from the npm registry" >&2
         exit 77
     }
 fi

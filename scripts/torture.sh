@@ -3,7 +3,7 @@
 # The suite runs a short form of the same.
 #   scripts/torture.sh                all sections
 #   scripts/torture.sh SECTION...     these: death (minutes), power (minutes), failure (minutes), crowd (a quarter of
-#                                     an hour), long (minutes; writes docs/long-life.svg anew), foreign (a minute),
+#                                     an hour), long (minutes; writes docs/long-life.svg again), foreign (a minute),
 #                                     fuzz (two hours)
 # As root, `failure` also fills a small disk; it leaves that out, and says so, for everybody else.
 set -euo pipefail

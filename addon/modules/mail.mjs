@@ -98,7 +98,7 @@ export async function forAll(messages, work) {
   return done;
 }
 
-// The message that a job was made for, though it may have been moved since, or Thunderbird started anew; null if
+// The message that a job was made for, though it may have been moved since, or Thunderbird restarted; null if
 // it has gone. `id` is that of this session, if there is one.
 export async function findMessage(api, { id, key, folderId, headerMessageId }) {
   if (id !== undefined) {

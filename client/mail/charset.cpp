@@ -130,7 +130,7 @@ void from_iso_2022_jp(std::string_view bytes, std::string& room) {
         }
         const std::uint8_t first = byte_at(bytes, at);
         if (first == '\n' || first == '\r')
-            set = ascii; // a line begins anew
+            set = ascii; // a line begins again
         if (set == ascii || first <= ' ') {
             append_utf8(room, first < 0x80 ? first : no_character);
         } else if (set == kana) {

@@ -9,7 +9,7 @@
 
 namespace tvr {
 
-// Opens the file anew for each piece, and takes no part in sharing.
+// Opens the file again for each piece, and takes no part in sharing.
 class file_view {
 public:
     static constexpr std::size_t piece = 65536; // bytes

@@ -244,7 +244,7 @@ std::uint8_t* hashmap_impl::_get_value(std::string_view key) {
     return nullptr;
 }
 
-// Makes the table anew for the entries of the data area. It may become smaller.
+// Makes the table again for the entries of the data area. It may become smaller.
 void hashmap_impl::__resize() {
     if (!is_valid())
         log_invalid("__resize!");

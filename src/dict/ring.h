@@ -1,5 +1,5 @@
 // The sorted list of atoms of one dictionary half during a transaction: plans changes into them, lets the
-// oldest go, and has the changed ones written anew.
+// oldest go, and has the changed ones written again.
 #pragma once
 
 #include <cstdint>

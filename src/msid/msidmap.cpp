@@ -256,7 +256,7 @@ bool msidmap::remove(std::string_view id) {
     list.close();
     m_garbage += static_cast<std::uint32_t>(record.size);
     check_garbage();
-    // deliberate: this counts as an insertion of the index, which is then made anew at the next opening.
+    // deliberate: this counts as an insertion of the index, which is then made again at the next opening.
     if (found.records == 1 && m_tree)
         tell_index(key, 0, false);
     else if (m_tree && m_tree->damaged())
@@ -324,7 +324,7 @@ void msidmap::check_garbage() {
         __rebuild_index(true);
 }
 
-// An index that doesn't know what it has just been told is damaged, and made anew.
+// An index that doesn't know what it has just been told is damaged, and made again.
 void msidmap::tell_index(const key11& key, std::uint32_t offset, bool replace) {
     m_tree->insert(key, offset, replace);
     const std::uint32_t known = m_tree->find(key);
@@ -333,7 +333,7 @@ void msidmap::tell_index(const key11& key, std::uint32_t offset, bool replace) {
         __rebuild_index(true);
 }
 
-// Compacts the list and, with an index, enters its records anew.
+// Compacts the list and, with an index, enters its records again.
 void msidmap::__rebuild_index(bool with_index) {
     m_tree.reset();
     if (!m_index_path.empty())

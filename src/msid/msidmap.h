@@ -28,7 +28,7 @@ struct key11;
 class msidmap {
 public:
     // Opens "<folder><name>.lst" and ".idx"; missing ones are made. `folder` with a trailing backslash, or
-    // empty for the current folder. An index that doesn't fit its list is made anew.
+    // empty for the current folder. An index that doesn't fit its list is made again.
     msidmap(std::string_view folder, std::string_view name);
     // A temporary map of the content of an open file, from its position to its end, in the user's folder of
     // temporary files.

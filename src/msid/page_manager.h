@@ -1,7 +1,7 @@
 // The index file of a message-ID map: a B-tree of 512-byte pages that is worked on in a mapped view.
 //
 // Nothing is ever deleted from it: a key that goes away gets the value 0, and the whole file is made
-// anew from the list file. It has one writer at a time, under the lock of its msidmap.
+// again from the list file. It has one writer at a time, under the lock of its msidmap.
 #pragma once
 
 #include <cstdint>
@@ -28,7 +28,7 @@ public:
     // False if the file could not be opened or mapped: nothing is found then and nothing is stored.
     [[nodiscard]] bool is_valid() const noexcept { return m_map.is_valid(); }
     // True once something was met that no sound file holds, or a page could not be had. What the tree
-    // answers can't be relied on any more; the remedy is to make the index anew.
+    // answers can't be relied on any more; the remedy is to make the index again.
     [[nodiscard]] bool damaged() const noexcept { return m_damaged; }
     // Insertions done, repeated ones included.
     [[nodiscard]] std::uint32_t count() const noexcept { return m_keycount; }

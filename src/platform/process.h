@@ -59,7 +59,7 @@ std::string runtime_folder();
 // The folder of application data of all users, without a trailing backslash; empty on failure.
 std::string common_appdata_folder();
 // Replaces each %name% by the environment's value, "appdata" (in any case) by the user's folder of
-// application data; an unknown name stays as it is. Empty if that folder is asked for and can't be had.
+// application data; an unknown name stays as it is. Empty if that folder is asked for and isn't available.
 std::string expand_environment(std::string_view text);
 // The value of an environment variable, or nothing.
 std::optional<std::string> environment_variable(std::string_view name);

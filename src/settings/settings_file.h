@@ -23,7 +23,7 @@ public:
     // Reads settings.cfg for what has been declared, which at the start is the working directory alone.
     // deliberate: asks for a text file that it doesn't name, so that it always answers false; prepare() is
     // what brings the settings up, and so defaults and seeds win over settings.cfg. The working directory of
-    // settings.cfg stands only if the user's settings folder can't be had.
+    // settings.cfg stands only if the user's settings folder isn't available.
     bool load();
     // Defaults, then the seed tvram.ini, the data folders, and advanced.ini.
     void prepare();

@@ -48,7 +48,7 @@ public:
     // events could not be created answers ev_timeout at once.
     std::uint32_t wait(std::uint32_t milliseconds);
 
-    // Makes a missing flag file anew and raises what it held.
+    // Makes a missing flag file again and raises what it held.
     void replay();
 
     // Finds the running server, or starts it if that is allowed and this channel tried no start within the

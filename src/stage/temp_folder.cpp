@@ -92,7 +92,7 @@ void temp_folder::clean(std::uint32_t stage) {
     empty_folder(path(stage));
 }
 
-// The search begins anew after every change, so that what was deleted can't disturb it. deliberate: an entry
+// The search begins again after every change, so that what was deleted can't disturb it. deliberate: an entry
 // that can't be deleted is found again and again; a file in use ends the cleaning.
 void temp_folder::empty_folder(const std::string& folder) {
     for (;;) {

@@ -60,7 +60,7 @@ test("a small message travels in one request, a large one in pieces, and no more
   assert.equal(toBase64(new Uint8Array(100000).fill(255)).length, 133336);
 });
 
-test("a host that goes takes its requests with it, and is started anew for the next one", async () => {
+test("a host that goes takes its requests with it, and is started again for the next one", async () => {
   const ports = [new MockPort(() => null), new MockPort(() => ({ fine: true }))];
   let started = 0;
   const host = new Host(() => ports[started++]);

@@ -48,7 +48,7 @@ TEST(record_batch_test, limits_and_marks) {
     EXPECT_EQ(batch.bytes().size(), 296U);
 }
 
-// Whatever stands behind the last whole record gives way to the next append; the count is put right.
+// The next append overwrites whatever follows the last whole record, and corrects the count.
 TEST_F(cache, torn_tails) {
     const std::string long_record =
         record.substr(0, 8) + "\x80\0\0\0"s + record.substr(12); // claims 128 bytes

@@ -76,7 +76,7 @@ TEST_F(MessageMap, WritesChainsAndGarbageByHand) {
     EXPECT_EQ(list(), head(4, 25) + dead(20) + dead(1) + counted(a, 0x11) + counted(c, 0x44) + dead(20));
     EXPECT_EQ(index_count(), le(5));
     {
-        msidmap map(folder(), "m"); // the counts differ: made anew, and compact
+        msidmap map(folder(), "m"); // the counts differ: made again, and compact
         EXPECT_EQ(map.search(a), 0x11U);
         EXPECT_EQ(map.search(c), 0x44U);
     }

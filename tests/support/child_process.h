@@ -5,7 +5,7 @@
 //     const child_role holder("holder", [](std::string_view argument) { ...; return 0; });
 //     TEST(...) { child_process child("holder", "argument"); ... child.kill(); ... }
 //
-// A child is started anew and runs the body in place of the tests; it shares nothing with its parent but
+// A child is started again and runs the body in place of the tests; it shares nothing with its parent but
 // the environment, and so TESSIVAR_ROOT.
 #pragma once
 

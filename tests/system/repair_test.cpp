@@ -101,8 +101,8 @@ TEST_F(repair, mends_or_sets_aside_what_is_damaged) {
         {spam_atom, flipped(atom, 16), "occurrences", "set the totals", atom},
         {"base/cashe.rgd", flipped(compiled, 0), "the signature is", "generates the compiled base", ""},
         {"base/cashe.rgd", "", "the compiled base is missing", "generates the compiled base", ""},
-        {"base/cashe.mrk", "", "has no time mark", "cashe.mrk anew", "made"},
-        {"base/cashe.mrk", "1234", "the file ends inside the time", "cashe.mrk anew", "made"},
+        {"base/cashe.mrk", "", "has no time mark", "cashe.mrk again", "made"},
+        {"base/cashe.mrk", "1234", "the file ends inside the time", "cashe.mrk again", "made"},
         {"base/spamdict.lst", flipped(list, 0), "the signature is", "of 15 message IDs", list},
         {"base/spamdict.lst", flipped(list, 8), "the header tells", "of 15 message IDs", list},
         {"base/spamdict.lst", list + "\x20x", "the file ends inside record 16", "of 15 message IDs", list},
@@ -119,7 +119,7 @@ TEST_F(repair, mends_or_sets_aside_what_is_damaged) {
         {"settings.cfg", "abba", "damaged", "set aside", ""},
         {"base/transact/ipc.bin", "123", "inside the signals", "set aside", ""},
         {"base/data.trr", "\3\0\5"s, "doesn't belong there", "set aside", ""},
-        {"base/transact/0006/prepared.txt", "prepared", "not the text of a stage", "anew", "prepared\0"s},
+        {"base/transact/0006/prepared.txt", "prepared", "not the text of a stage", "again", "prepared\0"s},
         {"base/transact/0003/spamdict0000.bye", atom, "a stage without", "set aside", ""},
         {"base/transact/0001/dis1.tmp", cut(cache, 1), "will be lost", "mark stage 1", le(19), {35, 34}},
         {"base/transact/0001/prepared.txt", "prepared\0"s, "the marked batch isn't there", "set aside", ""},
@@ -181,7 +181,7 @@ TEST_P(repair_after_death, ends_as_an_undisturbed_run) {
     die_in_second_training(root, GetParam());
     const std::string point = GetParam().name;
     tvrctl("verify",
-           point == "sorting" || point == "finalizing_good" ? 0 : 1); // those begin anew by themselves
+           point == "sorting" || point == "finalizing_good" ? 0 : 1); // those begin again by themselves
     tvrctl("repair --yes", 0);
     root.start();
     const engine_view view(root.client().working_directory());

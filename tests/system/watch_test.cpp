@@ -197,7 +197,7 @@ TEST_F(watch_test, a_queue_that_overflows_is_no_loss) {
     deliver(m_spam, "a");
     send(SIGCONT);
     expect_records("a 2, ");
-    wait_for_line("read anew");
+    wait_for_line("read again");
 }
 
 TEST_F(watch_test, a_folder_goes_and_comes_back) {

@@ -277,7 +277,7 @@ TEST_F(state_test, knows_what_heals) {
     put(m_good);
     put({{"../spamdict.idx", index(16, 7)}, {"../odd.dat", "odd"}, {"0001/dis1.tmp", ""}});
     EXPECT_EQ(check(), "note: odd.dat: no file of the engine\n"
-                       "note: spamdict.idx: doesn't fit its list; it will be made anew\n"
+                       "note: spamdict.idx: doesn't fit its list; it will be made again\n"
                        "note: 0001/: an empty stage without its marker\n");
     put({{"0003/spamdict0000.bye", "half"}});
     EXPECT_TRUE(
@@ -325,7 +325,7 @@ TEST_F(state_test, finds_all_of_a_large_map_in_its_tree) {
         for (unsigned i = 0; i < 30; ++i)
             map.remove(id(i));
     }
-    EXPECT_EQ(check(), "note: nspamdict.idx: doesn't fit its list; it will be made anew\n");
+    EXPECT_EQ(check(), "note: nspamdict.idx: doesn't fit its list; it will be made again\n");
     msidmap(folder, "nspamdict"); // makes it
     EXPECT_EQ(check(), "");
     std::string bytes = read_file(m_work / "base/nspamdict.idx");

@@ -66,7 +66,7 @@ TEST_F(watch_memory_test, damage_is_set_aside) {
         EXPECT_EQ(read_file(m_root.path() / "watch.bad"), bytes);
         EXPECT_EQ(content(), head);
     }
-    // A death while it is written anew.
+    // A death while it is written again.
     write_file(m_root.path() / "watch.bin", good);
     write_file(m_root.path() / "~watch.bin", head);
     EXPECT_EQ(watch_memory(m_path).load({1}), "");

@@ -64,13 +64,13 @@ const std::vector<station> stations = {
          then.next = &the_base().next_only;
      }},
     {"create " + marker(1), "comes to the same bytes, from marker 1"},
-    {"rename " + transact_folder + "0002/data.bys", "GAP stuck: goes round without a batch",
+    {"rename " + transact_folder + "0002/data.bys", "GAP stuck: loops without a batch",
      [](sequel& then) {
          then.wanted = verdict::no_batch;
          then.expected = then.left;
          then.next = &the_base().next_only;
      }},
-    {"create " + marker(2), "GAP comes to the same bytes, then stuck: goes round without a batch",
+    {"create " + marker(2), "GAP comes to the same bytes, then stuck: loops without a batch",
      [](sequel& then) {
          then.wanted = verdict::no_batch;
          then.expected[marker(1)] = marker_text;
@@ -87,7 +87,7 @@ const std::vector<station> stations = {
          then.expected[compiled_base] = the_base().generated(dictionaries);
          then.next = nullptr;
      }},
-    {"delete " + marker(4), "GAP stuck: goes round without a marker",
+    {"delete " + marker(4), "GAP stuck: loops without a marker",
      [](sequel& then) {
          then.wanted = verdict::no_marker;
          then.expected = then.left;

@@ -93,13 +93,9 @@ verdict last_verdict() {
 }
 
 const char* name_of(verdict what) {
-    constexpr std::array names = {"was killed",
-                                  "comes to rest",
-                                  "goes round without a batch",
-                                  "goes round without a marker",
-                                  "has ended",
-                                  "was stopped",
-                                  "hangs"};
+    constexpr std::array names = {
+        "was killed",  "comes to rest", "loops without a batch", "loops without a marker", "has ended",
+        "was stopped", "hangs"};
     return names.at(static_cast<std::size_t>(what));
 }
 

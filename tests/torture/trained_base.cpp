@@ -116,7 +116,8 @@ files trained_base::all_content() const {
 files trained_base::content(bool any_archive) {
     files all = all_content();
     drop_leftovers(all);
-    // What the verdict has learned hangs on who was killed when; but its file is whole at any time.
+    // What the verdict has learned depends on which process was killed when; but its file is whole at any
+    // time.
     verdict_state learned;
     if (const auto found = all.find(data_folder + "verdict.bin"); found != all.end()) {
         EXPECT_TRUE(parse_verdict({found->second.begin(), found->second.end()}, learned));

@@ -52,7 +52,7 @@ int start() {
         return exit_code::done;
     }
     training_client client;
-    // `add` alone makes the engine do nothing but start its delay anew.
+    // `add` alone makes the engine do nothing but start its delay again.
     const ipc_status status = client.raise(engine_event::add);
     if (!status)
         return fail(status.text);

@@ -1,4 +1,4 @@
-// tvrctl repair: puts the user's files right, as far as that goes.
+// tvrctl repair: fixes damaged files and a stuck training, as far as possible.
 
 #include <cstdio>
 #include <iostream>
@@ -96,18 +96,18 @@ int repair(const repair_options& options) {
 
 void add_repair(CLI::App& program, int& code) {
     auto options = std::make_shared<repair_options>();
-    CLI::App* command = program.add_subcommand("repair", "Put the engine's files right");
+    CLI::App* command = program.add_subcommand("repair", "Repair the engine's files");
     auto* yes = command->add_flag("-y,--yes", options->yes, "Don't ask");
-    command->add_flag("-n,--dry-run", options->dry, "Only tell what is to be done")->excludes(yes);
-    command->footer(
-        "The engine must not run. What can be made anew is made anew, the rest is set aside in the folder\n"
-        "\"repair\" among the user's data; nothing is deleted. A training that was stuck goes on at the "
-        "engine's\n"
-        "next start.\n\n"
-        "Exit code: 0 if the files are sound, 1 if not (or not yet); 3 an error.\n\n"
-        "Examples:\n"
-        "  tvrctl stop; tvrctl repair\n"
-        "  tvrctl stop; tvrctl repair --dry-run");
+    command->add_flag("-n,--dry-run", options->dry, "Only show what would be done")->excludes(yes);
+    command->footer("The engine must not run. Files that can be made again are made again. All others that "
+                    "are damaged are\n"
+                    "set aside in the folder \"repair\" among the user's data; nothing is deleted. A "
+                    "training that was stuck\n"
+                    "continues at the engine's next start.\n\n"
+                    "Exit code: 0 if the files are sound, 1 if not (or not yet); 3 an error.\n\n"
+                    "Examples:\n"
+                    "  tvrctl stop; tvrctl repair\n"
+                    "  tvrctl stop; tvrctl repair --dry-run");
     command->callback([options, &code] { code = repair(*options); });
 }
 

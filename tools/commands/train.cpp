@@ -121,7 +121,7 @@ void report_balance(const char* kind, std::uint64_t remembered, std::uint64_t gr
 bool report_base(const engine_view& view, std::uint64_t stamp_before) {
     if (const std::string fault = view.base_fault(); !fault.empty()) {
         fail(platform::display_path(view.base_path()) + ": " + fault +
-             "; \"tvrctl stop; tvrctl repair; tvrctl start\" makes it anew");
+             "; \"tvrctl stop; tvrctl repair; tvrctl start\" makes it again");
         return false;
     }
     const std::string missing = one_kind_only(view);

@@ -57,8 +57,8 @@ using id_visitor = std::function<void(std::string_view id, std::uint32_t value)>
 // Visits the live records of a list in front of its first damage; those of one whose header alone is damaged
 // are read as well. None are visited if none can be trusted.
 std::string visit_ids(const std::string& list, repair_folder& folder, const id_visitor& visit);
-// Makes the message-ID list of a half anew, and its index if it has one, of the records that `keeps` says yes
-// to (all if it is empty). A list of which nothing is left is set aside, and the index with it.
+// Makes the message-ID list of a half again, and its index if it has one, of the records that `keeps` says
+// yes to (all if it is empty). A list of which nothing is left is set aside, and the index with it.
 std::string remake_map(const std::string& list, repair_folder& folder,
                        const std::function<bool(std::string_view, std::uint32_t)>& keeps = {});
 

@@ -125,7 +125,7 @@ private:
             add_aside(path);
     }
     void add_time_mark(const std::string& path) {
-        add("write " + shown(path) + " anew",
+        add("write " + shown(path) + " again",
             [this_folder = &m_folder, path] { return write_time_mark(*this_folder, path); });
     }
     // An unmarked folder with nothing in it is only taken away.
@@ -150,14 +150,14 @@ private:
         m_regenerates = true;
         const std::string path = m_state.folder(generate_rgd);
         m_gone.insert(path); // so that it stays
-        add("mark stage 6, so that the engine generates the compiled base anew at its next start",
+        add("mark stage 6, so that the engine generates the compiled base again at its next start",
             [path] { return set_marker(path); });
     }
     [[nodiscard]] bool is_gone(const std::string& path) const {
         return m_gone.contains(path) || m_gone.contains(std::string(folder_part(path)));
     }
 
-    // Gives the batch back to stage 1, whose work begins anew.
+    // Gives the batch back to stage 1, whose work begins again.
     void plan_batch_back() {
         const std::string messages = m_state.folder(sorted) + names::sorted_messages;
         const std::string target = m_state.folder(entered);
@@ -307,7 +307,7 @@ private:
         case file_kind::statistic:
             return plan_statistic(path);
         case file_kind::stage_mark:
-            return add("write " + shown(path) + " anew",
+            return add("write " + shown(path) + " again",
                        [folder = std::string(folder_part(path))] { return set_marker(folder); });
         default:
             return set_aside(path);
@@ -339,7 +339,7 @@ private:
         const std::string why = visit_ids(list, m_folder, [&](std::string_view, std::uint32_t) { ++ids; });
         std::string what = "set aside " + shown(list) + " with its index: no ID of it can be read";
         if (ids != 0 || !why.empty())
-            what = "make " + shown(list) + " and its index anew" +
+            what = "make " + shown(list) + " and its index again" +
                    (why.empty() ? ", of " + grouped(ids) + " message IDs that can be read" : "");
         add(what, [this_folder = &m_folder, list] { return remake_map(list, *this_folder); });
     }

@@ -20,9 +20,9 @@ struct id_trim {
     std::uint64_t bytes_after = 0;
 };
 
-// Makes list and index of both halves anew without the IDs of messages that are older than the oldest atom of
-// their half; `dry` only counts, and leaves `bytes_after` 0. The engine must not run, and no stage be marked.
-// `told` is called now and then with the IDs that are done, of both halves.
+// Makes list and index of both halves again without the IDs of messages that are older than the oldest atom
+// of their half; `dry` only counts, and leaves `bytes_after` 0. The engine must not run, and no stage be
+// marked. `told` is called now and then with the IDs that are done, of both halves.
 [[nodiscard]] std::vector<id_trim> trim_ids(const std::string& working_directory, bool dry,
                                             const std::function<void(std::uint64_t done)>& told);
 

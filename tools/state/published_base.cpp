@@ -22,14 +22,14 @@ std::string published_base::load() {
     if (!platform::get_attributes(view.base_path()))
         return shown +
                (view.stage()
-                    ? ": none is published now; \"tvrctl start\" starts the engine, which makes it anew"
+                    ? ": none is published now; \"tvrctl start\" starts the engine, which makes it again"
                     : ": no base is published yet; train some spam and some ham first");
     std::string fault = view.base_fault();
     if (fault.empty() && !m_base.load(view.base_path()))
         fault = "can't be read";
     if (!fault.empty())
         return shown + ": " + fault +
-               "; \"tvrctl verify\" tells more, \"tvrctl stop; tvrctl repair; tvrctl start\" makes it anew";
+               "; \"tvrctl verify\" tells more, \"tvrctl stop; tvrctl repair; tvrctl start\" makes it again";
     load_learned(verdict_path(working));
     return {};
 }

@@ -136,7 +136,7 @@ void stage_state::add_batch_problems(std::vector<stage_problem>& found) const {
         else
             found.push_back({holds_batch ? stage_fault::batch_moved_on : stage_fault::broken_off, stage,
                              folder(stage),
-                             "a stage without its marker: it was broken off, and begins anew"});
+                             "a stage without its marker: it was broken off, and begins again"});
     }
 }
 

@@ -25,7 +25,7 @@ enum class stage_fault {
     merge_broken_off,    // of the snapshot with new messages
     base_missing,        // the compiled one
     time_mark_missing,   // of the compiled base
-    copy_left,           // no fault: a stage that the engine begins anew
+    copy_left,           // no fault: a stage that the engine begins again
 };
 
 struct stage_problem {
@@ -52,7 +52,8 @@ public:
     [[nodiscard]] const std::string& batch() const { return m_batch; }
     [[nodiscard]] bool has_batch() const { return m_has_batch; } // and there is something in it
 
-    // In the order in which they are to be put right. `quiet`: the engine runs, so that much is on its way.
+    // In the order in which they are to be repaired. `quiet`: the engine runs, so that much may be
+    // unfinished.
     [[nodiscard]] std::vector<stage_problem> problems(bool quiet) const;
 
 private:

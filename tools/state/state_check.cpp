@@ -180,7 +180,7 @@ void state_check::check_index(const std::string& list_path) {
     std::array<std::uint8_t, 12> start{};
     const auto got = platform::peek_file(list_path, 0, start.data(), start.size());
     if (got.value_or(0) == start.size() && load_u32(start.data() + 8) != index.key_count())
-        return note(index_path, "doesn't fit its list; it will be made anew");
+        return note(index_path, "doesn't fit its list; it will be made again");
     index_check check(*this, list_path, index);
     walk_list(list, check);
 }
@@ -200,13 +200,13 @@ void state_check::check_stages() {
     const stage_state state(m_working);
     for (unsigned stage = 1; stage <= stage_state::stages; ++stage)
         if (state.marked(stage)) {
-            if (stage == stage_number::generate_rgd) // what it holds is made anew from the start
+            if (stage == stage_number::generate_rgd) // what it holds is made again from the start
                 check_file(state.marker(stage));
             else
                 check_folder(state.folder(stage));
         }
     for (const stage_problem& problem : state.problems(m_engine_runs)) {
-        // What was broken off is begun anew.
+        // What was broken off is begun again.
         if (problem.fault == stage_fault::copy_left || problem.fault == stage_fault::broken_off)
             note(problem.path, problem.reason);
         else

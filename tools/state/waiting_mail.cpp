@@ -131,7 +131,7 @@ std::string correct_waiting(const std::string& cache, wanted_verdicts& messages,
             ++message.waiting;
             return done;
         }
-        if (!is_writable(record)) // it stays; the message can still be appended anew
+        if (!is_writable(record)) // it stays; the message can still be appended again
             return done;
         if (message.spam) {
             if (!remark(file, record.position, true, true))

@@ -48,7 +48,7 @@ using wanted_verdicts = std::map<std::string, waiting_verdict, std::less<>>;
 
 // Gives the records of these messages another verdict, in place, under the same conditions as above. Good
 // mail becomes spam. The mark of spam stays on a record for good, so that one is marked as deleted instead,
-// and the caller has to append the message anew if none is `waiting` then.
+// and the caller has to append the message again if none is `waiting` then.
 [[nodiscard]] std::string correct_waiting(const std::string& cache, wanted_verdicts& messages,
                                           std::uint32_t patience = 30000);
 

@@ -19,7 +19,7 @@ namespace tvr {
 namespace {
 
 constexpr std::size_t entry_size = 16;      // bytes
-constexpr std::size_t spare_entries = 4096; // out of date, before the file is written anew for them
+constexpr std::size_t spare_entries = 4096; // out of date, before the file is written again for them
 
 } // namespace
 
@@ -95,7 +95,7 @@ bool watch_memory::apply(const entry& read, file_map*& current) {
 
 void watch_memory::note(std::uint64_t in_folder, entry added) {
     if (!m_whole)
-        return; // all is written anew the next time
+        return; // all is written again the next time
     if ((added.what == kind::present || added.what == kind::gone) && m_noted_folder != in_folder) {
         m_unsaved.push_back({kind::folder, 0, in_folder});
         m_noted_folder = in_folder;

@@ -19,10 +19,10 @@ public:
     // Folders, files and messages are known by their fnv_64().
     static constexpr std::size_t most_verdicts = 32768; // the newest ones are kept
 
-    // The file is written anew under a name with a "~" in front, which then takes its place. Not read yet.
+    // The file is written under a name with a "~" before it, and then replaced. Not read yet.
     explicit watch_memory(std::string_view path);
 
-    // Reads the file, and writes it anew with these folders only. A damaged file counts as empty and is set
+    // Reads the file, and writes it again with these folders only. A damaged file counts as empty and is set
     // aside as watch.bad. Answers what is to be told, or an empty text.
     std::string load(const std::vector<std::uint64_t>& folders);
 
@@ -40,10 +40,10 @@ public:
     [[nodiscard]] std::optional<bool> learned(std::uint64_t message) const;
     void set_learned(std::uint64_t message, bool spam);
 
-    // Appends what has changed, or writes the file anew when too much of it is out of date. Answers the
+    // Appends what has changed, or writes the file again when too much of it is out of date. Answers the
     // reason of a failure, or an empty text.
     [[nodiscard]] std::string save();
-    // The same, and always anew: whatever happens, the file is as it was or as it becomes.
+    // The same, but always writes the whole file: whatever happens, it is as before or complete.
     [[nodiscard]] std::string write_anew();
 
 private:

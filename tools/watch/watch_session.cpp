@@ -192,7 +192,7 @@ void watch_session::check_folders() {
 void watch_session::note_changes(const std::vector<platform::folder_change>& changes) {
     for (const platform::folder_change& change : changes) {
         if (change.what == platform::folder_event::overflow) {
-            m_told("more changes than the system could tell of: the folders are read anew", false);
+            m_told("more changes than the system could tell of: the folders are read again", false);
             m_pending.clear();
             for (watched& one : m_folders)
                 one.unread = true;

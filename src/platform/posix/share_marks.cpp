@@ -94,7 +94,7 @@ void clear_marks(int file) noexcept {
 bool mark_retry::again() noexcept {
     if (++m_tries > most_tries)
         return false;
-    // The clock is dice enough, with the process number against two on one tick.
+    // The clock is random enough; the process number parts two processes of one tick.
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     const long longest = first_pause << m_tries;
