@@ -118,8 +118,8 @@ int run_command(int count, char** arguments) {
     add_forget(program, code);
     add_transfer_commands(program, code);
     complete_help(program);
-    program.footer("\"tvrctl COMMAND --help\" tells more, with examples.\n"
-                   "Exit code 2: wrong arguments; 3: an error. Others stand with each command.");
+    program.footer("\"tvrctl COMMAND --help\" shows more, with examples.\n"
+                   "Exit code 2: wrong arguments; 3: an error. Each command lists its others.");
     if (const std::string unknown = unknown_command(program, count, arguments); !unknown.empty()) {
         fail(unknown);
         return exit_code::usage;

@@ -180,7 +180,7 @@ void add_config(CLI::App& program, int& code) {
     command->footer(
         "The installation root is the folder whose advanced.ini the engine of each user reads. The package\n"
         "registers /etc/tessivar; \"tvrctl config root FOLDER\" registers one of your own.\n"
-        "Values are those that the engine takes at its next start.\n\n"
+        "The values shown are those of the engine's next start.\n\n"
         "Examples:\n"
         "  tvrctl config list\n"
         "  tvrctl config root ~/.config/tessivar\n"

@@ -402,7 +402,7 @@ private:
 
 void add_eval(CLI::App& program, int& code) {
     auto options = std::make_shared<eval_options>();
-    CLI::App* command = program.add_subcommand("eval", "Measure how well the filter does on your mail");
+    CLI::App* command = program.add_subcommand("eval", "Measure how well the filter works on your mail");
     command->add_option("--spam", options->spam, "Spam")->type_name("PATH")->required();
     command->add_option("--ham", options->ham, "Good mail")->type_name("PATH")->required();
     auto* test_spam = command
@@ -440,7 +440,7 @@ void add_eval(CLI::App& program, int& code) {
     command->add_flag("-q,--quiet", options->quiet, "Show no progress");
     command->footer(
         "The user's own training is neither used nor touched; the thresholds are the user's.\n"
-        "A stream is the order of the newest Received lines, or of the Date lines without one.\n\n"
+        "A stream is in the order of the newest Received lines, or of the Date lines if there are none.\n\n"
         "Exit code: 0 measured; 2 wrong usage; 3 a failure, or too little mail of a kind.\n\n"
         "Examples:\n"
         "  tvrctl eval --spam ~/Maildir/.Spam --ham ~/Maildir --report report.html\n"

@@ -92,7 +92,7 @@ void add_forget(CLI::App& program, int& code) {
     CLI::App* command = program.add_subcommand("forget", "Take back a message that waits to be learned");
     command->add_option("MSID", options->id, "Its Message-ID, or its ID in the cache");
     command->add_option("--file", options->files, "The message itself; or an mbox, or a folder of messages");
-    command->add_flag("--waiting", options->waiting, "All that wait");
+    command->add_flag("--waiting", options->waiting, "All messages that wait");
     command->footer(
         "Exit code 0: all of them waited; 1: one didn't, or none; 2: wrong usage; 3: an error.\n\n"
         "Examples:\n"

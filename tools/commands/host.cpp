@@ -31,14 +31,14 @@ void add_host(CLI::App& program, int& code) {
     CLI::Option* install =
         command->add_flag("--install", options->install, "Let Thunderbird find this program");
     CLI::Option* uninstall =
-        command->add_flag("--uninstall", options->uninstall, "Take that back")->excludes(install);
+        command->add_flag("--uninstall", options->uninstall, "Undo --install")->excludes(install);
     command->add_flag("--system", options->all_users, "For all users of this machine, as its administrator");
-    command->footer(
-        "Without an option it takes requests on standard input and answers them on standard output, each\n"
-        "a length of four bytes and JSON. Thunderbird starts it so by itself.\n\n"
-        "Examples:\n"
-        "  tvrctl host --install\n"
-        "  tvrctl host --install --system");
+    command->footer("Without an option it reads requests from standard input and writes replies to standard "
+                    "output, each\n"
+                    "a length of four bytes and JSON. Thunderbird starts it this way.\n\n"
+                    "Examples:\n"
+                    "  tvrctl host --install\n"
+                    "  tvrctl host --install --system");
     command->callback([options, uninstall, install, &code] {
         if (options->all_users && !*install && !*uninstall)
             throw CLI::RequiredError("--install or --uninstall");

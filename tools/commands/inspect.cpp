@@ -42,7 +42,7 @@ void add_inspect(CLI::App& program, int& code) {
     CLI::App* command = program.add_subcommand("inspect", "Show what a file of the engine holds");
     command
         ->add_option("FILE", *paths,
-                     "Files of any kind; one that isn't here is looked for among the user's data")
+                     "Files of the engine; one that isn't here is searched for among the user's data")
         ->required();
     command->add_flag("--all", options->all, "Show every entry");
     command->add_flag("--json", options->json, "Print one JSON object for each file");

@@ -64,7 +64,7 @@ void add_log(CLI::App& program, int& code) {
     CLI::App* command = program.add_subcommand("log", "Switch the engine's logs on or off");
     command->require_subcommand(1);
     command->add_subcommand("on", "Write logs")->callback([&code] { code = switch_log(true); });
-    command->add_subcommand("off", "Write none")->callback([&code] { code = switch_log(false); });
+    command->add_subcommand("off", "Write no logs")->callback([&code] { code = switch_log(false); });
     command->footer("Example:\n  tvrctl log on; tvrctl stop; tvrctl start");
 }
 

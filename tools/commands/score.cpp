@@ -211,7 +211,7 @@ int score(const score_options& options) {
 
 void add_score(CLI::App& program, int& code) {
     auto options = std::make_shared<score_options>();
-    CLI::App* command = program.add_subcommand("score", "Tell spam from ham");
+    CLI::App* command = program.add_subcommand("score", "Score mail: spam, unsure or ham");
     command->add_option("PATH", options->paths, "Messages, mbox files, folders, or - for standard input");
     command->add_flag("--explain", options->explain, "Show the tokens that decided");
     CLI::Option* json = command->add_flag("--json", options->json, "Print one JSON object for each message");
@@ -227,16 +227,14 @@ void add_score(CLI::App& program, int& code) {
                      "Call spam what has at least this score, in place of the threshold that is set")
         ->type_name("SCORE")
         ->check(CLI::Range(0.0, 100.0));
-    command->footer(
-        "Exit code, of the last message: 0 spam; 1 ham; 2 unsure, or wrong usage; 3 there was no mail, a "
-        "path\n"
-        "that was named can't be read, or an error. What is skipped in folders changes nothing. "
-        "--filter\n"
-        "lets what is no mail pass as it came, with 2, and every message with 3 when it can't "
-        "grade.\n\n"
-        "Examples:\n"
-        "  tvrctl score --explain message.eml\n"
-        "  tvrctl score --filter -e < message.eml");
+    command->footer("Exit code, of the last message: 0 spam; 1 ham; 2 unsure, or wrong usage; 3 no mail, a "
+                    "named path that\n"
+                    "can't be read, or an error. Skipped files in folders don't change it. --filter copies "
+                    "input that is no\n"
+                    "mail unchanged, with 2, and every message unchanged, with 3, when it can't grade.\n\n"
+                    "Examples:\n"
+                    "  tvrctl score --explain message.eml\n"
+                    "  tvrctl score --filter -e < message.eml");
     command->callback([options, &code] {
         if (options->paths.empty() != options->filter)
             throw CLI::RequiredError("PATH, or --filter alone,");

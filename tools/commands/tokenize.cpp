@@ -89,7 +89,7 @@ void add_tokenize(CLI::App& program, int& code) {
         ->required();
     auto* spam = command->add_flag("--spam", options->spam, "It is spam");
     command->add_flag("--ham", options->ham, "It is good mail")->excludes(spam);
-    command->add_flag("-r,--recursive", options->recursive, "Take the other folders of a Maildir, too");
+    command->add_flag("-r,--recursive", options->recursive, "Read the other folders of a Maildir, too");
     command->add_flag("--manual", options->manual, "Mark the messages as the user's own verdict");
     command->add_option("-o,--output", options->output, "Where the records go; - is standard output")
         ->type_name("FILE")

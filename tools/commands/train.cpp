@@ -244,9 +244,9 @@ void add_train(CLI::App& program, int& code) {
         ->type_name("FILE")
         ->excludes(spam)
         ->excludes(ham);
-    command->add_flag("-r,--recursive", options->recursive, "Take the other folders of a Maildir, too");
-    command->add_flag("--again", options->again, "Take also what is known with the same verdict");
-    command->add_flag("--wait", options->wait, "Wait for the new base, and tell what it holds");
+    command->add_flag("-r,--recursive", options->recursive, "Read the other folders of a Maildir, too");
+    command->add_flag("--again", options->again, "Learn also messages that are known with the same verdict");
+    command->add_flag("--wait", options->wait, "Wait for the new base, and show what it holds");
     command->add_flag("--later", options->later, "Let the messages wait until a training is due")
         ->excludes("--wait");
     command->add_flag("--manual", options->manual, "Mark the messages as the user's own verdict")
@@ -261,23 +261,22 @@ void add_train(CLI::App& program, int& code) {
             "it (30)")
         ->check(CLI::Range(1, 86400));
     command->footer(
-        "A Maildir is one mailbox; the folders in it are others. They are taken when they are named, or "
-        "with\n"
-        "--recursive, which leaves out those whose names tell of the other verdict, of Trash, Drafts, Sent "
+        "A Maildir is one mailbox; the folders in it are others. They are read if you name them, or with\n"
+        "--recursive, which leaves out folders whose names suggest the other verdict, Trash, Drafts, Sent "
         "and\n"
-        "their like. A plain folder stands for all below it, but for such names. Of two paths one inside "
-        "the\n"
-        "other, each message belongs to the nearer one. A path or a message given for both verdicts is "
-        "refused.\n"
-        "Left out, and counted: what is known with the same verdict, and what its owner has thrown away.\n\n"
-        "The training begins at once, and goes on in the background; --wait waits for its end. With --later "
-        "it\n"
-        "begins when 50 messages wait, 4 hours after the last one, or at once when a verdict is corrected "
+        "the like. A plain folder means everything below it, except such folders. If one path is inside\n"
+        "another, each message belongs to the nearer one. A path or a message given for both verdicts is\n"
+        "refused. Messages that are known with the same verdict, and those that their owner has deleted, "
+        "are\n"
+        "left out and counted.\n\n"
+        "The training begins at once, in the background; --wait waits for its end. With --later it begins "
+        "when\n"
+        "50 messages wait, 4 hours after the last one, or at once when a verdict is corrected or given by "
+        "hand\n"
+        "(--manual); \"tvrctl config\" changes these numbers.\n\n"
+        "Exit code 0: learned, or known already; 1: no mail; 2: wrong usage; 3: a named path can't be read, "
         "or\n"
-        "given by hand (--manual); \"tvrctl config\" changes these numbers.\n\n"
-        "Exit code 0: learned, or known already; 1: there was no mail; 2: wrong usage; 3: a path that was "
-        "named\n"
-        "can't be read, or the engine failed. What is skipped in folders changes nothing.\n\n"
+        "the engine failed. Skipped files in folders don't change it.\n\n"
         "Examples:\n"
         "  tvrctl train --wait --spam ~/Maildir/.Spam --ham ~/Maildir ~/mail/archive.mbox\n"
         "  tvrctl train --spam - < message.eml\n"

@@ -165,7 +165,7 @@ int import_from(const std::string& path, bool later) {
 void add_transfer_commands(CLI::App& program, int& code) {
     auto target = std::make_shared<std::string>("-");
     CLI::App* out = program.add_subcommand("export", "Write the token base as text");
-    out->add_option("FILE", *target, "Where to; - is standard output")->capture_default_str();
+    out->add_option("FILE", *target, "The file to write; - is standard output")->capture_default_str();
     out->footer("Examples:\n"
                 "  tvrctl export base.txt\n"
                 "  tvrctl export | grep viagra");
@@ -173,9 +173,9 @@ void add_transfer_commands(CLI::App& program, int& code) {
 
     auto source = std::make_shared<std::string>();
     auto later = std::make_shared<bool>(false);
-    CLI::App* in = program.add_subcommand("import", "Take an exported token base into an empty one");
-    in->add_option("FILE", *source, "The text; - is standard input")->required();
-    in->add_flag("--later", *later, "Don't start the engine; it puts the base in place at its next start");
+    CLI::App* in = program.add_subcommand("import", "Read an exported token base into an empty one");
+    in->add_option("FILE", *source, "The exported file; - is standard input")->required();
+    in->add_flag("--later", *later, "Don't start the engine; its next start puts the base in place");
     in->footer(
         "The engine must not run, and the base must be empty. A text that is damaged changes nothing.\n\n"
         "Example:\n"

@@ -1,4 +1,4 @@
-// tvrctl trim: drops the message IDs of what the engine has forgotten.
+// tvrctl trim: drops the IDs of messages that the engine has forgotten.
 
 #include <cstdio>
 #include <memory>
@@ -70,14 +70,14 @@ int trim(bool dry) {
 
 void add_trim(CLI::App& program, int& code) {
     auto dry = std::make_shared<bool>(false);
-    CLI::App* command = program.add_subcommand("trim", "Drop message IDs of what was forgotten");
+    CLI::App* command = program.add_subcommand("trim", "Drop the IDs of forgotten messages");
     command->add_flag("-n,--dry-run", *dry, "Only count them");
-    command->footer(
-        "The engine forgets old messages, but keeps their IDs. The engine must not run meanwhile. IDs that\n"
-        "are older than the oldest atom of their half go.\n\n"
-        "Examples:\n"
-        "  tvrctl stop; tvrctl trim --dry-run\n"
-        "  tvrctl stop; tvrctl trim");
+    command->footer("The engine forgets old messages, but keeps their IDs. This drops those that are older "
+                    "than the oldest\n"
+                    "atom of their half. The engine must not run.\n\n"
+                    "Examples:\n"
+                    "  tvrctl stop; tvrctl trim --dry-run\n"
+                    "  tvrctl stop; tvrctl trim");
     command->callback([dry, &code] { code = trim(*dry); });
 }
 

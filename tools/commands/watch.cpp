@@ -92,25 +92,23 @@ int watch(const watch_options& options) {
 
 void add_watch(CLI::App& program, int& code) {
     auto options = std::make_shared<watch_options>();
-    CLI::App* command = program.add_subcommand("watch", "Learn the mail that comes into folders");
+    CLI::App* command = program.add_subcommand("watch", "Learn the mail that arrives in folders");
     command
         ->add_option("DIR", options->folders,
-                     "Maildirs or folders of message files, without those below them, whose names tell the "
+                     "Maildirs or folders of message files, without their subfolders; the name gives the "
                      "verdict: Spam, Junk; Ham, Inbox, Maildir")
         ->type_name("");
     command->add_option("--spam", options->spam, "The same, for spam under any name")->type_name("DIR");
     command->add_option("--ham", options->ham, "The same, for good mail")->type_name("DIR");
-    command->add_flag("--all", options->all, "Learn also what is there already");
-    command->add_flag("-q,--quiet", options->quiet, "Tell of failures only");
+    command->add_flag("--all", options->all, "Learn also the mail that is there already");
+    command->add_flag("-q,--quiet", options->quiet, "Report failures only");
     command->footer(
-        "A message is learned once, by the folder into which it comes. When it is moved to a "
-        "folder of the other\n"
-        "verdict, it is corrected: in place while it waits to be trained, otherwise by training "
-        "it into the other\n"
-        "half. What comes while no watch runs is learned at the next start. Mail that its owner has\n"
-        "thrown away (in a Maildir the flags T and D) is left alone. Ctrl-C ends it.\n\n"
-        "A correction is trained at once, other mail when 50 messages wait, or 4 hours after the "
-        "last\n"
+        "A message is learned once, with the verdict of its folder. If it is moved to a folder of the other\n"
+        "verdict, it is corrected: in place while it waits to be trained, later by training it into the "
+        "other\n"
+        "half. Mail that arrives while no watch runs is learned at the next start. Mail that its owner has\n"
+        "deleted (in a Maildir the flags T and D) is left alone. Ctrl-C ends the watch.\n\n"
+        "A correction is trained at once, other mail when 50 messages wait, or 4 hours after the last\n"
         "training; \"tvrctl config\" changes these numbers.\n\n"
         "Exit code: 0 stopped; 2 wrong usage; 3 a failure.\n\n"
         "Examples:\n"
