@@ -36,7 +36,7 @@ struct training_client::state {
     cache_writer cache;
     std::uint32_t patience = 30000; // milliseconds
     event_channel channel;
-    platform::critical_section learns; // for what follows; held through an append, which may take back
+    platform::critical_section learns; // for what follows; held through an append
     verdict_learning learning;
     std::string remark; // of the learning
 };
@@ -62,12 +62,10 @@ ipc_status training_client::append(const record_batch& batch) {
         return m_state->status;
     const std::string path = m_state->working + names::transact_path;
     const platform::locker locker(m_state->learns);
-    m_state->learning.take(batch);
-    const append_result result = m_state->cache.append(batch, m_state->patience);
-    if (result != append_result::done)
-        m_state->learning.drop(batch.count());
-    switch (result) {
+    m_state->learning.prepare();
+    switch (m_state->cache.append(batch, m_state->patience)) {
     case append_result::done:
+        m_state->learning.take(batch);
         return {};
     case append_result::locked:
         return {ipc_error::locked, path_error(path + names::lock, platform::error::sharing_violation)};

@@ -51,18 +51,28 @@ std::vector<std::size_t> shuffled(std::size_t count, const std::function<std::ui
 verdict_learning::verdict_learning(std::string_view working_directory)
     : m_working(working_directory), m_path(verdict_path(working_directory)), m_known(working_directory) {}
 
-void verdict_learning::look_at_base() {
+void verdict_learning::prepare() {
+    if (m_looked)
+        return;
     m_looked = true;
     m_known.load();
     m_graded = m_base.load(m_working + names::base_folder + names::base) &&
                m_base.header().spam_messages != 0 && m_base.header().nonspam_messages != 0;
 }
 
+// Who hands over waits for that alone: the rest is done while the engine trains.
 void verdict_learning::take(const record_batch& batch) {
-    if (!m_looked)
-        look_at_base();
-    // record_batch takes nothing but whole records.
     const auto bytes = batch.bytes();
+    m_records.insert(m_records.end(), bytes.begin(), bytes.end());
+    if (m_records.size() > most_bytes)
+        cut_records();
+    if (m_tokens.size() > most_tokens)
+        m_remark = learn_pending();
+}
+
+// record_batch takes nothing but whole records.
+void verdict_learning::cut_records() {
+    const std::span<const std::uint8_t> bytes = m_records;
     for (std::size_t at = 0; at < bytes.size(); at += load_u32(bytes.data() + at + 8)) {
         const std::uint8_t* const record = bytes.data() + at;
         const std::size_t id_size = record[record_head];
@@ -71,8 +81,7 @@ void verdict_learning::take(const record_batch& batch) {
             (load_u32(record + 12) & message_flag::spam) != 0, load_u32(record + 20),
             bytes.subspan(at + table + 8, load_u32(record + table + 4)));
     }
-    if (m_tokens.size() > most_tokens)
-        m_remark = learn_pending();
+    m_records = {};
 }
 
 void verdict_learning::add(std::string_view msid, bool spam, std::uint32_t time,
@@ -97,13 +106,10 @@ void verdict_learning::add(std::string_view msid, bool spam, std::uint32_t time,
     m_messages.push_back(added);
 }
 
-void verdict_learning::drop(std::size_t count) {
-    m_messages.resize(m_messages.size() - std::min(count, m_messages.size()));
-    m_tokens.resize(m_messages.empty() ? 0 : m_messages.back().end);
-}
-
 void verdict_learning::forget() {
-    drop(m_messages.size());
+    m_records = {};
+    m_messages.clear();
+    m_tokens.clear();
     m_remark.clear();
     m_looked = false;
 }
@@ -113,6 +119,7 @@ std::span<const token_key> verdict_learning::tokens_of(const taken_message& of) 
 }
 
 std::string verdict_learning::finish() {
+    cut_records();
     std::string remark = m_messages.empty() ? std::string() : learn_pending();
     if (remark.empty())
         remark.swap(m_remark);

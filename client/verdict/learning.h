@@ -23,11 +23,10 @@ class verdict_learning {
 public:
     explicit verdict_learning(std::string_view working_directory); // with a backslash at the end
 
-    // Looks at messages that are about to be handed over. Holds some bytes a token until finish(), but never
-    // more than 16 MiB.
+    // Looks at what the engine has and knows, before messages are handed over to it.
+    void prepare();
+    // The messages were handed over. They are held until finish(), but never more than some dozen MiB.
     void take(const record_batch& batch);
-    // The last `count` messages taken were not handed over after all.
-    void drop(std::size_t count);
     // All training is forgotten: nothing that was taken counts, and nothing is known.
     void forget();
     // Learns, and writes verdict.bin. An empty text, or one line for the user: training goes on all the same.
@@ -43,9 +42,10 @@ private:
         grade_counts counts{};          // by the published base
     };
 
+    static constexpr std::size_t most_bytes = std::size_t{32} << 20; // of records
     static constexpr std::size_t most_tokens = std::size_t{1} << 21;
 
-    void look_at_base();
+    void cut_records();
     void add(std::string_view msid, bool spam, std::uint32_t time, std::span<const std::uint8_t> entries);
     [[nodiscard]] std::span<const token_key> tokens_of(const taken_message& of) const;
     std::string learn_pending();
@@ -58,6 +58,7 @@ private:
     bool m_looked = false;
     bool m_graded = false; // the published base is grown enough to grade by
     hashreg m_base;
+    std::vector<std::uint8_t> m_records; // as they were taken
     std::vector<taken_message> m_messages;
     std::vector<token_key> m_tokens;
     std::string m_remark;

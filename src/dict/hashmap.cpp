@@ -96,7 +96,7 @@ bool hashmap_impl::clear() {
     }
     m_slots = nullptr;
     m_data = nullptr;
-    m_lastvalue = nullptr;
+    m_resize_owed = false;
     if (is_valid())
         return true;
     log_invalid("end of clear.");
@@ -109,6 +109,10 @@ bool hashmap_impl::grow_range(void*& base, std::size_t& reserved, std::uint8_t**
     if (size == 0)
         size = platform::allocation_granularity();
     size = round_up(size + commit_step, platform::page_size());
+    if (base && committed && size <= platform::range_room(reserved)) {
+        reserved = size;
+        return true;
+    }
     void* fresh = platform::reserve_range(size);
     if (!fresh)
         return false;
@@ -171,25 +175,49 @@ std::uint32_t hashmap_impl::__insert_datat(std::string_view key, const void* val
     return place;
 }
 
-bool hashmap_impl::entry_has_key(std::uint32_t slot, std::string_view key) noexcept {
+// The value of the slot's entry, or null if it has another key.
+std::uint8_t* hashmap_impl::value_if_key(std::uint32_t slot, std::string_view key) const noexcept {
     std::uint8_t* entry = m_data + slot - 1;
     if (*entry != key.size() || std::memcmp(entry + 1, key.data(), key.size()) != 0)
+        return nullptr;
+    return entry + 1 + key.size();
+}
+
+bool hashmap_impl::make_table() {
+    resize_if_owed();
+    if (m_slots)
+        return true;
+    m_tablesize = primes[m_prime_index];
+    if (!commit_table())
         return false;
-    m_lastvalue = entry + 1 + key.size();
+    m_count = 0;
     return true;
 }
 
-bool hashmap_impl::insert_at(std::uint32_t slot, std::string_view key, const void* value) {
-    const std::uint32_t place = __insert_datat(key, value);
-    m_slots[slot] = place;
-    if (place != 0)
-        ++m_count;
-    return place != 0;
+hashmap_impl::probe hashmap_impl::find(std::string_view key) const noexcept {
+    std::uint32_t slot = probe_hash(key) % m_tablesize;
+    if (m_slots[slot] == 0)
+        return {slot, nullptr, true};
+    if (std::uint8_t* const value = value_if_key(m_slots[slot], key))
+        return {slot, value, true};
+    const std::uint32_t step = step_of(key, m_tablesize);
+    for (slot = advance(slot, step, m_tablesize); m_slots[slot] != 0; slot = advance(slot, step, m_tablesize))
+        if (std::uint8_t* const value = value_if_key(m_slots[slot], key))
+            return {slot, value, false};
+    return {slot, nullptr, false};
 }
 
-void hashmap_impl::store_last(const void* value) noexcept {
-    if (value && value_size() != 0)
-        std::memcpy(m_lastvalue, value, value_size());
+// Answers the value's place, or null if there was no room.
+std::uint8_t* hashmap_impl::insert_at(const probe& where, std::string_view key, const void* value) {
+    const std::uint32_t entry = __insert_datat(key, value);
+    m_slots[where.slot] = entry;
+    if (entry != 0)
+        ++m_count;
+    // deliberate: the load isn't looked at unless the insertion had to probe.
+    if (!where.is_first &&
+        static_cast<double>(static_cast<float>(m_count) / static_cast<float>(m_tablesize)) > maximal_load)
+        __resize();
+    return entry != 0 ? m_data + entry + key.size() : nullptr;
 }
 
 bool hashmap_impl::_assign(std::string_view key, const void* value) {
@@ -197,32 +225,14 @@ bool hashmap_impl::_assign(std::string_view key, const void* value) {
         log_invalid("_assign!");
         return false;
     }
-    if (!m_slots) {
-        m_tablesize = primes[m_prime_index];
-        if (!commit_table())
-            return false;
-        m_count = 0;
-    }
-    std::uint32_t slot = probe_hash(key) % m_tablesize;
-    // deliberate: the load isn't looked at here; the table grows only on an insertion that had to probe.
-    if (m_slots[slot] == 0)
-        return insert_at(slot, key, value);
-    if (entry_has_key(m_slots[slot], key)) {
-        store_last(value);
-        return true;
-    }
-    const std::uint32_t step = step_of(key, m_tablesize);
-    for (slot = advance(slot, step, m_tablesize); m_slots[slot] != 0;
-         slot = advance(slot, step, m_tablesize)) {
-        if (entry_has_key(m_slots[slot], key)) {
-            store_last(value);
-            return true;
-        }
-    }
-    const bool inserted = insert_at(slot, key, value);
-    if (static_cast<double>(static_cast<float>(m_count) / static_cast<float>(m_tablesize)) > maximal_load)
-        __resize();
-    return inserted;
+    if (!make_table())
+        return false;
+    const probe where = find(key);
+    if (!where.value)
+        return insert_at(where, key, value) != nullptr;
+    if (value && value_size() != 0)
+        std::memcpy(where.value, value, value_size());
+    return true;
 }
 
 std::uint8_t* hashmap_impl::_get_value(std::string_view key) {
@@ -230,18 +240,25 @@ std::uint8_t* hashmap_impl::_get_value(std::string_view key) {
         log_invalid("_get_value!");
         return nullptr;
     }
-    if (key.empty() || !m_slots)
+    resize_if_owed();
+    return key.empty() || !m_slots ? nullptr : find(key).value;
+}
+
+std::uint8_t* hashmap_impl::value_or_new(std::string_view key, const void* value) {
+    if (!make_table())
         return nullptr;
-    std::uint32_t slot = probe_hash(key) % m_tablesize;
-    if (m_slots[slot] == 0)
-        return nullptr;
-    if (entry_has_key(m_slots[slot], key))
-        return m_lastvalue;
-    const std::uint32_t step = step_of(key, m_tablesize);
-    for (slot = advance(slot, step, m_tablesize); m_slots[slot] != 0; slot = advance(slot, step, m_tablesize))
-        if (entry_has_key(m_slots[slot], key))
-            return m_lastvalue;
-    return nullptr;
+    const probe where = find(key);
+    return where.value ? where.value : insert_at(where, key, value);
+}
+
+std::uint32_t hashmap_impl::tablesize() {
+    resize_if_owed();
+    return m_tablesize;
+}
+
+void hashmap_impl::resize_if_owed() {
+    if (std::exchange(m_resize_owed, false))
+        __resize();
 }
 
 // Makes the table again for the entries of the data area. It may become smaller.
@@ -278,7 +295,7 @@ void hashmap_impl::__resize() {
             // A damaged block may hold one key over and over: then the walk would take ever longer, and no
             // lookup comes to the repeated entry anyway.
             if (m_slots[slot] != 0) {
-                for (slot = first; m_slots[slot] != 0 && !entry_has_key(m_slots[slot], key);)
+                for (slot = first; m_slots[slot] != 0 && !value_if_key(m_slots[slot], key);)
                     slot = advance(slot, step, m_tablesize);
             }
         }
@@ -306,6 +323,7 @@ bool hashmap_impl::flush_ordered(file_stream& file) {
         return true;
     platform::decommit_range(m_hashmem, m_hashreserved);
     m_slots = nullptr;
+    m_resize_owed = true;
     struct ordered_entry {
         std::uint32_t hash;
         std::uint32_t offset;
@@ -327,7 +345,6 @@ bool hashmap_impl::flush_ordered(file_stream& file) {
             file.write(entry, std::size_t{*entry} + 1 + value_size());
         }
     }
-    __resize();
     return true;
 }
 
@@ -381,7 +398,7 @@ bool hashmap_impl::init_from_file(file_stream& file) {
         return false;
     }
     trust_only_whole_entries();
-    __resize();
+    m_resize_owed = true;
     return true;
 }
 
@@ -417,7 +434,8 @@ void hashmap_impl::compact() {
     m_count = count;
     m_datasize = static_cast<std::uint32_t>(kept);
     m_cursor = 0;
-    __resize();
+    m_slots = nullptr;
+    m_resize_owed = true;
 }
 
 bool dword_map::is_dropped(const std::uint8_t* value) const noexcept {
@@ -425,10 +443,10 @@ bool dword_map::is_dropped(const std::uint8_t* value) const noexcept {
 }
 
 std::uint8_t* dword_map::get_or_add(std::string_view key) {
-    if (std::uint8_t* value = _get_value(key))
-        return value;
     constexpr std::uint32_t zero = 0;
-    return _assign(key, &zero) ? _get_value(key) : nullptr;
+    if (key.empty() || !is_valid()) // one is entered and never found, the other told of
+        return !_get_value(key) && _assign(key, &zero) ? _get_value(key) : nullptr;
+    return value_or_new(key, &zero);
 }
 
 bool float_map::is_dropped(const std::uint8_t* value) const noexcept {

@@ -47,19 +47,33 @@ public:
     [[nodiscard]] bool is_valid() const noexcept { return m_hashmem && m_datamem; }
     [[nodiscard]] std::uint32_t count() const noexcept { return m_count; }
     [[nodiscard]] std::uint32_t datasize() const noexcept { return m_datasize; }   // bytes
-    [[nodiscard]] std::uint32_t tablesize() const noexcept { return m_tablesize; } // slots
+    [[nodiscard]] std::uint32_t tablesize(); // slots
+
+protected:
+    // The value of a key, which is inserted with `value` if it is absent. Null if there was no room. The map
+    // is valid.
+    std::uint8_t* value_or_new(std::string_view key, const void* value);
 
 private:
+    // Where a key is, or would be.
+    struct probe {
+        std::uint32_t slot;
+        std::uint8_t* value; // null: the slot is empty
+        bool is_first;       // no slot was taken on the way to it
+    };
+
     std::uint32_t __insert_datat(std::string_view key, const void* value);
     void __resize();
+    void resize_if_owed();
+    bool make_table(); // if there is none
+    [[nodiscard]] probe find(std::string_view key) const noexcept;
     bool grow_range(void*& base, std::size_t& reserved, std::uint8_t** committed, std::size_t bytes);
     bool commit_table();
     bool make_room(std::size_t size); // in the data area
-    bool insert_at(std::uint32_t slot, std::string_view key, const void* value);
-    void store_last(const void* value) noexcept;
+    std::uint8_t* insert_at(const probe& where, std::string_view key, const void* value);
     void trust_only_whole_entries() noexcept;
     void log_invalid(const char* where) const;
-    [[nodiscard]] bool entry_has_key(std::uint32_t slot, std::string_view key) noexcept;
+    [[nodiscard]] std::uint8_t* value_if_key(std::uint32_t slot, std::string_view key) const noexcept;
 
     std::uint32_t m_prime_index = 0;
     std::uint32_t m_count = 0;
@@ -73,7 +87,7 @@ private:
     void* m_datamem = nullptr;
     std::size_t m_datareserved = 0;
     std::size_t m_cursor = 0;
-    std::uint8_t* m_lastvalue = nullptr;
+    bool m_resize_owed = false; // many a map is never asked again: its table is made at the next lookup
 };
 
 // Tokens with unsigned 32-bit counts. A count of 0 is dropped at compaction.

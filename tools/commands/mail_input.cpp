@@ -1,6 +1,7 @@
 #include "tools/commands/mail_input.h"
 
 #include <memory>
+#include <span>
 #include <utility>
 
 #include "client/known_messages.h"
@@ -13,44 +14,76 @@ namespace tvr {
 
 namespace {
 
-// Appends each chunk to the cache, but for what the engine knows.
-class training_worker final : public mail_worker {
-public:
-    training_worker(const train_options& options, training_client& client, known_messages& known,
-                    training_sum& sum, ipc_status& failure)
-        : m_options(options), m_client(client), m_known(known), m_sum(sum), m_failure(failure) {}
+struct training_mail {
+    std::string id;
+    std::string name;      // for the user
+    std::uint64_t key = 0; // see mail_key()
+    bool spam = false;
+    std::uint32_t tokens = 0;
+    record_batch record;
+};
 
-    void begin() override { m_mails.clear(); }
-    bool wants(const mail_item& mail) override { return !m_options.selects || m_options.selects(mail); }
-    void take(const mail_item& mail, const tokenizer& cut) override {
-        training_mail& one = m_mails.emplace_back();
-        one.id = cut.facts().msid;
-        one.spam = mail.spam;
-        one.tokens = cut.tokens().size();
-        one.record.add(describe(cut.facts(), mail.size, mail.spam, m_options.manual), cut.tokens());
+constexpr std::uint64_t most_held = std::uint64_t{64} << 20; // bytes of mail, and of records
+
+// Appends mail to the cache, but for what the engine knows. What might conflict is held back until all is
+// read, but never more than most_held: a pipe doesn't tell its size.
+class training_queue {
+public:
+    training_queue(const train_options& options, training_client& client, training_sum& sum)
+        : m_options(options), m_client(client), m_known(client.working_directory()), m_sum(sum) {
+        if (!m_options.again)
+            m_known.load();
     }
-    bool commit() override {
-        training_sum chunk;
-        if (ipc_status status = hand_in(chunk); !status) {
-            m_failure = std::move(status);
-            return false;
+
+    void hold_back() { m_holds = true; }
+
+    // Takes the mails. False if some could not be appended.
+    bool add(std::vector<training_mail>& mails) {
+        for (training_mail& mail : mails) {
+            if (m_holds)
+                m_conflicts.add(mail.key, mail.spam, mail.name);
+            m_bytes += mail.record.bytes().size();
+            m_mails.push_back(std::move(mail));
         }
-        m_sum += chunk;
-        return true;
+        if (!m_conflicts.text().empty()) {
+            m_mails.clear(); // what is left to read only counts
+            return true;
+        }
+        m_holds = m_holds && m_bytes <= most_held;
+        return m_holds || m_bytes < portion || hand_in();
+    }
+
+    // Hands in what is left; all or nothing of what was held back.
+    ipc_status finish() {
+        if (const std::string why = m_conflicts.text(); !why.empty())
+            return {ipc_error::refused, why + "; nothing is learned"};
+        if (m_failure)
+            hand_in();
+        return m_failure;
     }
 
 private:
-    struct training_mail {
-        std::string id;
-        bool spam = false;
-        std::uint32_t tokens = 0;
-        record_batch record;
-    };
+    static constexpr std::size_t portion = std::size_t{8} << 20; // bytes that are appended at once
 
-    ipc_status hand_in(training_sum& chunk) {
+    bool hand_in() {
+        for (std::size_t at = 0; at < m_mails.size() && m_failure;) {
+            const std::size_t start = at;
+            for (std::size_t bytes = 0; at < m_mails.size() && bytes < portion; ++at)
+                bytes += m_mails[at].record.bytes().size();
+            training_sum part;
+            m_failure = hand_in(std::span(m_mails).subspan(start, at - start), part);
+            if (m_failure)
+                m_sum += part;
+        }
+        m_mails.clear();
+        m_bytes = 0;
+        return static_cast<bool>(m_failure);
+    }
+
+    ipc_status hand_in(std::span<const training_mail> mails, training_sum& part) {
         wanted_verdicts waiting; // with the other verdict
         if (!m_options.again)
-            for (const training_mail& mail : m_mails)
+            for (const training_mail& mail : mails)
                 if (const known_as known = m_known.find(mail.id); known.waits && !known.as(mail.spam))
                     waiting.try_emplace(mail.id).first->second.spam = mail.spam;
         if (!waiting.empty())
@@ -59,18 +92,18 @@ private:
                 !why.empty())
                 return {ipc_error::io, std::move(why)};
         record_batch batch;
-        for (const training_mail& mail : m_mails) {
+        for (const training_mail& mail : mails) {
             if (!m_options.again && m_known.is_learned(mail.id, mail.spam, m_options.manual)) {
-                ++chunk.known;
+                ++part.known;
                 continue;
             }
-            chunk.corrected += m_known.find(mail.id).as(!mail.spam) ? 1 : 0;
+            part.corrected += m_known.find(mail.id).as(!mail.spam) ? 1 : 0;
             const auto found = waiting.find(mail.id);
             const bool is_remarked = found != waiting.end() && found->second.waiting != 0;
             if (!is_remarked && !batch.add(mail.record.bytes()))
                 return {ipc_error::bad_message, mail.id + ": too large"};
-            ++chunk.messages[mail.spam ? 1 : 0];
-            chunk.tokens += mail.tokens;
+            ++part.messages[mail.spam ? 1 : 0];
+            part.tokens += mail.tokens;
             m_known.note(mail.id, mail.spam);
         }
         return m_client.append(batch);
@@ -78,11 +111,39 @@ private:
 
     const train_options& m_options;
     training_client& m_client;
-    known_messages& m_known; // in commit() only
+    known_messages m_known;
     training_sum& m_sum;
-    ipc_status& m_failure;
+    ipc_status m_failure;
+    bool m_holds = false;
+    verdict_conflicts m_conflicts;
+    std::vector<training_mail> m_mails;
+    std::size_t m_bytes = 0; // of their records
+};
+
+class training_worker final : public mail_worker {
+public:
+    training_worker(const train_options& options, training_queue& queue)
+        : m_options(options), m_queue(queue) {}
+
+    void begin() override { m_mails.clear(); }
+    bool wants(const mail_item& mail) override { return !m_options.selects || m_options.selects(mail); }
+    void take(const mail_item& mail, const tokenizer& cut) override {
+        training_mail& one = m_mails.emplace_back();
+        one.id = cut.facts().msid;
+        one.name = mail.name;
+        one.key = mail_key(mail.raw);
+        one.spam = mail.spam;
+        one.tokens = cut.tokens().size();
+        one.record.add(describe(cut.facts(), mail.size, mail.spam, m_options.manual), cut.tokens());
+    }
+    bool commit() override { return m_queue.add(m_mails); }
+
+private:
+    const train_options& m_options;
+    training_queue& m_queue;
     std::vector<training_mail> m_mails;
 };
+
 
 } // namespace
 
@@ -100,19 +161,19 @@ void add_rule(CLI::App& command, std::string& rule) {
 
 ipc_status take_mail(const train_options& options, training_client& client, training_sum& sum) {
     const mail_paths paths = {.spam = options.spam, .ham = options.ham, .recursive = options.recursive};
-    if (std::string why = learning_conflict(paths); !why.empty())
+    if (const std::string why = path_conflict(paths); !why.empty())
         return {ipc_error::refused, why + "; nothing is learned"};
+   training_queue queue(options, client, sum);
     mail_reading reading(paths, "Reading mail", {.quiet = options.quiet, .verbose = options.verbose});
-    known_messages known(client.working_directory());
-    if (!options.again)
-        known.load();
-    ipc_status failure;
-    reading.run([&] { return std::make_unique<training_worker>(options, client, known, sum, failure); },
-                options.threads);
-    sum.skipped = reading.skipped();
+    if (reading.total() <= most_held)
+        queue.hold_back();
+    else if (const std::string why = learning_conflict(paths); !why.empty())
+        return {ipc_error::refused, why + "; nothing is learned"};
+   reading.run([&] { return std::make_unique<training_worker>(options, queue); }, options.threads);
+   sum.skipped = reading.skipped();
     sum.thrown_away = reading.passed().count(passed_mail::kind::thrown_away);
     sum.lost = reading.passed().count(passed_mail::kind::lost);
-    return failure;
+    return queue.finish();
 }
 
 bool add_message_ids(const std::vector<std::string>& files, mail_to_forget& messages) {

@@ -57,7 +57,7 @@ public:
         if (fs::is_directory(status))
             add_folder(path, real, spam, true);
         else if (fs::exists(status))
-            add_file(path, spam, true);
+            add_file(fs::directory_entry(path, error), spam, true);
         else
             pass(passed_mail::kind::lost, path, error ? error.message() : "no such file or folder");
     }
@@ -68,21 +68,22 @@ private:
     void add_folder(const fs::path& path, const fs::path& real, bool spam, bool is_named) {
         const bool maildir = is_maildir(path.string());
         std::error_code error;
-        std::vector<fs::path> inside;
+        std::vector<fs::directory_entry> inside;
         for (fs::directory_iterator it(path, error), end; !error && it != end; it.increment(error))
-            inside.push_back(it->path());
+            inside.push_back(*it);
         if (error)
             pass(is_named ? passed_mail::kind::lost : passed_mail::kind::skipped, path, error.message());
         std::sort(inside.begin(), inside.end());
-        for (const fs::path& item : inside) {
-            const fs::path real_item = real / item.filename();
+        const bool has_flags = path.filename() == "cur";
+        for (const fs::directory_entry& item : inside) {
+            const fs::path real_item = real / item.path().filename();
             if (m_named.contains(real_item))
                 continue; // it belongs to the nearer path
             // Links to folders could lead round in circles.
-            if (!fs::is_directory(item, error))
-                add_met_file(item, maildir, spam, path.filename() == "cur");
-            else if (!fs::is_symlink(fs::symlink_status(item, error)))
-                add_met_folder(item, real_item, maildir, spam);
+            if (!item.is_directory(error))
+                add_met_file(item, maildir, spam, has_flags);
+            else if (!item.is_symlink(error))
+                add_met_folder(item.path(), real_item, maildir, spam);
         }
     }
 
@@ -102,25 +103,26 @@ private:
             add_folder(path, real, spam, false);
     }
 
-    void add_met_file(const fs::path& path, bool in_maildir, bool spam, bool has_flags) {
+    void add_met_file(const fs::directory_entry& item, bool in_maildir, bool spam, bool has_flags) {
+        const fs::path& path = item.path();
         const std::string name = path.filename().string();
         std::error_code error;
         if (in_maildir || name[0] == '.' || is_mail_store_file(name))
             return; // the messages of a Maildir lie in its folders
-        if (!fs::is_regular_file(path, error))
+        if (!item.is_regular_file(error))
             pass(passed_mail::kind::skipped, path, "not a file");
         else if (const char* const why = m_paths.everything ? nullptr : objection_to(name, spam))
             pass(passed_mail::kind::left_out, path, why);
         else if (has_flags && !m_paths.everything && is_thrown_away(name))
             pass(passed_mail::kind::thrown_away, path, "thrown away");
         else
-            add_file(path.string(), spam, false);
+            add_file(item, spam, false);
     }
 
-    void add_file(const std::string& path, bool spam, bool is_named) {
+    void add_file(const fs::directory_entry& item, bool spam, bool is_named) {
         std::error_code error;
-        const std::uintmax_t size = fs::is_regular_file(path, error) ? fs::file_size(path, error) : 0;
-        m_files.push_back({path, error ? 0 : size, spam, is_named});
+        const std::uintmax_t size = item.is_regular_file(error) ? item.file_size(error) : 0;
+        m_files.push_back({item.path().string(), error ? 0 : size, spam, is_named});
     }
 
     void pass(passed_mail::kind what, const fs::path& path, const std::string& why) {

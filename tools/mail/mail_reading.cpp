@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <thread>
-#include <unordered_map>
 #include <utility>
 
 #include "platform/folder_watch.h"
@@ -106,6 +105,19 @@ void mail_reading::work(mail_worker& worker) {
     }
 }
 
+void verdict_conflicts::add(std::uint64_t key, bool spam, const std::string& name) {
+    const auto [found, is_new] = m_given.try_emplace(key, spam, name);
+    const auto& [other, other_name] = found->second;
+    if (is_new || other == spam || ++m_count != 1)
+        return;
+    m_first = spam ? other_name + ": given as good mail, and as spam in " + name
+                   : name + ": given as good mail, and as spam in " + other_name;
+}
+
+std::string verdict_conflicts::text() const {
+    return m_count > 1 ? m_first + "; and " + grouped(m_count - 1) + " more" : m_first;
+}
+
 std::string learning_conflict(const mail_paths& paths) {
     if (std::string why = path_conflict(paths); !why.empty())
         return why;
@@ -114,23 +126,12 @@ std::string learning_conflict(const mail_paths& paths) {
     std::erase(files.ham, "-");
     if (files.spam.empty() || files.ham.empty())
         return {};
-    std::unordered_map<std::uint64_t, std::string> spam; // the names of messages
-    std::string first;
-    std::uint64_t number = 0;
+    verdict_conflicts conflicts;
     mail_source source(files, [](const passed_mail&) {});
     mail_item mail;
-    while (source.next(mail)) {
-        const std::uint64_t key = mail_key(mail.raw);
-        if (mail.spam) {
-            spam.try_emplace(key, mail.name);
-        } else if (const auto found = spam.find(key); found != spam.end()) {
-            if (++number == 1)
-                first = mail.name + ": given as good mail, and as spam in " + found->second;
-        }
-    }
-    if (number > 1)
-        first += "; and " + grouped(number - 1) + " more";
-    return first;
+    while (source.next(mail))
+        conflicts.add(mail_key(mail.raw), mail.spam, mail.name);
+    return conflicts.text();
 }
 
 } // namespace tvr

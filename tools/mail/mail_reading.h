@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -73,6 +74,7 @@ public:
     // `threads`: 0 is one for each processor.
     void run(const std::function<std::unique_ptr<mail_worker>()>& make_worker, unsigned threads);
 
+    [[nodiscard]] std::uint64_t total() const noexcept { return m_source.total(); } // bytes to read
     [[nodiscard]] std::uint64_t skipped() const noexcept { return m_passed.skipped(); }
     [[nodiscard]] const pass_log& passed() const noexcept { return m_passed; }
 
@@ -103,8 +105,20 @@ private:
     std::uint64_t m_turn = 0;
 };
 
-// Why these messages can't be learned together, or an empty text: a path or a message is given both as spam
-// and as good mail. Reads them all once, but for standard input; nothing is told of what is passed over.
+// Finds messages that are given both as spam and as good mail.
+class verdict_conflicts {
+public:
+    void add(std::uint64_t key, bool spam, const std::string& name); // see mail_key()
+    [[nodiscard]] std::string text() const;                          // for the user; empty if there is none
+
+private:
+    std::unordered_map<std::uint64_t, std::pair<bool, std::string>> m_given; // verdict and name
+    std::string m_first;
+    std::uint64_t m_count = 0;
+};
+
+// Why these messages can't be learned together, or an empty text. Reads them all once, but for standard
+// input; nothing is told of what is passed over.
 [[nodiscard]] std::string learning_conflict(const mail_paths& paths);
 
 } // namespace tvr

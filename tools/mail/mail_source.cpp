@@ -6,7 +6,6 @@
 #include <charconv>
 #include <cstring>
 #include <filesystem>
-#include <iostream>
 #include <utility>
 
 #include "client/tokenizer.h"
@@ -105,26 +104,58 @@ mail_source::mail_source(const mail_paths& paths, pass_report passed)
         m_total += file.size;
 }
 
+bool line_reader::open(const std::string& path) {
+    m_begin = m_end = 0;
+    m_file.reset(path == "-" ? stdin : std::fopen(path.c_str(), "rb"));
+    if (m_file)
+        std::setvbuf(m_file.get(), nullptr, _IONBF, 0);
+    return m_file != nullptr;
+}
+
+bool line_reader::fill() {
+    if (m_begin != 0)
+        std::memmove(m_buffer.get(), m_buffer.get() + m_begin, m_end - m_begin);
+    m_end -= std::exchange(m_begin, 0);
+    const std::size_t got = std::fread(m_buffer.get() + m_end, 1, room - m_end, m_file.get());
+    m_end += got;
+    return got != 0;
+}
+
+void line_reader::next_line(std::string& line) {
+    for (std::size_t searched = 0;;) {
+        const char* const start = m_buffer.get() + m_begin;
+        const void* const end = std::memchr(start + searched, '\n', m_end - m_begin - searched);
+        const std::size_t size = end ? static_cast<std::size_t>(static_cast<const char*>(end) - start) + 1
+                                     : m_end - m_begin;
+        if (!end && size < room && fill()) {
+            searched = size;
+            continue;
+        }
+        line.assign(m_buffer.get() + m_begin, size);
+        m_begin += size;
+        return;
+    }
+}
+
+std::string_view line_reader::next_block() {
+    if (m_begin == m_end && !fill())
+        return {};
+    const std::size_t start = std::exchange(m_begin, m_end);
+    return {m_buffer.get() + start, m_end - start};
+}
+
 bool mail_source::open_next() {
     while (m_next < m_files.size()) {
         const mail_file& file = m_files[m_next++];
-        if (file.path == "-") {
-            m_input = &std::cin;
-        } else {
-            m_file.close();
-            m_file.clear();
-            m_file.open(file.path, std::ios::binary);
-            if (!m_file) {
-                const int code = errno;
-                pass(file.is_named ? passed_mail::kind::lost : passed_mail::kind::skipped, file.path,
-                     std::strerror(code));
-                m_done += file.size;
-                continue;
-            }
-            m_input = &m_file;
+        if (!m_input.open(file.path)) {
+            const int code = errno;
+            pass(file.is_named ? passed_mail::kind::lost : passed_mail::kind::skipped, file.path,
+                 std::strerror(code));
+            m_done += file.size;
+            continue;
         }
         m_number = 0;
-        m_ahead = fetch_line();
+        m_input.next_line(m_ahead);
         read_line();
         m_is_mbox = m_line.starts_with("From ");
         return true;
@@ -132,28 +163,12 @@ bool mail_source::open_next() {
     return false;
 }
 
-// A line with its end, or as much of one as fits in the buffer; empty at the end of the file.
-std::string mail_source::fetch_line() {
-    std::array<char, 65536> room;
-    if (!m_input->good())
-        return {};
-    m_input->getline(room.data(), room.size());
-    const bool is_cut = m_input->fail() && m_input->gcount() > 0;
-    if (is_cut)
-        m_input->clear();
-    else if (m_input->fail())
-        return {};
-    const auto got = static_cast<std::size_t>(m_input->gcount());
-    std::string line(room.data(), got - (is_cut || m_input->eof() ? 0 : 1));
-    if (!is_cut && !m_input->eof())
-        line.push_back('\n');
-    return line;
-}
-
 bool mail_source::read_line() {
-    m_line = std::exchange(m_ahead, {});
+    m_line.swap(m_ahead);
     if (m_is_mbox || m_number == 0)
-        m_ahead = fetch_line();
+        m_input.next_line(m_ahead);
+    else
+        m_ahead.clear();
     return !m_line.empty();
 }
 
@@ -188,14 +203,13 @@ bool mail_source::read_message(mail_item& item) {
         }
     } else {
         take(m_ahead);
-        std::array<char, 65536> piece;
-        while (m_input->good() && (m_input->read(piece.data(), piece.size()), m_input->gcount() > 0))
-            take({piece.data(), static_cast<std::size_t>(m_input->gcount())});
+        for (std::string_view block = m_input.next_block(); !block.empty(); block = m_input.next_block())
+            take(block);
         m_line.clear();
     }
     item.number = m_is_mbox && (m_number > 1 || !m_line.empty()) ? m_number : 0;
     item.name = item.file + (item.number != 0 ? ", message " + std::to_string(item.number) : "");
-    if (m_input->bad())
+    if (m_input.failed())
         pass(file.is_named ? passed_mail::kind::lost : passed_mail::kind::skipped, item.name,
              "can't be read to its end");
     return true;
@@ -222,10 +236,10 @@ void mail_source::pass(passed_mail::kind what, const std::string& name, const ch
 
 bool mail_source::next(mail_item& item) {
     for (;;) {
-        if (!m_input && !open_next())
+        if (!m_input.is_open() && !open_next())
             return false;
         if (!read_message(item))
-            m_input = nullptr;
+            m_input.close();
         else if (accept(item)) {
             item.index = m_given++;
             return true;

@@ -3,8 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <fstream>
-#include <istream>
+#include <cstdio>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,6 +21,36 @@ struct mail_item {
     std::uint64_t size = 0;   // bytes of the whole one
     bool spam = false;
     std::uint64_t index = 0; // among those given out
+};
+
+// A file in large pieces: by lines, then as it comes.
+class line_reader {
+public:
+    bool open(const std::string& path); // "-" is standard input. False with the reason in errno
+    void close() { m_file.reset(); }
+
+    // The next line with its end, or as much of one as fits in the buffer; empty at the end of the file.
+    void next_line(std::string& line);
+    // The bytes behind it, as many as are at hand; empty at the end.
+    std::string_view next_block();
+
+    [[nodiscard]] bool is_open() const noexcept { return m_file != nullptr; }
+    [[nodiscard]] bool failed() const noexcept { return std::ferror(m_file.get()) != 0; }
+
+private:
+    struct closer {
+        void operator()(std::FILE* file) const noexcept {
+            if (file != stdin)
+                std::fclose(file);
+        }
+    };
+    static constexpr std::size_t room = 65536;
+
+    bool fill(); // behind the bytes that are left. False at the end
+
+    std::unique_ptr<std::FILE, closer> m_file;
+    std::unique_ptr<char[]> m_buffer = std::make_unique_for_overwrite<char[]>(room);
+    std::size_t m_begin = 0, m_end = 0; // of the bytes that are left
 };
 
 // Gives out messages one by one, in the order of find_mail(). One thread at a time. Holds one message in
@@ -40,7 +70,6 @@ public:
 
 private:
     bool open_next();
-    std::string fetch_line();
     bool read_line(); // false at the end
     [[nodiscard]] bool begins_message() const;
     bool read_message(mail_item& item); // of the open file
@@ -54,8 +83,7 @@ private:
     std::uint64_t m_total = 0;
     std::uint64_t m_done = 0;
 
-    std::ifstream m_file;
-    std::istream* m_input = nullptr; // null: no file is open
+    line_reader m_input;
     bool m_is_mbox = false;
     std::uint32_t m_number = 0; // of the message in its file
     std::uint64_t m_given = 0;

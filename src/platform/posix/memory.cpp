@@ -42,7 +42,7 @@ void* reserve_range(std::size_t size) noexcept {
         posix::fail(error::invalid_parameter);
         return nullptr;
     }
-    void* const range = mmap(nullptr, pages(nullptr, size).size, PROT_NONE, reserved, -1, 0);
+    void* const range = mmap(nullptr, pages(nullptr, range_room(size)).size, PROT_NONE, reserved, -1, 0);
     if (range != MAP_FAILED)
         return range;
     posix::fail_errno();
@@ -63,7 +63,7 @@ void decommit_range(void* address, std::size_t size) noexcept {
 }
 
 void release_range(void* address, std::size_t size) noexcept {
-    const pages range(address, size);
+    const pages range(address, range_room(size));
     munmap(range.begin, range.size);
 }
 

@@ -39,7 +39,7 @@ void* reserve_range(std::size_t size) noexcept {
         win32::fail(error::invalid_parameter);
         return nullptr;
     }
-    return checked(VirtualAlloc(nullptr, size, MEM_RESERVE, PAGE_NOACCESS));
+    return checked(VirtualAlloc(nullptr, range_room(size), MEM_RESERVE, PAGE_NOACCESS));
 }
 
 void* commit_range(void* address, std::size_t size) noexcept {
