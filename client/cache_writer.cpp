@@ -1,5 +1,6 @@
 #include "client/cache_writer.h"
 
+#include <algorithm>
 #include <array>
 
 #include "common/bytes.h"
@@ -32,14 +33,16 @@ bool write_word(platform::file& file, std::uint64_t place, std::uint32_t word) {
 cache_writer::cache_writer(std::string_view path)
     : m_path(path), m_lock(join_path(folder_part(path), names::lock)) {}
 
-append_result cache_writer::append(const record_batch& batch, std::uint32_t patience) {
+append_result cache_writer::append(std::span<const record_batch> batches, std::uint32_t patience) {
     const platform::locker locker(m_locker);
-    if (batch.count() == 0)
+    while (!batches.empty() && batches.front().count() == 0)
+        batches = batches.subspan(1);
+    if (batches.empty())
         return append_result::done;
     if (!m_lock.acquire_within(patience))
         return platform::last_error() == platform::error::sharing_violation ? append_result::locked
                                                                             : append_result::io_failed;
-    const append_result result = append_locked(batch);
+    const append_result result = append_locked(batches);
     const std::uint32_t code = platform::last_error();
     m_lock.release();
     platform::set_last_error(code);
@@ -79,23 +82,33 @@ bool cache_writer::find_end(platform::file& cache) {
 // Three steps, each of which leaves a cache that every reader takes as it was or as it becomes: the records
 // without the signature of the first one, where readers stop; that signature; and the count. The first step
 // is on the disk before the second one, so that a power cut leaves no signature without its record.
-append_result cache_writer::append_locked(const record_batch& batch) {
+append_result cache_writer::append_locked(std::span<const record_batch> batches) {
     platform::file cache;
     if (!cache.open(m_path, platform::access::read_write, platform::share::read,
                     platform::creation::open_always) ||
         !find_end(cache))
         return append_result::io_failed;
     const bool is_known = m_changed != 0; // and with it the name of the file on the disk
-    const auto records = batch.bytes();
-    if (m_end > largest - records.size())
+    std::uint64_t size = 0;
+    std::uint32_t count = 0;
+    for (const record_batch& batch : batches) {
+        size += batch.bytes().size();
+        count += batch.count();
+    }
+    if (size > largest || m_end > largest - size)
         return append_result::cache_full;
     const std::uint64_t start = m_end;
     constexpr std::size_t signature_size = 4;
+    const auto first = batches.front().bytes();
     const bool written = cache.seek(static_cast<std::int64_t>(start), platform::origin::begin) &&
                          cache.set_end() && write_word(cache, start, 0) &&
-                         cache.write(records.data() + signature_size, records.size() - signature_size) &&
-                         cache.flush() && write_at(cache, start, records.data(), signature_size) &&
-                         write_word(cache, 0, m_count + batch.count()) && cache.flush() &&
+                         cache.write(first.data() + signature_size, first.size() - signature_size) &&
+                         std::all_of(batches.begin() + 1, batches.end(),
+                                     [&](const record_batch& batch) {
+                                         return cache.write(batch.bytes().data(), batch.bytes().size());
+                                     }) &&
+                         cache.flush() && write_at(cache, start, first.data(), signature_size) &&
+                         write_word(cache, 0, m_count + count) && cache.flush() &&
                          (is_known || platform::make_durable({folder_of(m_path)}));
     if (!written) {
         const std::uint32_t code = platform::last_error();
@@ -105,8 +118,8 @@ append_result cache_writer::append_locked(const record_batch& batch) {
         platform::set_last_error(code);
         return append_result::io_failed;
     }
-    m_end = start + records.size();
-    m_count += batch.count();
+    m_end = start + size;
+    m_count += count;
     m_changed = cache.last_write_time().value_or(0);
     return append_result::done;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -25,16 +26,19 @@ class cache_writer {
 public:
     explicit cache_writer(std::string_view path); // of the cache; its folder exists
 
-    // Appends all records of the batch, under lock.bin. What stands behind the last whole record, left by
+    // Appends all records of the batches, under lock.bin. What stands behind the last whole record, left by
     // a process that died in the middle of an append, gives way. A failure adds no record. Waits at most
     // `patience` milliseconds for the lock.
-    append_result append(const record_batch& batch, std::uint32_t patience = 30000);
+    append_result append(std::span<const record_batch> batches, std::uint32_t patience = 30000);
+    append_result append(const record_batch& batch, std::uint32_t patience = 30000) {
+        return append(std::span(&batch, 1), patience);
+    }
 
     // The end of the file after the last append of this object (bytes).
     [[nodiscard]] std::uint64_t end() const noexcept { return m_end; }
 
 private:
-    append_result append_locked(const record_batch& batch);
+    append_result append_locked(std::span<const record_batch> batches);
     bool find_end(platform::file& cache);
 
     platform::critical_section m_locker;

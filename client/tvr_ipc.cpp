@@ -1,5 +1,7 @@
 #include "client/tvr_ipc.h"
 
+#include <utility>
+
 #include "client/cache_writer.h"
 #include "client/training_schedule.h"
 #include "client/user_folder.h"
@@ -58,14 +60,18 @@ std::uint64_t training_client::appended_until() const noexcept {
 }
 
 ipc_status training_client::append(const record_batch& batch) {
+    return append(std::vector<record_batch>{batch});
+}
+
+ipc_status training_client::append(std::vector<record_batch> batches) {
     if (!m_state->status)
         return m_state->status;
     const std::string path = m_state->working + names::transact_path;
     const platform::locker locker(m_state->learns);
     m_state->learning.prepare();
-    switch (m_state->cache.append(batch, m_state->patience)) {
+    switch (m_state->cache.append(batches, m_state->patience)) {
     case append_result::done:
-        m_state->learning.take(batch);
+        m_state->learning.take(std::move(batches));
         return {};
     case append_result::locked:
         return {ipc_error::locked, path_error(path + names::lock, platform::error::sharing_violation)};

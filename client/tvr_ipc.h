@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 #include <string_view>
 
 #include "client/record_batch.h"
@@ -65,6 +66,8 @@ public:
     // Appends the batch to the cache, all of it or nothing. Raises no event. The verdict on mail learns from
     // the messages, too: with the next event, or when this object goes.
     ipc_status append(const record_batch& batch);
+    // The same with many batches at once, which are kept as they are until the verdict has learned.
+    ipc_status append(std::vector<record_batch> batches);
     // Appends the batch and hands it over; see hand_over().
     ipc_status train(const record_batch& batch, bool corrected = false);
     // Tells the engine, which is started if it doesn't run, that messages were appended: raises `train` if

@@ -61,10 +61,12 @@ void verdict_learning::prepare() {
 }
 
 // Who hands over waits for that alone: the rest is done while the engine trains.
-void verdict_learning::take(const record_batch& batch) {
-    const auto bytes = batch.bytes();
-    m_records.insert(m_records.end(), bytes.begin(), bytes.end());
-    if (m_records.size() > most_bytes)
+void verdict_learning::take(std::vector<record_batch> batches) {
+    for (record_batch& batch : batches) {
+        m_bytes += batch.bytes().size();
+        m_taken.push_back(std::move(batch));
+    }
+    if (m_bytes > most_bytes)
         cut_records();
     if (m_tokens.size() > most_tokens)
         m_remark = learn_pending();
@@ -72,16 +74,19 @@ void verdict_learning::take(const record_batch& batch) {
 
 // record_batch takes nothing but whole records.
 void verdict_learning::cut_records() {
-    const std::span<const std::uint8_t> bytes = m_records;
-    for (std::size_t at = 0; at < bytes.size(); at += load_u32(bytes.data() + at + 8)) {
-        const std::uint8_t* const record = bytes.data() + at;
-        const std::size_t id_size = record[record_head];
-        const std::size_t table = record_head + 1 + id_size;
-        add({reinterpret_cast<const char*>(record) + record_head + 1, id_size},
-            (load_u32(record + 12) & message_flag::spam) != 0, load_u32(record + 20),
-            bytes.subspan(at + table + 8, load_u32(record + table + 4)));
+    for (const record_batch& batch : m_taken) {
+        const auto bytes = batch.bytes();
+        for (std::size_t at = 0; at < bytes.size(); at += load_u32(bytes.data() + at + 8)) {
+            const std::uint8_t* const record = bytes.data() + at;
+            const std::size_t id_size = record[record_head];
+            const std::size_t table = record_head + 1 + id_size;
+            add({reinterpret_cast<const char*>(record) + record_head + 1, id_size},
+                (load_u32(record + 12) & message_flag::spam) != 0, load_u32(record + 20),
+                bytes.subspan(at + table + 8, load_u32(record + table + 4)));
+        }
     }
-    m_records = {};
+    m_taken.clear();
+    m_bytes = 0;
 }
 
 void verdict_learning::add(std::string_view msid, bool spam, std::uint32_t time,
@@ -107,7 +112,8 @@ void verdict_learning::add(std::string_view msid, bool spam, std::uint32_t time,
 }
 
 void verdict_learning::forget() {
-    m_records = {};
+    m_taken.clear();
+    m_bytes = 0;
     m_messages.clear();
     m_tokens.clear();
     m_remark.clear();

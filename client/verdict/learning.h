@@ -26,7 +26,7 @@ public:
     // Looks at what the engine has and knows, before messages are handed over to it.
     void prepare();
     // The messages were handed over. They are held until finish(), but never more than some dozen MiB.
-    void take(const record_batch& batch);
+    void take(std::vector<record_batch> batches);
     // All training is forgotten: nothing that was taken counts, and nothing is known.
     void forget();
     // Learns, and writes verdict.bin. An empty text, or one line for the user: training goes on all the same.
@@ -58,7 +58,8 @@ private:
     bool m_looked = false;
     bool m_graded = false; // the published base is grown enough to grade by
     hashreg m_base;
-    std::vector<std::uint8_t> m_records; // as they were taken
+    std::vector<record_batch> m_taken; // not cut up yet
+    std::size_t m_bytes = 0;           // of their records
     std::vector<taken_message> m_messages;
     std::vector<token_key> m_tokens;
     std::string m_remark;

@@ -54,7 +54,8 @@ protected:
         record_batch batch;
         for (unsigned i = from; i < to; ++i)
             add_message(batch, i, (i % 2 == 0) != reversed);
-        learning.take(batch);
+        learning.prepare();
+        learning.take({batch});
         return learning.finish();
     }
     [[nodiscard]] verdict_state state() const {

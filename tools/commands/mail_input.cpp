@@ -3,6 +3,7 @@
 #include <memory>
 #include <span>
 #include <utility>
+#include <vector>
 
 #include "client/known_messages.h"
 #include "client/tokenizer.h"
@@ -20,7 +21,13 @@ struct training_mail {
     std::uint64_t key = 0; // see mail_key()
     bool spam = false;
     std::uint32_t tokens = 0;
-    record_batch record;
+    std::size_t size = 0; // bytes of its record; 0: it is too large for one
+};
+
+// Messages that were read together, and their records one after the other.
+struct training_chunk {
+    std::vector<training_mail> mails;
+    record_batch records;
 };
 
 constexpr std::uint64_t most_held = std::uint64_t{64} << 20; // bytes of mail, and of records
@@ -37,23 +44,22 @@ public:
 
     void hold_back() { m_holds = true; }
 
-    // Takes the mails. False if some could not be appended.
-    bool add(std::vector<training_mail>& mails) {
-        for (training_mail& mail : mails) {
-            if (m_holds)
+    // False if some of the mail could not be appended.
+    bool add(const training_chunk& chunk) {
+        if (m_holds)
+            for (const training_mail& mail : chunk.mails)
                 m_conflicts.add(mail.key, mail.spam, mail.name);
-            m_bytes += mail.record.bytes().size();
-            m_mails.push_back(std::move(mail));
-        }
         if (!m_conflicts.text().empty()) {
-            m_mails.clear(); // what is left to read only counts
+            m_chunks.clear(); // what is left to read is only looked at
             return true;
         }
+        m_chunks.push_back(chunk);
+        m_bytes += chunk.records.bytes().size();
         m_holds = m_holds && m_bytes <= most_held;
         return m_holds || m_bytes < portion || hand_in();
     }
 
-    // Hands in what is left; all or nothing of what was held back.
+    // Hands in what is left; nothing of it if there was a conflict.
     ipc_status finish() {
         if (const std::string why = m_conflicts.text(); !why.empty())
             return {ipc_error::refused, why + "; nothing is learned"};
@@ -63,50 +69,64 @@ public:
     }
 
 private:
-    static constexpr std::size_t portion = std::size_t{8} << 20; // bytes that are appended at once
+    static constexpr std::size_t portion = std::size_t{8} << 20; // bytes that wait to be appended at once
 
     bool hand_in() {
-        for (std::size_t at = 0; at < m_mails.size() && m_failure;) {
-            const std::size_t start = at;
-            for (std::size_t bytes = 0; at < m_mails.size() && bytes < portion; ++at)
-                bytes += m_mails[at].record.bytes().size();
-            training_sum part;
-            m_failure = hand_in(std::span(m_mails).subspan(start, at - start), part);
-            if (m_failure)
-                m_sum += part;
-        }
-        m_mails.clear();
+        training_sum part;
+        m_failure = hand_in(part);
+        if (m_failure)
+            m_sum += part;
+        m_chunks.clear();
         m_bytes = 0;
         return static_cast<bool>(m_failure);
     }
 
-    ipc_status hand_in(std::span<const training_mail> mails, training_sum& part) {
+    ipc_status hand_in(training_sum& part) {
         wanted_verdicts waiting; // with the other verdict
         if (!m_options.again)
-            for (const training_mail& mail : mails)
-                if (const known_as known = m_known.find(mail.id); known.waits && !known.as(mail.spam))
-                    waiting.try_emplace(mail.id).first->second.spam = mail.spam;
+            for (const training_chunk& chunk : m_chunks)
+                for (const training_mail& mail : chunk.mails)
+                    if (const known_as known = m_known.find(mail.id); known.waits && !known.as(mail.spam))
+                        waiting.try_emplace(mail.id).first->second.spam = mail.spam;
         if (!waiting.empty())
             if (std::string why = correct_waiting(
                     m_client.working_directory() + names::transact_path + names::cache, waiting);
                 !why.empty())
                 return {ipc_error::io, std::move(why)};
-        record_batch batch;
-        for (const training_mail& mail : mails) {
-            if (!m_options.again && m_known.is_learned(mail.id, mail.spam, m_options.manual)) {
-                ++part.known;
+        std::vector<record_batch> batches;
+        for (training_chunk& chunk : m_chunks) {
+            std::vector<std::span<const std::uint8_t>> wanted;
+            std::size_t at = 0;
+            for (const training_mail& mail : chunk.mails) {
+                if (mail.size == 0)
+                    return {ipc_error::bad_message, mail.id + ": too large"};
+                if (is_wanted(mail, waiting, part))
+                    wanted.push_back(chunk.records.bytes().subspan(at, mail.size));
+                at += mail.size;
+            }
+            if (wanted.size() == chunk.mails.size()) {
+                batches.push_back(std::move(chunk.records));
                 continue;
             }
-            part.corrected += m_known.find(mail.id).as(!mail.spam) ? 1 : 0;
-            const auto found = waiting.find(mail.id);
-            const bool is_remarked = found != waiting.end() && found->second.waiting != 0;
-            if (!is_remarked && !batch.add(mail.record.bytes()))
-                return {ipc_error::bad_message, mail.id + ": too large"};
-            ++part.messages[mail.spam ? 1 : 0];
-            part.tokens += mail.tokens;
-            m_known.note(mail.id, mail.spam);
+            record_batch& rest = batches.emplace_back();
+            for (const auto record : wanted)
+                rest.add(record);
         }
-        return m_client.append(batch);
+        return m_client.append(std::move(batches));
+    }
+
+    // Whether a record is to be appended; counts it.
+    bool is_wanted(const training_mail& mail, const wanted_verdicts& waiting, training_sum& part) {
+        if (!m_options.again && m_known.is_learned(mail.id, mail.spam, m_options.manual)) {
+            ++part.known;
+            return false;
+        }
+        part.corrected += m_known.find(mail.id).as(!mail.spam) ? 1 : 0;
+        ++part.messages[mail.spam ? 1 : 0];
+        part.tokens += mail.tokens;
+        m_known.note(mail.id, mail.spam);
+        const auto found = waiting.find(mail.id);
+        return found == waiting.end() || found->second.waiting == 0; // or it is marked anew where it waits
     }
 
     const train_options& m_options;
@@ -116,7 +136,7 @@ private:
     ipc_status m_failure;
     bool m_holds = false;
     verdict_conflicts m_conflicts;
-    std::vector<training_mail> m_mails;
+    std::vector<training_chunk> m_chunks;
     std::size_t m_bytes = 0; // of their records
 };
 
@@ -125,25 +145,28 @@ public:
     training_worker(const train_options& options, training_queue& queue)
         : m_options(options), m_queue(queue) {}
 
-    void begin() override { m_mails.clear(); }
+    void begin() override {
+        m_chunk.mails.clear();
+        m_chunk.records.clear();
+    }
     bool wants(const mail_item& mail) override { return !m_options.selects || m_options.selects(mail); }
     void take(const mail_item& mail, const tokenizer& cut) override {
-        training_mail& one = m_mails.emplace_back();
-        one.id = cut.facts().msid;
-        one.name = mail.name;
-        one.key = mail_key(mail.raw);
-        one.spam = mail.spam;
-        one.tokens = cut.tokens().size();
-        one.record.add(describe(cut.facts(), mail.size, mail.spam, m_options.manual), cut.tokens());
+        const std::size_t start = m_chunk.records.bytes().size();
+        m_chunk.records.add(describe(cut.facts(), mail.size, mail.spam, m_options.manual), cut.tokens());
+        m_chunk.mails.push_back({.id = cut.facts().msid,
+                                 .name = mail.name,
+                                 .key = mail_key(mail.raw),
+                                 .spam = mail.spam,
+                                 .tokens = cut.tokens().size(),
+                                 .size = m_chunk.records.bytes().size() - start});
     }
-    bool commit() override { return m_queue.add(m_mails); }
+    bool commit() override { return m_queue.add(m_chunk); }
 
 private:
     const train_options& m_options;
     training_queue& m_queue;
-    std::vector<training_mail> m_mails;
+    training_chunk m_chunk;
 };
-
 
 } // namespace
 
@@ -163,14 +186,14 @@ ipc_status take_mail(const train_options& options, training_client& client, trai
     const mail_paths paths = {.spam = options.spam, .ham = options.ham, .recursive = options.recursive};
     if (const std::string why = path_conflict(paths); !why.empty())
         return {ipc_error::refused, why + "; nothing is learned"};
-   training_queue queue(options, client, sum);
+    training_queue queue(options, client, sum);
     mail_reading reading(paths, "Reading mail", {.quiet = options.quiet, .verbose = options.verbose});
     if (reading.total() <= most_held)
         queue.hold_back();
     else if (const std::string why = learning_conflict(paths); !why.empty())
         return {ipc_error::refused, why + "; nothing is learned"};
-   reading.run([&] { return std::make_unique<training_worker>(options, queue); }, options.threads);
-   sum.skipped = reading.skipped();
+    reading.run([&] { return std::make_unique<training_worker>(options, queue); }, options.threads);
+    sum.skipped = reading.skipped();
     sum.thrown_away = reading.passed().count(passed_mail::kind::thrown_away);
     sum.lost = reading.passed().count(passed_mail::kind::lost);
     return queue.finish();
