@@ -135,10 +135,29 @@ void bye_atom::apply_changes(dword_map& final, message_reader& reader, msid_acce
     }
 }
 
+// A new atom's counts are the differences themselves. False, with nothing done, for what can't be taken so:
+// an empty token stays behind, and a difference of 0 is none.
+bool bye_atom::take_all(dword_map& final) {
+    std::uint32_t sum = 0;
+    std::string_view token;
+    std::uint8_t* value = nullptr;
+    for (final.rewind(); final.next(token, value);) {
+        if (token.empty() || load_u32(value) == 0)
+            return false;
+        sum += load_u32(value);
+    }
+    occurrences += sum;
+    return true;
+}
+
 bool bye_atom::take_differences(dword_map& final, dword_map& counts, bool strict) {
     bool changed = false;
     std::string_view token;
     std::uint8_t* rest = nullptr;
+    if (strict && counts.count() == 0 && take_all(final)) {
+        counts.swap(final);
+        return counts.count() != 0;
+    }
     for (final.rewind(); final.next(token, rest);) {
         std::uint8_t* const value = counts.get_or_add(token);
         if (!value)

@@ -96,6 +96,7 @@ public:
 private:
     msidmap* msids();
     void give_span_to(bye_atom& target);
+    bool take_all(dword_map& final);
     // Moves the differences to the counts. True if that changed any.
     bool take_differences(dword_map& final, dword_map& counts, bool strict);
     bool write_file(const std::string& target, dword_map& counts);

@@ -261,6 +261,30 @@ void hashmap_impl::resize_if_owed() {
         __resize();
 }
 
+std::uint32_t hashmap_impl::prime_for(std::uint32_t count) noexcept {
+    std::uint32_t index = 0;
+    while (index + 1 < primes.size() &&
+           static_cast<double>(count) / static_cast<double>(primes[index]) > maximal_load)
+        ++index;
+    return index;
+}
+
+void hashmap_impl::swap(hashmap_impl& other) noexcept {
+    std::swap(m_prime_index, other.m_prime_index);
+    std::swap(m_count, other.m_count);
+    std::swap(m_datasize, other.m_datasize);
+    std::swap(m_slots, other.m_slots);
+    std::swap(m_tablesize, other.m_tablesize);
+    std::swap(m_hashmem, other.m_hashmem);
+    std::swap(m_hashreserved, other.m_hashreserved);
+    std::swap(m_data, other.m_data);
+    std::swap(m_datacommitted, other.m_datacommitted);
+    std::swap(m_datamem, other.m_datamem);
+    std::swap(m_datareserved, other.m_datareserved);
+    std::swap(m_cursor, other.m_cursor);
+    std::swap(m_resize_owed, other.m_resize_owed);
+}
+
 // Makes the table again for the entries of the data area. It may become smaller.
 void hashmap_impl::__resize() {
     if (!is_valid())
@@ -268,10 +292,7 @@ void hashmap_impl::__resize() {
     if (m_hashmem)
         platform::decommit_range(m_hashmem, m_hashreserved);
     m_slots = nullptr;
-    m_prime_index = 0;
-    while (m_prime_index + 1 < primes.size() &&
-           static_cast<double>(m_count) / static_cast<double>(primes[m_prime_index]) > maximal_load)
-        ++m_prime_index;
+    m_prime_index = prime_for(m_count);
     m_tablesize = primes[m_prime_index];
     if (!m_hashmem || !commit_table())
         return;

@@ -24,6 +24,9 @@ public:
     [[nodiscard]] virtual bool is_dropped(const std::uint8_t* value) const noexcept = 0;
 
     bool clear(); // false, with a log line, if no addresses could be reserved
+    // So many entries are to come: the table is made for them at once. Of an empty map.
+    void expect(std::uint32_t count) noexcept { m_prime_index = prime_for(count); }
+    void swap(hashmap_impl& other) noexcept; // of the same class
     // The value of a key, or null if it is absent or empty.
     std::uint8_t* _get_value(std::string_view key);
     // Inserts the key if it is absent, and stores the value (null: leaves it as it is, or undefined).
@@ -46,8 +49,8 @@ public:
 
     [[nodiscard]] bool is_valid() const noexcept { return m_hashmem && m_datamem; }
     [[nodiscard]] std::uint32_t count() const noexcept { return m_count; }
-    [[nodiscard]] std::uint32_t datasize() const noexcept { return m_datasize; }   // bytes
-    [[nodiscard]] std::uint32_t tablesize(); // slots
+    [[nodiscard]] std::uint32_t datasize() const noexcept { return m_datasize; } // bytes
+    [[nodiscard]] std::uint32_t tablesize();                                     // slots
 
 protected:
     // The value of a key, which is inserted with `value` if it is absent. Null if there was no room. The map
@@ -64,6 +67,7 @@ private:
 
     std::uint32_t __insert_datat(std::string_view key, const void* value);
     void __resize();
+    static std::uint32_t prime_for(std::uint32_t count) noexcept; // its index
     void resize_if_owed();
     bool make_table(); // if there is none
     [[nodiscard]] probe find(std::string_view key) const noexcept;

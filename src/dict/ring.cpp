@@ -92,8 +92,11 @@ void bye_ring::finalize(std::uint32_t stage, const std::string& message_file, ms
         } else if (atom->to_merge()) {
             atom->fold(final, reader, msids, prev);
         } else {
-            if (prev)
+            if (prev) {
+                const std::uint32_t tokens = final.count();
                 prev->rewrite(final, target, true);
+                final.expect(tokens + tokens / 4); // the next atom has about as many
+            }
             atom->apply_changes(final, reader, msids);
             prev = atom.get();
         }

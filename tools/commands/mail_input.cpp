@@ -30,46 +30,49 @@ struct training_chunk {
     record_batch records;
 };
 
-constexpr std::uint64_t most_held = std::uint64_t{64} << 20; // bytes of mail, and of records
-
-// Appends mail to the cache, but for what the engine knows. What might conflict is held back until all is
-// read, but never more than most_held: a pipe doesn't tell its size.
+// Appends mail to the cache, but for what the engine knows. Nothing is appended before it is sure that no
+// message is given with both verdicts.
 class training_queue {
 public:
-    training_queue(const train_options& options, training_client& client, training_sum& sum)
-        : m_options(options), m_client(client), m_known(client.working_directory()), m_sum(sum) {
+    training_queue(const mail_paths& paths, const train_options& options, training_client& client,
+                   training_sum& sum)
+        : m_paths(paths), m_options(options), m_client(client), m_known(client.working_directory()),
+          m_sum(sum) {
         if (!m_options.again)
             m_known.load();
     }
 
-    void hold_back() { m_holds = true; }
-
-    // False if some of the mail could not be appended.
+    // False if no more is wanted.
     bool add(const training_chunk& chunk) {
-        if (m_holds)
+        m_bytes += chunk.records.bytes().size();
+        if (m_holds) {
             for (const training_mail& mail : chunk.mails)
                 m_conflicts.add(mail.key, mail.spam, mail.name);
-        if (!m_conflicts.text().empty()) {
-            m_chunks.clear(); // what is left to read is only looked at
-            return true;
+            m_conflict = m_conflicts.text();
+            if (!m_conflict.empty()) {
+                m_chunks.clear(); // what is left to read is only looked at
+                return true;
+            }
+            m_holds = m_bytes <= most_held;
+            if (!m_holds)
+                m_conflict = learning_conflict(m_paths);
         }
         m_chunks.push_back(chunk);
-        m_bytes += chunk.records.bytes().size();
-        m_holds = m_holds && m_bytes <= most_held;
-        return m_holds || m_bytes < portion || hand_in();
+        return m_conflict.empty() && (m_holds || m_bytes < portion || hand_in());
     }
 
     // Hands in what is left; nothing of it if there was a conflict.
     ipc_status finish() {
-        if (const std::string why = m_conflicts.text(); !why.empty())
-            return {ipc_error::refused, why + "; nothing is learned"};
+        if (!m_conflict.empty())
+            return {ipc_error::refused, m_conflict + "; nothing is learned"};
         if (m_failure)
             hand_in();
         return m_failure;
     }
 
 private:
-    static constexpr std::size_t portion = std::size_t{8} << 20; // bytes that wait to be appended at once
+    static constexpr std::size_t portion = std::size_t{8} << 20;    // bytes that are appended at once
+    static constexpr std::size_t most_held = std::size_t{64} << 20; // with more, all mail is looked at first
 
     bool hand_in() {
         training_sum part;
@@ -129,13 +132,15 @@ private:
         return found == waiting.end() || found->second.waiting == 0; // or it is marked anew where it waits
     }
 
+    const mail_paths& m_paths;
     const train_options& m_options;
     training_client& m_client;
     known_messages m_known;
     training_sum& m_sum;
     ipc_status m_failure;
-    bool m_holds = false;
+    bool m_holds = true;
     verdict_conflicts m_conflicts;
+    std::string m_conflict; // for the user
     std::vector<training_chunk> m_chunks;
     std::size_t m_bytes = 0; // of their records
 };
@@ -186,12 +191,8 @@ ipc_status take_mail(const train_options& options, training_client& client, trai
     const mail_paths paths = {.spam = options.spam, .ham = options.ham, .recursive = options.recursive};
     if (const std::string why = path_conflict(paths); !why.empty())
         return {ipc_error::refused, why + "; nothing is learned"};
-    training_queue queue(options, client, sum);
+    training_queue queue(paths, options, client, sum);
     mail_reading reading(paths, "Reading mail", {.quiet = options.quiet, .verbose = options.verbose});
-    if (reading.total() <= most_held)
-        queue.hold_back();
-    else if (const std::string why = learning_conflict(paths); !why.empty())
-        return {ipc_error::refused, why + "; nothing is learned"};
     reading.run([&] { return std::make_unique<training_worker>(options, queue); }, options.threads);
     sum.skipped = reading.skipped();
     sum.thrown_away = reading.passed().count(passed_mail::kind::thrown_away);

@@ -46,7 +46,7 @@ public:
 
     void add(const std::string& path, bool spam) {
         if (path == "-") {
-            m_files.push_back({path, 0, spam, true});
+            m_files.push_back({path, spam, true});
             return;
         }
         const fs::path real = real_path(path);
@@ -57,7 +57,7 @@ public:
         if (fs::is_directory(status))
             add_folder(path, real, spam, true);
         else if (fs::exists(status))
-            add_file(fs::directory_entry(path, error), spam, true);
+            m_files.push_back({path, spam, true});
         else
             pass(passed_mail::kind::lost, path, error ? error.message() : "no such file or folder");
     }
@@ -116,13 +116,7 @@ private:
         else if (has_flags && !m_paths.everything && is_thrown_away(name))
             pass(passed_mail::kind::thrown_away, path, "thrown away");
         else
-            add_file(item, spam, false);
-    }
-
-    void add_file(const fs::directory_entry& item, bool spam, bool is_named) {
-        std::error_code error;
-        const std::uintmax_t size = item.is_regular_file(error) ? item.file_size(error) : 0;
-        m_files.push_back({item.path().string(), error ? 0 : size, spam, is_named});
+            m_files.push_back({path.string(), spam, false});
     }
 
     void pass(passed_mail::kind what, const fs::path& path, const std::string& why) {

@@ -35,7 +35,6 @@ using pass_report = std::function<void(const passed_mail&)>;
 
 struct mail_file {
     std::string path; // "-" is standard input
-    std::uint64_t size = 0;
     bool spam = false;
     bool is_named = false; // by itself, not by a folder
 };

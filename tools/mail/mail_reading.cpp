@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -122,8 +124,13 @@ std::string learning_conflict(const mail_paths& paths) {
     if (std::string why = path_conflict(paths); !why.empty())
         return why;
     mail_paths files = paths;
-    std::erase(files.spam, "-");
-    std::erase(files.ham, "-");
+    const auto is_passing = [](const std::string& path) {
+        std::error_code error;
+        const auto status = std::filesystem::status(path, error);
+        return path == "-" || std::filesystem::is_other(status);
+    };
+    std::erase_if(files.spam, is_passing);
+    std::erase_if(files.ham, is_passing);
     if (files.spam.empty() || files.ham.empty())
         return {};
     verdict_conflicts conflicts;

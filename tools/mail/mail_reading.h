@@ -74,7 +74,6 @@ public:
     // `threads`: 0 is one for each processor.
     void run(const std::function<std::unique_ptr<mail_worker>()>& make_worker, unsigned threads);
 
-    [[nodiscard]] std::uint64_t total() const noexcept { return m_source.total(); } // bytes to read
     [[nodiscard]] std::uint64_t skipped() const noexcept { return m_passed.skipped(); }
     [[nodiscard]] const pass_log& passed() const noexcept { return m_passed; }
 
@@ -117,8 +116,8 @@ private:
     std::uint64_t m_count = 0;
 };
 
-// Why these messages can't be learned together, or an empty text. Reads them all once, but for standard
-// input; nothing is told of what is passed over.
+// Why these messages can't be learned together, or an empty text. Reads them all once, but for what
+// can be read only once; nothing is told of what is passed over.
 [[nodiscard]] std::string learning_conflict(const mail_paths& paths);
 
 } // namespace tvr

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "client/tokenizer.h"
@@ -99,9 +100,15 @@ std::uint64_t mail_key(std::string_view raw) {
 }
 
 mail_source::mail_source(const mail_paths& paths, pass_report passed)
-    : m_passed(std::move(passed)), m_files(find_mail(paths, m_passed)), m_everything(paths.everything) {
-    for (const mail_file& file : m_files)
-        m_total += file.size;
+    : m_passed(std::move(passed)), m_files(find_mail(paths, m_passed)), m_everything(paths.everything) {}
+
+std::uint64_t mail_source::done() const {
+    if (!m_input.is_open())
+        return m_next * part;
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(m_files[m_next - 1].path, error);
+    const std::uint64_t whole = error || size < m_read || size == 0 ? m_read : size;
+    return (m_next - 1) * part + (whole != 0 ? m_read * part / whole : 0);
 }
 
 bool line_reader::open(const std::string& path) {
@@ -125,8 +132,8 @@ void line_reader::next_line(std::string& line) {
     for (std::size_t searched = 0;;) {
         const char* const start = m_buffer.get() + m_begin;
         const void* const end = std::memchr(start + searched, '\n', m_end - m_begin - searched);
-        const std::size_t size = end ? static_cast<std::size_t>(static_cast<const char*>(end) - start) + 1
-                                     : m_end - m_begin;
+        const std::size_t size =
+            end ? static_cast<std::size_t>(static_cast<const char*>(end) - start) + 1 : m_end - m_begin;
         if (!end && size < room && fill()) {
             searched = size;
             continue;
@@ -151,10 +158,10 @@ bool mail_source::open_next() {
             const int code = errno;
             pass(file.is_named ? passed_mail::kind::lost : passed_mail::kind::skipped, file.path,
                  std::strerror(code));
-            m_done += file.size;
             continue;
         }
         m_number = 0;
+        m_read = 0;
         m_input.next_line(m_ahead);
         read_line();
         m_is_mbox = m_line.starts_with("From ");
@@ -188,7 +195,7 @@ bool mail_source::read_message(mail_item& item) {
     item.raw.clear();
     item.size = 0;
     const auto take = [&](std::string_view piece) {
-        m_done += piece.size();
+        m_read += piece.size();
         item.size += piece.size();
         item.raw.append(piece.substr(0, largest - std::min(largest, item.raw.size())));
     };

@@ -65,10 +65,13 @@ public:
     // The next message; false at the end. What is no mail is reported and passed over.
     bool next(mail_item& item);
 
-    [[nodiscard]] std::uint64_t total() const noexcept { return m_total; } // bytes of all files
-    [[nodiscard]] std::uint64_t done() const noexcept { return m_done; }   // bytes given out or skipped
+    // How far it is, of total(): each file has an equal part.
+    [[nodiscard]] std::uint64_t done() const;
+    [[nodiscard]] std::uint64_t total() const noexcept { return m_files.size() * part; }
 
 private:
+    static constexpr std::uint64_t part = 1024;
+
     bool open_next();
     bool read_line(); // false at the end
     [[nodiscard]] bool begins_message() const;
@@ -80,15 +83,14 @@ private:
     std::vector<mail_file> m_files;
     bool m_everything;
     std::size_t m_next = 0;
-    std::uint64_t m_total = 0;
-    std::uint64_t m_done = 0;
 
     line_reader m_input;
     bool m_is_mbox = false;
     std::uint32_t m_number = 0; // of the message in its file
     std::uint64_t m_given = 0;
-    std::string m_line;  // read, but not given out: where the next message begins
-    std::string m_ahead; // the line behind it
+    std::uint64_t m_read = 0; // bytes of the file
+    std::string m_line;       // read, but not given out: where the next message begins
+    std::string m_ahead;      // the line behind it
 };
 
 // True for the line that begins a message in an mbox: "From ", a sender, and a date.
