@@ -90,6 +90,11 @@ std::uint8_t* token_table::count_place(std::string_view token) {
     return m_data.data() + entry + 1 + token.size();
 }
 
+std::optional<std::uint32_t> token_table::find(std::string_view token) const noexcept {
+    const slot& found = m_slots[find_slot(token, hash_of(token))];
+    return found.place != 0 ? std::optional(read_count(found.place - 1)) : std::nullopt;
+}
+
 bool token_table::add(std::string_view token, std::uint32_t count) {
     std::uint8_t* place = count_place(token);
     if (!place)

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -35,6 +36,8 @@ public:
     // Makes the count `count`, however often the token is named. The answer is that of add().
     bool mark(std::string_view token, std::uint32_t count = 1);
 
+    // The count of a token; nothing if it isn't there.
+    [[nodiscard]] std::optional<std::uint32_t> find(std::string_view token) const noexcept;
     [[nodiscard]] std::uint32_t size() const noexcept { return m_count; } // different tokens
     // Entry by entry, in the order of first use: length byte, text, 32-bit count.
     [[nodiscard]] std::span<const std::uint8_t> entries() const noexcept { return m_data; }

@@ -11,8 +11,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 #include <string_view>
+#include <vector>
 
 #include "client/record_batch.h"
 #include "client/token_table.h"

@@ -3,6 +3,7 @@
 #include <exception>
 #include <iostream>
 #include <numeric>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -95,28 +96,37 @@ void complete_help(CLI::App& app) {
     }
 }
 
+// The command that is named, or all of them: a mail pipe calls for each message.
+void add_commands(CLI::App& program, int& code, std::string_view named) {
+    struct command_group {
+        std::vector<std::string_view> names;
+        void (*add)(CLI::App& program, int& code);
+    };
+    const std::vector<command_group> groups = {
+        {{"train"}, add_train},       {{"watch"}, add_watch},
+        {{"score"}, add_score},       {{"eval"}, add_eval},
+        {{"tokenize"}, add_tokenize}, {{"host"}, add_host},
+        {{"status"}, add_status},     {{"inspect"}, add_inspect},
+        {{"verify"}, add_verify},     {{"repair"}, add_repair},
+        {{"trim"}, add_trim},         {{"start", "stop", "force", "purge"}, add_engine_commands},
+        {{"log"}, add_log},           {{"config"}, add_config},
+        {{"forget"}, add_forget},     {{"export", "import"}, add_transfer_commands}};
+    const auto is_named = [&](const command_group& group) {
+        return std::ranges::find(group.names, named) != group.names.end();
+    };
+    const bool is_one = std::ranges::any_of(groups, is_named);
+    for (const command_group& group : groups)
+        if (!is_one || is_named(group))
+            group.add(program, code);
+}
+
 int run_command(int count, char** arguments) {
     int code = exit_code::done;
     CLI::App program("Trains and watches the Tessivar spam filter engine.\n", "tvrctl");
     program.set_version_flag("--version", "tvrctl " TVR_VERSION, "Print the version and exit");
     program.require_subcommand(1);
     program.allow_windows_style_options(false); // on every platform the same
-    add_train(program, code);
-    add_watch(program, code);
-    add_score(program, code);
-    add_eval(program, code);
-    add_tokenize(program, code);
-    add_host(program, code);
-    add_status(program, code);
-    add_inspect(program, code);
-    add_verify(program, code);
-    add_repair(program, code);
-    add_trim(program, code);
-    add_engine_commands(program, code);
-    add_log(program, code);
-    add_config(program, code);
-    add_forget(program, code);
-    add_transfer_commands(program, code);
+    add_commands(program, code, count > 1 ? arguments[1] : "");
     complete_help(program);
     program.footer("\"tvrctl COMMAND --help\" shows more, with examples.\n"
                    "Exit code 2: wrong arguments; 3: an error. Each command lists its others.");

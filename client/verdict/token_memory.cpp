@@ -28,6 +28,12 @@ token_key key_of(std::string_view token) noexcept {
            (kind ? static_cast<std::uint32_t>(*kind) : std::uint32_t{kind_count});
 }
 
+std::int16_t token_memory::weight_of_few(std::size_t place) const noexcept {
+    const auto found =
+        std::ranges::lower_bound(m_few, place, {}, [](const auto& each) { return each.first; });
+    return found != m_few.end() && found->first == place ? found->second : std::int16_t{0};
+}
+
 std::int64_t token_memory::sum_of(std::span<const token_key> tokens) const noexcept {
     std::int64_t sum = 0;
     for (const token_key key : tokens)
@@ -46,11 +52,12 @@ std::int16_t token_memory::say(std::span<const token_key> tokens) const noexcept
     return verdict(sum_of(tokens));
 }
 
-void token_memory::learn(std::span<const token_key> tokens, bool spam) noexcept {
+void token_memory::learn(std::span<const token_key> tokens, bool spam) {
+    const std::span<std::int16_t> all = weights();
     const double said = exact_logistic(static_cast<double>(sum_of(tokens) + bias) / unit);
     const std::int32_t step = rounded(rate * ((spam ? 1.0 : 0.0) - said));
     for (const token_key key : tokens) {
-        std::int16_t& place = m_weights[key >> (32 - index_bits)];
+        std::int16_t& place = all[place_of(key)];
         place = static_cast<std::int16_t>(std::clamp(place + step, -32000, 32000));
     }
     bias = std::clamp(bias + rounded(static_cast<double>(step) / bias_share), -most_bias, most_bias);

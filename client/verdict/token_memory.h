@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "client/verdict/evidence.h"
@@ -28,26 +29,34 @@ public:
     static constexpr std::int32_t unit = 4096; // of a weight
     static constexpr std::int32_t most_bias = 1 << 24;
 
-    token_memory() : m_weights(places) {}
-
     // What one token says, a logit in 1/unit.
     [[nodiscard]] std::int16_t weight(token_key key) const noexcept {
-        return m_weights[key >> (32 - index_bits)];
+        return m_weights.empty() ? weight_of_few(place_of(key)) : m_weights[place_of(key)];
+    }
+    [[nodiscard]] static constexpr std::size_t place_of(token_key key) noexcept {
+        return key >> (32 - index_bits);
     }
     // What a sum of such weights says of a message: a logit in 1/64.
     [[nodiscard]] std::int16_t verdict(std::int64_t sum) const noexcept;
     [[nodiscard]] std::int16_t say(std::span<const token_key> tokens) const noexcept;
     // Learns from one message; the surer the memory was right, the less.
-    void learn(std::span<const token_key> tokens, bool spam) noexcept;
+    void learn(std::span<const token_key> tokens, bool spam);
 
-    [[nodiscard]] std::span<const std::int16_t> weights() const noexcept { return m_weights; }
-    [[nodiscard]] std::span<std::int16_t> weights() noexcept { return m_weights; }
+    [[nodiscard]] std::span<const std::int16_t> weights() const noexcept { return m_weights; } // none: all 0
+    [[nodiscard]] std::span<std::int16_t> weights() {
+        m_weights.resize(places);
+        return m_weights;
+    }
+    // The weights of some places, for who asks for no others; rising, each once. All others read as 0.
+    void set_few(std::vector<std::pair<std::size_t, std::int16_t>> few) { m_few = std::move(few); }
     std::int32_t bias = 0; // 1/unit; most_bias at most, either way
 
 private:
+    [[nodiscard]] std::int16_t weight_of_few(std::size_t place) const noexcept;
     [[nodiscard]] std::int64_t sum_of(std::span<const token_key> tokens) const noexcept;
 
-    std::vector<std::int16_t> m_weights;
+    std::vector<std::int16_t> m_weights; // empty: none but the few
+    std::vector<std::pair<std::size_t, std::int16_t>> m_few;
 };
 
 } // namespace tvr

@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -57,8 +59,15 @@ enum class verdict_file_result {
     failed,  // it can't be read; last_error() tells why
 };
 
+// What is kept of a file that is read; it is looked at as a whole in any case.
+struct verdict_use {
+    bool messages = true;                           // who only scores needs none
+    std::optional<std::span<const token_key>> only; // the weights of these tokens, and no others
+};
+
 [[nodiscard]] TVR_IPC_EXPORT std::string verdict_path(std::string_view working_directory);
-[[nodiscard]] TVR_IPC_EXPORT verdict_file_result load_verdict(std::string_view path, verdict_state& state);
+[[nodiscard]] TVR_IPC_EXPORT verdict_file_result load_verdict(std::string_view path, verdict_state& state,
+                                                              const verdict_use& use = {});
 // Whoever changes the file holds this one meanwhile, and waits so many milliseconds for it.
 [[nodiscard]] std::string verdict_lock_path(std::string_view working_directory);
 constexpr std::uint32_t verdict_patience = 5000;

@@ -151,19 +151,46 @@ bool copy_rest() {
     return true;
 }
 
+// Loads the base, or what these tokens need of it; tells of what is wrong.
+bool load(published_base& base, const token_table* tokens) {
+    const std::string why = tokens ? base.load_for(*tokens) : base.load();
+    if (!why.empty())
+        fail(why);
+    if (!base.remark().empty())
+        std::fprintf(stderr, "tvrctl: %s\n", base.remark().c_str());
+    return why.empty();
+}
+
+// The beginning of standard input; `is_whole` if there is no more of it.
+std::string read_beginning(bool& is_whole) {
+    std::string raw;
+    for (std::size_t room = 65536; raw.size() < mail_source::largest && std::cin; room *= 2) {
+        const std::size_t had = raw.size();
+        raw.resize(std::min(room, mail_source::largest));
+        std::cin.read(raw.data() + had, static_cast<std::streamsize>(raw.size() - had));
+        raw.resize(had + static_cast<std::size_t>(std::cin.gcount()));
+    }
+    is_whole = std::cin.eof();
+    return raw;
+}
+
 // Whatever happens, the message comes out again: what is no mail, or can't be graded, as it came.
-int filter(const mail_scorer* scorer) {
-    std::string raw(mail_source::largest, '\0');
-    std::cin.read(raw.data(), static_cast<std::streamsize>(raw.size()));
-    raw.resize(static_cast<std::size_t>(std::cin.gcount()));
+int filter(const score_options& options) {
+    bool is_whole = false;
+    std::string raw = read_beginning(is_whole);
+    tokenizer cut;
+    const bool is_mail = !std::cin.bad() && looks_like_mail(raw);
+    if (is_mail)
+        cut.tokenize(raw);
+    published_base base;
+    // The other rules ask for more than the tokens.
+    const score_rule rule = rule_of(options.rule);
     int code = exit_code::failed;
-    if (scorer && !std::cin.bad()) {
+    if (load(base, rule == score_rule::kinds ? &cut.tokens() : nullptr) && !std::cin.bad()) {
         code = verdict_code::unsure;
-        if (looks_like_mail(raw)) {
-            tokenizer cut;
-            cut.tokenize(raw);
-            const message_score result = scorer->score(cut.tokens());
-            raw = with_verdict(raw, std::cin.eof(), result);
+        if (is_mail) {
+            const message_score result = base.scorer(rule, options.threshold).score(cut.tokens());
+            raw = with_verdict(raw, is_whole, result);
             code = code_of(result.decision);
         }
     }
@@ -193,17 +220,12 @@ int score_all(const mail_scorer& scorer, const score_options& options) {
 
 int score(const score_options& options) {
     platform::only_look();
+    int code = exit_code::failed;
     published_base base;
-    const std::string why = base.load();
-    const bool loaded = why.empty();
-    if (!loaded)
-        fail(why);
-    if (!base.remark().empty())
-        std::fprintf(stderr, "tvrctl: %s\n", base.remark().c_str());
-    const mail_scorer scorer = base.scorer(rule_of(options.rule), options.threshold);
-    const int code = options.filter ? filter(loaded ? &scorer : nullptr)
-                     : loaded       ? score_all(scorer, options)
-                                    : exit_code::failed;
+    if (options.filter)
+        code = filter(options);
+    else if (load(base, nullptr))
+        code = score_all(base.scorer(rule_of(options.rule), options.threshold), options);
     return options.exit_zero && code != exit_code::failed ? 0 : code;
 }
 

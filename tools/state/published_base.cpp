@@ -1,5 +1,6 @@
 #include "tools/state/published_base.h"
 
+#include "client/base_check.h"
 #include "client/user_folder.h"
 #include "client/verdict/user_limits.h"
 #include "platform/file.h"
@@ -14,6 +15,33 @@ bool published_base::is_there() {
 }
 
 std::string published_base::load() {
+    const auto read = [this](const std::string& path) {
+        std::string fault = base_defect(path);
+        if (fault.empty() && !m_base.load(path))
+            fault = "can't be read";
+        m_spam_messages = m_base.header().spam_messages;
+        m_ham_messages = m_base.header().nonspam_messages;
+        return fault;
+    };
+    return load(read, {.messages = false});
+}
+
+std::string published_base::load_for(const token_table& tokens) {
+    std::vector<token_key> keys;
+    tokens.for_each([&](std::string_view token, std::uint32_t) { keys.push_back(key_of(token)); });
+    const auto read = [&](const std::string& path) {
+        base_header head;
+        m_few.emplace(tokens);
+        std::string fault = read_base(path, head, [this](base_entries entries) { m_few->take(entries); });
+        m_spam_messages = head.spam_messages;
+        m_ham_messages = head.nonspam_messages;
+        return fault;
+    };
+    return load(read, {.messages = false, .only = keys});
+}
+
+std::string published_base::load(const std::function<std::string(const std::string& path)>& read,
+                                 const verdict_use& use) {
     const auto [working, error] = find_user_folder();
     if (working.empty())
         return error;
@@ -24,19 +52,16 @@ std::string published_base::load() {
                (view.stage()
                     ? ": none is published now; \"tvrctl start\" starts the engine, which makes it again"
                     : ": no base is published yet; train some spam and some ham first");
-    std::string fault = view.base_fault();
-    if (fault.empty() && !m_base.load(view.base_path()))
-        fault = "can't be read";
-    if (!fault.empty())
+    if (const std::string fault = read(view.base_path()); !fault.empty())
         return shown + ": " + fault +
                "; \"tvrctl verify\" tells more, \"tvrctl stop; tvrctl repair; tvrctl start\" makes it again";
-    load_learned(verdict_path(working));
+    load_learned(verdict_path(working), use);
     return {};
 }
 
-void published_base::load_learned(const std::string& path) {
+void published_base::load_learned(const std::string& path, const verdict_use& use) {
     auto state = std::make_shared<verdict_state>();
-    const verdict_file_result found = load_verdict(path, *state);
+    const verdict_file_result found = load_verdict(path, *state, use);
     if (found == verdict_file_result::damaged || found == verdict_file_result::failed)
         m_remark =
             platform::display_path(path) +
@@ -46,6 +71,8 @@ void published_base::load_learned(const std::string& path) {
 }
 
 double published_base::grade(std::string_view token) const {
+    if (m_few)
+        return m_few->grade(token);
     const platform::locker locker(m_base.lock);
     return m_base.grade(token);
 }
@@ -58,8 +85,8 @@ mail_scorer published_base::scorer(score_rule rule, std::optional<double> spam_t
                                      : limits_of_user(common_settings::working_directory());
     settings.unsure_threshold = common_settings::get_value(common_value::unsure_threshold);
     settings.learned = m_learned;
-    settings.spam_messages = m_base.header().spam_messages;
-    settings.ham_messages = m_base.header().nonspam_messages;
+    settings.spam_messages = m_spam_messages;
+    settings.ham_messages = m_ham_messages;
     return mail_scorer([this](std::string_view token) { return grade(token); }, settings);
 }
 
