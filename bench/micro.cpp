@@ -2,14 +2,22 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <fstream>
 #include <map>
+#include <random>
+#include <set>
 #include <unordered_map>
+
+#ifdef TVR_HAS_ABSEIL
+#include <absl/container/flat_hash_map.h>
+#endif
 
 #include "bench/corpus.h"
 #include "common/bytes.h"
 #include "common/file_stream.h"
 #include "common/token_hash.h"
+#include "compiled/hashreg.h"
 #include "dict/hashmap.h"
 #include "msid/msidmap.h"
 #include "msid/page_manager.h"
@@ -87,6 +95,67 @@ void token_map_load(benchmark::State& state) {
     set_items(state, map.count());
 }
 BENCHMARK(token_map_load)->Unit(benchmark::kMillisecond);
+
+// A published base of 94,000 tokens, and as many that it doesn't have; both in random order.
+struct graded_tokens {
+    graded_tokens() {
+        std::set<std::string> found;
+        for (unsigned seed = 2; found.size() < 188'000; ++seed)
+            for (std::string& token : tokens(500'000, 200'000, seed))
+                found.insert(std::move(token));
+        std::vector<std::string> all(found.begin(), found.end());
+        std::shuffle(all.begin(), all.end(), std::mt19937(3));
+        known.assign(all.begin(), all.begin() + 94'000);
+        unknown.assign(all.begin() + 94'000, all.end());
+        float_map grades;
+        constexpr float grade = 0.25F;
+        for (const std::string& token : known)
+            grades._assign(token, &grade);
+        const std::string path = root.engine_path("base");
+        file_stream out;
+        out.create_to_write(path);
+        base_header().header.write(out);
+        grades.flush_ordered(out);
+        out.close();
+        base.load(path);
+        std::shuffle(known.begin(), known.end(), std::mt19937(4));
+    }
+    test_root root;
+    std::vector<std::string> known, unknown;
+    hashreg base;
+};
+
+graded_tokens& graded() {
+    static graded_tokens all;
+    return all;
+}
+
+void base_grade(benchmark::State& state, bool hit) {
+    const auto& asked = hit ? graded().known : graded().unknown;
+    for (auto _ : state)
+        for (const std::string& token : asked)
+            benchmark::DoNotOptimize(graded().base.grade(token));
+    set_items(state, asked.size());
+}
+BENCHMARK_CAPTURE(base_grade, hit, true);
+BENCHMARK_CAPTURE(base_grade, miss, false);
+
+#ifdef TVR_HAS_ABSEIL
+void base_grade_abseil(benchmark::State& state, bool hit) {
+    const auto& asked = hit ? graded().known : graded().unknown;
+    absl::flat_hash_map<std::string, float> grades;
+    for (const std::string& token : graded().known)
+        grades[token] = 0.25F;
+    for (auto _ : state)
+        for (const std::string& token : asked) {
+            const auto found = grades.find(absl::string_view(token.data(), token.size()));
+            benchmark::DoNotOptimize(found == grades.end() ? 0.0 : static_cast<double>(found->second));
+        }
+    set_items(state, asked.size());
+}
+BENCHMARK_CAPTURE(base_grade_abseil, hit, true);
+BENCHMARK_CAPTURE(base_grade_abseil, miss, false);
+#endif
 
 constexpr std::size_t keys = 200'000;
 

@@ -16,7 +16,7 @@ for option in "$@"; do
     --demo) command -v npm >/dev/null || packages+=(npm) ;;
     --mail) packages+=(procmail maildrop dovecot-core dovecot-imapd dovecot-sieve) ;;
     --fuzz) packages+=(clang libclang-rt-14-dev) ;;
-    --dev) packages+=(clang clang-format clang-tidy libclang-rt-14-dev bogofilter spamprobe eatmydata time) ;;
+    --dev) packages+=(clang clang-format clang-tidy libclang-rt-14-dev bogofilter spamprobe eatmydata time libabsl-dev) ;;
     --thunderbird) packages+=(thunderbird xvfb xdotool dovecot-core dovecot-imapd imagemagick python3) ;;
     --windows) packages+=(g++-mingw-w64-x86-64-posix libz-mingw-w64 googletest wine64) ;;
     *) echo "install-deps.sh: unknown option $option" >&2; exit 2 ;;

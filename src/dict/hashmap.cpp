@@ -41,7 +41,8 @@ std::uint32_t step_of(std::string_view key, std::uint32_t tablesize) {
 }
 
 std::uint32_t advance(std::uint32_t slot, std::uint32_t step, std::uint32_t tablesize) {
-    return static_cast<std::uint32_t>((std::uint64_t{slot} + step) % tablesize);
+    const std::uint64_t next = std::uint64_t{slot} + step; // both are below the size
+    return static_cast<std::uint32_t>(next < tablesize ? next : next - tablesize);
 }
 
 void log_file_error(const char* operation) {
@@ -176,17 +177,23 @@ std::uint32_t hashmap_impl::__insert_datat(std::string_view key, const void* val
 }
 
 // The value of the slot's entry, or null if it has another key.
-std::uint8_t* hashmap_impl::value_if_key(std::uint32_t slot, std::string_view key) const noexcept {
-    std::uint8_t* entry = m_data + slot - 1;
+std::uint8_t* hashmap_impl::value_if_key(std::uint32_t slot, std::uint32_t hash,
+                                         std::string_view key) const noexcept {
+    if (((slot ^ hash) & ~m_place_mask) != 0)
+        return nullptr;
+    std::uint8_t* entry = m_data + (slot & m_place_mask) - 1;
     if (*entry != key.size() || std::memcmp(entry + 1, key.data(), key.size()) != 0)
         return nullptr;
     return entry + 1 + key.size();
 }
 
 bool hashmap_impl::make_table() {
+    if (m_slots && m_place_mask < wanted_mask())
+        m_resize_owed = true; // no more bits to spare
     resize_if_owed();
     if (m_slots)
         return true;
+    m_place_mask = wanted_mask();
     m_tablesize = primes[m_prime_index];
     if (!commit_table())
         return false;
@@ -195,22 +202,23 @@ bool hashmap_impl::make_table() {
 }
 
 hashmap_impl::probe hashmap_impl::find(std::string_view key) const noexcept {
-    std::uint32_t slot = probe_hash(key) % m_tablesize;
+    const std::uint32_t hash = probe_hash(key);
+    std::uint32_t slot = hash % m_tablesize;
     if (m_slots[slot] == 0)
-        return {slot, nullptr, true};
-    if (std::uint8_t* const value = value_if_key(m_slots[slot], key))
-        return {slot, value, true};
+        return {slot, hash, nullptr, true};
+    if (std::uint8_t* const value = value_if_key(m_slots[slot], hash, key))
+        return {slot, hash, value, true};
     const std::uint32_t step = step_of(key, m_tablesize);
     for (slot = advance(slot, step, m_tablesize); m_slots[slot] != 0; slot = advance(slot, step, m_tablesize))
-        if (std::uint8_t* const value = value_if_key(m_slots[slot], key))
-            return {slot, value, false};
-    return {slot, nullptr, false};
+        if (std::uint8_t* const value = value_if_key(m_slots[slot], hash, key))
+            return {slot, hash, value, false};
+    return {slot, hash, nullptr, false};
 }
 
 // Answers the value's place, or null if there was no room.
 std::uint8_t* hashmap_impl::insert_at(const probe& where, std::string_view key, const void* value) {
     const std::uint32_t entry = __insert_datat(key, value);
-    m_slots[where.slot] = entry;
+    m_slots[where.slot] = entry != 0 ? entry | (where.hash & ~m_place_mask) : 0;
     if (entry != 0)
         ++m_count;
     // deliberate: the load isn't looked at unless the insertion had to probe.
@@ -274,6 +282,7 @@ void hashmap_impl::swap(hashmap_impl& other) noexcept {
     std::swap(m_count, other.m_count);
     std::swap(m_datasize, other.m_datasize);
     std::swap(m_slots, other.m_slots);
+    std::swap(m_place_mask, other.m_place_mask);
     std::swap(m_tablesize, other.m_tablesize);
     std::swap(m_hashmem, other.m_hashmem);
     std::swap(m_hashreserved, other.m_hashreserved);
@@ -293,6 +302,7 @@ void hashmap_impl::__resize() {
         platform::decommit_range(m_hashmem, m_hashreserved);
     m_slots = nullptr;
     m_prime_index = prime_for(m_count);
+    m_place_mask = wanted_mask();
     m_tablesize = primes[m_prime_index];
     if (!m_hashmem || !commit_table())
         return;
@@ -305,7 +315,8 @@ void hashmap_impl::__resize() {
             offset += 1 + value_size();
             continue;
         }
-        const std::uint32_t first = probe_hash(key) % m_tablesize;
+        const std::uint32_t hash = probe_hash(key);
+        const std::uint32_t first = hash % m_tablesize;
         std::uint32_t slot = first;
         if (m_slots[slot] != 0) {
             const std::uint32_t step = step_of(key, m_tablesize);
@@ -316,12 +327,12 @@ void hashmap_impl::__resize() {
             // A damaged block may hold one key over and over: then the walk would take ever longer, and no
             // lookup comes to the repeated entry anyway.
             if (m_slots[slot] != 0) {
-                for (slot = first; m_slots[slot] != 0 && !value_if_key(m_slots[slot], key);)
+                for (slot = first; m_slots[slot] != 0 && !value_if_key(m_slots[slot], hash, key);)
                     slot = advance(slot, step, m_tablesize);
             }
         }
         if (m_slots[slot] == 0)
-            m_slots[slot] = static_cast<std::uint32_t>(offset) + 1;
+            m_slots[slot] = (static_cast<std::uint32_t>(offset) + 1) | (hash & ~m_place_mask);
         offset += key.size() + 1 + value_size();
     }
 }

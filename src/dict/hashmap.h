@@ -61,12 +61,20 @@ private:
     // Where a key is, or would be.
     struct probe {
         std::uint32_t slot;
+        std::uint32_t hash;
         std::uint8_t* value; // null: the slot is empty
         bool is_first;       // no slot was taken on the way to it
     };
 
     std::uint32_t __insert_datat(std::string_view key, const void* value);
     void __resize();
+    static constexpr std::uint32_t all_bits = 0xFFFFFFFF;
+    static constexpr std::uint32_t lower_bits = 0x00FFFFFF;
+
+    // As far as the data area is small enough to spare bits of a place, also after one more entry.
+    [[nodiscard]] std::uint32_t wanted_mask() const noexcept {
+        return m_datasize < lower_bits - 512 ? lower_bits : all_bits;
+    }
     static std::uint32_t prime_for(std::uint32_t count) noexcept; // its index
     void resize_if_owed();
     bool make_table(); // if there is none
@@ -77,12 +85,16 @@ private:
     std::uint8_t* insert_at(const probe& where, std::string_view key, const void* value);
     void trust_only_whole_entries() noexcept;
     void log_invalid(const char* where) const;
-    [[nodiscard]] std::uint8_t* value_if_key(std::uint32_t slot, std::string_view key) const noexcept;
+    [[nodiscard]] std::uint8_t* value_if_key(std::uint32_t slot, std::uint32_t hash,
+                                             std::string_view key) const noexcept;
 
     std::uint32_t m_prime_index = 0;
     std::uint32_t m_count = 0;
     std::uint32_t m_datasize = 0;
-    std::uint32_t* m_slots = nullptr; // 0: empty, otherwise offset + 1
+    // 0: empty, otherwise offset + 1, and above m_place_mask the bits that the key's hash has there: so most
+    // entries with another key need not be looked at.
+    std::uint32_t* m_slots = nullptr;
+    std::uint32_t m_place_mask = all_bits;
     std::uint32_t m_tablesize = 0;
     void* m_hashmem = nullptr;
     std::size_t m_hashreserved = 0;

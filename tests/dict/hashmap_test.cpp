@@ -147,6 +147,14 @@ TEST_F(TokenMap, AgreesWithAReferenceMapOver100000Keys) {
         ASSERT_EQ(map._get_value("never there"), nullptr);
     };
     agrees();
+    // Beyond 16 MiB the slots have no bits to spare.
+    for (std::uint32_t i = 0; map.datasize() < 0x1000100; ++i)
+        ASSERT_TRUE(map._assign(numbered(i) + std::string(240, 'x'), nullptr));
+    for (const auto& [key, count] : expected)
+        ASSERT_TRUE(map._get_value(key) != nullptr);
+    map.clear();
+    for (const auto& [key, count] : expected)
+        map._assign(key, &count);
     ASSERT_TRUE(load(map, saved(map, true)));
     agrees();
     std::string_view key;
