@@ -61,8 +61,9 @@ enum class verdict_file_result {
 
 // What is kept of a file that is read; it is looked at as a whole in any case.
 struct verdict_use {
-    bool messages = true;                           // who only scores needs none
-    std::optional<std::span<const token_key>> only = std::nullopt; // the weights of these tokens, and no others
+    bool messages = true; // who only scores needs none
+    std::optional<std::span<const token_key>> only =
+        std::nullopt; // the weights of these tokens, and no others
 };
 
 [[nodiscard]] TVR_IPC_EXPORT std::string verdict_path(std::string_view working_directory);
