@@ -15,7 +15,7 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint64_t count_size = 4; // bytes in front of the records
+constexpr std::uint64_t count_size = 4; // bytes before the records
 constexpr std::uint64_t largest = 0x7FFFFFFF;
 
 bool write_at(platform::file& file, std::uint64_t place, const void* data, std::size_t size) {

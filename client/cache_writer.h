@@ -26,7 +26,7 @@ class cache_writer {
 public:
     explicit cache_writer(std::string_view path); // of the cache; its folder exists
 
-    // Appends all records of the batches, under lock.bin. What stands behind the last whole record, left by
+    // Appends all records of the batches, under lock.bin. What follows the last whole record, left by
     // a process that died in the middle of an append, gives way. A failure adds no record. Waits at most
     // `patience` milliseconds for the lock.
     append_result append(std::span<const record_batch> batches, std::uint32_t patience = 30000);

@@ -46,7 +46,7 @@ std::string domain_of(std::string_view value) {
     return lowered(before == std::string_view::npos ? value : value.substr(before + 1));
 }
 
-// What stands in front of the host of the same address.
+// What precedes the host of the same address.
 std::string local_part_of(std::string_view value) {
     const std::size_t sign = value.rfind('@');
     if (sign == std::string_view::npos)
@@ -56,7 +56,7 @@ std::string local_part_of(std::string_view value) {
     return lowered(value.substr(start, sign - start));
 }
 
-// How an address is written: alone, with or without brackets, or behind a name.
+// How an address is written: alone, with or without brackets, or after a name.
 std::string_view form_of(std::string_view value) {
     if (value.empty())
         return "absent";

@@ -48,7 +48,7 @@ public:
     [[nodiscard]] std::uint32_t features() const noexcept { return m_features; }
 
 private:
-    std::size_t markup(std::string_view html, std::size_t at); // answers the place behind it
+    std::size_t markup(std::string_view html, std::size_t at); // answers the place after it
     std::size_t entity(std::string_view html, std::size_t at);
     void open_tag(std::string_view name, std::string_view attributes);
     void close_tag(std::string_view name);

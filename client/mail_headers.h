@@ -23,7 +23,7 @@ public:
     // One field: its name, and its value as it stands in the mail, whose bytes must stay until lines() was
     // seen.
     void field(std::string_view name, std::string_view raw_value);
-    // Behind the last field: what is missing, and how the whole is made.
+    // After the last field: what is missing, and how the whole is made.
     void end();
 
     [[nodiscard]] const header_lines& lines() const noexcept { return m_lines; }

@@ -18,7 +18,7 @@ public:
 
     // An address as it stands in a text or an attribute. Those beyond html_text::most_links are only counted.
     void link(std::string_view address) override;
-    // The host behind the last "@".
+    // The host after the last "@".
     void mail_address(std::string_view address) override;
     // A host with the domains above it, or an address with its nets: "F ", the prefix ("link:") and each.
     void host(std::string_view prefix, std::string_view name);

@@ -24,7 +24,7 @@ public:
     void put(std::string_view token);
     // A token of a kind ("B "); the text is hashed if it is too long for its kind.
     void add(std::string_view kind, std::string_view text);
-    // A mark of the structure: "M " and the text, perhaps with a number or a value behind. Of the value count
+    // A mark of the structure: "M " and the text, perhaps with a number or a value after. Of the value count
     // 60 bytes, in lower case.
     void mark(std::string_view text);
     void mark(std::string_view text, std::size_t number);

@@ -62,7 +62,7 @@ std::optional<std::uint64_t> published_engine::read_stamp() const {
     return got == bytes.size() ? std::optional(load_le<std::uint64_t>(bytes.data())) : std::nullopt;
 }
 
-// The stamp is written behind the base, and so is read in front of it.
+// The stamp is written after the base, and so is read before it.
 void published_engine::refresh() {
     if (m_folder.empty())
         return;

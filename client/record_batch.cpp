@@ -11,7 +11,7 @@ namespace tvr {
 
 namespace {
 
-constexpr std::size_t head_size = 32;               // bytes of a record in front of its message ID
+constexpr std::size_t head_size = 32;               // bytes of a record before its message ID
 constexpr std::size_t limit = std::size_t{1} << 30; // bytes of a batch
 
 } // namespace

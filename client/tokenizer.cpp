@@ -108,7 +108,7 @@ void tokenizer::implementation::tokenize(std::string_view raw) {
     make_facts(raw, mbox_date);
 }
 
-// Lines that are none of a header may stand in front of it, as mail programs pass over them; then it takes
+// Lines that are none of a header may stand before it, as mail programs pass over them; then it takes
 // two well-known names.
 bool looks_like_mail(std::string_view raw) noexcept {
     constexpr std::size_t most_lines = 200;

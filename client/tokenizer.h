@@ -35,12 +35,12 @@ struct tokenizer_limits {
     std::uint32_t tokens = 6000; // different ones
 };
 
-// The kinds of its tokens, in front of the text:
+// The kinds of its tokens, before the text:
 //   "B "  words of the body and the subject
 //   "H "  words of a header, with its name: "H subject:free"
 //   "F "  addresses and hosts: "F from:a@b.example", "F link:b.example", "F rcvd:c.example"
 //   "M "  marks of the structure: "M type:text/html", "M no date", "M reply-to not from"
-//   "U "  words of links behind the host
+//   "U "  words of links after the host
 // Each counts by its kind, not by how often it stands in the message.
 // One object belongs to one thread, and is made to be used for many messages.
 class TVR_IPC_EXPORT tokenizer {
@@ -65,7 +65,7 @@ private:
     std::unique_ptr<implementation> m_it;
 };
 
-// True if the bytes begin like a mail: header lines, perhaps behind an mbox line, with one among them that
+// True if the bytes begin like a mail: header lines, perhaps after an mbox line, with one among them that
 // every mail program knows. Empty, binary and other text doesn't.
 [[nodiscard]] TVR_IPC_EXPORT bool looks_like_mail(std::string_view raw) noexcept;
 

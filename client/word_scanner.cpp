@@ -12,7 +12,7 @@ namespace tvr {
 
 namespace {
 
-// `marks` separates, too, but may tell what stands in front of it.
+// `marks` separates, too, but may tell what precedes it.
 enum kind : std::uint8_t { separates, wordy, joins, marks, high };
 
 constexpr std::array<kind, 256> make_kinds() {

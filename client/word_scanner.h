@@ -22,7 +22,7 @@ public:
 };
 
 // Words are runs of letters and digits of any script, with "'", "-" and "_" within, "." and "," between
-// digits, "$" in front and "!" behind. Upper and lower case stay apart: they tell much about a mail.
+// digits, "$" in front and "!" after. Upper and lower case stay apart: they tell much about a mail.
 // Invisible characters within a word vanish, full-width forms become plain ones, and scripts without blanks
 // give pairs of neighbouring characters. Linear in the text.
 class word_scanner {

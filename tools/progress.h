@@ -13,7 +13,7 @@ public:
     progress(std::string what, bool quiet);
     ~progress(); // takes the bar away
 
-    // `note` is shown behind the bar: "1234 messages".
+    // `note` is shown after the bar: "1234 messages".
     void show(std::uint64_t done, std::uint64_t total, const std::string& note);
     void clear(); // takes the bar away until the next show(), so that a line can be written
 

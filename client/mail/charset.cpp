@@ -78,7 +78,7 @@ void from_pairs(std::string_view bytes, unsigned code_page, std::string& room) {
             const std::uint8_t second = byte_at(bytes, at + 1);
             const char32_t code = pairs.character(first, second);
             append_utf8(room, code);
-            at += code != no_character || second >= 0x80 ? 1 : 0; // ASCII behind a bad byte stays
+            at += code != no_character || second >= 0x80 ? 1 : 0; // ASCII after a bad byte stays
         } else if (code_page == 936 && is_first(936, first) && at + 3 < bytes.size() &&
                    byte_at(bytes, at + 1) >= 0x30 && byte_at(bytes, at + 1) <= 0x39 &&
                    is_first(936, byte_at(bytes, at + 2))) {

@@ -17,7 +17,7 @@ private:
     struct encoded_word {
         std::string_view charset, text;
         bool base64 = false;
-        std::size_t end = 0; // behind it in the value
+        std::size_t end = 0; // after it in the value
     };
     static bool find_word(std::string_view value, std::size_t at, encoded_word& word);
     void append_bytes();

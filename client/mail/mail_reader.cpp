@@ -198,7 +198,7 @@ void mail_reader::leaf(content& found) {
         m_visitor->text(part, decode_transfer(text, part.encoding, wanted, m_decoded));
 }
 
-// The first line that looks like a boundary: with the header of a part behind it, and in front of the next
+// The first line that looks like a boundary: with the header of a part after it, and before the next
 // boundary of a part around this one. Empty if there is none.
 std::string_view mail_reader::find_boundary() {
     for (std::size_t line = m_at; line < m_raw.size() && !meets_boundary(m_raw.substr(line));) {
@@ -212,7 +212,7 @@ std::string_view mail_reader::find_boundary() {
     return {};
 }
 
-// Moves behind the first line of a boundary, which is open then. False, where the reader was, if it never
+// Moves past the first line of a boundary, which is open then. False, where the reader was, if it never
 // comes.
 bool mail_reader::open_boundary(std::string_view boundary) {
     if (boundary.empty())
@@ -253,7 +253,7 @@ bool mail_reader::meets_boundary(std::string_view text) {
     return false;
 }
 
-// What stands in front of the next line of an open boundary, without its line break. The reader moves behind
+// What precedes the next line of an open boundary, without its line break. The reader moves past
 // the line.
 std::string_view mail_reader::until_boundary() {
     const std::size_t start = m_at;

@@ -108,7 +108,7 @@ void parameter_set::parse(std::string_view text) {
             found.text = text.substr(at, end - at);
             ++end;
         } else {
-            // A file name may have blanks; what stands behind a line break is hardly part of it.
+            // A file name may have blanks; what follows a line break is hardly part of it.
             end = std::min(text.find_first_of(";\r\n", at), text.size());
             found.text = trim(text.substr(at, end - at), " \t");
         }

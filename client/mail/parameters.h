@@ -19,7 +19,7 @@ public:
     parameter_set(std::initializer_list<std::string_view> names);
 
     void clear() noexcept;
-    // Reads what stands behind the value proper, from its first ";" on. Of several parameters with a name the
+    // Reads what follows the value proper, from its first ";" on. Of several parameters with a name the
     // first counts. Texts in pieces ("name*0=a; name*1=b") are put together, and "%" escapes and charsets as
     // of RFC 2231 are decoded to UTF-8.
     void parse(std::string_view text);

@@ -35,7 +35,7 @@ constexpr std::array<encoding_name, 11> encoding_names = {{
 constexpr std::string_view base64_alphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=";
 constexpr std::uint8_t padding = 64, not_base64 = 255;
-constexpr std::size_t longest_line = 128; // of base-64 that is looked at behind an "="
+constexpr std::size_t longest_line = 128; // of base-64 that is looked at after an "="
 
 constexpr std::array<std::uint8_t, 256> make_base64_values() {
     std::array<std::uint8_t, 256> values{};
@@ -50,7 +50,7 @@ constexpr std::uint8_t base64_value(char c) {
     return base64_values[static_cast<unsigned char>(c)];
 }
 
-// True if a whole line of base-64 begins at `at`, or behind blanks there. Behind the end of one text there
+// True if a whole line of base-64 begins at `at`, or after blanks there. After the end of one text there
 // may be another one, but also what a mailing list put there as it is.
 bool goes_on(std::string_view text, std::size_t at) {
     at = text.find_first_not_of(" \t\r\n", at);

@@ -21,7 +21,7 @@ enum class transfer_encoding { seven_bit, eight_bit, binary, base64, quoted_prin
                                                std::string& room);
 
 // Each appends at most `most` bytes.
-// Base-64 begins again behind an "=".
+// Base-64 begins again after an "=".
 void append_base64(std::string& target, std::string_view text, std::size_t most);
 // With `in_word`, by the rules of encoded words: "_" is a blank.
 void append_quoted_printable(std::string& target, std::string_view text, std::size_t most, bool in_word);

@@ -11,7 +11,7 @@ namespace tvr {
 [[nodiscard]] bool is_ascii(std::string_view bytes) noexcept;
 [[nodiscard]] bool is_utf8(std::string_view bytes) noexcept;
 
-// The code point at `at`, which moves behind it; U+FFFD, and one byte on, where there is none.
+// The code point at `at`, which moves past it; U+FFFD, and one byte on, where there is none.
 [[nodiscard]] char32_t next_code_point(std::string_view text, std::size_t& at) noexcept;
 
 // Writes a code point to a room of 4 bytes. Its length; 0 for one that is none.

@@ -61,8 +61,8 @@ public:
     }
     bool write_u32(std::uint32_t value) { return write(&value, sizeof value); }
 
-    // Moves the position (bytes) and answers the new one; it may lie behind the end. Nothing, with the
-    // position as it was, for a place in front of the file.
+    // Moves the position (bytes) and answers the new one; it may lie past the end. Nothing, with the
+    // position as it was, for a place before the file.
     std::optional<std::uint64_t> seek(std::int64_t distance, platform::origin from);
     [[nodiscard]] std::uint64_t position() const noexcept { return m_base + m_offset; } // 0 if not open
     std::optional<std::uint64_t> size(); // with what is still collected

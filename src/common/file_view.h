@@ -20,7 +20,7 @@ public:
     // file.
     std::span<const std::uint8_t> ahead(std::size_t size);
     bool has(std::size_t size) { return ahead(size).size() >= size; }
-    void skip(std::uint64_t size); // may lead behind the end
+    void skip(std::uint64_t size); // may lead past the end
     void go_to(std::uint64_t position);
 
     [[nodiscard]] std::uint64_t position() const noexcept { return m_position; }

@@ -21,7 +21,7 @@ public:
     // as long as the header. A 31st call logs a line and changes nothing.
     fileheader& add(std::uint32_t& member, std::uint32_t value);
 
-    // Reads at the stream's position and leaves it behind the header. With a `hint` that is not 0, a head
+    // Reads at the stream's position and leaves it after the header. With a `hint` that is not 0, a head
     // without a signature but with that value count is taken as well. On a foreign signature: false, the
     // position back at the word, nothing assigned. A value count above 30: false. A file that ends inside
     // the values counts as read: the missing ones get their defaults.

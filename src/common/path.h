@@ -8,9 +8,9 @@ namespace tvr {
 
 // The folder, one backslash unless it ends with one, and the name; with an empty folder, the name.
 std::string join_path(std::string_view folder, std::string_view name);
-std::string_view file_part(std::string_view path);   // behind the last backslash
+std::string_view file_part(std::string_view path);   // after the last backslash
 std::string_view folder_part(std::string_view path); // up to and with the last backslash; may be empty
-// The path with "~" in front of its file name. A path that ends in a backslash gives an empty text.
+// The path with "~" before its file name. A path that ends in a backslash gives an empty text.
 std::string tilde_name(std::string_view path);
 void add_backslash(std::string& path); // unless it ends with one, or is empty
 

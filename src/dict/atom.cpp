@@ -22,7 +22,7 @@ void add_to_value(std::uint8_t* value, std::uint32_t difference) {
         store_u32(value, load_u32(value) + difference);
 }
 
-// Opens an atom's file and stops in front of the token block.
+// Opens an atom's file and stops before the token block.
 bool open_behind_head(file_stream& file, const std::string& path) {
     if (!file.open_to_read(path)) {
         TVR_LOG(transact_log, "[i] .bye opening failed (%s)", path.c_str());

@@ -29,7 +29,7 @@ struct atom_head {
     atom_head(const atom_head&) = delete;
     atom_head& operator=(const atom_head&) = delete;
 
-    // Reads the head at the stream's position, or at the start of `memory` (`behind`: the offset behind it).
+    // Reads the head at the stream's position, or at the start of `memory` (`behind`: the offset after it).
     // After false all values are 0.
     bool read(file_stream& file);
     bool read(std::span<const std::uint8_t> memory, std::size_t& behind);

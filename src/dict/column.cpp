@@ -90,7 +90,7 @@ void bye_ring::save_col(std::uint32_t stage) {
     }
 }
 
-// What is missing behind the head of a damaged file is not reported: the ring gets the atoms that are there.
+// What is missing after the head of a damaged file is not reported: the ring gets the atoms that are there.
 void bye_ring::load_col(std::uint32_t stage) {
     file_stream file;
     if (!file.open_to_read(col_path(stage)))

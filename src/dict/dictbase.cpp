@@ -21,7 +21,7 @@ namespace {
 constexpr std::uint32_t short_pause = 5;    // milliseconds, of those who wait for a while only
 constexpr std::uint32_t retry_pause = 200;  // milliseconds
 constexpr std::size_t copy_buffer = 409600; // bytes
-constexpr std::int64_t count_size = 4;      // bytes of the count in front of the records
+constexpr std::int64_t count_size = 4;      // bytes of the count before the records
 
 } // namespace
 

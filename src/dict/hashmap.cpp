@@ -29,7 +29,7 @@ constexpr std::uint32_t fallback_step = 101;
 constexpr unsigned suspicious_probes = 64; // far more than the load asks for
 constexpr std::size_t commit_step = 16384; // bytes; a multiple of the page size wherever this runs
 constexpr std::size_t entry_overhead = 5;  // length byte and value
-constexpr std::uint64_t filled_up = 4096;  // bytes of zeros behind a file that is cut short
+constexpr std::uint64_t filled_up = 4096;  // bytes of zeros after a file that is cut short
 
 std::size_t round_up(std::size_t size, std::size_t unit) {
     return (size + unit - 1) / unit * unit;
@@ -397,7 +397,7 @@ void hashmap_impl::trust_only_whole_entries() noexcept {
 
 bool hashmap_impl::init_from_file(file_stream& file) {
     clear();
-    // deliberate: behind clear() the counts are sane, unless a derived class has a word in it
+    // deliberate: after clear() the counts are sane, unless a derived class has a word in it
     if (!is_valid() || !counts_sane())
         return false;
     std::uint32_t head[2];

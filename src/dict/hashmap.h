@@ -38,7 +38,7 @@ public:
     // Replaces the content. A file that is at its end has an empty block. False, with an empty map, if the
     // file can't be read or counts and data don't go together.
     bool init_from_file(file_stream& file);
-    // Moves behind a block without reading it, by an even number of bytes.
+    // Moves past a block without reading it, by an even number of bytes.
     static bool skip(file_stream& file);
 
     // Iteration in storage order.

@@ -20,7 +20,7 @@ constexpr std::uint32_t manual = 4; // the user has classified this message hims
 constexpr std::uint32_t marked = 8; // kept by re-marking
 } // namespace message_flag
 
-// The head of a record: everything in front of the token table.
+// The head of a record: everything before the token table.
 struct message_head {
     static constexpr std::uint32_t signature = 0x25062004;
     static constexpr std::uint32_t value_count = 6;
@@ -30,15 +30,15 @@ struct message_head {
     message_head(const message_head&) = delete;
     message_head& operator=(const message_head&) = delete;
 
-    // Reads head and message ID at the stream's position and seeks behind the whole record. False at the
+    // Reads head and message ID at the stream's position and seeks past the whole record. False at the
     // end of the file or at a foreign signature.
     bool read(file_stream& file);
-    // Reads head and message ID, and stops in front of the token table. `hint` as in fileheader.
+    // Reads head and message ID, and stops before the token table. `hint` as in fileheader.
     bool read_head(file_stream& file, std::uint32_t hint = 0);
-    // After read_head(): seeks behind the record. False if its length leads nowhere.
+    // After read_head(): seeks past the record. False if its length leads nowhere.
     bool skip_tokens(file_stream& file) const;
-    // After read_head(): the offset behind the record, if its length holds the head and the two counts of a
-    // token table, and ends within the file (of `file_size` bytes). For those who write behind or into it.
+    // After read_head(): the offset after the record, if its length holds the head and the two counts of a
+    // token table, and ends within the file (of `file_size` bytes). For those who write after or into it.
     [[nodiscard]] std::optional<std::uint64_t> whole_end(const file_stream& file,
                                                          std::uint64_t file_size) const;
 

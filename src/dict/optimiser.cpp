@@ -203,7 +203,7 @@ bool dict_folder::divide_old_atom(const std::string& name) {
     for (std::uint32_t i = 0; i < piece_count; ++i)
         all.push_back(std::make_unique<atom_writer>(m_name));
     if (head.header.filecount() > 3)
-        place += 8; // the older form has no counts in front of its records
+        place += 8; // the older form has no counts before its records
     const auto memory = view.bytes();
     deal(memory.subspan(std::min(place, memory.size())), head.tokens, all);
 

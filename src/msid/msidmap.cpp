@@ -113,7 +113,7 @@ void msidmap::write_header(const write_map& list) {
     m_header.write(list.bytes(), position);
 }
 
-// Ends the view, and the file behind its bytes in use.
+// Ends the view, and the file after its bytes in use.
 void msidmap::cut(write_map& list, std::uint64_t size) {
     const bool longer = list.size() > size;
     m_filesize = size;
@@ -245,7 +245,7 @@ bool msidmap::remove(std::string_view id) {
     chain found = read_chain(list, offset, id, key);
     if (!found.match)
         return false;
-    // The rest of the chain moves down, and a garbage record stands behind it.
+    // The rest of the chain moves down, and a garbage record stands after it.
     list_record record;
     read_record(found.content, *found.match, record);
     const auto start = found.content.begin() + static_cast<std::ptrdiff_t>(*found.match);

@@ -49,7 +49,7 @@ protected:
     void start_anew(); // an empty tree in a file that is open
 
 private:
-    // Bytes; the file is never made smaller than it was found. Stands in front of the map, which fills it in.
+    // Bytes; the file is never made smaller than it was found. Stands before the map, which fills it in.
     std::uint64_t m_opened_size = 0;
 
 protected:

@@ -62,7 +62,7 @@ public:
     bool read(void* buffer, std::size_t size, std::size_t& got);
     // Writes `size` bytes at the position and moves it. False if not all were written.
     bool write(const void* data, std::size_t size);
-    // Moves the position (bytes); answers the new one. It may lie behind the end of the file.
+    // Moves the position (bytes); answers the new one. It may lie past the end of the file.
     std::optional<std::uint64_t> seek(std::int64_t distance, origin from);
     // Cuts or grows the file (with zeros) to the position.
     bool set_end();

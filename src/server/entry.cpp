@@ -28,7 +28,7 @@ namespace {
 // with the usual settings.
 constexpr unsigned least_handles = 64;
 
-// The jobs take what stands behind their key and one more character.
+// The jobs take what follows their key and one more character.
 
 void register_server(std::string_view) {
     check_registry();

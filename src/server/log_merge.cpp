@@ -23,7 +23,7 @@ constexpr std::array<std::string_view, 19> log_names = {
 
 constexpr std::size_t longest_line = 4096; // bytes; the rest of a longer one comes as a line of its own
 constexpr std::size_t stamp_size = 19;     // a stamp with its date
-constexpr std::size_t head_size = 20;      // what stays in front of the mark
+constexpr std::size_t head_size = 20;      // what stays before the mark
 constexpr std::size_t mark_size = 7;
 constexpr std::string_view line_ends = "\r\n";
 

@@ -65,13 +65,13 @@ public:
     bool write_text(std::string_view file, std::uint32_t group);
     // The flat form: one block that hands settings to another component. A 32-bit count, and for each field
     // its key and a zero byte, its 32-bit type, and its value in the binary form. `keys` are names, each with
-    // a zero byte behind it, up to an empty one or the end; without them it is all fields of both groups.
+    // a zero byte after it, up to an empty one or the end; without them it is all fields of both groups.
     // Names that are no key are passed over. No file is touched.
     // deliberate: the flat form has no caller here.
     [[nodiscard]] std::size_t flat_size(std::optional<std::string_view> keys = std::nullopt) const; // bytes
     [[nodiscard]] std::string flat_export(std::optional<std::string_view> keys = std::nullopt) const;
     // Takes each entry into the first field of its key; passes over unknown keys and over values of another
-    // type than the field's, and ignores bytes behind the last entry. False, with nothing taken, if the block
+    // type than the field's, and ignores bytes after the last entry. False, with nothing taken, if the block
     // is cut short.
     bool flat_import(std::string_view block);
 

@@ -18,7 +18,7 @@ constexpr std::size_t head_size = 8;      // bytes
 constexpr std::size_t least_name = 3;     // an id and the end of an empty name
 constexpr std::uint16_t last_id = 0xFFFE; // of the ids that can be issued
 
-// Splits the first name off a path; `path` is null behind the last one.
+// Splits the first name off a path; `path` is null after the last one.
 std::string_view split_name(const char*& path) {
     const std::string_view name(path, std::strcspn(path, "\\/"));
     path = path[name.size()] == '\0' ? nullptr : path + name.size() + 1;
@@ -256,7 +256,7 @@ std::shared_ptr<storage_entry> storage_object::__search(const char* path, arg& s
             search.id = place->id;
             return place->entry;
         }
-        // deliberate: the first entry of a name decides, even if a section of the same name stands behind it.
+        // deliberate: the first entry of a name decides, even if a section of the same name stands after it.
         if (place->entry->type() != entry_tag::section)
             return nullptr;
         section = std::static_pointer_cast<storage_section>(place->entry);

@@ -52,7 +52,7 @@ struct storage_handle {
 // one whose place was cleared away meanwhile. Failures are told by the answer alone.
 class storage_object {
 public:
-    static constexpr std::uint32_t signature = 0x61626261; // "abba", in front of the file form
+    static constexpr std::uint32_t signature = 0x61626261; // "abba", before the file form
     // The largest form that is packed or unpacked (bytes); it bounds the memory that a damaged file can take.
     static constexpr std::size_t max_packed_size = std::size_t{1} << 22;
 
@@ -63,13 +63,13 @@ public:
 
     // Empties the names and the root, and clears the modified flag.
     virtual void clear();
-    // The section at the path; made if it isn't there, or in any case with `unique`, behind others of its
+    // The section at the path; made if it isn't there, or in any case with `unique`, after others of its
     // name. Null if a section on the way is missing (none is made), if the name is that of a value, or if all
     // ids are used up.
     virtual storage_handle* create_section(const char* path, const storage_handle* parent, bool unique);
     // The first entry at the path, a value as well as a section; with a null path the parent's first child.
     virtual storage_handle* find_section(const char* path, const storage_handle* parent);
-    // The next entry of the same id in the same section, or with `any` the next of whatever id. Null behind
+    // The next entry of the same id in the same section, or with `any` the next of whatever id. Null after
     // the last one. next_release() gives the handle back in any case.
     virtual storage_handle* next_release(storage_handle* handle, bool any);
     virtual storage_handle* next(const storage_handle* handle, bool any);
@@ -86,7 +86,7 @@ public:
     // Copies a value out. `size_out` (may be null) receives its size in bytes once it was found with the
     // right type: `type` itself, where blob stands for any value. With a null buffer that is all; otherwise
     // false if the value is larger than the buffer. `handle_out` (may be null) walks through values of one
-    // name: a handle in it is the place behind which the search goes on, in its section and with its id. It
+    // name: a handle in it is the place after which the search goes on, in its section and with its id. It
     // is given back, and replaced by the handle of the value that was found, or by null if the answer is
     // false.
     virtual bool get(const char* path, const storage_handle* parent, void* buffer, std::size_t buffer_size,
@@ -108,7 +108,7 @@ private:
         bool create = false;
         bool unique = false;
         entry_tag type = entry_tag::section; // to create
-        bool advance = false;                // begin behind `place`
+        bool advance = false;                // begin after `place`
         storage_section::position place;
         std::uint16_t id = 0; // 0: by path
         std::shared_ptr<storage_section> parent;

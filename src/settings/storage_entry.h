@@ -64,10 +64,10 @@ public:
     [[nodiscard]] entry_tag type() const noexcept override { return entry_tag::section; }
     ~storage_section() override;
     [[nodiscard]] virtual std::size_t count() const noexcept; // of children
-    // Writes the section in its file form at buffer + used and moves `used` behind it; with a null buffer it
+    // Writes the section in its file form at buffer + used and moves `used` past it; with a null buffer it
     // only does the latter. False if the section has more children, or a value more bytes, than 32 bits hold.
     virtual bool save(std::uint8_t* buffer, std::size_t& used) const;
-    // Takes the section from the front of `rest` and moves that behind it. False for bytes of another tag and
+    // Takes the section from the front of `rest` and moves past it. False for bytes of another tag and
     // for damage, with some of the children loaded. Memory: at most about 40 bytes for each byte read.
     virtual bool load(std::span<const std::uint8_t>& rest);
     // The same without the header of the section itself.

@@ -66,7 +66,7 @@ void temp_folder::unpack(std::uint32_t stage, std::string_view archive_path) {
         unpack_folder(archive, path(stage), deepest_archive_folder);
 }
 
-// deliberate: a nested folder ends its level, so that a file behind one is not restored.
+// deliberate: a nested folder ends its level, so that a file after one is not restored.
 void temp_folder::unpack_folder(file_stream& archive, const std::string& folder, unsigned levels) {
     archive_tag value{};
     std::string name;

@@ -48,7 +48,7 @@ public:
                                 std::string_view prefix = {});
     // Writes an archive of the folder to a new file among the user's temporary files; `out` gets its path.
     void pack(std::string& out, std::uint32_t stage);
-    // Restores what pack() wrote. A file behind a nested folder is not restored.
+    // Restores what pack() wrote. A file after a nested folder is not restored.
     void unpack(std::uint32_t stage, std::string_view archive);
 
 private:

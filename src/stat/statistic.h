@@ -34,7 +34,7 @@ struct statistic_record {
 // can't be opened is passed over silently. Entries 60 days old or older are left out of the files.
 class statistic {
 public:
-    static constexpr std::uint32_t signature = 0x54415453; // "STAT", in front of both files
+    static constexpr std::uint32_t signature = 0x54415453; // "STAT", before both files
 
     using table = std::map<std::uint32_t, statistic_record>; // by hours since 1601
 

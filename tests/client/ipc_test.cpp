@@ -136,7 +136,7 @@ TEST_F(Engine, loads_a_base_once_its_stamp_tells) {
         std::int32_t answer;
     } steps[] = {
         {"B 1", 0, tvr::le(1, 1), 0},
-        {"B 2", 10, tvr::le(1, 1), 1}, // the stamp comes behind the base
+        {"B 2", 10, tvr::le(1, 1), 1}, // the stamp comes after the base
         {"B 3", 20, tvr::le(2, 1), 0},
         {"B 4", 20, tvr::le(3, 1), 1},                        // no fresher base with the stamp
         {"B 5", 30, "1234567", 0},                            // a stamp that is being written

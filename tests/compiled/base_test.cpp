@@ -141,7 +141,7 @@ TEST_F(Base, WritesTheSelectiveList) {
     EXPECT_EQ(read_file(folder / "selective.txt"), opening + "a\\.b|(\\<\\|\\>)|\\\xBB\\\x96" + closing)
         << "whether the base can be written plays no part";
 
-    // A line ends in front of the text that would take it beyond 40000 bytes.
+    // A line ends before the text that would take it beyond 40000 bytes.
     selective_list list;
     list.start();
     std::string line(99, 'a');

@@ -68,7 +68,7 @@ TEST_F(Optimiser, DividesOldAtoms) {
     const std::string entries =
         counted("ze", 1) + counted("yd", 2) + counted("xc", 3) + counted("wb", 4) + counted("va", 0x01000000);
     const std::string old = atom_bytes({450, 5, 0, 0, 0}, 5, entries);
-    // The older form: three values, and no counts in front of the entries.
+    // The older form: three values, and no counts before the entries.
     const std::string older = le(0x19780702, 3, 450, 5, 0) + entries;
     for (const std::string& bytes : {old, older}) {
         for (const bool alone : {true, false}) {

@@ -74,10 +74,10 @@ TEST_F(Ring, PlacesMessages) {
     EXPECT_TRUE(ring.place_in_span(1, 150000, false));
     ring.place_by_time(1, 250000, false); // removals aren't placed by time
     ring.place_by_time(1, 250000, true);  // the atom in front takes it
-    ring.place_by_time(1, 260000, true);  // it is full: the one behind
+    ring.place_by_time(1, 260000, true);  // it is full: the one after
     EXPECT_EQ(listed(), "0:6,100000,250000 1:6,300000,260000 ");
     ring.place_by_time(1, 270000, true); // both are full: a new one between them
-    ring.place_by_time(1, 90000, true);  // in front of all: only the first is asked
+    ring.place_by_time(1, 90000, true);  // before all: only the first is asked
     EXPECT_EQ(listed(), "3:1,90000,0 0:6,100000,250000 2:1,270000,0 1:6,300000,260000 ");
     ring.place_by_time(1, 80000, true);
     ring.place_by_time(1, 999999, true);

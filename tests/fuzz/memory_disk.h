@@ -1,8 +1,8 @@
 // A disk in memory, in place of the platform's files, views and address ranges.
 //
-// The programs here link it in front of the platform library. Reading a file then costs no system call, and
+// The programs here link it ahead of the platform library. Reading a file then costs no system call, and
 // every view of a file is a block of the heap of just its size, so that the address check sees the first
-// byte read behind its end; behind a real view stands the rest of a page.
+// byte read after its end; a real view is followed by the rest of a page.
 #pragma once
 
 #include <cstddef>

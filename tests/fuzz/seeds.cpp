@@ -134,7 +134,7 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
                 put_file(folder.path_of(2, name), bytes);
                 folder.pack(archive, 2);
                 add("archive", file_bytes(archive));
-                if (++archived == 1) // tag, length and name stand in front of the packed file
+                if (++archived == 1) // tag, length and name stand before the packed file
                     add("packed", file_bytes(archive).substr(4 + name.size()));
             }
         }
@@ -151,7 +151,7 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
         hours += le(hour, hour % 100) + std::string(28, '\2');
     add("statistic", hours);
 
-    // What stands behind the check, but for the memory.
+    // What follows the check, but for the memory.
     verdict_state verdict{.judged = 9, .trust = 0.5, .recent_ham = 2, .ham_scores = {300, -20}};
     for (unsigned i = 0; i < 4; ++i) {
         judged_message message{.id = i, .time = 213000000 + i, .spam = i % 2 == 0, .what = {}};

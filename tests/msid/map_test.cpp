@@ -48,7 +48,7 @@ TEST_F(MessageMap, WritesChainsAndGarbageByHand) {
         EXPECT_TRUE(map.insert(a, 0x11));
         EXPECT_TRUE(map.insert("x", 0x22));
         EXPECT_TRUE(map.insert("x", 0x99)) << "there already; the old value stands";
-        EXPECT_TRUE(map.insert(b, 0x33)); // behind x: the chain of a moves to the end
+        EXPECT_TRUE(map.insert(b, 0x33)); // after x: the chain of a moves to the end
         EXPECT_TRUE(map.insert(c, 0x44)); // the chain is at the end and grows in place
         EXPECT_EQ(list().size(), 16U + 25 + 6 + 3 * 25) << "after each operation, for all to open";
     }

@@ -211,7 +211,7 @@ TEST_F(binary_settings, settings_cfg) {
         {names + "\x40\1\1\0\x40\0"s, 0, "x 0 0 0.000000 x 7"}, // nothing in it
         {names + "\x40\0"s, store_binary, "x 0 0 0.000000 x 7"},
         {names + "\x40\1\1\0\x47\0"s, store_binary, "x 0 0 0.000000 x 7"}, // no section
-        // The stored type doesn't count, nor does what stands behind the value, nor the tag.
+        // The stored type doesn't count, nor does what follows the value, nor the tag.
         {names + "\x40\1\1\0\x40\2\3\0\6ttttfffffffffffg\6\0\x47\7tttt\1\0v"s, 0, "x 102 0 0.000000 v 7"},
         {names + "\x40\1\1\0\x40\2\3\0\x49\5tttt\1\4\0\x49\7tttt\1\0\0"s, store_binary, "x 0 0 0.000000 x 7"},
         {names + "\x40\1\1\0\x40\2\3\0\x49\5tttt\1\6\0\x49\7tttt\2\0v"s, store_binary, "x 0 0 0.000000 x 7"},
@@ -311,7 +311,7 @@ TEST_F(settings_start, takes_its_seed_from_the_user_or_else_from_the_root) {
     EXPECT_EQ(set.use_white_list_of_kludges, 0) << "nothing was copied";
     EXPECT_EQ(read_file(data / "kludges.txt"), "own");
     write_file(data / "tvram.ini",
-               "working directory=" + root.engine_path("moved")); // with no backslash behind it
+               "working directory=" + root.engine_path("moved")); // with no backslash after it
     start();
     EXPECT_TRUE(fs::is_directory(root.path() / "moved" / "base" / "transact"));
 }

@@ -134,7 +134,7 @@ TEST_F(Stage, Archives) {
     EXPECT_NE(bytes.find("\2\3\3sub\1\5c.txt"), std::string::npos);
     EXPECT_TRUE(bytes.ends_with("\2\4\4\5"));
 
-    // By hand in the plain form. deliberate: a file behind a folder isn't restored.
+    // By hand in the plain form. deliberate: a file after a folder isn't restored.
     folder().prepare(3);
     write_file(transact / "archive", "\3\0\1\5a.txt"s + le(3) + "abc" + "\2\1\1b" + le(0) + "\2\3\3sub\1\1c" +
                                          le(1) + "c\2\4\1\1d" + le(1) + "d\2\4\5");

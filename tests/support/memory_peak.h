@@ -13,7 +13,7 @@ namespace {
 std::atomic<std::size_t> bytes_in_use{0}; // bytes that new has given out and not got back
 std::atomic<std::size_t> most_bytes{0};
 
-constexpr std::size_t room = alignof(std::max_align_t); // in front of each piece, for its size
+constexpr std::size_t room = alignof(std::max_align_t); // before each piece, for its size
 
 } // namespace
 

@@ -37,7 +37,7 @@ std::string seen_by_wine(const fs::path& path) {
     return text;
 }
 
-// The shell's command for a program for Windows in the root. Variables stand in front of it.
+// The shell's command for a program for Windows in the root. Variables stand before it.
 std::string wine_command(const engine_root& root, const std::string& by, const std::string& program,
                          const std::string& arguments, const std::string& variables = {}) {
     // The root's own drive gives paths without a letter the meaning that they have outside.

@@ -19,7 +19,7 @@ const std::string ham_atom = head + le(2, 3, 9, 100, 0, 3) + le(7 + 8 + 9) + cou
 const std::string spam_atom =
     head + le(1, 1, 7, 200, 210, 1, 8) + counted("B c", 7) + list_head + le(1, 0) + counted("<x>", 200);
 const std::string ham_list = list_head + le(3, 8) + counted("<one>", 7) + counted(std::string(3, '\0'), 0) +
-                             counted("<two>", 8) + std::string(3, '\0'); // one dead, and room behind
+                             counted("<two>", 8) + std::string(3, '\0'); // one dead, and room after
 const char* const exported =
     "tessivar-base\t1\n"
     "atom\tnspamdict0003\tmessages=2\ttokens=3\toccurrences=9\toldest=100\tnewest=0\tids=-\n"

@@ -64,7 +64,7 @@ TEST(record_stream, passes_records_on_as_they_are) {
 
 TEST(record_stream, takes_what_stands_in_front_of_damage) {
     const struct {
-        std::string bytes; // behind the head and one record
+        std::string bytes; // after the head and one record
         const char* error;
     } cases[] = {
         {"", "byte 91, record 2: cut short"},

@@ -28,7 +28,7 @@ struct sequel {
     bool statistic_cut = false;      // after marker 2, the statistic was being saved
     bool is_power_cut = false;       // the statistic and the archives of batches may be in any state
     files left;                      // by the dead
-    files found;                     // behind the restart
+    files found;                     // after the restart
     verdict wanted = verdict::rest;
     files expected = the_base().after;
     const files* next = &the_base().both_apart; // with the next training; null: only that it comes through

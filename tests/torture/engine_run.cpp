@@ -140,7 +140,7 @@ extern "C" {
 std::uint32_t __real__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(
     std::span<tvr::platform::event* const> events, std::uint32_t milliseconds);
 
-// The linker puts this in front of platform::wait_any, so that the test knows when the transaction thread has
+// The linker puts this ahead of platform::wait_any, so that the test knows when the transaction thread has
 // nothing left to do.
 std::uint32_t __wrap__ZN3tvr8platform8wait_anyESt4spanIKPNS0_5eventELm18446744073709551615EEj(
     std::span<tvr::platform::event* const> events, std::uint32_t milliseconds) {

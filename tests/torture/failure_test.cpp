@@ -74,7 +74,7 @@ bool has_lost_history(const files& then) {
     return false;
 }
 
-// What a failure has cost, by the files behind the transaction and those behind the next one.
+// What a failure has cost, by the files after the transaction and those after the next one.
 const char* outcome_of(const files& then, const files& last, verdict end) {
     const trained_base& base = the_base();
     if (end != verdict::rest)
@@ -221,7 +221,7 @@ protected:
     }
 
     trained_base& m_base = the_base();
-    files then, last; // behind the first training, and behind the next
+    files then, last; // after the first training, and after the next
 };
 
 constexpr std::uint64_t block = 4096;

@@ -43,7 +43,7 @@ void put(board::entry& entry, std::string_view what, std::string_view path) {
 std::unique_ptr<disk_image> the_disk; // while the power may go
 std::mutex disk_lock;
 
-// In front of each point. Nothing goes on behind a cut.
+// Before each point. Nothing goes on after a cut.
 void count_point() {
     if (shared_board().points++ != the_plan.index || !the_disk)
         return;

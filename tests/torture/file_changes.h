@@ -17,12 +17,12 @@ namespace tvr::torture {
 
 enum class fate : std::uint32_t {
     none,       // only watch
-    die_before, // the process is killed in front of the change
+    die_before, // the process is killed before the change
     die_within, // half of the bytes of a write are through; as die_before for every other change
     die_after,
     fail,      // the change fails with an error number
-    halt,      // the thread stops in front of the change until board::resume is set
-    cut_power, // in front of the change, or of bringing something to the disk, or at the end
+    halt,      // the thread stops before the change until board::resume is set
+    cut_power, // before the change, or of bringing something to the disk, or at the end
 };
 
 const char* name_of(fate what);

@@ -72,7 +72,7 @@ void expect_only_cache(files left, files before) {
     trained_base::expect_equal("beside the cache", left, before);
 }
 
-// An append is there as a whole or not at all, and the next one stands right behind.
+// An append is there as a whole or not at all, and the next one follows directly.
 std::string judge_append(const files& left, const files& before, const files& after) {
     expect_only_cache(left, before);
     const auto old = records_of(cache_of(before));
@@ -144,7 +144,7 @@ std::string judge_one_file(const std::string& path, const files& left, const fil
 
 const std::string good_index = base_folder + "nspamdict.idx";
 
-// Without what was set aside, and without the room behind a list or an index that couldn't be cut.
+// Without what was set aside, and without the room after a list or an index that couldn't be cut.
 files tidied(files content, const files& model) {
     std::erase_if(content, [](const auto& file) { return file.first.starts_with(data_folder + "repair/"); });
     for (auto& [path, bytes] : content)
@@ -172,7 +172,7 @@ files trained_on(const std::vector<std::string>& records) {
 }
 
 // A snapshot waits, more messages have come, and the two are joined. What a death leaves decides on what the
-// next merge takes: the copy that is there, or else the snapshot, and the cache behind it.
+// next merge takes: the copy that is there, or else the snapshot, and the cache after it.
 TEST(merge_death, costs_what_is_told) {
     trained_base& base = the_base();
     const std::string snapshot = transact_folder + "~autotrain.bys";
@@ -377,7 +377,7 @@ TEST(engine_death, in_the_first_start_costs_nothing) {
     cut_power(start);
 }
 
-// One engine is stopped in front of a change, another is started meanwhile, and the first one goes on.
+// One engine is stopped before a change, another is started meanwhile, and the first one goes on.
 TEST(two_engines, train_as_one) {
     trained_base& base = the_base();
     base.restore("waiting");

@@ -52,7 +52,7 @@ public:
 
     // By path below the root, with slashes. Logs and shared memory are left out.
     [[nodiscard]] files all_content() const;
-    // The same without what the dead leave behind and nobody looks at: the lock file, temporary files, and
+    // The same without what the dead leave and nobody looks at: the lock file, temporary files, and
     // unmarked stage folders. Nor does it have the archives of batches, of which each must be one that an
     // undisturbed engine makes, unless `any_archive` is set.
     files content(bool any_archive = false);

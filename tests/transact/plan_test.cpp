@@ -110,7 +110,7 @@ TEST_F(Plan, KnowsItsMessagesByAnOpenMap) {
     add(9999, "<small>");
     EXPECT_EQ(plan.msids().lookup("<small>"), 9999U) << "kept as it is in the map";
     EXPECT_FALSE(plan.add(record));
-    // The removal of <gone> is dropped, as no atom reaches to its time. <small> comes in front of <old>, and
+    // The removal of <gone> is dropped, as no atom reaches to its time. <small> comes before <old>, and
     // the future is not believed.
     const std::string text = filed();
     EXPECT_TRUE(text.starts_with("199999999-")) << text;

@@ -45,7 +45,7 @@ bool walk_list(file_view& file, const record_visitor& visit) {
         const auto bytes = file.ahead(255 + list_record::overhead);
         list_record record;
         if (!read_record(bytes, 0, record)) {
-            // The room behind the last record is zeros.
+            // The room after the last record is zeros.
             return text_of(bytes.data(), bytes.size()).find_first_not_of('\0') == std::string_view::npos;
         }
         if (record.is_live())

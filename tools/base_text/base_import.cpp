@@ -176,7 +176,7 @@ private:
         ++m_sum.messages;
         return {};
     }
-    // Each piece behind those before it; what is left out is zeros. Whether all is right is seen at the end.
+    // Each piece after those before it; what is left out is zeros. Whether all is right is seen at the end.
     std::string take_verdict(const std::vector<std::string_view>& fields) {
         if (std::string why = close_atom(); !why.empty())
             return why;

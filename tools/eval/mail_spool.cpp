@@ -12,7 +12,7 @@ namespace tvr {
 
 namespace {
 
-constexpr std::size_t head_size = 32; // bytes of a record in front of its message ID
+constexpr std::size_t head_size = 32; // bytes of a record before its message ID
 constexpr std::size_t batch_bytes = std::size_t{4} << 20;
 
 // Writes the records of each chunk, and notes where they lie.

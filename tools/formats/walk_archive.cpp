@@ -25,14 +25,14 @@ bool ends_at(const std::string& path, std::uint64_t offset) {
            is_tag(byte, archive_tag::file_ends);
 }
 
-// What stands in front of the content of a file in an archive.
+// What precedes the content of a file in an archive.
 struct packed_head {
     bool packed = false;
     std::uint64_t size = 0;   // of the file
     std::uint64_t stored = 0; // bytes in the archive, this head among them
 };
 
-// False if no content with an end behind it stands there.
+// False if no content with an end after it stands there.
 bool read_packed_head(file_view& file, packed_head& head) {
     constexpr std::size_t head_size = 16;
     constexpr std::size_t least_stream = 8; // bytes

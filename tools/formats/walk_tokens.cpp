@@ -49,7 +49,7 @@ public:
     }
 
     token_sums sums;
-    std::uint64_t limit = ~std::uint64_t{0}; // no token leads behind it
+    std::uint64_t limit = ~std::uint64_t{0}; // no token leads past it
 
 private:
     bool next(token& entry) {

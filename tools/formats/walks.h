@@ -11,7 +11,7 @@
 
 namespace tvr {
 
-// The values of a file header; the position is behind it afterwards. False after a defect.
+// The values of a file header; the position is after it then. False after a defect.
 bool take_header(file_view& file, view_sink& sink, fileheader& header);
 // A length byte and a text; false after a defect.
 bool take_short_text(file_view& file, view_sink& sink, std::string& text);
@@ -24,7 +24,7 @@ void cut_short(const file_view& file, view_sink& sink, const std::string& inside
 // The defect of bytes that nobody reads.
 void expect_end(file_view& file, view_sink& sink);
 
-// Records, but not the list() of the sink: a list may stand behind the tokens of an atom.
+// Records, but not the list() of the sink: a list may stand after the tokens of an atom.
 void walk_list(file_view& file, view_sink& sink);
 void walk_index(file_view& file, view_sink& sink);
 

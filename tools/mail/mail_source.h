@@ -90,7 +90,7 @@ private:
     std::uint64_t m_given = 0;
     std::uint64_t m_read = 0; // bytes of the file
     std::string m_line;       // read, but not given out: where the next message begins
-    std::string m_ahead;      // the line behind it
+    std::string m_ahead;      // the line after it
 };
 
 // True for the line that begins a message in an mbox: "From ", a sender, and a date.

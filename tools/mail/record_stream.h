@@ -31,7 +31,7 @@ private:
     std::uint32_t m_count = 0;
 };
 
-// Reads one stream, or several one behind the other. Whatever the bytes say, it takes memory for no more than
+// Reads one stream, or several one after the other. Whatever the bytes say, it takes memory for no more than
 // the longest record, and than the stream really has.
 class record_reader {
 public:
@@ -57,7 +57,7 @@ private:
     std::uint64_t m_start = 0;   // of what is being read
     std::uint32_t m_count = 0;   // records of this stream
     std::uint32_t m_streams = 0; // begun
-    bool m_inside = false;       // behind a head, in front of the end mark
+    bool m_inside = false;       // after a head, before the end mark
 };
 
 } // namespace tvr

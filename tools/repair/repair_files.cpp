@@ -58,7 +58,7 @@ private:
     const id_visitor& m_visit;
 };
 
-// Copies bytes of a file behind what the other holds.
+// Copies bytes of a file after what the other holds.
 bool copy_range(const std::string& from, std::uint64_t begin, std::uint64_t end, file_stream& to) {
     file_view source(from);
     source.go_to(begin);
@@ -73,7 +73,7 @@ bool copy_range(const std::string& from, std::uint64_t begin, std::uint64_t end,
     return true;
 }
 
-// The offset behind the record at `start`, if it is whole and nothing is wrong with it.
+// The offset after the record at `start`, if it is whole and nothing is wrong with it.
 std::optional<std::uint64_t> record_end(file_view& file, std::uint64_t start) {
     quiet_sink sink;
     message_head head;
@@ -101,7 +101,7 @@ bool begins_record(file_view& file, std::uint64_t at) {
     return file.has(4) && load_u32(file.ahead(4).data()) == signature::message;
 }
 
-// Where the record behind a damaged one may begin: by the length that the damaged one tells, if that leads to
+// Where the record after a damaged one may begin: by the length that the damaged one tells, if that leads to
 // the beginning of a record; otherwise at the next signature. Nothing if there is none.
 std::optional<std::uint64_t> next_record(file_view& file, std::uint64_t damaged) {
     if (begins_record(file, damaged) && file.has(12)) {
@@ -197,7 +197,7 @@ std::string repair_folder::replace(const std::string& made, const std::string& p
 cache_scan scan_cache(const std::string& path) {
     cache_scan scan;
     file_view file(path);
-    std::uint64_t at = 4;      // behind the count
+    std::uint64_t at = 4;      // after the count
     std::uint64_t in_vain = 0; // bytes that were read of what is no record
     std::optional<std::uint64_t> next = at;
     for (file.go_to(at); next && file.has(1); file.go_to(at)) {

@@ -42,7 +42,7 @@ private:
     std::string m_aside;
 };
 
-// The records of a cache that can be read, also behind damage.
+// The records of a cache that can be read, also after damage.
 struct cache_scan {
     std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges; // of whole records: from, to
     std::uint64_t records = 0;
@@ -54,7 +54,7 @@ std::string write_cache(const std::string& from, const cache_scan& scan, const s
 
 // A message ID and its value of a list; false ends the walk.
 using id_visitor = std::function<void(std::string_view id, std::uint32_t value)>;
-// Visits the live records of a list in front of its first damage; those of one whose header alone is damaged
+// Visits the live records of a list before its first damage; those of one whose header alone is damaged
 // are read as well. None are visited if none can be trusted.
 std::string visit_ids(const std::string& list, repair_folder& folder, const id_visitor& visit);
 // Makes the message-ID list of a half again, and its index if it has one, of the records that `keeps` says

@@ -23,7 +23,7 @@ using namespace stage_number;
 
 namespace {
 
-constexpr std::uint64_t count_size = 4; // bytes in front of the records of a cache
+constexpr std::uint64_t count_size = 4; // bytes before the records of a cache
 
 std::string not_changed(const std::string& path) {
     return failure(path, "can't be changed");
@@ -80,7 +80,7 @@ std::string publish_half(repair_folder& folder, const stage_state& state, unsign
     const std::string pattern = half + names::any_atom;
     const std::vector<std::string> made = file_names(source, pattern.c_str());
     const std::vector<std::string> old = file_names(target, pattern.c_str());
-    // New atoms come in the order of their names. One that stands in the base behind the first of those still
+    // New atoms come in the order of their names. One that stands in the base after the first of those still
     // to come is an old one, and so are all. Otherwise an atom that is only there may be new, and stays.
     if (!made.empty() && !old.empty() && old.back() >= made.front())
         for (const bool has_successor : {false, true})

@@ -16,7 +16,7 @@ namespace tvr {
 
 namespace {
 
-// The line with a new value; what stands behind the old one stays if the line still means the value.
+// The line with a new value; what follows the old one stays if the line still means the value.
 std::optional<std::string> changed_line(std::string_view line, std::string_view key, std::string_view value) {
     const std::string start = std::string(line.substr(0, line.find('='))) + "=";
     std::string_view rest = line.substr(start.size());

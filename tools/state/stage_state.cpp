@@ -14,7 +14,7 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint64_t count_size = 4; // bytes in front of the records of a cache
+constexpr std::uint64_t count_size = 4; // bytes before the records of a cache
 
 bool has_content(const std::string& path) {
     std::uint8_t byte = 0;

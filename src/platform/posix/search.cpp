@@ -56,7 +56,7 @@ private:
         return next;
     }
 
-    // What takes no character: any "*", a "?" in front of a dot or the end, and at the end the dot in
+    // What takes no character: any "*", a "?" before a dot or the end, and at the end the dot in
     // front of a "*" or "?", so that "name*.*" finds names without a dot.
     void skip(positions& at, bool before_dot, bool at_end) const {
         for (std::size_t i = 0; i < m_text.size(); ++i) {

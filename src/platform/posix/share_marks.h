@@ -1,6 +1,6 @@
 // Share modes: marks that every open handle leaves on its file, seen by all handles of all processes.
 //
-// A mark is a shared open-file-description lock on one byte far behind the end of the file. The kernel
+// A mark is a shared open-file-description lock on one byte far past the end of the file. The kernel
 // takes it away with the handle, however the process ends. Everybody sets his own marks first and then
 // looks for those of the others, so of two that race at least one sees the other, and gives way.
 #pragma once

@@ -150,7 +150,7 @@ std::optional<std::size_t> find_or_claim(const shared_page& page, event_table& t
 // generation: threads may still wait when the process ends.
 constinit std::mutex event_guard;
 constinit std::atomic<std::uint32_t> unnamed_generation{0};
-// Orders a raise in front of its wait between threads of one process that map the table twice.
+// Orders a raise before its wait between threads of one process that map the table twice.
 constinit std::atomic<std::uint32_t> named_order{0};
 
 } // namespace

@@ -13,7 +13,7 @@ namespace {
 constexpr DWORD supports_hard_links = 0x00400000;
 constexpr std::uint32_t usual_block = 4096;
 
-// The folder in front of which the volume is mounted: "c:\".
+// The folder under which the volume is mounted: "c:\".
 bool volume_of(const std::string& native, char (&root)[MAX_PATH]) {
     return GetVolumePathNameA(native.c_str(), root, MAX_PATH) != 0;
 }

@@ -32,7 +32,7 @@ struct place {
     bool section_found = false;
     bool key_found = false;
     std::size_t line = 0;     // offset of the key's line, or of the end of the section
-    std::size_t line_end = 0; // offset behind that line, without its end
+    std::size_t line_end = 0; // offset after that line, without its end
     std::string_view key;     // as the line has it
     std::string_view value;
 };

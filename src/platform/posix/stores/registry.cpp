@@ -142,7 +142,7 @@ store read_store(const std::string& path, writers trusted = writers::any) {
     return path.empty() ? store() : parse(read_text_file(path, store_limit, trusted).value_or(std::string()));
 }
 
-// What lies behind the store, and may hold keys that it doesn't.
+// What follows the store, and may hold keys that it doesn't.
 store read_behind(registry_root root) {
     return root == registry_root::current_user
                ? store()
