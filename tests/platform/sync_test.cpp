@@ -3,14 +3,11 @@
 #include <array>
 #include <atomic>
 #include <fstream>
-#include <iostream>
 #include <random>
 
-#include "platform/clock.h"
 #include "platform/error.h"
 #include "support/child_process.h"
 #include "support/platform_limits.h"
-#include "support/shared_tally.h"
 #include "support/test.h"
 
 namespace tvr {
@@ -304,156 +301,6 @@ TEST(named_event_test, a_killed_holder_holds_nothing) {
     EXPECT_EQ(child.kill(), child_process::killed);
     ASSERT_TRUE(shared.create_named("shared"));
     EXPECT_FALSE(shared.wait(0)) << "nobody has kept it";
-}
-
-// --- the race ---
-
-constexpr std::size_t event_count = 8; // the lower half is held throughout, the upper half comes and goes
-constexpr std::size_t held_count = 4;
-constexpr int racer_count = 8;
-const std::uint32_t raises_wanted = race_length(100'000);
-const std::uint32_t phases = race_length(50);
-constexpr int kills_in_a_phase = 4;
-
-// What the participants have done. A raise is counted before it happens and a
-// take after it, so that a death between the two can only hide a take.
-struct counts {
-    std::array<counter, event_count> raises;
-    std::array<counter, event_count> takes;
-    counter all_raises;
-    // Of the token, which the racers pass around: who takes it is alone until he raises it again.
-    counter inside, entries, collisions;
-};
-
-class tally : public shared_tally<counts> {
-public:
-    void raise(event& target, std::size_t number) const {
-        ++(*this)->raises[number];
-        target.set();
-        ++(*this)->all_raises;
-    }
-
-    void pass(event& token) const {
-        if (!token.wait(0))
-            return;
-        ++(*this)->entries;
-        if (++(*this)->inside != 1)
-            ++(*this)->collisions;
-        platform::sleep_for(0);
-        --(*this)->inside;
-        token.set();
-    }
-};
-
-std::string race_name(std::size_t number) {
-    return "race " + std::to_string(number);
-}
-
-const child_role racer("racer", [](std::string_view seed) {
-    tally done;
-    std::array<event, held_count> held;
-    std::array<event*, held_count> all{};
-    event token;
-    bool ready = done.open() && token.create_named("token");
-    for (std::size_t i = 0; i < held_count; ++i) {
-        ready = ready && held[i].create_named(race_name(i));
-        all[i] = &held[i];
-    }
-    std::minstd_rand random(static_cast<unsigned>(std::stoul(std::string(seed))));
-    while (ready) {
-        done.pass(token);
-        const std::size_t number = random() % event_count;
-        if (number >= held_count) {
-            event passing;
-            ready = passing.create_named(race_name(number));
-            done.raise(passing, number);
-            if (random() % 2 != 0 && passing.wait(0))
-                ++done->takes[number];
-            continue;
-        }
-        for (auto turns = random() % 16; turns > 0; --turns)
-            done.raise(held[(number + turns) % held_count], (number + turns) % held_count);
-        const std::size_t from = random() % held_count;
-        const std::uint32_t taken = wait_any(std::span(all).subspan(from, 1 + random() % (held_count - from)),
-                                             static_cast<std::uint32_t>(random() % 3));
-        if (taken < held_count)
-            ++done->takes[from + taken];
-    }
-    std::cerr << "a racer can't open: " << platform::last_error() << std::endl;
-    return 1;
-});
-
-// Answers each "ping" with a "pong" while every racer is dead.
-const child_role answerer("answerer", [](std::string_view) {
-    event ping;
-    event pong;
-    if (!pong.create_named("pong") || !ping.create_named("ping"))
-        return 1;
-    while (ping.wait(infinite)) // a phase takes as long as it takes
-        pong.set();
-    return 2;
-});
-
-TEST(named_event_test, a_race_with_deaths_loses_nothing_and_takes_nothing_twice) {
-    const test_root root;
-    tally done;
-    ASSERT_TRUE(done.open());
-    std::array<event, held_count> held;
-    std::array<event*, held_count> all{};
-    for (std::size_t i = 0; i < held_count; ++i) {
-        ASSERT_TRUE(held[i].create_named(race_name(i)));
-        all[i] = &held[i];
-    }
-    event token;
-    event ping;
-    event pong;
-    ASSERT_TRUE(token.create_named("token"));
-    ASSERT_TRUE(ping.create_named("ping"));
-    ASSERT_TRUE(pong.create_named("pong"));
-    child_process living("answerer");
-
-    std::minstd_rand random(1);
-    const auto start = [&] { return child_process("racer", std::to_string(random())); };
-    for (std::uint32_t phase = 1; phase <= phases; ++phase) {
-        // The one who had it may have been killed.
-        token.reset();
-        done->inside = 0;
-        token.set();
-        std::vector<child_process> racers;
-        for (int i = 0; i < racer_count; ++i)
-            racers.push_back(start());
-        const std::uint32_t from = done->all_raises;
-        const std::uint32_t goal = phase * (raises_wanted / phases);
-        for (int kill = 1; kill <= kills_in_a_phase; ++kill) {
-            const std::uint32_t mark =
-                from + (goal - std::min(from, goal)) / kills_in_a_phase * static_cast<unsigned>(kill);
-            while (done->all_raises < mark)
-                platform::sleep_for(0);
-            child_process& victim = racers[random() % racers.size()];
-            EXPECT_EQ(victim.kill(), child_process::killed);
-            victim = start();
-        }
-        while (done->all_raises < goal)
-            platform::sleep_for(0);
-        for (auto& one : racers)
-            EXPECT_EQ(one.kill(), child_process::killed);
-
-        for (int round = 0; round < 20; ++round) {
-            ping.set();
-            ASSERT_TRUE(pong.wait(patience)) << "lost after phase " << phase;
-        }
-    }
-    for (std::uint32_t taken = 0; (taken = wait_any(all, 0)) != wait_timeout;) {
-        ASSERT_LT(taken, held_count);
-        ++done->takes[taken];
-    }
-    for (std::size_t i = 0; i < event_count; ++i) {
-        EXPECT_LE(done->takes[i], done->raises[i]) << i;
-        EXPECT_GT(done->takes[i], 0U) << i;
-    }
-    EXPECT_EQ(done->collisions, 0U);
-    EXPECT_GT(done->entries, phases);
-    EXPECT_GE(done->all_raises, raises_wanted);
 }
 
 } // namespace
