@@ -94,8 +94,14 @@ sample measure(const fs::path& root, std::uint32_t process) {
             facts >> now["memory"];
             now["memory"] *= 1024;
         }
-    const fs::directory_iterator handles(folder + "/fd");
-    now["handles"] = static_cast<double>(std::distance(begin(handles), end(handles)));
+    // The least of some looks: the engine may be closing the last ones.
+    std::ptrdiff_t fewest = std::numeric_limits<std::ptrdiff_t>::max();
+    for (int looks = 0; looks < 5; ++looks) {
+        const fs::directory_iterator handles(folder + "/fd");
+        fewest = std::min(fewest, std::distance(begin(handles), end(handles)));
+        platform::sleep_for(1);
+    }
+    now["handles"] = static_cast<double>(fewest);
     return now;
 }
 
@@ -176,7 +182,7 @@ private:
             expect(peak(all, 3, what) <= peak(all, 2, what) * 1.05, std::string(what) + " grow");
         // The statistic of a batch has an entry for each hour of the last 60 days.
         expect(peak(all, 3, "others") <= peak(all, 2, "others") + 1024, "other files grow");
-        expect(least(all, 3, "handles") == least(all, 0, "handles"), "handles are lost");
+        expect(least(all, 3, "handles") <= least(all, 0, "handles"), "handles are lost");
     }
 
     // Some transactions more with the lists of message IDs, and without.

@@ -20,13 +20,16 @@ function(tvr_library)
 endfunction()
 
 # tvr_test(NAME name [ONE_BY_ONE] SOURCES files... [DEPS targets...]): one GoogleTest program, each of its tests known
-# to CTest by its own name, with the label TVR_LABEL.
+# to CTest by its own name, with the label TVR_LABEL. The target unit_tests builds those with the label "unit".
 function(tvr_test)
     cmake_parse_arguments(arg "ONE_BY_ONE" "NAME" "SOURCES;DEPS" ${ARGN})
     add_executable(${arg_NAME}_test ${arg_SOURCES})
     target_link_libraries(${arg_NAME}_test PRIVATE ${arg_DEPS} tvr_test_support tvr_platform tvr_options GTest::gtest
         GTest::gtest_main)
     target_include_directories(${arg_NAME}_test PRIVATE ${CMAKE_SOURCE_DIR}/tests)
+    if(TVR_LABEL STREQUAL "unit")
+        add_dependencies(unit_tests ${arg_NAME}_test)
+    endif()
     if(CMAKE_CROSSCOMPILING)
         # One start of the emulator for each program.
         add_test(NAME ${arg_NAME}_test COMMAND ${arg_NAME}_test)

@@ -9,60 +9,59 @@
 
 extern "C" tvr::get_engine GetEngine;
 
+using namespace tvr;
+
 namespace {
 
 namespace fs = std::filesystem;
 
-std::string cache_of(const tvr::test_root& root) {
-    return tvr::read_file(root.path() / "appdata/Orvenix/Brackenhold/data/base/transact/autotrain.bys");
-}
+class ipc : public testing::Test {
+protected:
+    ~ipc() override { tvr_close(client); }
+    std::string cache() const {
+        return read_file(root.path() / "appdata/Orvenix/Brackenhold/data/base/transact/autotrain.bys");
+    }
 
-TEST(ipc, appends_messages) {
-    const tvr::test_root root;
+    const test_root root;
     tvr_client* const client = tvr_open();
-    ASSERT_NE(client, nullptr);
+};
+
+TEST_F(ipc, appends_messages) {
     const tvr_token tokens[] = {{"B one", 5, 1}, {"B two", 5, 2}};
     const tvr_message message = {"<id>", 4, tvr_mark_spam, 100, 213'000'000, tokens, 2};
     EXPECT_EQ(tvr_append(client, &message), tvr_ok) << tvr_error_text();
-    const std::string before = cache_of(root);
-    const std::string entries = tvr::counted("B one", 1) + tvr::counted("B two", 2);
-    EXPECT_EQ(before, tvr::le(1, 0x25062004, 6, 45 + entries.size(), 2, 100, 213'000'000, 1, 2) +
-                          tvr::pascal("<id>") + tvr::le(2, entries.size()) + entries);
+    const std::string before = cache();
+    const std::string entries = counted("B one", 1) + counted("B two", 2);
+    EXPECT_EQ(before, le(1, 0x25062004, 6, 45 + entries.size(), 2, 100, 213'000'000, 1, 2) + pascal("<id>") +
+                          le(2, entries.size()) + entries);
     const tvr_token empty = {"", 0, 1};
     const tvr_message bad = {"<id>", 4, 0, 0, 0, &empty, 1};
     EXPECT_EQ(tvr_append(client, &bad), tvr_bad_message);
     EXPECT_STRNE(tvr_error_text(), "");
-    EXPECT_EQ(cache_of(root), before);
+    EXPECT_EQ(cache(), before);
 
     EXPECT_EQ(tvr_engine_runs(client), 0);
     EXPECT_EQ(tvr_raise(client, tvr_event_add, 0), tvr_ok); // nobody hears it
-    tvr_close(client);
 }
 
-TEST(ipc, appends_mail) {
-    const tvr::test_root root;
-    tvr_client* const client = tvr_open();
-    ASSERT_NE(client, nullptr);
+TEST_F(ipc, appends_mail) {
     const std::string mail = "From: a@b.example\nSubject: free tickets\nMessage-ID: <x@y>\n\nhello there\n";
     EXPECT_EQ(tvr_append_mail(client, mail.data(), mail.size(), tvr_mark_manual), tvr_ok);
-    const std::string before = cache_of(root);
+    const std::string before = cache();
     for (const char* text : {"<x@y>_", "B hello", "H subject:tickets"})
         EXPECT_NE(before.find(text), std::string::npos) << text;
     EXPECT_EQ(tvr_append_mail(client, "no mail", 7, 0), tvr_bad_message);
     EXPECT_STRNE(tvr_error_text(), "");
-    EXPECT_EQ(cache_of(root), before);
-    tvr_close(client);
+    EXPECT_EQ(cache(), before);
 }
 
-TEST(ipc, takes_appends_of_many_threads) {
-    const tvr::test_root root;
-    tvr_client* const client = tvr_open();
+TEST_F(ipc, takes_appends_of_many_threads) {
     const auto msid = [](int number, int i) {
         return "<" + std::to_string(number) + "." + std::to_string(i) + "@t>";
     };
     std::vector<std::thread> threads;
     for (int number = 0; number < 4; ++number)
-        threads.emplace_back([client, number, msid] {
+        threads.emplace_back([this, number, msid] {
             for (int i = 0; i < 50; ++i) {
                 const std::string id = msid(number, i);
                 const tvr_token token = {"B text", 6, 1};
@@ -72,16 +71,15 @@ TEST(ipc, takes_appends_of_many_threads) {
         });
     for (std::thread& thread : threads)
         thread.join();
-    tvr_close(client);
-    const std::string cache = cache_of(root);
-    EXPECT_EQ(cache.substr(0, 4), tvr::le(200));
+    const std::string bytes = cache();
+    EXPECT_EQ(bytes.substr(0, 4), le(200));
     for (int number = 0; number < 4; ++number)
         for (int i = 0; i < 50; ++i)
-            EXPECT_NE(cache.find(msid(number, i)), std::string::npos);
+            EXPECT_NE(bytes.find(msid(number, i)), std::string::npos);
 }
 
-TEST(ipc, tells_why_there_is_no_folder) {
-    const tvr::test_root root;
+TEST(ipc_without_folder, tells_why) {
+    const test_root root;
     std::ofstream(root.path() / "appdata") << "a file in the way";
     tvr_client* const client = tvr_open();
     ASSERT_NE(client, nullptr);
@@ -105,7 +103,7 @@ protected:
             first->query_interface(
                 {0x339EBB63, 0x410B, 0x470F, {0x92, 0xEC, 0xC7, 0xCD, 0xF3, 0xEC, 0x51, 0xC5}}, &object),
             0);
-        engine = static_cast<tvr::score_engine*>(object);
+        engine = static_cast<score_engine*>(object);
     }
     ~Engine() override {
         EXPECT_EQ(first->release(), 1U);
@@ -114,16 +112,16 @@ protected:
     // A base that grades this token; `age` in seconds makes one file younger than another.
     void publish(const std::string& token, int age, const std::string& stamp) const {
         const fs::path base = root.path() / "appdata/Orvenix/Brackenhold/data/base";
-        tvr::write_file(base / "cashe.rgd", tvr::le(token.empty() ? 0 : 0x4A534144, 8, 1, 1, 1, 1, 0, 0, 0, 0,
-                                                    1, token.size() + 5) +
-                                                tvr::counted(token, 0x3F000000)); // 0.5
+        write_file(base / "cashe.rgd",
+                   le(token.empty() ? 0 : 0x4A534144, 8, 1, 1, 1, 1, 0, 0, 0, 0, 1, token.size() + 5) +
+                       counted(token, 0x3F000000)); // 0.5
         fs::last_write_time(base / "cashe.rgd", fs::file_time_type() + std::chrono::seconds(age));
-        tvr::write_file(base / "cashe.mrk", stamp);
+        write_file(base / "cashe.mrk", stamp);
     }
 
-    const tvr::test_root root;
-    tvr::component* first = nullptr;
-    tvr::score_engine* engine = nullptr;
+    const test_root root;
+    component* first = nullptr;
+    score_engine* engine = nullptr;
 };
 
 TEST_F(Engine, loads_a_base_once_its_stamp_tells) {
@@ -135,13 +133,13 @@ TEST_F(Engine, loads_a_base_once_its_stamp_tells) {
         std::string stamp;
         std::int32_t answer;
     } steps[] = {
-        {"B 1", 0, tvr::le(1, 1), 0},
-        {"B 2", 10, tvr::le(1, 1), 1}, // the stamp comes after the base
-        {"B 3", 20, tvr::le(2, 1), 0},
-        {"B 4", 20, tvr::le(3, 1), 1},                        // no fresher base with the stamp
-        {"B 5", 30, "1234567", 0},                            // a stamp that is being written
-        {"", 40, tvr::le(0, 2), tvr::engine_answer::failure}, // damaged
-        {"B 6", 50, tvr::le(0, 3), 0},
+        {"B 1", 0, le(1, 1), 0},
+        {"B 2", 10, le(1, 1), 1}, // the stamp comes after the base
+        {"B 3", 20, le(2, 1), 0},
+        {"B 4", 20, le(3, 1), 1},                   // no fresher base with the stamp
+        {"B 5", 30, "1234567", 0},                  // a stamp that is being written
+        {"", 40, le(0, 2), engine_answer::failure}, // damaged
+        {"B 6", 50, le(0, 3), 0},
     };
     for (const auto& step : steps) {
         publish(step.token, step.age, step.stamp);

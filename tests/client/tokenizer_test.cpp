@@ -203,14 +203,6 @@ TEST(tokenizer, tells_mail_from_other_files) {
         EXPECT_FALSE(looks_like_mail(other)) << other;
 }
 
-TEST(tokenizer, converts_charsets) {
-    std::string room;
-    EXPECT_EQ(to_utf8("caf\xE9", "iso-8859-1", room), "caf\xC3\xA9");
-    EXPECT_EQ(to_utf8("caf\xC3\xA9", "nonsense", room), "caf\xC3\xA9");
-    EXPECT_EQ(to_utf8("\x93quote\x94", "", room), "\xE2\x80\x9Cquote\xE2\x80\x9D"); // windows-1252
-    EXPECT_EQ(to_utf8("\xE9", "us-ascii", room), "\xC3\xA9");
-}
-
 TEST(tokenizer, takes_real_mail) {
     tokenizer cutter;
     std::size_t files = 0;

@@ -17,7 +17,6 @@
 #include "targets.h"
 #include "tools/base_text/base_text.h"
 #include "tools/mail/record_stream.h"
-#include "transact/transaction.h"
 
 namespace tvr::fuzz {
 
@@ -48,14 +47,6 @@ std::vector<mail> read_mails(const std::string& folder) {
     }
     std::ranges::stable_sort(all, {}, [](const mail& each) { return each.text.size(); });
     return all;
-}
-
-// Runs the engine over a cache until there is nothing left to do.
-void train() {
-    transaction engine;
-    engine.init();
-    engine.force_retrain();
-    engine.shutdown();
 }
 
 // Which targets read a file of that name: by its end, or its beginning.

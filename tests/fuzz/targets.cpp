@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "memory_disk.h"
+#include "transact/transaction.h"
 
 namespace tvr::fuzz {
 
@@ -46,6 +47,13 @@ settings& start_settings() {
     set.schema(schema_mode::advanced_defaults);
     set.working_directory = {std::string(working_folder), std::string(working_folder)};
     return set;
+}
+
+void train() {
+    transaction engine;
+    engine.init();
+    engine.force_retrain();
+    engine.shutdown();
 }
 
 std::string in_base(std::string_view name) {

@@ -40,6 +40,7 @@ void must(bool condition, const char* text);
 
 // The settings of the process, with their defaults and the working folder.
 settings& start_settings();
+void train(); // runs the engine until nothing is left to do
 
 // Inputs for each target, by its name: the files of a base that was trained on the mails of a folder.
 [[nodiscard]] std::map<std::string, std::vector<std::string>> make_seeds(const std::string& mail_folder);

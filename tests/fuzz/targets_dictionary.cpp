@@ -21,7 +21,6 @@
 #include "msid/page_manager.h"
 #include "targets.h"
 #include "transact/training_plan.h"
-#include "transact/transaction.h"
 
 namespace tvr::fuzz {
 
@@ -362,13 +361,6 @@ void run_index(raw_bytes input) {
          "an index grows by its pages only");
 }
 const target index_target("index", run_index, 8192);
-
-void train() {
-    transaction engine;
-    engine.init();
-    engine.force_retrain();
-    engine.shutdown();
-}
 
 // A whole training in which one file is the input; the first byte says which.
 void run_training(raw_bytes input) {

@@ -51,8 +51,6 @@ std::string shared_path() {
     return temp_folder_path() + "shared";
 }
 
-constexpr std::uint32_t patience = 10'000; // only reached by a fault
-
 // Opens the shared file in the mode of that number, and keeps it.
 const child_role holder("file holder", [](std::string_view number) {
     const open_mode own = mode(std::stoul(std::string(number)));

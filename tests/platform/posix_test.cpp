@@ -23,8 +23,6 @@ namespace {
 using namespace platform;
 namespace fs = std::filesystem;
 
-constexpr std::uint32_t patience = 10'000; // milliseconds; only reached by a fault
-
 // Everything below a folder is for its owner alone; answers how much that is.
 int expect_private(const fs::path& folder) {
     int count = 0;

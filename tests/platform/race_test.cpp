@@ -22,8 +22,6 @@ using platform::infinite;
 using platform::wait_any;
 using platform::wait_timeout;
 
-constexpr std::uint32_t patience = 60'000; // only reached by a fault
-
 constexpr std::size_t event_count = 8; // the lower half is held throughout, the upper half comes and goes
 constexpr std::size_t held_count = 4;
 constexpr int racer_count = 8;

@@ -19,9 +19,6 @@ using platform::wait_any;
 using platform::wait_failed;
 using platform::wait_timeout;
 
-// Only reached by a fault: a lost wake-up fails the test instead of hanging it.
-constexpr std::uint32_t patience = 60'000;
-
 // --- one process ---
 
 enum class kind { unnamed, named };
@@ -175,22 +172,26 @@ TEST(event_test, refuses_what_it_cannot_wait_for) {
 
 // --- named events ---
 
-TEST(named_event_test, are_reset_when_the_last_holder_is_gone) {
-    const test_root root;
-    event first;
+class named_event_test : public testing::Test {
+protected:
+    test_root root;
+    event probe;
+};
+
+TEST_F(named_event_test, are_reset_when_the_last_holder_is_gone) {
     event second;
-    ASSERT_TRUE(first.create_named("shared"));
-    first.set();
+    ASSERT_TRUE(probe.create_named("shared"));
+    probe.set();
     ASSERT_TRUE(second.create_named("shared"));
-    first.close();
+    probe.close();
     EXPECT_TRUE(second.wait(0));
     second.set();
     second.close();
-    ASSERT_TRUE(first.create_named("shared"));
-    EXPECT_FALSE(first.wait(0));
+    ASSERT_TRUE(probe.create_named("shared"));
+    EXPECT_FALSE(probe.wait(0));
 }
 
-TEST(named_event_test, are_apart_in_different_roots) {
+TEST(named_events, are_apart_in_different_roots) {
     event inner;
     event outer;
     const test_root root;
@@ -204,9 +205,7 @@ TEST(named_event_test, are_apart_in_different_roots) {
     EXPECT_TRUE(outer.wait(0));
 }
 
-TEST(named_event_test, names_have_limits) {
-    const test_root root;
-    event probe;
+TEST_F(named_event_test, names_have_limits) {
     const std::string longest(100, 'n');
     EXPECT_FALSE(probe.create_named(""));
     EXPECT_FALSE(probe.create_named(longest + "n"));
@@ -228,9 +227,7 @@ void put(const std::filesystem::path& path, std::size_t from, std::size_t size, 
     file << std::string(size, byte);
 }
 
-TEST(named_event_test, survive_a_damaged_file) {
-    const test_root root;
-    event probe;
+TEST_F(named_event_test, survive_a_damaged_file) {
     ASSERT_TRUE(probe.create_named("name"));
     probe.close();
     for (const unsigned size : {0U, 1U, 15U, 4095U, 100'000U})
@@ -261,9 +258,7 @@ TEST(named_event_test, survive_a_damaged_file) {
     EXPECT_TRUE(other.create_named("name"));
 }
 
-TEST(named_event_test, do_not_follow_a_link) {
-    const test_root root;
-    event probe;
+TEST_F(named_event_test, do_not_follow_a_link) {
     ASSERT_TRUE(probe.create_named("name"));
     probe.close();
     const auto target = root.path() / "target";
@@ -286,21 +281,19 @@ const child_role raiser("raiser", [](std::string_view name) {
     return 2;
 });
 
-TEST(named_event_test, a_killed_holder_holds_nothing) {
-    const test_root root;
-    event shared;
-    ASSERT_TRUE(shared.create_named("shared"));
+TEST_F(named_event_test, a_killed_holder_holds_nothing) {
+    ASSERT_TRUE(probe.create_named("shared"));
     child_process child("raiser", "shared");
-    EXPECT_TRUE(shared.wait(patience));
-    shared.set();
-    shared.close();
-    ASSERT_TRUE(shared.create_named("shared"));
-    EXPECT_TRUE(shared.wait(0)) << "the child has kept it";
-    shared.set();
-    shared.close();
+    EXPECT_TRUE(probe.wait(patience));
+    probe.set();
+    probe.close();
+    ASSERT_TRUE(probe.create_named("shared"));
+    EXPECT_TRUE(probe.wait(0)) << "the child has kept it";
+    probe.set();
+    probe.close();
     EXPECT_EQ(child.kill(), child_process::killed);
-    ASSERT_TRUE(shared.create_named("shared"));
-    EXPECT_FALSE(shared.wait(0)) << "nobody has kept it";
+    ASSERT_TRUE(probe.create_named("shared"));
+    EXPECT_FALSE(probe.wait(0)) << "nobody has kept it";
 }
 
 } // namespace

@@ -21,8 +21,6 @@ namespace {
 using namespace platform;
 using namespace std::literals;
 
-constexpr std::uint32_t patience = 10'000; // milliseconds; only reached by a fault
-
 // --- presence ---
 
 constexpr auto class_name = "Test_class";

@@ -19,31 +19,17 @@ namespace {
 
 using namespace platform;
 
-constexpr std::uint32_t patience = 10'000; // milliseconds; only reached by a fault
-constexpr auto class_name = "tvr_test_class";
+constexpr auto class_name = "Test_class"; // of the role "presence owner"
 constexpr auto title = "tvr test title";
-
-// Is present until it is asked to close.
-const child_role owner("window owner", [](std::string_view) {
-    presence own;
-    event ready;
-    if (!ready.create_named("tvr_test_ready") || !own.create(class_name, title))
-        return 1;
-    own.set_private_message(register_private_message("tvr_test_message"));
-    own.set_visible(false);
-    ready.set();
-    own.run();
-    return 3;
-});
 
 class without_root : public testing::Test {
 protected:
     without_root() {
         set_environment_variable("TESSIVAR_ROOT", "");
-        EXPECT_TRUE(ready.create_named("tvr_test_ready"));
+        EXPECT_TRUE(ready.create_named("ready"));
     }
     child_process start() {
-        child_process child("window owner");
+        child_process child("presence owner", title);
         EXPECT_TRUE(ready.wait(patience));
         return child;
     }
@@ -66,12 +52,12 @@ TEST_F(without_root, the_presence_is_a_hidden_window) {
     EXPECT_EQ(child.join(), 3);
 
     child = start();
-    PostMessageA(FindWindowA(class_name, title), RegisterWindowMessageA("tvr_test_message"), 0, 0);
+    PostMessageA(FindWindowA(class_name, title), RegisterWindowMessageA("test_exit_message"), 0, 0);
     EXPECT_EQ(child.join(), -1);
 }
 
 TEST_F(without_root, events_are_kernel_objects_of_their_name) {
-    const win32::handle opened(OpenEventA(EVENT_MODIFY_STATE, FALSE, "tvr_test_ready"));
+    const win32::handle opened(OpenEventA(EVENT_MODIFY_STATE, FALSE, "ready"));
     ASSERT_TRUE(opened.is_open());
     SetEvent(opened.get());
     EXPECT_TRUE(ready.wait(0));

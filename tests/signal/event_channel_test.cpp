@@ -9,8 +9,6 @@
 namespace tvr {
 namespace {
 
-constexpr std::uint32_t patience = 10'000; // milliseconds; only reached by a fault
-
 class event_channel_test : public testing::Test {
 protected:
     event_channel_test() { server.set_file(root.engine_path("ipc.bin")); }

@@ -1,6 +1,7 @@
 // What nearly every test needs.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
@@ -15,6 +16,9 @@
 #include "tests/support/test_root.h"
 
 namespace tvr {
+
+// Only reached by a fault: what is waited for in vain fails the test instead of hanging it.
+constexpr std::uint32_t patience = 60'000; // milliseconds
 
 inline testing::AssertionResult holds(std::string_view text, std::string_view part) {
     const bool found = text.find(part) != std::string_view::npos;

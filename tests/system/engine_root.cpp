@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <stdexcept>
 
 #include "common/bytes.h"
@@ -14,8 +13,8 @@
 #include "platform/process.h"
 #include "platform/registry.h"
 #include "signal/identity.h"
-#include "support/file_bytes.h"
 #include "support/sample_tokens.h"
+#include "support/test.h"
 #include "tools/state/engine_view.h"
 
 namespace tvr {
@@ -23,9 +22,6 @@ namespace tvr {
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr std::uint32_t first_time = 213'000'000; // 2005, in minutes since 1601
-constexpr std::uint32_t patience = 60'000;        // milliseconds
 
 std::string server_path() {
     return module_folder() + std::string(server_value);

@@ -16,6 +16,8 @@
 
 namespace tvr {
 
+constexpr std::uint32_t first_time = 213'000'000; // of messages: 2005, in minutes since 1601
+
 class engine_root {
 public:
     // With logs, a training delay of an hour, and a time-out training at more than a thousand messages.

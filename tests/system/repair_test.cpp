@@ -251,7 +251,6 @@ TEST(trim, drops_the_ids_of_what_was_forgotten) {
     const engine_view view(root.client().working_directory());
     const std::uint32_t oldest = view.half("spamdict").oldest;
     const std::string folder = root.client().working_directory() + "base\\";
-    constexpr std::uint32_t first_time = 213'000'000;
     ASSERT_GT(oldest, first_time + 1000 + 28);  // series 1 is forgotten
     std::map<std::string, std::uint32_t> times; // of the spam
     for (unsigned series = 1; series <= 4; ++series)

@@ -130,6 +130,7 @@ TEST(charset, reads_names_in_all_spellings_and_bytes_that_mean_nothing) {
         {"\"latin-1\"", "\xE9", "\xC3\xA9"},
         {"iso8859-15", "\xA4", "\xE2\x82\xAC"},
         {"nobody-knows", "\x80", "\xE2\x82\xAC"},
+        {"nobody-knows", "\xC3\xA9", "\xC3\xA9"},
         {"us-ascii", "\xC3\xA9", "\xC3\xA9"},
         {"UTF-16", std::string_view("\xFF\xFE\xE9\0\x3D\xD8\x00\xDE\x00\xDC", 10),
          "\xC3\xA9\xF0\x9F\x98\x80\xEF\xBF\xBD"},

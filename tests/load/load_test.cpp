@@ -14,6 +14,7 @@
 #include <sstream>
 #include <unistd.h>
 
+#include "bench/long_life.h"
 #include "client/cache_writer.h"
 #include "dict/dictbase.h"
 #include "platform/clock.h"
@@ -28,7 +29,6 @@ namespace {
 namespace fs = std::filesystem;
 using counts = counts_by_name;
 
-constexpr std::uint32_t first_time = 213'000'000; // 2005, in minutes since 1601
 constexpr unsigned crowd_size = 8;
 
 // 0 in the short form of the suite.
@@ -339,6 +339,14 @@ TEST_F(crowd, a_holder_of_the_lock_only_delays) {
             m_root.wait_until_trained();
             EXPECT_EQ(m_root.messages(), before + 20);
         }
+}
+
+// A short form of the benchmark tvr_long_life.
+TEST(long_life, nothing_grows_but_the_lists_of_ids) {
+    const auto [samples, defects] =
+        long_life::run({.transactions = 48, .messages = 20, .words = 40, .small_limits = true});
+    EXPECT_EQ(samples.size(), 48U);
+    EXPECT_EQ(defects, std::vector<std::string>());
 }
 
 } // namespace
