@@ -15,6 +15,7 @@
 #include "client/record_batch.h"
 #include "common/file_names.h"
 #include "common/minutes.h"
+#include "platform/clock.h"
 #include "platform/registry.h"
 #include "system/engine_root.h"
 
