@@ -74,6 +74,12 @@ struct known_token {
     double share = 0;
 };
 
+struct graded_token {
+    std::string_view token;
+    token_key key = 0;
+    double grade = 0;
+};
+
 class combination {
 public:
     combination(const score_settings& settings, std::vector<known_token>& tokens)
@@ -227,10 +233,14 @@ verdict mail_scorer::decide(double score, double spam_from) const noexcept {
 message_score mail_scorer::score_by_kinds(const token_table& tokens, bool explain) const {
     message_score result;
     evidence_sum sum(m_learned->memory);
+    std::vector<graded_token> graded; // for the explanation
     tokens.for_each([&](std::string_view token, std::uint32_t) {
         const double grade = m_grades(token);
+        const token_key key = key_of(token);
         result.known += grade > 0 ? 1 : 0;
-        sum.add(key_of(token), grade);
+        sum.add(key, grade);
+        if (explain)
+            graded.push_back({token, key, grade});
     });
     const evidence what = sum.finish(m_settings.spam_messages, m_settings.ham_messages);
     result.spam_from = 100 * exact_logistic(spam_logit(*m_learned, m_settings.limits));
@@ -240,12 +250,11 @@ message_score mail_scorer::score_by_kinds(const token_table& tokens, bool explai
     result.decision = decide(result.score, result.spam_from);
     if (explain) {
         token_shares shares(what, m_weights, m_learned->memory);
-        tokens.for_each(
-            [&](std::string_view token, std::uint32_t) { shares.count(key_of(token), m_grades(token)); });
-        tokens.for_each([&](std::string_view token, std::uint32_t) {
-            const double grade = m_grades(token);
-            result.tokens.push_back({std::string(token), grade, shares.share(key_of(token), grade)});
-        });
+        for (const graded_token& each : graded)
+            shares.count(each.key, each.grade);
+        for (const graded_token& each : graded)
+            result.tokens.push_back(
+                {std::string(each.token), each.grade, shares.share(each.key, each.grade)});
         result.middle = shares.middle();
     }
     return result;

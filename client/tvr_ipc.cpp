@@ -118,7 +118,8 @@ ipc_status training_client::raise(engine_event event, bool start) {
     return {};
 }
 
-const std::string& training_client::remark() const noexcept {
+std::string training_client::remark() const {
+    const platform::locker locker(m_state->learns);
     return m_state->remark;
 }
 

@@ -82,7 +82,7 @@ public:
 
     // What went wrong when the verdict learned from the last messages, in one line; empty if nothing did. The
     // engine's training isn't touched by it.
-    [[nodiscard]] const std::string& remark() const noexcept;
+    [[nodiscard]] std::string remark() const;
 
     // Whether a raise of this event hasn't reached an engine yet. Whoever raises and ends stays that long.
     [[nodiscard]] bool is_pending(engine_event event) const;

@@ -356,26 +356,18 @@ bool hashmap_impl::flush_ordered(file_stream& file) {
     platform::decommit_range(m_hashmem, m_hashreserved);
     m_slots = nullptr;
     m_resize_owed = true;
-    struct ordered_entry {
-        std::uint32_t hash;
-        std::uint32_t offset;
-    };
-    {
-        const auto parray = std::make_unique_for_overwrite<ordered_entry[]>(m_count);
-        std::uint32_t offset = 0;
-        for (std::uint32_t i = 0; i < m_count; ++i) {
-            const std::string_view key(reinterpret_cast<const char*>(m_data + offset + 1), m_data[offset]);
-            parray[i] = {order_hash(key), offset};
-            offset += static_cast<std::uint32_t>(key.size() + 1 + value_size());
-        }
-        // Equal hashes keep the storage order.
-        std::sort(parray.get(), parray.get() + m_count, [](const ordered_entry& a, const ordered_entry& b) {
-            return a.hash != b.hash ? a.hash < b.hash : a.offset < b.offset;
-        });
-        for (std::uint32_t i = 0; i < m_count; ++i) {
-            const std::uint8_t* entry = m_data + parray[i].offset;
-            file.write(entry, std::size_t{*entry} + 1 + value_size());
-        }
+    // order_hash above, offset below: equal hashes keep the storage order.
+    const auto parray = std::make_unique_for_overwrite<std::uint64_t[]>(m_count);
+    std::uint32_t offset = 0;
+    for (std::uint32_t i = 0; i < m_count; ++i) {
+        const std::string_view key(reinterpret_cast<const char*>(m_data + offset + 1), m_data[offset]);
+        parray[i] = std::uint64_t{order_hash(key)} << 32 | offset;
+        offset += static_cast<std::uint32_t>(key.size() + 1 + value_size());
+    }
+    std::sort(parray.get(), parray.get() + m_count);
+    for (std::uint32_t i = 0; i < m_count; ++i) {
+        const std::uint8_t* entry = m_data + static_cast<std::uint32_t>(parray[i]);
+        file.write(entry, std::size_t{*entry} + 1 + value_size());
     }
     return true;
 }
