@@ -12,6 +12,19 @@ constexpr std::size_t first_slots = 1024; // a power of two, as all sizes of the
 constexpr std::size_t kept_slots = 8192;  // a larger table is given up at the next clear()
 constexpr std::size_t longest_data = 0x7FFFFFFF;
 
+// The last bytes of a token, less than 8, as a number: by loads of fixed sizes, which overlap.
+std::uint64_t last_bytes(std::string_view token, std::size_t count) noexcept {
+    const char* const end = token.data() + token.size();
+    if (token.size() >= 8)
+        return count != 0 ? load_le<std::uint64_t>(end - 8) >> (64 - 8 * count) : 0;
+    if (count >= 4)
+        return load_u32(end - count) | std::uint64_t{load_u32(end - 4)} << (8 * (count - 4));
+    std::uint64_t number = 0;
+    for (std::size_t i = 0; i < count; ++i)
+        number |= std::uint64_t{static_cast<std::uint8_t>(end[i - count])} << (8 * i);
+    return number;
+}
+
 std::uint32_t hash_of(std::string_view token) noexcept {
     return static_cast<std::uint32_t>(mixed_token(token) >> 32);
 }
@@ -24,9 +37,7 @@ std::uint64_t mixed_token(std::string_view token) noexcept {
     std::size_t left = token.size();
     for (; left >= 8; at += 8, left -= 8)
         hash = (hash ^ load_le<std::uint64_t>(at)) * 0xD6E8FEB86659FD93ULL, hash ^= hash >> 32;
-    std::uint64_t tail = 0;
-    std::memcpy(&tail, at, left);
-    return (hash ^ tail) * 0xD6E8FEB86659FD93ULL;
+    return (hash ^ last_bytes(token, left)) * 0xD6E8FEB86659FD93ULL;
 }
 
 token_table::token_table(std::uint32_t limit) : m_slots(first_slots), m_limit(limit) {}
