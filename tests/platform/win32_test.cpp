@@ -1,6 +1,4 @@
 // What only this backend promises: the names by which other programs find the engine, and where things lie.
-#include <gtest/gtest.h>
-#include <string>
 
 #include "platform/error.h"
 #include "platform/file.h"
@@ -10,8 +8,7 @@
 #include "platform/sync.h"
 #include "platform/win32/handle.h"
 #include "tests/support/child_process.h"
-#include "tests/support/file_bytes.h"
-#include "tests/support/test_root.h"
+#include "tests/support/test.h"
 
 namespace tvr {
 
