@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <ranges>
 #include <span>
 #include <utility>
 
@@ -108,9 +107,9 @@ bool engine_view::has_marker(const char* folder) const {
 
 const char* engine_view::stage() const {
     // The newest marker counts.
-    for (const auto& [folder, text] : std::views::reverse(stages))
-        if (has_marker(folder))
-            return text;
+    for (auto each = stages.rbegin(); each != stages.rend(); ++each)
+        if (has_marker(each->folder))
+            return each->text;
     return snapshot_exists() ? taking : nullptr;
 }
 

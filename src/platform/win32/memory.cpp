@@ -35,7 +35,7 @@ std::size_t allocation_granularity() noexcept {
 }
 
 void* reserve_range(std::size_t size) noexcept {
-    if (size > PTRDIFF_MAX) {
+    if (size == 0 || size > PTRDIFF_MAX) {
         win32::fail(error::invalid_parameter);
         return nullptr;
     }
