@@ -21,7 +21,7 @@ std::uint64_t last_bytes(std::string_view token, std::size_t count) noexcept {
         return load_u32(end - count) | std::uint64_t{load_u32(end - 4)} << (8 * (count - 4));
     std::uint64_t number = 0;
     for (std::size_t i = 0; i < count; ++i)
-        number |= std::uint64_t{static_cast<std::uint8_t>(end[i - count])} << (8 * i);
+        number |= std::uint64_t{static_cast<std::uint8_t>(*(end - count + i))} << (8 * i);
     return number;
 }
 

@@ -166,7 +166,7 @@ bool file::open(std::string_view path, access, share, creation mode, std::uint32
         if (!add(path, place))
             return false;
     }
-    m_state = std::make_unique<state>(std::move(place));
+    m_state = std::make_unique<state>(state{std::move(place)});
     return true;
 }
 

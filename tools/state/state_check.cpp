@@ -232,7 +232,8 @@ void state_check::check_half(const std::string& name, std::uint32_t messages, st
         loss(base + name + names::list_ending,
              "the message IDs of " + grouped(all_messages) + " messages are missing");
     // The engine leaves atoms of the larger half out of the base: divided ones first, then the oldest.
-    std::ranges::stable_partition(atoms, [](const atom_view& atom) { return atom.head->is_ordinal(); });
+    std::stable_partition(atoms.begin(), atoms.end(),
+                          [](const atom_view& atom) { return atom.head->is_ordinal(); });
     const std::string told = grouped(messages) + " messages and " + grouped(tokens) + " tokens";
     const std::string found = grouped(all_messages) + " and " + grouped(all_tokens);
     for (const atom_view& atom : atoms) {
