@@ -18,7 +18,7 @@ work=$(mktemp -d)
 each() {
     seq -f "$work/%.0f" "$users" | xargs -P "$parallel" -I{} env TESSIVAR_ROOT={} "$@" >/dev/null
 }
-trap 'each "$bin/tvrctl" stop 2>/dev/null || true; rm -rf "$work"' EXIT
+trap 'parallel=64 each "$bin/tvrctl" stop 2>/dev/null || true; rm -rf "$work"' EXIT
 
 mapfile -t spam < <(find "$data"/spam-* -type f | sort)
 mapfile -t ham < <(find "$data"/*-ham-* -type f | sort)
@@ -94,7 +94,7 @@ timed "engines started" "$bin/tvrctl" start
 watch_idle "Idle, not trained since their start"
 timed "trainings of $((2 * half)) messages, mail to published base" "${train[@]}" --spam {}/mail1/spam --ham {}/mail1/ham
 watch_idle "Idle, after a training"
-each "$bin/tvrctl" stop --if-idle 0
+parallel=64 each "$bin/tvrctl" stop --if-idle 0
 row "engines that stop --if-idle 0 leaves" "$(processes | wc -l)"
 timed "trainings as above, of engines that don't run yet" "${train[@]}" --spam {}/mail2/spam --ham {}/mail2/ham
 # shellcheck disable=SC2016
