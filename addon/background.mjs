@@ -159,7 +159,7 @@ const requests = {
   async explain({ messageId }) {
     const message = await messenger.messages.get(messageId);
     const record = memory.get(keyOf(message));
-    return { ...(await host.mail("explain", await rawMail(messenger, messageId))), taught: record.t ?? null };
+    return { ...(await host.mail("explain", await rawMail(messenger, message))), taught: record.t ?? null };
   },
 
   async say({ messageId, spam }) {

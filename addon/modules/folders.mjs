@@ -177,7 +177,7 @@ export class FolderWork {
       return null;
     }
     try {
-      const reply = await this.#host.mail("learn", await rawMail(this.#api, message.id));
+      const reply = await this.#host.mail("learn", await rawMail(this.#api, message));
       taken.push(key);
       return reply;
     } catch (error) {

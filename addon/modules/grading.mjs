@@ -49,7 +49,7 @@ export class Grader {
 
   async #gradeOne(message) {
     const key = keyOf(message);
-    const bytes = await rawMail(this.#api, message.id);
+    const bytes = await rawMail(this.#api, message);
     const { verdict } = await this.#host.mail("grade", bytes);
     const before = this.#memory.get(key);
     // Our own mark goes when we know better. The user's word counts more than ours.

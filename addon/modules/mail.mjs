@@ -70,11 +70,26 @@ export function withoutOwnHeaders(bytes) {
 // A message is listed, but can't be read: its server is away, perhaps.
 export class ReadError extends Error {}
 
+// Thunderbird notices that a server doesn't answer, but not that the connection breaks in the middle of a message.
+const PATIENCE = 60 * 1000; // milliseconds
+const SLOWEST = 32; // bytes in a millisecond
+
+function within(patience, promise) {
+  let timer;
+  const end = new Promise((_resolve, reject) => {
+    timer = setTimeout(() => reject(new Error("the server has stopped in the middle")), patience);
+  });
+  return Promise.race([promise, end]).finally(() => clearTimeout(timer));
+}
+
 // The bytes of a message. Throws a ReadError.
-export async function rawMail(api, id) {
+export async function rawMail(api, { id, size = 0 }) {
   let bytes;
   try {
-    const file = await api.messages.getRaw(id, { data_format: "File", decrypt: false });
+    const file = await within(
+      PATIENCE + size / SLOWEST,
+      api.messages.getRaw(id, { data_format: "File", decrypt: false })
+    );
     bytes = new Uint8Array(await file.arrayBuffer());
   } catch (error) {
     throw new ReadError(error.message);

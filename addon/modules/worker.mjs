@@ -109,7 +109,7 @@ export class Worker {
       if (!message) {
         throw new MissingError();
       }
-      const bytes = await rawMail(this.#api, message.id);
+      const bytes = await rawMail(this.#api, message);
       await this.#host.mail(job.corrects ? "correct" : "train", bytes, { spam: job.spam });
       await this.#memory.finish([job]);
     } catch (error) {

@@ -168,7 +168,11 @@ class World:
             return False
 
     def stop_dovecot(self):
-        self.dovecot.terminate()
+        """With all connections: its processes would serve those to their ends."""
+        children = subprocess.run(["pgrep", "-P", str(self.dovecot.pid)], capture_output=True, text=True, check=False)
+        for process in [self.dovecot.pid, *children.stdout.split()]:
+            with contextlib.suppress(ProcessLookupError):
+                self.kill(process)
         self.dovecot.wait(30)
 
     def deliver(self, content, folder=""):

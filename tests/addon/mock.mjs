@@ -38,6 +38,9 @@ export class MockClient {
     get: async id => this.all.get(id) ?? Promise.reject(new Error("gone")),
     getRaw: async id => {
       const { raw } = await this.messages.get(id);
+      if (raw === undefined) {
+        return new Promise(() => {}); // the connection has broken
+      }
       return raw === null ? Promise.reject(new Error("the server is away")) : new Blob([raw]);
     },
     list: async folderId => this.#list([...this.all.values()].filter(({ folder }) => folder.id === folderId)),

@@ -2,7 +2,7 @@
 
 import assert from "node:assert/strict";
 import { readFileSync, readdirSync } from "node:fs";
-import { test } from "node:test";
+import { mock, test } from "node:test";
 
 import { FolderWork } from "../../addon/modules/folders.mjs";
 import { Grader, UNSURE_TAG } from "../../addon/modules/grading.mjs";
@@ -206,6 +206,14 @@ test("what can't be read now, or breaks the host, holds up nothing else", async 
   away.raw = ""; // as of one that the server has moved
   await worker.run();
   assert.deepEqual([memory.get(keyOf(away)).v, memory.jobCount], [undefined, 2]);
+  away.raw = undefined;
+  mock.timers.enable({ apis: ["setTimeout"] });
+  const run = worker.run();
+  await new Promise(setImmediate);
+  mock.timers.tick(60000);
+  await run;
+  mock.timers.reset();
+  assert.match(worker.error, /stopped in the middle/);
   away.raw = "A: b";
   await worker.run();
   assert.deepEqual([memory.get(keyOf(away)).v, memory.jobCount], ["h", 0]);

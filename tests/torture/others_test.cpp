@@ -218,7 +218,9 @@ TEST(merge_death, costs_what_is_told) {
                "; cache: the first " + times(fresh.front()) + ", the last " + times(fresh.back()) +
                (left.contains(snapshot) ? "" : "; the snapshot waits in the copy");
     };
-    torture({"a merge", "merging", merge, judge, 2});
+    const job each = {"a merge", "merging", merge, judge, 2, "snapshot: the first 1, the last 1"};
+    torture(each);
+    cut_power(each);
 }
 
 // A second run comes to the same end.
