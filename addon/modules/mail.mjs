@@ -113,30 +113,52 @@ export async function forAll(messages, work) {
   return done;
 }
 
-// The message that a job was made for, though it may have been moved since, or Thunderbird restarted; null if
-// it has gone. `id` is that of this session, if there is one.
-export async function findMessage(api, { id, key, folderId, headerMessageId }) {
+// The copies of the message that a job was made for, though it may have been moved since, or Thunderbird started anew.
+// `id` is that of this session, if there is one.
+export async function* copiesOf(api, { id, key, folderId, headerMessageId }) {
+  const seen = new Set();
+  const isNew = message => message && keyOf(message) === key && !seen.has(message.id) && seen.add(message.id);
   if (id !== undefined) {
-    try {
-      const message = await api.messages.get(id);
-      if (message && keyOf(message) === key) {
-        return message;
-      }
-    } catch {
-      // It has another number by now.
+    const message = await api.messages.get(id).catch(() => null); // it has another number by now
+    if (isNew(message)) {
+      yield message;
     }
   }
   for (const where of [{ folderId }, {}]) {
     try {
       const list = api.messages.query({ ...where, headerMessageId });
       for await (const message of allMessages(api, list)) {
-        if (keyOf(message) === key) {
-          return message;
+        if (isNew(message)) {
+          yield message;
         }
       }
     } catch {
       // The folder has gone.
     }
+  }
+}
+
+// The first of them, or null.
+export async function findMessage(api, job) {
+  for await (const message of copiesOf(api, job)) {
+    return message;
+  }
+  return null;
+}
+
+// The bytes of a copy that can be read: Thunderbird lists one that it hasn't moved to the end when it ends in the middle.
+// Throws the ReadError of the last one; null if there is no copy.
+export async function readAnyCopy(api, job) {
+  let failure = null;
+  for await (const message of copiesOf(api, job)) {
+    try {
+      return await rawMail(api, message);
+    } catch (error) {
+      failure = error;
+    }
+  }
+  if (failure) {
+    throw failure;
   }
   return null;
 }

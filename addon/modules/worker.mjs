@@ -2,7 +2,7 @@
 // and are tried again.
 
 import { HostError } from "./host.mjs";
-import { findMessage, rawMail, ReadError } from "./mail.mjs";
+import { findMessage, readAnyCopy, ReadError } from "./mail.mjs";
 
 const AT_ONCE = 16;
 const FIRST_PAUSE = 0.25; // minutes
@@ -105,11 +105,10 @@ export class Worker {
 
   async #train(job, later) {
     try {
-      const message = await findMessage(this.#api, job);
-      if (!message) {
+      const bytes = await readAnyCopy(this.#api, job);
+      if (!bytes) {
         throw new MissingError();
       }
-      const bytes = await rawMail(this.#api, message);
       await this.#host.mail(job.corrects ? "correct" : "train", bytes, { spam: job.spam });
       await this.#memory.finish([job]);
     } catch (error) {

@@ -324,8 +324,11 @@ and ask the gardener about marrowcress trellises, sundial moss and zinnock compo
             if "tvrctl" in process[3]:
                 world.kill(process[0])
         self.show_message(names)
+        there = world.delivered_to("Junk")
         world.press("j")
         wait_for("jobs that wait", lambda: self.ask("progress")["waiting"] >= 3, 60)
+        # One that ends in the middle of its own move is left with messages in Junk that nobody can read.
+        wait_for("Thunderbird's move to Junk", lambda: world.delivered_to("Junk") == there + 3, 60)
         world.end_thunderbird()
         world.tvrctl("host", "--install")
         world.start_thunderbird()

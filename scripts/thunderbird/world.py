@@ -189,6 +189,10 @@ class World:
         shutil.chown(base / "tmp" / name, *self.owner) if os.getuid() == 0 else None
         (base / "tmp" / name).rename(base / "new" / name)
 
+    def delivered_to(self, folder):
+        """How many messages the server has in a folder."""
+        return sum(len(list((self.mail / f".{folder}" / part).iterdir())) for part in ("new", "cur"))
+
     # --- Thunderbird
 
     def start_thunderbird(self):

@@ -27,11 +27,11 @@ bool transaction::__successlearn_stage() {
     if (m_holder._is_success(stage_number::sorted))
         folder.remove(stage_number::sorted);
     folder.prepare(stage_number::generate_rgd);
-    publish_half(good_half);
-    folder.make_folders_durable(); // or a power cut brings a marker back that has nothing behind it
-    publish_half(spam_half);
+    for (const half_stage& half : {good_half, spam_half}) {
+        publish_half(half);
+        folder.make_folders_durable(); // or a power cut brings a marker back that has nothing behind it
+    }
     m_holder._mark_prepared(stage_number::generate_rgd);
-    folder.make_folders_durable();
     return true;
 }
 

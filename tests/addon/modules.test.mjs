@@ -224,6 +224,9 @@ test("what can't be read now, or breaks the host, holds up nothing else", async 
   await trainer.onUpdated(away, { junk: false });
   await worker.run();
   assert.deepEqual(memory.jobs.map(({ spam }) => spam), [false]); // the user's last word
+  client.add(away.headerMessageId, "A: b", JUNK); // the copy to which it was moved
+  await worker.run();
+  assert.equal(memory.jobCount, 0);
 });
 
 test("a folder is learned with progress; what was handed over is known after a failure", async () => {

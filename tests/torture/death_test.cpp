@@ -147,7 +147,7 @@ const station& station_in(const files& left, sequel& then) {
                 then.published.insert(path);
     if (!then.published.empty())
         return at("rename " + base_folder + "nspamdict");
-    if (is_marked(2))
+    if (is_marked(2) || is_marked(4))
         return at(is_marked(1) ? "create " + marker(2) : "delete " + marker(1));
     if (is_marked(1))
         return at(
