@@ -11,8 +11,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "common/path.h"
-#include "settings/common_settings.h"
+#include "platform/file.h"
 #include "support/formats.h"
 #include "torture/trained_base.h"
 #include "transact/training_room.h"
@@ -217,7 +216,7 @@ protected:
     }
 
     static training_room room() {
-        return room_for_training(join_path(common_settings::working_directory(), "base\\"));
+        return room_for_training(platform::from_display_path(the_base().path(base_folder)));
     }
 
     trained_base& m_base = the_base();
@@ -254,7 +253,8 @@ TEST_F(small_disk, begins_no_training_without_room) {
             trained_base::expect_equal("with room", then, m_base.after);
             outcomes.add("trained to the same bytes");
         }
-        EXPECT_TRUE(are_equal(last, free < needed ? m_base.both_together : m_base.both_apart));
+        trained_base::expect_equal("with the next training", last,
+                                   free < needed ? m_base.both_together : m_base.both_apart);
         unmount();
     }
 }

@@ -1,9 +1,11 @@
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <memory>
 #include <optional>
 #include <vector>
 
+#include "common/bytes.h"
 #include "common/file_names.h"
 #include "common/file_stream.h"
 #include "common/files.h"
@@ -26,6 +28,7 @@ namespace {
 
 constexpr std::size_t longest_line = 4096; // bytes
 constexpr std::size_t list_head = 16;      // bytes
+constexpr std::uint64_t list_count_at = 8;
 
 std::optional<std::uint32_t> number_of(std::string_view text) {
     std::uint32_t value = 0;
@@ -109,7 +112,8 @@ private:
             return "has no atom's name, or stands in the wrong half";
         if (place == m_half && (m_map || stem <= m_stem))
             return "is out of order";
-        enter(place);
+        if (std::string why = enter(place); !why.empty())
+            return why;
         m_stem = stem;
         const auto messages = named_number(fields[2], "messages");
         const auto tokens = named_number(fields[3], "tokens");
@@ -163,7 +167,8 @@ private:
             ++place;
         if (place == base_halves.size())
             return "stands in the wrong half";
-        enter(place);
+        if (std::string why = enter(place); !why.empty())
+            return why;
         m_path = folder() + base_halves.at(m_half).name + names::list_ending;
         if (!m_map)
             m_map = std::make_unique<msidmap>(folder(), base_halves.at(m_half).name);
@@ -193,9 +198,8 @@ private:
         return {};
     }
     std::string take_end(const std::vector<std::string_view>& fields) {
-        if (std::string why = close_atom(); !why.empty())
+        if (std::string why = close_atom() + close_list(); !why.empty())
             return why;
-        m_map.reset();
         m_ended = true;
         if (!m_verdict.empty()) {
             m_verdict.resize(std::max(m_verdict.size(), verdict_messages_at));
@@ -207,12 +211,24 @@ private:
         return {};
     }
 
-    void enter(std::size_t place) {
+    std::string enter(std::size_t place) {
         if (place == m_half)
-            return;
-        m_map.reset();
+            return {};
+        std::string why = close_list();
         m_stem.clear();
         m_half = place;
+        return why;
+    }
+    // Its head counts the IDs. That of the last one is the only one that no other follows.
+    std::string close_list() {
+        if (!m_map)
+            return {};
+        const std::uint32_t count = m_map->records();
+        m_path = m_map->list_path();
+        m_map.reset();
+        std::array<std::uint8_t, 4> told{};
+        const auto got = platform::peek_file(m_path, list_count_at, told.data(), told.size());
+        return got == told.size() && load_u32(told.data()) == count ? std::string() : write_failure();
     }
     // Corrects the block's head, which could not be known before.
     std::string close_atom() {
