@@ -142,7 +142,8 @@ std::optional<std::uint64_t> peak_memory(std::uint32_t process_id) {
 std::optional<std::uint64_t> process_start(std::uint32_t process_id) {
     const handle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process_id));
     FILETIME begun{}, ended{}, kernel{}, user{};
-    if (!process_exists(process_id) || !process.is_open() || !GetProcessTimes(process.get(), &begun, &ended, &kernel, &user))
+    if (!process_exists(process_id) || !process.is_open() ||
+        !GetProcessTimes(process.get(), &begun, &ended, &kernel, &user))
         return std::nullopt;
     return static_cast<std::uint64_t>(begun.dwHighDateTime) << 32 | begun.dwLowDateTime;
 }
