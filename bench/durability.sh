@@ -35,7 +35,7 @@ train() { # NAME ARGUMENT...
     local name=$1 start
     shift
     start=$(date +%s%N)
-    "${without[@]}" "$bin/tvrctl" train --quiet --wait "$@" >"$work/out"
+    "${without[@]}" "$bin/tvrctl" train --quiet --wait --again "$@" >"$work/out"
     echo "$(($(date +%s%N) - start))" | awk '{ printf "%.4f\n", $1 / 1e9 }' >>"$work/$name.whole.$kind"
     sed -n 's/^Trained in \([0-9.]*\) s.*/\1/p' "$work/out" >>"$work/$name.engine.$kind"
 }
