@@ -7,32 +7,11 @@
 # does fastest (-B), with its default database.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/install-deps.sh --dev
-cmake --preset release >/dev/null
-cmake --build --preset release --target tvr_srv tvrctl >/dev/null
-bin=$PWD/build/release/bin
-
-spam=() ham=() list=
-for argument in "$@"; do
-    case "$argument" in
-    --spam|--ham) list=$argument ;;
-    *) if [ "$list" = --spam ]; then spam+=("$argument"); else ham+=("$argument"); fi ;;
-    esac
-done
-if [ "$#" -eq 0 ]; then
-    data=build/corpus/package/data
-    [ -d "$data" ] || { echo "compare.sh: run scripts/demo.sh first: it fetches the corpus" >&2; exit 1; }
-    spam=("$data"/spam-*) ham=("$data"/*-ham-*)
-fi
+source bench/trials.sh
 messages=$(find "${spam[@]}" "${ham[@]}" -type f | wc -l)
-
-work=$(mktemp -d)
-export TESSIVAR_ROOT=$work/root
-trap '"$bin/tvrctl" stop >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
 
 now() { date +%s.%N; }
 since() { echo "$(now) $1" | awk '{ printf "%.3f\n", $1 - $2 }'; }
-median() { sort -n "$1" | awk '{ all[NR] = $1 } END { print all[int((NR + 1) / 2)] }'; }
 
 # Of both kinds as many as they have of all; the others are there before.
 batch=500
@@ -53,7 +32,7 @@ one=$(find "$work/batch/ham" -type f | sort | head -1)
 learn_all() { # SPAM HAM, folders
     bogofilter -d "$work/bogofilter" -s -B "$1" && bogofilter -d "$work/bogofilter" -n -B "$2"
 }
-train() { "$bin/tvrctl" train --quiet --wait --spam "$1" --ham "$2" >"$work/out"; }
+train() { "$bin/tvrctl" train --quiet --wait "$@" >"$work/out"; }
 pipe_times=50
 pipe() { # COMMAND...
     for ((i = 0; i < pipe_times; ++i)); do "$@" <"$one" >/dev/null || true; done
@@ -75,9 +54,7 @@ for ((run = 0; run < ${RUNS:-5}; ++run)); do
     since "$start" >>"$work/bogofilter.seconds"
     bogofilter_size=$(du -sk "$work/bogofilter" | cut -f1)
 
-    start=$(now)
-    "$bin/tvrctl" train --quiet --wait --spam "${spam[@]}" --ham "${ham[@]}" >"$work/out"
-    since "$start" >>"$work/tvrctl.seconds"
+    timed tvrctl.seconds train --spam "${spam[@]}" --ham "${ham[@]}"
     sed -n 's/^Trained in \([0-9.]*\) s.*/\1/p' "$work/out" >>"$work/engine.seconds"
     sed -n 's/.*peaked at \([0-9.]*\) MiB.*/\1/p' "$work/out" >>"$work/peak.mib"
     size=$(du -sk "$TESSIVAR_ROOT" | cut -f1)
@@ -90,9 +67,9 @@ for ((run = 0; run < ${RUNS:-5}; ++run)); do
     rm -rf "$work/bogofilter" "$TESSIVAR_ROOT"
     mkdir "$work/bogofilter"
     learn_all "$work/rest/spam" "$work/rest/ham"
-    train "$work/rest/spam" "$work/rest/ham"
+    train --spam "$work/rest/spam" --ham "$work/rest/ham"
     timed bogofilter.batch learn_all "$work/batch/spam" "$work/batch/ham"
-    timed tvrctl.batch train "$work/batch/spam" "$work/batch/ham"
+    timed tvrctl.batch train --spam "$work/batch/spam" --ham "$work/batch/ham"
     "$bin/tvrctl" stop >/dev/null
 done
 

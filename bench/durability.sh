@@ -6,29 +6,9 @@
 # RUNS=9 sets the number of rounds; the medians count.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/install-deps.sh --dev
-cmake --preset release >/dev/null
-cmake --build --preset release --target tvr_srv tvrctl >/dev/null
-bin=$PWD/build/release/bin
-
-spam=() ham=() list=
-for argument in "$@"; do
-    case "$argument" in
-    --spam|--ham) list=$argument ;;
-    *) if [ "$list" = --spam ]; then spam+=("$argument"); else ham+=("$argument"); fi ;;
-    esac
-done
-if [ "$#" -eq 0 ]; then
-    data=build/corpus/package/data
-    [ -d "$data" ] || { echo "durability.sh: run scripts/demo.sh first: it fetches the corpus" >&2; exit 1; }
-    spam=("$data"/spam-*) ham=("$data"/*-ham-*)
-fi
+source bench/trials.sh
 mapfile -t some_spam < <(find "${spam[@]}" -type f | sort | head -n 250)
 mapfile -t some_ham < <(find "${ham[@]}" -type f | sort | head -n 250)
-
-work=$(mktemp -d)
-export TESSIVAR_ROOT=$work/root
-trap '"$bin/tvrctl" stop >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
 
 # Trains, and notes the seconds of the whole and of the engine alone.
 train() { # NAME ARGUMENT...
@@ -52,7 +32,6 @@ for ((run = 0; run < ${RUNS:-9}; ++run)); do
     done
 done
 
-median() { sort -n "$1" | awk '{ all[NR] = $1 } END { print all[int((NR + 1) / 2)] }'; }
 row() { printf '%-42s %10s %10s %8s\n' "$@"; }
 row "seconds, medians of ${RUNS:-9} rounds" with without ratio
 compare() { # TITLE NAME

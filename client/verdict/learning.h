@@ -25,7 +25,8 @@ public:
 
     // Looks at what the engine has and knows, before messages are handed over to it.
     void prepare();
-    // The messages were handed over. They are held until finish(), but never more than some dozen MiB.
+    // The messages were handed over. Held until finish(), but never more than 32 MiB of records, and 16 MiB
+    // of what they are cut up to, beside one such call.
     void take(std::vector<record_batch> batches);
     // All training is forgotten: nothing that was taken counts, and nothing is known.
     void forget();

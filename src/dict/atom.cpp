@@ -137,7 +137,7 @@ void bye_atom::apply_changes(dword_map& final, message_reader& reader, msid_acce
 
 // A new atom's counts are the differences themselves. False, with nothing done, for what can't be taken so:
 // an empty token stays behind, and a difference of 0 is none.
-bool bye_atom::take_all(dword_map& final) {
+bool bye_atom::take_all(dword_map& final, dword_map& counts) {
     std::uint32_t sum = 0;
     std::string_view token;
     std::uint8_t* value = nullptr;
@@ -147,17 +147,16 @@ bool bye_atom::take_all(dword_map& final) {
         sum += load_u32(value);
     }
     occurrences += sum;
+    counts.swap(final);
     return true;
 }
 
 bool bye_atom::take_differences(dword_map& final, dword_map& counts, bool strict) {
+    if (strict && counts.count() == 0 && take_all(final, counts))
+        return counts.count() != 0;
     bool changed = false;
     std::string_view token;
     std::uint8_t* rest = nullptr;
-    if (strict && counts.count() == 0 && take_all(final)) {
-        counts.swap(final);
-        return counts.count() != 0;
-    }
     for (final.rewind(); final.next(token, rest);) {
         std::uint8_t* const value = counts.get_or_add(token);
         if (!value)

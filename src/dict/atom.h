@@ -96,9 +96,9 @@ public:
 private:
     msidmap* msids();
     void give_span_to(bye_atom& target);
-    bool take_all(dword_map& final);
     // Moves the differences to the counts. True if that changed any.
     bool take_differences(dword_map& final, dword_map& counts, bool strict);
+    bool take_all(dword_map& final, dword_map& counts);
     bool write_file(const std::string& target, dword_map& counts);
 
     std::vector<change> m_changes;

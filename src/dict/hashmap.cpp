@@ -110,7 +110,7 @@ bool hashmap_impl::grow_range(void*& base, std::size_t& reserved, std::uint8_t**
     if (size == 0)
         size = platform::allocation_granularity();
     size = round_up(size + commit_step, platform::page_size());
-    if (base && committed && size <= platform::range_room(reserved)) {
+    if (base && size <= platform::range_room(reserved)) {
         reserved = size;
         return true;
     }

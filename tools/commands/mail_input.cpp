@@ -18,7 +18,7 @@ namespace {
 struct training_mail {
     std::string id;
     std::string name;      // for the user
-    std::uint64_t key = 0; // see mail_key()
+    std::uint64_t key = 0; // see mail_key(); 0 where nothing can conflict
     bool spam = false;
     std::uint32_t tokens = 0;
     std::size_t size = 0; // bytes of its record; 0: it is too large for one
@@ -36,11 +36,13 @@ class training_queue {
 public:
     training_queue(const mail_paths& paths, const train_options& options, training_client& client,
                    training_sum& sum)
-        : m_paths(paths), m_options(options), m_client(client), m_known(client.working_directory()),
-          m_sum(sum) {
+        : may_conflict(!paths.spam.empty() && !paths.ham.empty()), m_paths(paths), m_options(options),
+          m_client(client), m_known(client.working_directory()), m_sum(sum) {
         if (!m_options.again)
             m_known.load();
     }
+
+    const bool may_conflict; // mail is given with either verdict
 
     // False if no more is wanted.
     bool add(const training_chunk& chunk) {
@@ -138,7 +140,7 @@ private:
     known_messages m_known;
     training_sum& m_sum;
     ipc_status m_failure;
-    bool m_holds = true;
+    bool m_holds = may_conflict;
     verdict_conflicts m_conflicts;
     std::string m_conflict; // for the user
     std::vector<training_chunk> m_chunks;
@@ -160,7 +162,7 @@ public:
         m_chunk.records.add(describe(cut.facts(), mail.size, mail.spam, m_options.manual), cut.tokens());
         m_chunk.mails.push_back({.id = cut.facts().msid,
                                  .name = mail.name,
-                                 .key = mail_key(mail.raw),
+                                 .key = m_queue.may_conflict ? mail_key(mail.raw) : 0,
                                  .spam = mail.spam,
                                  .tokens = cut.tokens().size(),
                                  .size = m_chunk.records.bytes().size() - start});
