@@ -178,7 +178,7 @@ int fit(const std::vector<std::string>& arguments) {
                       [&](std::size_t i) {
                           return judged_evidence{samples[4 * i].what, samples[4 * i].spam};
                       },
-                      zero, {.towards = zero, .draw = 30, .learned = feature::count, .most_steps = 25});
+                      zero, {.towards = zero, .draw = 20, .learned = feature::count, .most_steps = 25});
     std::puts("// Made by bench/fit_weights; docs/verdict.md tells from what mail.\n"
               "#include \"client/verdict/model.h\"\n\nnamespace tvr {\n\nnamespace {\n\n// clang-format off\n"
               "constexpr feature_weights weights = {{");

@@ -167,8 +167,10 @@ class token_shares {
 public:
     token_shares(const evidence& of, const feature_weights& weights, const token_memory& memory)
         : m_memory(memory) {
+        const double sum = sum_of_weights(of, weights);
+        const double part = certainty(of, sum);
         feature_vector(of).for_each([&](std::size_t place, double value) {
-            const double share = value * weights[place];
+            const double share = value * weights[place] * part;
             if (const auto cell = feature::cell_of(place))
                 m_cells[*cell] += share;
             else if (feature::is_of_memory(place))
@@ -176,17 +178,19 @@ public:
             else
                 m_middle += share;
         });
-        m_middle += logit_of(of, weights) - feature_vector(of).times(weights);
+        m_middle += (sum - feature_vector(of).times(weights)) * part;
     }
 
     // To be called for every token first.
     void count(token_key key, double grade) {
         if (kind_of_key(key) < kind_count)
             ++m_taken[cell_of(key, grade)];
-        m_said += m_memory.weight(key);
+        m_sum += m_memory.weight(key);
+        ++m_tokens;
     }
     [[nodiscard]] double share(token_key key, double grade) const {
-        double sum = said() == 0 ? 0 : m_of_memory * m_memory.weight(key) / said();
+        double sum =
+            said() == 0 ? 0 : m_of_memory * m_memory.weight(key) * token_memory::scale(m_tokens) / said();
         if (kind_of_key(key) < kind_count)
             sum += m_cells[cell_of(key, grade)] / m_taken[cell_of(key, grade)];
         return sum;
@@ -199,14 +203,17 @@ private:
     static std::size_t cell_of(token_key key, double grade) {
         return kind_of_key(key) * class_count + class_of(grade);
     }
-    [[nodiscard]] double said() const { return static_cast<double>(m_said + m_memory.bias); }
+    [[nodiscard]] double said() const {
+        return static_cast<double>(m_sum) * token_memory::scale(m_tokens) + m_memory.bias;
+    }
 
     const token_memory& m_memory;
     std::array<double, feature::cells> m_cells{};
     std::array<std::uint32_t, feature::cells> m_taken{};
     double m_of_memory = 0;
     double m_middle = 0;
-    std::int64_t m_said = 0;
+    std::int64_t m_sum = 0; // of the memory's weights
+    std::size_t m_tokens = 0;
 };
 
 } // namespace

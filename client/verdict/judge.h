@@ -16,18 +16,20 @@ public:
 
     void add(token_key token, double grade) noexcept { // 0 is no grade
         m_said += m_memory.weight(token);
+        ++m_tokens;
         if (kind_of_key(token) < kind_count)
             ++m_counts[kind_of_key(token)][class_of(grade)];
     }
     // `spam_messages` and `ham_messages`: that the base was made of.
     [[nodiscard]] evidence finish(std::uint32_t spam_messages, std::uint32_t ham_messages) const noexcept {
-        return make_evidence(m_counts, spam_messages, ham_messages, m_memory.verdict(m_said));
+        return make_evidence(m_counts, spam_messages, ham_messages, m_memory.verdict(m_said, m_tokens));
     }
 
 private:
     const token_memory& m_memory;
     grade_counts m_counts{};
     std::int64_t m_said = 0;
+    std::size_t m_tokens = 0;
 };
 
 // The built-in and the learned weights, mixed by the trust in the latter.

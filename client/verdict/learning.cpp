@@ -23,7 +23,7 @@ namespace {
 // grade each other.
 constexpr std::uint32_t young = 50;
 constexpr std::size_t enough_to_cross = 20; // messages of each half
-constexpr std::size_t most_crossed = 1200;  // messages
+constexpr std::size_t most_crossed = 600;   // messages
 
 // The memory learns so many messages in turn, several times over; what it says of them is asked before.
 constexpr std::size_t lot = 250;

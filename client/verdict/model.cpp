@@ -28,8 +28,10 @@ constexpr double memory_unit = 64;
 
 // Good mail of a kind that a base hasn't met looks like spam to it: the less good mail it knows, the more it
 // doubts.
-constexpr double doubt = 3;          // of a logit, without any good mail
+constexpr double doubt = 2;          // of a logit, without any good mail
 constexpr double little_known = 250; // messages that leave half of the doubt
+// Spam of a new kind has words of the only good mail that is known: so many messages of it halve its vote.
+constexpr double halved_by = 300;
 
 // Mail that came together is more alike than what comes next: it flatters the grades it gives itself.
 constexpr double crossed_weight = 0.25;
@@ -229,11 +231,20 @@ double feature_vector::times(const feature_weights& weights) const noexcept {
     return sum;
 }
 
-double logit_of(const evidence& of, const feature_weights& weights) noexcept {
+double sum_of_weights(const evidence& of, const feature_weights& weights) noexcept {
     // The costs of the errors moved the weights; the probability is without them.
     static const double shift = exact_log(ham_weight);
     const double known = of.ham_messages / little_known;
     return feature_vector(of).times(weights) + shift - doubt / (1 + known * known);
+}
+
+double certainty(const evidence& of, double sum) noexcept {
+    return sum < 0 ? of.ham_messages / (of.ham_messages + halved_by) : 1;
+}
+
+double logit_of(const evidence& of, const feature_weights& weights) noexcept {
+    const double sum = sum_of_weights(of, weights);
+    return sum * certainty(of, sum);
 }
 
 feature_weights learn_weights(std::size_t count, const std::function<judged_evidence(std::size_t)>& get,

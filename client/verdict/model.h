@@ -68,7 +68,11 @@ private:
     std::size_t m_used = 0;
 };
 
-// The logit of the probability of spam.
+// What the weights make of the evidence, a logit; and how far that holds, 0 to 1: what speaks for good mail
+// counts the less, the less good mail the base knows.
+[[nodiscard]] double sum_of_weights(const evidence& of, const feature_weights& weights) noexcept;
+[[nodiscard]] double certainty(const evidence& of, double sum) noexcept;
+// The logit of the probability of spam: the product of both.
 [[nodiscard]] double logit_of(const evidence& of, const feature_weights& weights) noexcept;
 
 // How much a message counts in learning: what a young base says is no rule for what a grown one will say.

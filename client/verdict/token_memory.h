@@ -36,8 +36,12 @@ public:
     [[nodiscard]] static constexpr std::size_t place_of(token_key key) noexcept {
         return key >> (32 - index_bits);
     }
-    // What a sum of such weights says of a message: a logit in 1/64.
-    [[nodiscard]] std::int16_t verdict(std::int64_t sum) const noexcept;
+    // How much one token counts in a message of so many: in a long message each says less.
+    [[nodiscard]] static double scale(std::size_t tokens) noexcept;
+    // What the sum of the weights of so many tokens says of their message: a logit in 1/unit, and one in
+    // 1/64.
+    [[nodiscard]] std::int64_t logit(std::int64_t sum, std::size_t tokens) const noexcept;
+    [[nodiscard]] std::int16_t verdict(std::int64_t sum, std::size_t tokens) const noexcept;
     [[nodiscard]] std::int16_t say(std::span<const token_key> tokens) const noexcept;
     // Learns from one message; the surer the memory was right, the less.
     void learn(std::span<const token_key> tokens, bool spam);

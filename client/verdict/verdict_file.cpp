@@ -22,7 +22,7 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t version = 1;
+constexpr std::uint32_t version = 2;
 constexpr std::size_t checked_from = 16; // what stands in front is signature, version and the check itself
 constexpr std::size_t head_size = 64;
 constexpr std::size_t tops_size = verdict_state::top_scores * 2;

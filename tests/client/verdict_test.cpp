@@ -116,8 +116,8 @@ TEST_F(verdict_test, takes_two_writers_at_once) {
 }
 
 TEST_F(verdict_test, is_bounded) {
-    for (unsigned i = 0; i < 8; ++i)
-        learn(i * 1200, (i + 1) * 1200);
+    for (unsigned i = 0; i < 16; ++i)
+        learn(i * 600, (i + 1) * 600);
     EXPECT_EQ(state().messages.size(), verdict_state::most_messages);
     EXPECT_EQ(state().judged, 9600U);
     EXPECT_LE(std::filesystem::file_size(file()), std::uintmax_t{1} << 20);
