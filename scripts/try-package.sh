@@ -65,7 +65,7 @@ trap finish EXIT
 dpkg-deb -R "$package" "$scratch/unpacked"
 (cd "$scratch/unpacked" && md5sum --quiet -c DEBIAN/md5sums) || wrong "the sums don't fit"
 for file in "$scratch"/unpacked/usr/bin/* "$scratch/unpacked/usr/lib/libtvr_ipc.so"; do
-    ! readelf -S "$file" | grep -q ' \.symtab' || wrong "$file isn't stripped"
+    ! readelf -S "$file" | grep ' \.symtab' >/dev/null || wrong "$file isn't stripped"
     ! readelf -d "$file" | grep -E 'R(UN)?PATH' || wrong "$file looks for libraries in a folder of its own"
 done
 scripts/check-hardening.sh --fortify "$scratch"/unpacked/usr/bin/* "$scratch/unpacked/usr/lib/libtvr_ipc.so" ||

@@ -24,7 +24,7 @@ find "$scratch/usr/include/tessivar" -name '*.h' | while read -r header; do
     "$compiler" -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Werror -I"$scratch/usr/include/tessivar" -x c++ - \
         <<<"#include \"$header\""
 done
-readelf -d "$scratch/learn_c" | grep -q 'NEEDED.*libtvr_ipc\.so\.[0-9]' || { echo "no SONAME with a number" >&2 && exit 1; }
+readelf -d "$scratch/learn_c" | grep 'NEEDED.*libtvr_ipc\.so\.[0-9]' >/dev/null || { echo "no SONAME with a number" >&2 && exit 1; }
 
 export PATH=$scratch/usr/bin:$PATH
 tvrctl start # registers where the examples find it
