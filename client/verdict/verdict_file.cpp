@@ -22,7 +22,6 @@ namespace tvr {
 
 namespace {
 
-constexpr std::uint32_t version = 2;
 constexpr std::size_t checked_from = 16; // what stands in front is signature, version and the check itself
 constexpr std::size_t head_size = 64;
 constexpr std::size_t tops_size = verdict_state::top_scores * 2;
@@ -153,7 +152,7 @@ std::string verdict_lock_path(std::string_view working_directory) {
 std::vector<std::uint8_t> verdict_bytes(const verdict_state& state) {
     byte_writer out(fixed_size + state.messages.size() * message_size);
     out.put(verdict_signature);
-    out.put(version);
+    out.put(verdict_version);
     out.skip_to(checked_from);
     out.put(static_cast<std::uint32_t>(state.messages.size()));
     out.put(state.unlearned);
@@ -254,7 +253,7 @@ bool parse(const checked_input::source& from, std::size_t size, const verdict_us
            verdict_state& state) {
     std::array<std::uint8_t, checked_from> start;
     if (size < fixed_size || size > largest_verdict || !from(start.data(), start.size()) ||
-        load_u32(start.data()) != verdict_signature || load_u32(start.data() + 4) != version)
+        load_u32(start.data()) != verdict_signature || load_u32(start.data() + 4) != verdict_version)
         return false;
     checked_input in(from, size - checked_from);
     verdict_state read;

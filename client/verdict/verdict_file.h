@@ -31,8 +31,9 @@ struct judged_message {
 constexpr double score_unit = 128;
 
 constexpr std::uint32_t verdict_signature = 0x56525654; // "TVRV"
-constexpr std::size_t largest_verdict = 1'037'400;      // bytes of a file
-constexpr std::size_t verdict_messages_at = 525'400;    // offset of the messages
+constexpr std::uint32_t verdict_version = 2;
+constexpr std::size_t largest_verdict = 1'037'400;   // bytes of a file
+constexpr std::size_t verdict_messages_at = 525'400; // offset of the messages
 constexpr std::size_t verdict_message_size = 80;
 [[nodiscard]] std::int16_t pack_score(double logit) noexcept;
 [[nodiscard]] std::uint64_t id_of(std::string_view msid) noexcept;
