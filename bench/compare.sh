@@ -29,6 +29,9 @@ share spam "${spam[@]}"
 share ham "${ham[@]}"
 one=$(find "$work/batch/ham" -type f | sort | head -1)
 
+register() {
+    bogofilter -d "$work/bogofilter" -s -B "${spam[@]}" && bogofilter -d "$work/bogofilter" -n -B "${ham[@]}"
+}
 learn_all() { # SPAM HAM, folders
     bogofilter -d "$work/bogofilter" -s -B "$1" && bogofilter -d "$work/bogofilter" -n -B "$2"
 }
@@ -40,6 +43,7 @@ pipe() { # COMMAND...
 timed() { # NAME COMMAND...
     local name=$1 start
     shift
+    sync # what the one before has written isn't the next one's to wait for
     start=$(now)
     "$@"
     since "$start" >>"$work/$name"
@@ -48,10 +52,7 @@ timed() { # NAME COMMAND...
 for ((run = 0; run < ${RUNS:-5}; ++run)); do
     rm -rf "$work/bogofilter" "$TESSIVAR_ROOT"
     mkdir "$work/bogofilter"
-    start=$(now)
-    bogofilter -d "$work/bogofilter" -s -B "${spam[@]}"
-    bogofilter -d "$work/bogofilter" -n -B "${ham[@]}"
-    since "$start" >>"$work/bogofilter.seconds"
+    timed bogofilter.seconds register
     bogofilter_size=$(du -sk "$work/bogofilter" | cut -f1)
 
     timed tvrctl.seconds train --spam "${spam[@]}" --ham "${ham[@]}"
