@@ -20,11 +20,9 @@ std::uint32_t order_hash(std::string_view text) noexcept {
         return h;
     for (const char byte : text.substr(0, text.size() - 1)) {
         h = h * 16 + extended(byte);
-        const std::uint32_t g = h & 0xF0000000;
-        h ^= g >> 24;
-        h &= ~g;
+        h ^= h >> 24 & 0xF0; // the highest four bits are shifted out by the next byte
     }
-    return h;
+    return h & 0x0FFFFFFF;
 }
 
 std::uint32_t probe_hash(std::string_view key) noexcept {
