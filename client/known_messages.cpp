@@ -6,6 +6,7 @@
 #include "dict/message_record.h"
 #include "msid/list_record.h"
 #include "platform/file.h"
+#include "stage/temp_folder.h"
 
 namespace tvr {
 
@@ -40,13 +41,16 @@ known_messages::known_messages(std::string_view working_directory)
 // In the way of the messages: what moves on meanwhile is found at the next place.
 void known_messages::load() {
     const std::string transact = m_base + names::transact_folder;
+    const auto folder = [&](std::uint32_t stage) { return transact + names::stage_folder(stage); };
     m_waiting = read_records(transact + names::cache);
     m_waiting.merge(read_records(transact + names::snapshot));
-    m_waiting.merge(read_records(batch_path(transact + "0001\\")));
-    m_waiting.merge(read_records(transact + "0002\\" + names::sorted_messages));
+    m_waiting.merge(read_records(batch_path(folder(stage_number::entered))));
+    m_waiting.merge(read_records(folder(stage_number::sorted) + names::sorted_messages));
     m_learned.clear();
-    read_list(m_base + names::spam_list, transact + "0003\\" + names::spam_list, true, m_learned);
-    read_list(m_base + names::good_list, transact + "0004\\" + names::good_list, false, m_learned);
+    read_list(m_base + names::spam_list, folder(stage_number::ready_spam) + names::spam_list, true,
+              m_learned);
+    read_list(m_base + names::good_list, folder(stage_number::ready_good) + names::good_list, false,
+              m_learned);
 }
 
 known_messages::verdicts known_messages::read_records(const std::string& path) {

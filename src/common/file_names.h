@@ -1,6 +1,11 @@
 // The names of the engine's files and folders. What they hold: docs/formats.md.
 #pragma once
 
+#include <cstdint>
+#include <string>
+
+#include "common/text.h"
+
 namespace tvr::names {
 
 // Folders of the working directory, with a backslash at the end.
@@ -45,7 +50,10 @@ inline constexpr const char* cache = "autotrain.bys";
 inline constexpr const char* snapshot = "~autotrain.bys";
 inline constexpr const char* merged_snapshot = "~~autotrain.bys"; // until it takes the snapshot's place
 
-// In its stage folders.
+// Its stage folders, with a backslash at the end, and what is in them.
+inline std::string stage_folder(std::uint32_t stage) {
+    return to_hex(stage, 4) + "\\";
+}
 inline constexpr const char* stage_marker = "prepared.txt";
 inline constexpr const char* entered_prefix = "dis"; // of the batch that was entered, "dis0.tmp"
 inline constexpr const char* sorted_messages = "data.bys";

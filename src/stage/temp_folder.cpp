@@ -3,7 +3,6 @@
 #include "common/file_names.h"
 #include "common/logger.h"
 #include "common/path.h"
-#include "common/text.h"
 #include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/file.h"
@@ -61,7 +60,7 @@ const std::string& temp_folder::path(std::uint32_t stage) {
     if (stage != m_stage) {
         const platform::locker locker(m_lock);
         m_stage = stage;
-        m_current = join_path(m_root, to_hex(stage, 4)) + "\\";
+        m_current = join_path(m_root, names::stage_folder(stage));
     }
     return m_current;
 }

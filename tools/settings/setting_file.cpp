@@ -71,27 +71,23 @@ std::string write_setting_file(const std::string& path, const std::string& text)
                "; without the right to write there, a root of your own can be registered: "
                "\"tvrctl config root FOLDER\"";
     };
+    // Not by rewrite_durably(): others may write the file at the same time, and its rights are kept.
     const auto beside = platform::make_temp_file(folder_part(path), "set");
     if (!beside)
         return refuse();
-    const fs::path target(shown);
-    const fs::path made(platform::display_path(*beside));
-    std::error_code error;
-    platform::file file;
-    const bool written = file.open(*beside, platform::access::write, platform::share::none,
-                                   platform::creation::create_always) &&
-                         file.write(text.data(), text.size());
-    if (!written) {
-        const std::string why = refuse();
-        file.close();
-        platform::delete_file(*beside);
-        return why;
+    const auto write = [&] {
+        platform::file file;
+        return file.open(*beside, platform::access::write, platform::share::none,
+                         platform::creation::create_always) &&
+               file.write(text.data(), text.size());
+    };
+    if (write()) {
+        std::error_code error;
+        if (const auto old = fs::status(shown, error); !error && fs::exists(old))
+            fs::permissions(platform::display_path(*beside), old.permissions(), error);
+        if (replace_durably(*beside, path))
+            return {};
     }
-    file.close();
-    if (const auto old = fs::status(target, error); !error && fs::exists(old))
-        fs::permissions(made, old.permissions(), error);
-    if (replace_durably(*beside, std::string(path)))
-        return {};
     const std::string why = refuse();
     platform::delete_file(*beside);
     return why;

@@ -8,7 +8,6 @@
 #include "client/base_check.h"
 #include "common/bytes.h"
 #include "common/file_names.h"
-#include "common/path.h"
 #include "compiled/base_header.h"
 #include "dict/atom.h"
 #include "dict/message_record.h"
@@ -18,6 +17,7 @@
 #include "platform/presence.h"
 #include "platform/process.h"
 #include "signal/identity.h"
+#include "stage/temp_folder.h"
 #include "tools/text.h"
 #include "transact/training_room.h"
 
@@ -29,15 +29,15 @@ constexpr std::uint32_t end_patience = 30000; // milliseconds
 constexpr std::uint32_t poll_pause = 10;
 
 struct stage_text {
-    const char* folder;
+    std::uint32_t number;
     const char* text;
 };
 constexpr std::array<stage_text, 5> stages = {{
-    {"0001", "sorting the messages"},
-    {"0002", "adding the spam"},
-    {"0003", "adding the good messages"},
-    {"0004", "publishing the dictionaries"},
-    {"0006", "generating the base"},
+    {stage_number::entered, "sorting the messages"},
+    {stage_number::sorted, "adding the spam"},
+    {stage_number::ready_spam, "adding the good messages"},
+    {stage_number::ready_good, "publishing the dictionaries"},
+    {stage_number::generate_rgd, "generating the base"},
 }};
 constexpr const char* taking = "taking the messages"; // before the first
 
@@ -101,14 +101,14 @@ bool engine_view::snapshot_exists() const {
     return exists(m_transact + names::snapshot);
 }
 
-bool engine_view::has_marker(const char* folder) const {
-    return exists(join_path(m_transact + folder, names::stage_marker));
+bool engine_view::has_marker(std::uint32_t stage) const {
+    return exists(m_transact + names::stage_folder(stage) + names::stage_marker);
 }
 
 const char* engine_view::stage() const {
     // The newest marker counts.
     for (auto each = stages.rbegin(); each != stages.rend(); ++each)
-        if (has_marker(each->folder))
+        if (has_marker(each->number))
             return each->text;
     return snapshot_exists() ? taking : nullptr;
 }
@@ -120,15 +120,15 @@ std::string engine_view::work_left() const {
     // In the order in which messages go through, so that none gets past the look.
     if (snapshot_exists())
         return prefix + taking;
-    const std::string entered = m_transact + stages.front().folder + "\\";
+    const std::string entered = m_transact + names::stage_folder(stage_number::entered);
     platform::directory_search search;
     platform::directory_entry entry;
     for (bool more = search.first(entered + names::entered_prefix + "*", entry); more;
          more = search.next(entry))
         if (platform::size_on_disk(entered + entry.name).value_or(0) != 0)
             return prefix + taking;
-    for (const auto& [folder, text] : stages)
-        if (has_marker(folder))
+    for (const auto& [number, text] : stages)
+        if (has_marker(number))
             return prefix + text;
     return {};
 }

@@ -67,7 +67,7 @@ public:
     [[nodiscard]] const std::string& working_directory() const noexcept { return m_working; }
 
 private:
-    [[nodiscard]] bool has_marker(const char* folder) const; // of a stage
+    [[nodiscard]] bool has_marker(std::uint32_t stage) const;
 
     std::string m_working;
     std::string m_base;

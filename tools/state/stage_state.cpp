@@ -82,7 +82,7 @@ stage_state::stage_state(const std::string& working_directory)
 }
 
 std::string stage_state::folder(unsigned stage) const {
-    return m_transact + "000" + std::to_string(stage) + "\\";
+    return m_transact + names::stage_folder(stage);
 }
 
 std::string stage_state::marker(unsigned stage) const {

@@ -30,6 +30,7 @@
 #include "platform/file.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/errors.h"
+#include "platform/posix/file_state.h"
 #include "platform/posix/paths.h"
 
 namespace tvr::platform {
@@ -231,7 +232,6 @@ std::optional<std::uint64_t> peak_memory(std::uint32_t process_id) {
 }
 
 std::optional<std::uint64_t> process_start(std::uint32_t process_id) {
-    constexpr std::uint64_t units = 10'000'000; // a second
     std::istringstream fields = facts_of(process_id);
     std::string other;
     for (int field = 3; field < 22; ++field)
@@ -240,10 +240,11 @@ std::optional<std::uint64_t> process_start(std::uint32_t process_id) {
     timespec now{};
     if (!(fields >> begun) || clock_gettime(CLOCK_BOOTTIME, &now) != 0)
         return std::nullopt;
-    begun = begun * units / static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK));
-    const std::uint64_t running =
-        static_cast<std::uint64_t>(now.tv_sec) * units + static_cast<std::uint64_t>(now.tv_nsec) / 100;
-    return system_time() - (running - std::min(begun, running));
+    const auto rate = static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK));
+    const timespec start{static_cast<time_t>(begun / rate),
+                         static_cast<long>(begun % rate * 1'000'000'000 / rate)};
+    const std::uint64_t present = to_file_time(now);
+    return system_time() - (present - std::min(to_file_time(start), present));
 }
 
 void exit_process(std::int32_t exit_code) noexcept {
