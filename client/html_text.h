@@ -48,7 +48,7 @@ public:
     [[nodiscard]] std::uint32_t features() const noexcept { return m_features; }
 
 private:
-    std::size_t markup(std::string_view html, std::size_t at); // answers the place after it
+    std::size_t markup(std::string_view html, std::size_t at); // returns the place after it
     std::size_t entity(std::string_view html, std::size_t at);
     void open_tag(std::string_view name, std::string_view attributes);
     void close_tag(std::string_view name);
@@ -69,7 +69,7 @@ private:
     bool m_tag_ends = true;
 };
 
-// Decodes the entity at the start of `text` ("&amp;..."), which begins with "&". Answers its length and
+// Decodes the entity at the start of `text` ("&amp;..."), which begins with "&". Returns its length and
 // sets `code`, or 0 if it is none.
 std::size_t decode_entity(std::string_view text, std::uint32_t& code);
 

@@ -8,7 +8,7 @@
 
 namespace tvr {
 
-// Cuts a raw mail into its tokens and adds it to the batch; `msid`, unless null, gets its message ID. Answers
+// Cuts a raw mail into its tokens and adds it to the batch; `msid`, unless null, gets its message ID. Returns
 // ipc_error::bad_message for what is no mail.
 ipc_status add_mail(record_batch& batch, std::string_view raw, bool spam, bool manual,
                     std::string* msid = nullptr);

@@ -59,7 +59,7 @@ struct message_score {
 // Any thread, as far as the source of the grades allows it.
 class TVR_IPC_EXPORT mail_scorer {
 public:
-    // Answers a token's grade, or 0.0 if it has none.
+    // Returns a token's grade, or 0.0 if it has none.
     using grade_source = std::function<double(std::string_view token)>;
 
     explicit mail_scorer(grade_source grades, const score_settings& settings = {});

@@ -33,7 +33,7 @@ public:
     // Adds to the count of a token of 1 to 255 bytes, which stops at 0xFFFFFFFF. False if the token is
     // neither known nor taken any more.
     bool add(std::string_view token, std::uint32_t count = 1);
-    // Makes the count `count`, however often the token is named. The answer is that of add().
+    // Makes the count `count`, however often the token is named. The result is that of add().
     bool mark(std::string_view token, std::uint32_t count = 1);
 
     // The count of a token; nothing if it isn't there.

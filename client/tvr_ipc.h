@@ -51,7 +51,7 @@ enum class engine_event : std::uint32_t {
 class TVR_IPC_EXPORT training_client {
 public:
     // Finds the user's working directory, and makes the folders of the cache. status() tells the failure;
-    // the other operations then answer the same.
+    // the other operations then return the same.
     training_client();
     ~training_client();
     training_client(const training_client&) = delete;

@@ -1,6 +1,6 @@
 /* The engine's client for programs in C, and for everything that can call it.
  *
- * Functions that answer int answer 0, or the number of an error (enum tvr_error); tvr_error_text() then
+ * Functions that return int return 0, or the number of an error (enum tvr_error); tvr_error_text() then
  * tells the reason. All may be called by any thread. */
 #ifndef TVR_IPC_C_H
 #define TVR_IPC_C_H
@@ -52,7 +52,7 @@ typedef struct tvr_message {
 } tvr_message;
 
 /* A client, to be closed by tvr_close(); null only without memory. Where the working directory can't be
- * found or made, every call with it answers tvr_no_folder. */
+ * found or made, every call with it returns tvr_no_folder. */
 TVR_IPC_EXPORT tvr_client* tvr_open(void);
 TVR_IPC_EXPORT void tvr_close(tvr_client* client);
 

@@ -9,7 +9,7 @@
 
 namespace tvr {
 
-// What the process answers.
+// What the process returns.
 namespace exit_code {
 constexpr int done = 0;
 constexpr int nothing_taken = 1; // of the input that was given
@@ -34,7 +34,7 @@ void add_config(CLI::App& program, int& code);
 void add_forget(CLI::App& program, int& code);
 void add_transfer_commands(CLI::App& program, int& code); // export, import
 
-// Writes "tvrctl: text" to standard error; answers exit_code::failed.
+// Writes "tvrctl: text" to standard error; returns exit_code::failed.
 int fail(const std::string& text);
 
 } // namespace tvr

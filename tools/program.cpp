@@ -152,7 +152,7 @@ int fail(const std::string& text) {
 int run_tvrctl(int count, char** arguments) try {
     platform::use_plain_streams();
     const int code = is_host_call(count, arguments) ? run_host() : run_command(count, arguments);
-    // Whatever a command answers: who asked hasn't got it.
+    // Whatever the command returns: its user hasn't got the output.
     const bool written = !std::cout.flush().fail() && std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
     return written ? code : fail("standard output can't be written");
 } catch (const std::exception& error) {

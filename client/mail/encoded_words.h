@@ -10,7 +10,7 @@ namespace tvr {
 class word_decoder {
 public:
     // Decodes the words of a value, wherever they stand in it, to UTF-8. Blanks between two of them vanish,
-    // and a character may go from one into the next. The answer is valid until the next call.
+    // and a character may go from one into the next. The result is valid until the next call.
     std::string_view decode(std::string_view value);
 
 private:

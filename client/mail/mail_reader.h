@@ -39,7 +39,7 @@ public:
     virtual void multipart(std::string_view subtype) = 0;
     // A mail within the mail, its subject decoded; what is in it follows.
     virtual void message(std::string_view subject) = 0;
-    // A part without parts. The answer tells how many bytes of its text are wanted; with 0, text() isn't
+    // A part without parts. The result tells how many bytes of its text are wanted; with 0, text() isn't
     // called.
     virtual std::size_t part(const mail_part& described) = 0;
     // Its text, decoded to the bytes of its charset. No more than was wanted.
@@ -52,7 +52,7 @@ class mail_reader {
 public:
     explicit mail_reader(const mail_limits& limits = {}) : m_limits(limits) {}
 
-    // An mbox line ("From ...") in front is passed over. The answer is the number of parts, those with parts
+    // An mbox line ("From ...") in front is passed over. The result is the number of parts, those with parts
     // and attached mails counted too.
     unsigned read(std::string_view raw, mail_visitor& visitor);
 

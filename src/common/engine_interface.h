@@ -1,5 +1,5 @@
 // The scoring engine as the client library shows it to those who load it at run time: the export number 1,
-// `GetEngine`, and what it answers. Fixed in every detail, since both sides are built apart.
+// `GetEngine`, and what it returns. Fixed in every detail, since both sides are built apart.
 #pragma once
 
 #include <array>
@@ -22,12 +22,12 @@ inline constexpr interface_id score_engine_id = {
     0x339EBB63, 0x410B, 0x470F, {0x92, 0xEC, 0xC7, 0xCD, 0xF3, 0xEC, 0x51, 0xC5}};
 
 // The order of the operations is fixed; there is no virtual destructor, which would come between them.
-// Answers are negative for failure.
+// Results are negative for failure.
 class component {
 public:
     // Fills `object` with a new reference, or with null if there is no such interface.
     virtual std::int32_t query_interface(const interface_id& id, void** object) = 0;
-    // Both answer the number of references; with the last one the object goes.
+    // Both return the number of references; with the last one the object goes.
     virtual std::uint32_t add_reference() = 0;
     virtual std::uint32_t release() = 0;
 

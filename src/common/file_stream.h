@@ -14,7 +14,7 @@ namespace tvr {
 
 // Reads ahead and collects writes, so that a format can be written field by field. What is written
 // reaches the file at the latest in flush(), close() and the destructor, and before anything read back
-// through the same stream. Belongs to one thread. Operations on a stream that isn't open answer false.
+// through the same stream. Belongs to one thread. Operations on a stream that isn't open return false.
 class file_stream {
 public:
     static constexpr std::size_t buffer_size = 16384; // bytes
@@ -50,7 +50,7 @@ public:
         return read(buffer, size, got) && got == size;
     }
     bool read_u32(std::uint32_t& value) { return read_exact(&value, sizeof value); } // little-endian
-    // Writes all of it, or answers false; a failure to write collected data may also show later, in flush()
+    // Writes all of it, or returns false; a failure to write collected data may also show later, in flush()
     // or close().
     bool write(const void* data, std::size_t size) {
         if (m_writing && size != 0 && size <= buffer_size - m_offset) {
@@ -61,7 +61,7 @@ public:
     }
     bool write_u32(std::uint32_t value) { return write(&value, sizeof value); }
 
-    // Moves the position (bytes) and answers the new one; it may lie past the end. Nothing, with the
+    // Moves the position (bytes) and returns the new one; it may lie past the end. Nothing, with the
     // position as it was, for a place before the file.
     std::optional<std::uint64_t> seek(std::int64_t distance, platform::origin from);
     [[nodiscard]] std::uint64_t position() const noexcept { return m_base + m_offset; } // 0 if not open

@@ -33,7 +33,7 @@ bool move_durably(const std::string& from, const std::string& to);
 [[nodiscard]] std::string folder_of(std::string_view path);
 
 // Makes `target` a hard link of `source`, or a copy where that isn't possible. An existing target is
-// replaced unless `fail_if_exists` is set. The answer is that of the last step. The content of a copy is
+// replaced unless `fail_if_exists` is set. The result is that of the last step. The content of a copy is
 // durable; what is linked should be.
 bool link_or_copy(std::string_view source, std::string_view target, bool fail_if_exists);
 

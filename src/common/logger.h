@@ -30,7 +30,7 @@ public:
 
     // The one logger of the process, built on first use; it reads its two registry values then.
     static logger& instance();
-    // Ends logging: enabled() answers false from now on. Called once, last of all at process exit.
+    // Ends logging: enabled() returns false from now on. Called once, last of all at process exit.
     static void shut_down() noexcept;
 
     // True if a line would go anywhere. Every log statement is guarded by it.

@@ -12,12 +12,12 @@
 namespace tvr {
 
 // The class takes no lock by itself: an owner that shares it between threads holds `lock` around load() and
-// grade(). Every failure is an answer of false with one line in the default log.
+// grade(). Every failure returns false, with one line in the default log.
 class hashreg : public float_map {
 public:
     hashreg() = default;
 
-    // Replaces the base by that of the file. The answer says whether a base is loaded now; after a failure
+    // Replaces the base by that of the file. The result says whether a base is loaded now; after a failure
     // none is. deliberate: an empty path loads nothing and leaves the base, but forgets its time, so that
     // every file counts as fresher.
     bool load(std::string_view path);

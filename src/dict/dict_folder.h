@@ -19,7 +19,7 @@ public:
     void enumerate(std::string_view pattern);
     // Points the object at a folder and lists its atoms.
     void reload(std::string_view path, bool flag);
-    // Lists the atoms. Divides old ones; with `flag`, deletes empty ones. Answers how many there are.
+    // Lists the atoms. Divides old ones; with `flag`, deletes empty ones. Returns how many there are.
     std::size_t reload_atoms(bool flag);
     // Divides an atom without stamps into ordinal atoms. False if it is none.
     bool divide_old_atom(const std::string& name);

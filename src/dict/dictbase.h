@@ -82,7 +82,7 @@ public:
     void init(std::string_view path); // of the cache; lock.bin stands beside it
     // Takes the cache away as its tilde copy, or appends it to one that is there.
     void try_snapshot_to_tilda();
-    // Deletes the cache; answers whether that worked. deliberate: without the file lock.
+    // Deletes the cache; returns whether that worked. deliberate: without the file lock.
     bool removeall();
     // The number at the head of the cache; 0 if there is none.
     std::uint32_t message_count();

@@ -157,7 +157,7 @@ bool hashmap_impl::make_room(std::size_t size) {
     return true;
 }
 
-// Answers the entry's offset + 1; 0 if there was no room.
+// Returns the entry's offset + 1; 0 if there was no room.
 std::uint32_t hashmap_impl::__insert_datat(std::string_view key, const void* value) {
     if (!is_valid()) {
         log_invalid("__insert_datat!");
@@ -215,7 +215,7 @@ hashmap_impl::probe hashmap_impl::find(std::string_view key) const noexcept {
     return {slot, hash, nullptr, false};
 }
 
-// Answers the value's place, or null if there was no room.
+// Returns the value's place, or null if there was no room.
 std::uint8_t* hashmap_impl::insert_at(const probe& where, std::string_view key, const void* value) {
     const std::uint32_t entry = __insert_datat(key, value);
     m_slots[where.slot] = entry != 0 ? entry | (where.hash & ~m_place_mask) : 0;

@@ -20,7 +20,7 @@ struct atom_info : atom_head {
 
 using atom_info_list = std::vector<std::unique_ptr<atom_info>>;
 
-// Reads the heads of all files of `atoms` in `folder` into `list`, sorted as atom_is_before() says. Answers
+// Reads the heads of all files of `atoms` in `folder` into `list`, sorted as atom_is_before() says. Returns
 // the sum of messages. An atom that can't be opened has all values 0.
 std::uint32_t load_atom_infos(const dict_folder& atoms, atom_info_list& list, std::string_view folder);
 // Takes atoms out of the list, ordinal ones first, then from the oldest, until `total` messages come as near

@@ -28,7 +28,7 @@ public:
     // False if the file could not be opened or mapped: nothing is found then and nothing is stored.
     [[nodiscard]] bool is_valid() const noexcept { return m_map.is_valid(); }
     // True once something was met that no sound file holds, or a page could not be had. What the tree
-    // answers can't be relied on any more; the remedy is to make the index again.
+    // returns can't be relied on any more; the remedy is to make the index again.
     [[nodiscard]] bool damaged() const noexcept { return m_damaged; }
     // Insertions done, repeated ones included.
     [[nodiscard]] std::uint32_t count() const noexcept { return m_keycount; }
@@ -96,7 +96,7 @@ protected:
     // One step of a search. True if it has ended, with the value in `out` (0: not there); false if it
     // goes on with the child `out`.
     bool try_find(std::uint32_t at, const key11& key, std::uint32_t& out);
-    // One step of an insertion. When it answers a child, `left` and `right` become the child's siblings.
+    // One step of an insertion. When it returns a child, `left` and `right` become the child's siblings.
     std::uint32_t insert_in_page(std::uint32_t at, const item& entry, std::uint32_t& left,
                                  std::uint32_t& right);
     // The whole insertion into the tree below a page with the given siblings.
@@ -105,7 +105,7 @@ protected:
 
     bool add_child(std::uint32_t at, std::uint32_t child); // false if the page is full
     std::uint32_t split_in_half(std::uint32_t at);
-    std::uint32_t split_in_three(std::uint32_t a, std::uint32_t b); // answers the page between the two
+    std::uint32_t split_in_three(std::uint32_t a, std::uint32_t b); // returns the page between the two
     std::uint32_t make_root(std::uint32_t a, std::uint32_t b);
     bool balance(std::uint32_t left, std::uint32_t at, std::uint32_t right); // true if slots were moved
     void update_separators(std::uint32_t at, const key11& key, std::uint32_t left, std::uint32_t child,

@@ -23,7 +23,7 @@ enum class change {
 };
 
 // Called on the thread that is about to make the change, with the path as the caller gave it (the
-// target of a rename or link). Answers 0 to let the change happen, or an error number with which the
+// target of a rename or link). Returns 0 to let the change happen, or an error number with which the
 // operation then fails without touching anything.
 using change_hook = std::uint32_t (*)(change what, std::string_view path);
 

@@ -6,7 +6,7 @@
 
 namespace tvr {
 
-// `command_line` is the text of the arguments alone, without the program's name. Answers the exit code.
+// `command_line` is the text of the arguments alone, without the program's name. Returns the exit code.
 int engine_main(std::string_view command_line);
 
 } // namespace tvr

@@ -1,4 +1,4 @@
-// Error numbers of the platform layer. Both backends answer the same numbers, because behaviour and
+// Error numbers of the platform layer. Both backends return the same numbers, because behaviour and
 // log lines depend on them.
 #pragma once
 

@@ -8,7 +8,7 @@
 
 namespace tvr::platform {
 
-// Sets last_error() and answers false.
+// Sets last_error() and returns false.
 bool fail(std::uint32_t number) noexcept;
 
 // Asks the change hook; false, with last_error() set, if it refuses.

@@ -1,7 +1,7 @@
 // Files, folders and searches.
 //
 // Paths are 8-bit text with backslashes, absolute ("\a\b", "c:\a") or relative to the current folder;
-// a folder may be given with or without a trailing backslash. A failed operation answers false (or an
+// a folder may be given with or without a trailing backslash. A failed operation returns false (or an
 // empty optional) and leaves its reason in last_error(). Nothing here throws.
 #pragma once
 
@@ -62,7 +62,7 @@ public:
     bool read(void* buffer, std::size_t size, std::size_t& got);
     // Writes `size` bytes at the position and moves it. False if not all were written.
     bool write(const void* data, std::size_t size);
-    // Moves the position (bytes); answers the new one. It may lie past the end of the file.
+    // Moves the position (bytes); returns the new one. It may lie past the end of the file.
     std::optional<std::uint64_t> seek(std::int64_t distance, origin from);
     // Cuts or grows the file (with zeros) to the position.
     bool set_end();
@@ -103,7 +103,7 @@ bool create_directory(std::string_view path);
 bool remove_directory(std::string_view path);
 
 // Makes a new empty file in `folder`, named by up to three characters of `prefix`, some hexadecimal
-// digits and ".tmp", and answers its full path.
+// digits and ".tmp", and returns its full path.
 std::optional<std::string> make_temp_file(std::string_view folder, std::string_view prefix);
 // The user's folder of temporary files, with a trailing backslash. Private to the user.
 std::string temp_folder_path();

@@ -20,13 +20,13 @@ enum class folder_event {
 
 struct folder_change {
     folder_event what = folder_event::overflow;
-    int folder = -1;  // as add() answered; -1 for overflow
+    int folder = -1;  // as add() returned; -1 for overflow
     std::string name; // within the folder; empty for lost and overflow
 };
 
 enum class folder_wait { changed, timed_out, stopped, failed };
 
-// One thread, but for stop_requested(). Failures answer false or nothing, with the reason in last_error().
+// One thread, but for stop_requested(). Failures return false or nothing, with the reason in last_error().
 class folder_watch {
 public:
     folder_watch() noexcept;
@@ -35,7 +35,7 @@ public:
     folder_watch& operator=(const folder_watch&) = delete;
 
     bool open();
-    // Watches the files of a folder, without the folders below it, and answers a number for it; or, without
+    // Watches the files of a folder, without the folders below it, and returns a number for it; or, without
     // `files`, only tells when it is lost. The folder that is watched under this path already keeps its
     // number; another one in its place gets a new one. 1450 if the system allows no more of them.
     std::optional<int> add(std::string_view path, bool files = true);
@@ -46,7 +46,7 @@ public:
     folder_wait wait(std::uint32_t milliseconds, std::vector<folder_change>& changes);
 
     // From now on the first request to end this process (Ctrl-C, a closed terminal, a shutdown) makes every
-    // wait() answer `stopped` at once, now and later. The second one ends the process. Programs that are
+    // wait() return `stopped` at once, now and later. The second one ends the process. Programs that are
     // started from here aren't affected.
     static bool take_stop_requests();
     [[nodiscard]] static bool stop_requested() noexcept;

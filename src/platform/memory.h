@@ -17,7 +17,7 @@ constexpr std::size_t range_room(std::size_t size) noexcept {
     return size > SIZE_MAX / 4 ? size : std::bit_ceil(size);
 }
 // Puts zeroed memory behind a part of a reserved range (whole pages around it). Pages already committed
-// keep their content. Answers `address`, or null on failure.
+// keep their content. Returns `address`, or null on failure.
 void* commit_range(void* address, std::size_t size) noexcept;
 // Gives the memory back and keeps the addresses; the pages read as zero when committed again.
 void decommit_range(void* address, std::size_t size) noexcept;

@@ -48,7 +48,7 @@ std::optional<std::uint64_t> process_start(std::uint32_t process_id);
 // Ends this process at once: no destructors, no exit routines.
 [[noreturn]] void exit_process(std::int32_t exit_code) noexcept;
 
-// Takes what the system lets this process have of open files and the like, and answers whether `count` more
+// Takes what the system lets this process have of open files and the like, and returns whether `count` more
 // of them can be open at a time. Always true on the reference platform, which sets no such limit.
 bool reserve_handles(unsigned count);
 

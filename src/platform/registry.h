@@ -26,7 +26,7 @@ struct registry_value {
     std::string data; // the raw bytes; a string may or may not end in a zero byte
 };
 
-// An open key. A failed operation answers false or nothing and sets last_error(): 2 for a missing key or
+// An open key. A failed operation returns false or nothing and sets last_error(): 2 for a missing key or
 // value, 5 without the right to do it.
 class registry_key {
 public:

@@ -78,7 +78,7 @@ private:
     std::shared_ptr<state> m_state;
 };
 
-// Waits until one of the events is signalled and answers its index, the lowest one first; an auto-reset
+// Waits until one of the events is signalled and returns its index, the lowest one first; an auto-reset
 // event is then reset. wait_timeout after `milliseconds`; wait_failed if one isn't open, or if named and
 // unnamed events are mixed. Costs no wake-ups while it waits.
 std::uint32_t wait_any(std::span<event* const> events, std::uint32_t milliseconds);

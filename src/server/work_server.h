@@ -22,10 +22,10 @@ public:
     // The object that the process built first, or null.
     static work_server* current() noexcept;
 
-    // Reads the settings, prepares the flag file and reads the statistic. Answers whether the server may
+    // Reads the settings, prepares the flag file and reads the statistic. Returns whether the server may
     // run; missing or damaged files are no reason against it.
     bool init();
-    // The work thread: waits on the channel until event 3 and answers 0.
+    // The work thread: waits on the channel until event 3 and returns 0.
     std::uint32_t work();
     // Says goodbye in the log, and waits half a second if init() had run. deliberate: it stops nothing, and
     // is called twice.
@@ -38,7 +38,7 @@ public:
     // deliberate: these three have no caller here.
     void reinit() { m_transaction.reinit(); }
     void quit(); // asks the message loop to end, and returns
-    // Reports the heads of the two old-style dictionaries in the log; answers 0.
+    // Reports the heads of the two old-style dictionaries in the log; returns 0.
     std::uint32_t load_training_information();
 
 private:

@@ -31,7 +31,7 @@ struct field_descriptor {
 
 enum class schema_mode { basic_defaults = 0, advanced_defaults = 1, declare = 2 };
 
-// Bits of `which` and of the answer of load() and save().
+// Bits of `which` and of the result of load() and save().
 constexpr std::uint32_t store_binary = 1;
 constexpr std::uint32_t store_text = 2;
 
@@ -53,7 +53,7 @@ public:
     void expand_all();
 
     // Loads and saves. `which` holds store_binary (group 0, settings.cfg) and store_text (group 1); the
-    // answer holds the bits that failed, as each does with a null name, and that of the text with an empty
+    // result holds the bits that failed, as each does with a null name, and that of the text with an empty
     // one too. Values that a store doesn't hold stay as they are. The binary form fails without its section,
     // and as a whole, with nothing taken, if it or one of its values is damaged; the default log tells about
     // the file. Loading the text form first brings the defaults of group 1 back, even if reading then fails.
@@ -140,7 +140,7 @@ public:
 // The one settings object. Filled during start-up, then read by all threads without a lock. Null before
 // make_current_settings(). Code that needs settings takes them from here.
 settings* current_settings() noexcept;
-// Builds the object on the first call; answers it.
+// Builds the object on the first call; returns it.
 settings& make_current_settings();
 
 } // namespace tvr

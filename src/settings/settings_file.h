@@ -21,7 +21,7 @@ public:
     // Declares the working directory and takes it from the user's settings folder.
     void find_working_directory();
     // Reads settings.cfg for what has been declared, which at the start is the working directory alone.
-    // deliberate: asks for a text file that it doesn't name, so that it always answers false; prepare() is
+    // deliberate: asks for a text file that it doesn't name, so that it always returns false; prepare() is
     // what brings the settings up, and so defaults and seeds win over settings.cfg. The working directory of
     // settings.cfg stands only if the user's settings folder isn't available.
     bool load();

@@ -49,7 +49,7 @@ struct storage_handle {
 
 // Any thread; each operation takes the lock. No file is touched. A handle argument that is null (but for a
 // parent), has no valid tag or belongs to another storage makes the operation fail without harm, and so does
-// one whose place was cleared away meanwhile. Failures are told by the answer alone.
+// one whose place was cleared away meanwhile. Failures are told by the result alone.
 class storage_object {
 public:
     static constexpr std::uint32_t signature = 0x61626261; // "abba", before the file form
@@ -87,7 +87,7 @@ public:
     // right type: `type` itself, where blob stands for any value. With a null buffer that is all; otherwise
     // false if the value is larger than the buffer. `handle_out` (may be null) walks through values of one
     // name: a handle in it is the place after which the search goes on, in its section and with its id. It
-    // is given back, and replaced by the handle of the value that was found, or by null if the answer is
+    // is given back, and replaced by the handle of the value that was found, or by null if the result is
     // false.
     virtual bool get(const char* path, const storage_handle* parent, void* buffer, std::size_t buffer_size,
                      std::size_t* size_out, entry_tag type, storage_handle** handle_out);

@@ -12,7 +12,7 @@ namespace tvr {
 
 namespace {
 
-// Writes a line to the default log and answers false.
+// Writes a line to the default log and returns false.
 bool fail(const std::string& text, std::uint32_t level = 1) {
     if (logger::enabled(level))
         logger::instance().log(default_log, "%s", text.c_str());

@@ -13,7 +13,7 @@ namespace tvr {
 class settings;
 
 // Replaces the characters 33 to 127 of the text by their entries in "spam transliteration table", whose first
-// entry is that of 32, and answers the text. Only if "use partically translitting" is set, the table has at
+// entry is that of 32, and returns the text. Only if "use partically translitting" is set, the table has at
 // least 96 bytes, and the text holds a character of "local user alphabet"; otherwise the text stays as it is.
 // Any thread.
 std::string& partial_transliteration(std::string& text);

@@ -18,7 +18,7 @@ enum channel_event : std::uint32_t {
     ev_train = 1,    // recalculate now
     ev_reset = 2,    // rebuild the dictionaries from nothing
     ev_shutdown = 3, // end the work thread
-    ev_timeout = 4,  // no event: the answer of a wait on which nothing was raised
+    ev_timeout = 4,  // no event: the result of a wait on which nothing was raised
 };
 
 enum class start_result { no_server = 0, running = 1, started = 2 };
@@ -44,8 +44,8 @@ public:
     // Whether a raise of this event hasn't been taken by the server's wait yet. Looks without taking it.
     [[nodiscard]] bool is_pending(std::uint32_t number) const;
 
-    // Waits (milliseconds) and answers an event's number, the lowest first, or ev_timeout. A channel whose
-    // events could not be created answers ev_timeout at once.
+    // Waits (milliseconds) and returns an event's number, the lowest first, or ev_timeout. A channel whose
+    // events could not be created returns ev_timeout at once.
     std::uint32_t wait(std::uint32_t milliseconds);
 
     // Makes a missing flag file again and raises what it held.

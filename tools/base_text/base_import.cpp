@@ -47,7 +47,7 @@ class importer {
 public:
     importer(tmpfld_holder& holder, base_text_sum& sum) : m_holder(holder), m_sum(sum) {}
 
-    // Both answer the reason of a failure, or an empty text.
+    // Both return the reason of a failure, or an empty text.
     std::string take(std::string_view line) {
         if (m_ended)
             return "something follows the line \"end\"";

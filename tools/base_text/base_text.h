@@ -28,7 +28,7 @@ struct base_text_sum {
 
 // Makes both dictionaries and the verdict out of such lines, and hands them to the engine as a finished
 // training, which it puts in place at its next start: all of it, or nothing. `may_commit` is asked at the
-// end, and answers a reason against it. The reason of a failure, with the number of the line, or an empty
+// end, and returns a reason against it. The reason of a failure, with the number of the line, or an empty
 // text.
 [[nodiscard]] std::string import_base(const std::string& folder, std::istream& in,
                                       const std::function<std::string()>& may_commit, base_text_sum& sum);

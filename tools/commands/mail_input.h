@@ -21,10 +21,10 @@ void add_host(CLI::App& program, int& code);
 void add_threads(CLI::App& command, unsigned& threads);
 void add_rule(CLI::App& command, std::string& rule);
 
-// Serves an add-on on the standard streams. Answers the exit code.
+// Serves an add-on on the standard streams. Returns the exit code.
 int run_host();
 
-// Appends the mail that the options name to the cache. Answers the failure that ended it.
+// Appends the mail that the options name to the cache. Returns the failure that ended it.
 ipc_status take_mail(const train_options& options, training_client& client, training_sum& sum);
 
 // Adds the message IDs of the mail in these files. False if one of them could not be read, which has

@@ -52,10 +52,10 @@ struct training_sum {
     }
 };
 
-// Appends the records of the streams to the cache, up to the first damage. Answers the failure that ended it.
+// Appends the records of the streams to the cache, up to the first damage. Returns the failure that ended it.
 ipc_status take_records(const train_options& options, training_client& client, training_sum& sum);
 
-// Reads the mail or the records, hands it to the engine, and reports on standard output. Answers the exit
+// Reads the mail or the records, hands it to the engine, and reports on standard output. Returns the exit
 // code.
 int train(const train_options& options);
 

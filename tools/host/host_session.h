@@ -52,7 +52,7 @@ public:
     // The number of records that won't be learned now.
     virtual std::uint32_t forget(const host_mail& mail) = 0;
     virtual nlohmann::json status() = 0;
-    // An object of settings and their new numbers; answers all of them as they are now.
+    // An object of settings and their new numbers; returns all of them as they are now.
     virtual nlohmann::json settings(const nlohmann::json& changes) = 0;
 };
 

@@ -11,7 +11,7 @@
 
 namespace tvr {
 
-// One at a time. Operations answer the reason of a failure, or an empty text.
+// One at a time. Operations return the reason of a failure, or an empty text.
 enum class old_files { kept, deleted };
 
 class repair_folder {

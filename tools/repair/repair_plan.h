@@ -13,7 +13,7 @@ namespace tvr {
 
 struct repair_step {
     std::string text;                 // what it does, with the file
-    std::function<std::string()> run; // answers the reason of a failure, or an empty text
+    std::function<std::string()> run; // returns the reason of a failure, or an empty text
 };
 
 // The steps for the state as it is now, in their order. Whoever is stopped between two of them, or within

@@ -26,7 +26,7 @@ std::string_view bare_id(std::string_view id) {
     return id.substr(1, id.size() - tail_size - 1);
 }
 
-// Calls change(cache, record) for each whole record. A reason that it answers ends the walk; so does an
+// Calls change(cache, record) for each whole record. A reason that it returns ends the walk; so does an
 // empty text, which stands for a failure to write.
 template <class Change>
 std::string walk_cache(const std::string& path, Change change) {

@@ -31,7 +31,7 @@ using mail_to_forget = std::map<std::string, forgotten_mail, std::less<>>;
 [[nodiscard]] std::string forget_waiting(const std::string& cache, mail_to_forget& messages,
                                          std::uint32_t patience = 30000);
 
-// The same for all records; `marked` of the answer counts them.
+// The same for all records; `marked` of the result counts them.
 [[nodiscard]] std::string forget_all_waiting(const std::string& cache, forgotten_mail& sum,
                                              std::uint32_t patience = 30000);
 

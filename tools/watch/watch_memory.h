@@ -23,7 +23,7 @@ public:
     explicit watch_memory(std::string_view path);
 
     // Reads the file, and writes it again with these folders only. A damaged file counts as empty and is set
-    // aside as watch.bad. Answers what is to be told, or an empty text.
+    // aside as watch.bad. Returns what is to be told, or an empty text.
     std::string load(const std::vector<std::uint64_t>& folders);
 
     // False if no run has finished a look at this folder yet, or the last run didn't watch it.
@@ -40,7 +40,7 @@ public:
     [[nodiscard]] std::optional<bool> learned(std::uint64_t message) const;
     void set_learned(std::uint64_t message, bool spam);
 
-    // Appends what has changed, or writes the file again when too much of it is out of date. Answers the
+    // Appends what has changed, or writes the file again when too much of it is out of date. Returns the
     // reason of a failure, or an empty text.
     [[nodiscard]] std::string save();
     // The same, but always writes the whole file: whatever happens, it is as before or complete.

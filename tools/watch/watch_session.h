@@ -28,9 +28,9 @@ public:
     watch_session(std::vector<mail_folder> folders, report told);
 
     // Begins to watch, and learns what has come since the last run; `all`: everything that it doesn't know as
-    // learned. Answers the reason of a failure, or an empty text.
+    // learned. Returns the reason of a failure, or an empty text.
     std::string start(bool all);
-    // Goes on until a stop is requested. Answers as start() does.
+    // Goes on until a stop is requested. Returns as start() does.
     std::string run();
 
 private:

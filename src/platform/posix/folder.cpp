@@ -78,7 +78,7 @@ bool move_across(std::string_view from, std::string_view to) {
     return last_error() == error::file_exists ? posix::fail(error::already_exists) : false;
 }
 
-// One portion through the kernel, or through a buffer where the file systems don't allow that. Answers the
+// One portion through the kernel, or through a buffer where the file systems don't allow that. Returns the
 // bytes copied, 0 at the end of the source, -1 on an error.
 ssize_t copy_some(int from, int to, off_t& at, std::unique_ptr<char[]>& buffer) {
     if (!buffer) {

@@ -275,7 +275,7 @@ namespace {
 
 using held_states = std::span<const std::shared_ptr<event::state>>;
 
-// Takes the first signalled event and answers its index, or wait_timeout if there is none. One exchange
+// Takes the first signalled event and returns its index, or wait_timeout if there is none. One exchange
 // decides over all of them, so that an event raised first is never passed over.
 std::uint32_t take_named(held_states states) {
     event_table& table = states[0]->table();

@@ -8,7 +8,7 @@
 namespace tvr::platform::win32 {
 
 // A path with its terminating zero. Empty for a text that can be no path: an empty one, or one with a zero
-// byte; the system's calls answer 3 to it.
+// byte; the system's calls then fail with 3.
 std::string native_path(std::string_view path);
 // The absolute form. Empty on failure.
 std::string full_path(const std::string& native);

@@ -16,7 +16,7 @@ std::optional<std::string> read_text_file(const std::string& native, std::size_t
                                           writers trusted = writers::any);
 
 // Reads the file, lets `edit` change its text, and puts the new text in its place in one step, under a
-// lock beside it that dies with its holder. `edit` answers false to leave the file as it is. The folder is
+// lock beside it that dies with its holder. `edit` returns false to leave the file as it is. The folder is
 // made. False sets last_error().
 bool replace_text_file(const std::string& native, std::size_t limit,
                        const std::function<bool(std::string& text)>& edit);
