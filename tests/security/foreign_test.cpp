@@ -104,16 +104,19 @@ const words train_later = {"tvrctl", "train",          "-q",    "--later",
 const words train_now = {"tvrctl", "train",          "-q",    "--wait",
                          "--spam", "/mnt/mail/spam", "--ham", "/mnt/mail/ham"};
 
-// The engines of a user that run.
+// The engines of a user that run, of this run of the tests: another one has a mount namespace of its own.
 std::set<pid_t> engines(uid_t user = owner) {
     std::set<pid_t> found;
+    const fs::path here = fs::read_symlink("/proc/self/ns/mnt");
     for (const auto& entry : fs::directory_iterator("/proc")) {
         struct stat info {};
         const pid_t process = std::atoi(entry.path().filename().c_str());
         if (process <= 0 || stat(entry.path().c_str(), &info) != 0 || info.st_uid != user)
             continue;
+        std::error_code gone;
         const std::string line = read_file(entry.path() / "cmdline");
-        if (line.substr(0, line.find('\0')).ends_with("tvr_srv"))
+        if (line.substr(0, line.find('\0')).ends_with("tvr_srv") &&
+            fs::read_symlink(entry.path() / "ns/mnt", gone) == here)
             found.insert(process);
     }
     return found;
