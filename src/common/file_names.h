@@ -41,6 +41,7 @@ inline constexpr const char* index_ending = ".idx";
 inline constexpr const char* base = "cashe.rgd";
 inline constexpr const char* base_mark = "cashe.mrk";
 inline constexpr const char* archive = "data.trr";
+inline constexpr const char* old_archive = "data.0";
 inline constexpr const char* selective = "selective.txt";
 
 // In the folder of the transaction.

@@ -66,7 +66,7 @@ private:
 void bring_to_disk(const std::vector<std::string>& paths);
 
 // The file that marks a stage as done, and all its content.
-inline constexpr std::string_view stage_marker_text("prepared", 9); // with a zero byte at the end
+inline constexpr std::string_view stage_marker_text("prepared\0", 9);
 
 // The base folder and the markers of its stages.
 class tmpfld_holder {

@@ -222,7 +222,7 @@ void transaction::keep_batch_copy() {
     std::string archive;
     m_holder.folder().pack(archive, stage_number::sorted);
     const std::string newest = m_holder.main_path(names::archive);
-    const std::string older = m_holder.main_path("data.0");
+    const std::string older = m_holder.main_path(names::old_archive);
     platform::delete_file(older);
     platform::move_file(newest, older);
     platform::move_file(archive, newest);

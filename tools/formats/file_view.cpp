@@ -56,7 +56,7 @@ file_kind kind_of_name(std::string_view name) {
                                                                 {names::new_statistic, file_kind::statistic},
                                                                 {names::signals, file_kind::signals},
                                                                 {names::archive, file_kind::archive},
-                                                                {"data.0", file_kind::archive},
+                                                                {names::old_archive, file_kind::archive},
                                                                 {names::settings, file_kind::settings},
                                                                 {names::watch, file_kind::watch},
                                                                 {names::verdict, file_kind::verdict},

@@ -88,7 +88,7 @@ std::string write_setting_file(const std::string& path, const std::string& text)
         if (replace_durably(*beside, path))
             return {};
     }
-    const std::string why = refuse();
+    std::string why = refuse();
     platform::delete_file(*beside);
     return why;
 }
