@@ -113,9 +113,8 @@ std::set<pid_t> engines(uid_t user = owner) {
         const pid_t process = std::atoi(entry.path().filename().c_str());
         if (process <= 0 || stat(entry.path().c_str(), &info) != 0 || info.st_uid != user)
             continue;
-        std::error_code gone;
-        const std::string line = read_file(entry.path() / "cmdline");
-        if (line.substr(0, line.find('\0')).ends_with("tvr_srv") &&
+        std::error_code gone; // by links, which don't throw where the process ends meanwhile
+        if (fs::read_symlink(entry.path() / "exe", gone).filename() == "tvr_srv" &&
             fs::read_symlink(entry.path() / "ns/mnt", gone) == here)
             found.insert(process);
     }
