@@ -138,13 +138,14 @@ private:
     }
 
     evidence grade(const mail& of, const grading_run& run) const {
-        evidence_sum sum(m_memory);
+        evidence_sum sum(m_memory, m_nothing_seen);
         for (const std::uint32_t token : of.tokens) {
             token_record record;
             record.good = static_cast<std::int32_t>(m_counts[0][token] * token_weight);
             record.spam = static_cast<std::int32_t>(m_counts[1][token] * token_weight);
-            sum.add(m_keys[token],
-                    is_significant(record, run) ? static_cast<double>(probability(record, run)) : 0);
+            sum.add(
+                m_keys[token],
+                class_of(is_significant(record, run) ? static_cast<double>(probability(record, run)) : 0));
         }
         return sum.finish(run.header.spam_messages, run.header.nonspam_messages);
     }
@@ -155,6 +156,7 @@ private:
     std::array<std::vector<mail>, 2> m_mail; // ham, spam
     std::array<std::vector<std::uint32_t>, 2> m_counts;
     token_memory m_memory;
+    seen_tokens m_nothing_seen; // the made-up bases are of all mail
 };
 
 int fit(const std::vector<std::string>& arguments) {
@@ -178,7 +180,7 @@ int fit(const std::vector<std::string>& arguments) {
                       [&](std::size_t i) {
                           return judged_evidence{samples[4 * i].what, samples[4 * i].spam};
                       },
-                      zero, {.towards = zero, .draw = 20, .learned = feature::count, .most_steps = 25});
+                      zero, {.towards = zero, .draw = 15, .learned = feature::count, .most_steps = 25});
     std::puts("// Made by bench/fit_weights; docs/verdict.md tells from what mail.\n"
               "#include \"client/verdict/model.h\"\n\nnamespace tvr {\n\nnamespace {\n\n// clang-format off\n"
               "constexpr feature_weights weights = {{");
@@ -211,7 +213,7 @@ std::vector<sample> read_counts(const std::string& path) {
                 count = at ? static_cast<std::uint32_t>(std::strtoul(++at, nullptr, 10)) : 0;
                 at = at ? at : "";
             }
-        one.what = make_evidence(counts, 1000, 1000, 0);
+        one.what.by_base = one.what.by_all = pack_counts(counts, 1000, 1000);
         read.push_back(one);
     }
     if (file)

@@ -77,7 +77,8 @@ struct known_token {
 struct graded_token {
     std::string_view token;
     token_key key = 0;
-    double grade = 0;
+    double grade = 0;                     // by the base
+    std::array<std::size_t, 2> classes{}; // of the grades by the base, and by all mail
 };
 
 class combination {
@@ -162,37 +163,44 @@ std::shared_ptr<const verdict_state> or_nothing(std::shared_ptr<const verdict_st
     return learned ? std::move(learned) : nothing;
 }
 
-// How the logit of a message is shared out among its tokens.
+// How the logit of a message is shared out among its tokens: each grading has half of it.
 class token_shares {
 public:
     token_shares(const evidence& of, const feature_weights& weights, const token_memory& memory)
         : m_memory(memory) {
         const double sum = sum_of_weights(of, weights);
         const double part = certainty(of, sum);
-        feature_vector(of).for_each([&](std::size_t place, double value) {
-            const double share = value * weights[place] * part;
-            if (const auto cell = feature::cell_of(place))
-                m_cells[*cell] += share;
-            else if (feature::is_of_memory(place))
-                m_of_memory += share;
-            else
-                m_middle += share;
-        });
-        m_middle += (sum - feature_vector(of).times(weights)) * part;
+        m_middle = (sum - feature_vector(of).times(weights)) * part;
+        for (const bool all : {false, true}) {
+            evidence one = of;
+            (all ? one.by_base : one.by_all) = all ? of.by_all : of.by_base;
+            feature_vector(one).for_each([&](std::size_t place, double value) {
+                const double share = value * weights[place] * part / 2;
+                if (const auto cell = feature::cell_of(place))
+                    m_cells[all ? 1 : 0][*cell].share += share;
+                else if (feature::is_of_memory(place))
+                    m_of_memory += share;
+                else
+                    m_middle += share;
+            });
+        }
     }
 
     // To be called for every token first.
-    void count(token_key key, double grade) {
-        if (kind_of_key(key) < kind_count)
-            ++m_taken[cell_of(key, grade)];
-        m_sum += m_memory.weight(key);
+    void count(const graded_token& token) {
+        if (kind_of_key(token.key) < kind_count)
+            for (std::size_t grading = 0; grading < 2; ++grading)
+                ++cell_of(token, grading).tokens;
+        m_sum += m_memory.weight(token.key);
         ++m_tokens;
     }
-    [[nodiscard]] double share(token_key key, double grade) const {
-        double sum =
-            said() == 0 ? 0 : m_of_memory * m_memory.weight(key) * token_memory::scale(m_tokens) / said();
-        if (kind_of_key(key) < kind_count)
-            sum += m_cells[cell_of(key, grade)] / m_taken[cell_of(key, grade)];
+    [[nodiscard]] double share(const graded_token& token) {
+        double sum = said() == 0
+                         ? 0
+                         : m_of_memory * m_memory.weight(token.key) * token_memory::scale(m_tokens) / said();
+        if (kind_of_key(token.key) < kind_count)
+            for (std::size_t grading = 0; grading < 2; ++grading)
+                sum += cell_of(token, grading).share / cell_of(token, grading).tokens;
         return sum;
     }
     [[nodiscard]] double middle() const {
@@ -200,16 +208,19 @@ public:
     }
 
 private:
-    static std::size_t cell_of(token_key key, double grade) {
-        return kind_of_key(key) * class_count + class_of(grade);
+    struct held_by_cell {
+        double share = 0;
+        std::uint32_t tokens = 0;
+    };
+    held_by_cell& cell_of(const graded_token& token, std::size_t grading) {
+        return m_cells[grading][kind_of_key(token.key) * class_count + token.classes[grading]];
     }
     [[nodiscard]] double said() const {
         return static_cast<double>(m_sum) * token_memory::scale(m_tokens) + m_memory.bias;
     }
 
     const token_memory& m_memory;
-    std::array<double, feature::cells> m_cells{};
-    std::array<std::uint32_t, feature::cells> m_taken{};
+    std::array<std::array<held_by_cell, feature::cells>, 2> m_cells{}; // by the base, by all mail
     double m_of_memory = 0;
     double m_middle = 0;
     std::int64_t m_sum = 0; // of the memory's weights
@@ -239,15 +250,16 @@ verdict mail_scorer::decide(double score, double spam_from) const noexcept {
 
 message_score mail_scorer::score_by_kinds(const token_table& tokens, bool explain) const {
     message_score result;
-    evidence_sum sum(m_learned->memory);
+    evidence_sum sum(m_learned->memory, m_learned->seen);
     std::vector<graded_token> graded; // for the explanation
     tokens.for_each([&](std::string_view token, std::uint32_t) {
         const double grade = m_grades(token);
         const token_key key = key_of(token);
+        const std::size_t by_base = class_of(grade);
+        const std::size_t by_all = sum.add(key, by_base);
         result.known += grade > 0 ? 1 : 0;
-        sum.add(key, grade);
         if (explain)
-            graded.push_back({token, key, grade});
+            graded.push_back({token, key, grade, {by_base, by_all}});
     });
     const evidence what = sum.finish(m_settings.spam_messages, m_settings.ham_messages);
     result.spam_from = 100 * exact_logistic(spam_logit(*m_learned, m_settings.limits));
@@ -257,11 +269,14 @@ message_score mail_scorer::score_by_kinds(const token_table& tokens, bool explai
     result.decision = decide(result.score, result.spam_from);
     if (explain) {
         token_shares shares(what, m_weights, m_learned->memory);
+        // As long as all mail doesn't grade, the base's grades stand in for its.
+        if (what.by_all == what.by_base)
+            for (graded_token& each : graded)
+                each.classes[1] = each.classes[0];
         for (const graded_token& each : graded)
-            shares.count(each.key, each.grade);
+            shares.count(each);
         for (const graded_token& each : graded)
-            result.tokens.push_back(
-                {std::string(each.token), each.grade, shares.share(each.key, each.grade)});
+            result.tokens.push_back({std::string(each.token), each.grade, shares.share(each)});
         result.middle = shares.middle();
     }
     return result;

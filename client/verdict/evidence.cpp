@@ -57,10 +57,9 @@ std::uint8_t pack_count(std::uint32_t count) noexcept {
     return static_cast<std::uint8_t>(exact_counts + (octave - 6) * 16 + (count >> (octave - 4) & 15));
 }
 
-evidence make_evidence(const grade_counts& counts, std::uint32_t spam_messages, std::uint32_t ham_messages,
-                       std::int16_t memory) noexcept {
-    evidence made{
-        .spam_messages = limited(spam_messages), .ham_messages = limited(ham_messages), .memory = memory};
+graded_tokens pack_counts(const grade_counts& counts, std::uint32_t spam_messages,
+                          std::uint32_t ham_messages) noexcept {
+    graded_tokens made{.spam_messages = limited(spam_messages), .ham_messages = limited(ham_messages)};
     for (std::size_t kind = 0; kind < kind_count; ++kind)
         for (std::size_t grade = 0; grade < class_count; ++grade)
             made.counts[kind][grade] = pack_count(counts[kind][grade]);

@@ -1,5 +1,5 @@
 // What the score of a message is made of: how many of its tokens, kind by kind, fall into which class of
-// grades, how much the base knew, and what the memory of tokens says.
+// grades, how much mail the grades are of, and what the memory of tokens says.
 #pragma once
 
 #include <array>
@@ -30,10 +30,18 @@ constexpr std::size_t unknown_class = 7;
     return packed < 64 ? packed : (16U + (packed - 64U) % 16) << ((packed - 64U) / 16 + 2);
 }
 
-struct evidence {
+struct graded_tokens {
     std::array<std::array<std::uint8_t, class_count>, kind_count> counts{}; // packed
-    std::uint16_t spam_messages = 0xFFFF;                                   // that the base was made of
+    std::uint16_t spam_messages = 0xFFFF;                                   // that the grades are of
     std::uint16_t ham_messages = 0xFFFF;
+
+    bool operator==(const graded_tokens&) const = default;
+};
+
+// The tokens are graded twice: by the published base, and by all mail that the user has judged (seen_tokens).
+struct evidence {
+    graded_tokens by_base;
+    graded_tokens by_all;    // the same as by_base as long as too little mail was judged
     std::int16_t memory = 0; // what token_memory says, a logit in 1/64
     bool crossed = false;    // graded by other mail that came with it, not by the published base
 
@@ -41,7 +49,7 @@ struct evidence {
 };
 
 using grade_counts = std::array<std::array<std::uint32_t, class_count>, kind_count>;
-[[nodiscard]] evidence make_evidence(const grade_counts& counts, std::uint32_t spam_messages,
-                                     std::uint32_t ham_messages, std::int16_t memory) noexcept;
+[[nodiscard]] graded_tokens pack_counts(const grade_counts& counts, std::uint32_t spam_messages,
+                                        std::uint32_t ham_messages) noexcept;
 
 } // namespace tvr

@@ -16,10 +16,11 @@ double logit_of_percent(double percent) noexcept {
     return p < 0.5 ? -exact_log((1 - p) / p) : exact_log(p / (1 - p));
 }
 
-// A few good messages that look like spam don't move the threshold without end: with the usual limit up to 91
-// %, with a tighter one further.
+// A few good messages that look like spam don't move the threshold without end: with the usual limit up to 90
+// %, with a tighter one further, and further the more good mail is known: then spam stands out.
 constexpr double usual_limit = 0.1; // percent
-constexpr double highest_logit = 2.3;
+constexpr double highest_logit = 2.2;
+constexpr double much_ham = 3000; // messages that double the odds of the highest
 
 constexpr std::size_t recent = 1000; // good messages that the threshold is found on
 
@@ -30,11 +31,11 @@ constexpr double built_in_lift = 1;
 // Trust: the weights that would have judged the kept messages better have the say. The cost is in units of
 // the logarithm of the likelihood; a head start goes to the learned ones.
 constexpr double trust_start = 20;
-constexpr double trust_unit = 5;
+constexpr double trust_unit = 20;
 
 // How strongly the built-in weights draw: more while few messages are kept, which are all of the same days.
 double draw_of(std::size_t messages) noexcept {
-    constexpr double least = 2, more = 40, gone_by = 1500;
+    constexpr double least = 2, more = 40, gone_by = 1000;
     return least + more * exact_exp(-static_cast<double>(messages) / gone_by);
 }
 
@@ -72,17 +73,20 @@ feature_weights weights_of(const verdict_state& state) noexcept {
 
 double spam_logit(const verdict_state& state, const spam_limits& limits) noexcept {
     const double least = logit_of_percent(limits.spam_threshold);
-    double found = least;
-    if (!state.ham_scores.empty() && limits.false_positives < 100) {
-        const double limit = std::max(limits.false_positives, 0.001);
-        const auto allowed = static_cast<std::size_t>(limit / 100 * state.recent_ham);
-        const double highest =
-            limit < usual_limit ? highest_logit + exact_log(usual_limit / limit) : highest_logit;
-        const std::size_t place = std::min(allowed, state.ham_scores.size() - 1);
-        // Above the first good message that may not go wrong, by the least step of a score.
-        found = std::min((state.ham_scores[place] + 1) / score_unit, highest);
-    }
-    return std::max(least, found);
+    if (state.ham_scores.empty() || limits.false_positives >= 100)
+        return least;
+    const double limit = std::max(limits.false_positives, 0.001);
+    const double tighter = std::max(usual_limit / limit, 1.0);
+    const double highest =
+        highest_logit + exact_log(tighter) + exact_log(1 + state.seen.messages(false) / much_ham);
+    // Of n good messages and the next one, each is as likely the highest: so many of the n may lie above.
+    // Below 0, n is too few to tell.
+    const double allowed = limit / 100 * (state.recent_ham + 1.0) - 1;
+    if (allowed < 0)
+        return std::max(least, highest);
+    // Above the first good message that may not go wrong, by the least step of a score.
+    const std::size_t place = std::min(static_cast<std::size_t>(allowed), state.ham_scores.size() - 1);
+    return std::max(least, std::min((state.ham_scores[place] + 1) / score_unit, highest));
 }
 
 void learn(verdict_state& state) {

@@ -12,22 +12,36 @@ namespace tvr {
 // Counts what the tokens of a message say, one by one.
 class evidence_sum {
 public:
-    explicit evidence_sum(const token_memory& memory) : m_memory(memory) {}
+    evidence_sum(const token_memory& memory, const seen_tokens& seen) : m_memory(memory), m_seen(seen) {}
 
-    void add(token_key token, double grade) noexcept { // 0 is no grade
+    // `by_base`: the class of the base's grade. Returns that of the grade by all mail.
+    std::size_t add(token_key token, std::size_t by_base) noexcept {
+        const std::size_t by_all = class_of(m_seen.grade(token));
         m_said += m_memory.weight(token);
         ++m_tokens;
-        if (kind_of_key(token) < kind_count)
-            ++m_counts[kind_of_key(token)][class_of(grade)];
+        if (kind_of_key(token) < kind_count) {
+            ++m_by_base[kind_of_key(token)][by_base];
+            ++m_by_all[kind_of_key(token)][by_all];
+        }
+        return by_all;
     }
-    // `spam_messages` and `ham_messages`: that the base was made of.
-    [[nodiscard]] evidence finish(std::uint32_t spam_messages, std::uint32_t ham_messages) const noexcept {
-        return make_evidence(m_counts, spam_messages, ham_messages, m_memory.verdict(m_said, m_tokens));
+    // `spam_messages` and `ham_messages`: that the base was made of. `crossed`: in its place, other mail that
+    // came with the message.
+    [[nodiscard]] evidence finish(std::uint32_t spam_messages, std::uint32_t ham_messages,
+                                  bool crossed = false) const noexcept {
+        const graded_tokens by_base = pack_counts(m_by_base, spam_messages, ham_messages);
+        const bool knows = m_seen.knows(1, 1) && (!crossed || m_seen.knows(spam_messages, ham_messages));
+        return {.by_base = by_base,
+                .by_all =
+                    knows ? pack_counts(m_by_all, m_seen.messages(true), m_seen.messages(false)) : by_base,
+                .memory = m_memory.verdict(m_said, m_tokens),
+                .crossed = crossed};
     }
 
 private:
     const token_memory& m_memory;
-    grade_counts m_counts{};
+    const seen_tokens& m_seen;
+    grade_counts m_by_base{}, m_by_all{};
     std::int64_t m_said = 0;
     std::size_t m_tokens = 0;
 };

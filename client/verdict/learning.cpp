@@ -103,8 +103,8 @@ void verdict_learning::add(std::string_view msid, bool spam, std::uint32_t time,
         const std::string_view token(reinterpret_cast<const char*>(entries.data()) + at + 1, length);
         const token_key key = key_of(token);
         m_tokens.push_back(key);
-        if (m_graded && kind_of_key(key) < kind_count)
-            ++added.counts[kind_of_key(key)][class_of(m_base.grade(token))];
+        m_classes.push_back(
+            static_cast<std::uint8_t>(m_graded ? class_of(m_base.grade(token)) : unknown_class));
         at += length + 5;
     }
     added.end = m_tokens.size();
@@ -116,6 +116,7 @@ void verdict_learning::forget() {
     m_bytes = 0;
     m_messages.clear();
     m_tokens.clear();
+    m_classes.clear();
     m_remark.clear();
     m_looked = false;
 }
@@ -163,6 +164,7 @@ std::string verdict_learning::learn_pending() {
     }
     m_messages.clear();
     m_tokens.clear();
+    m_classes.clear();
     return remark;
 }
 
@@ -186,6 +188,7 @@ void verdict_learning::judge_pending(verdict_state& state) {
             kept[one.id] = nullptr; // a second one in the same mail doesn't count
         } else {
             state.memory.learn(tokens_of(one), one.spam);
+            state.seen.correct(tokens_of(one), one.spam);
         }
     }
     std::array<std::size_t, 2> halves{};
@@ -209,19 +212,17 @@ void verdict_learning::judge_pending(verdict_state& state) {
         const std::size_t end = std::min(start + lot, order.size());
         for (std::size_t i = start; i < end; ++i) {
             const taken_message& one = *fresh[order[i]];
-            const std::int16_t said = state.memory.say(tokens_of(one));
+            evidence_sum sum(state.memory, state.seen);
             evidence what;
             if (i >= order.size() - crossed) {
-                grade_counts counts{};
                 const std::size_t fold = i % cross_grading::folds;
                 for (const token_key key : tokens_of(one))
-                    if (kind_of_key(key) < kind_count)
-                        ++counts[kind_of_key(key)][class_of(grades.grade(key, fold))];
-                what = make_evidence(counts, grades.messages(true, fold), grades.messages(false, fold), said);
-                what.crossed = true;
+                    sum.add(key, kind_of_key(key) < kind_count ? class_of(grades.grade(key, fold)) : 0);
+                what = sum.finish(grades.messages(true, fold), grades.messages(false, fold), true);
             } else if (!crosses && m_graded) {
-                what = make_evidence(one.counts, m_base.header().spam_messages,
-                                     m_base.header().nonspam_messages, said);
+                for (std::size_t token = one.first; token < one.end; ++token)
+                    sum.add(m_tokens[token], m_classes[token]);
+                what = sum.finish(m_base.header().spam_messages, m_base.header().nonspam_messages);
             } else {
                 continue; // nothing to score it by
             }
@@ -235,6 +236,8 @@ void verdict_learning::judge_pending(verdict_state& state) {
         for (unsigned round = 0; round < rounds; ++round)
             for (std::size_t i = start; i < end; ++i)
                 state.memory.learn(tokens_of(*fresh[order[i]]), fresh[order[i]]->spam);
+        for (std::size_t i = start; i < end; ++i)
+            state.seen.add(tokens_of(*fresh[order[i]]), fresh[order[i]]->spam);
     }
     state.judged += fresh.size();
     keep(state, made);

@@ -40,7 +40,6 @@ private:
         bool spam = false;
         known_as known;
         std::size_t first = 0, end = 0; // of its tokens
-        grade_counts counts{};          // by the published base
     };
 
     static constexpr std::size_t most_bytes = std::size_t{32} << 20; // of records
@@ -63,6 +62,7 @@ private:
     std::size_t m_bytes = 0;           // of their records
     std::vector<taken_message> m_messages;
     std::vector<token_key> m_tokens;
+    std::vector<std::uint8_t> m_classes; // of the grades that the published base gives them
     std::string m_remark;
 };
 

@@ -26,9 +26,8 @@ double little(std::uint32_t messages, double half) noexcept {
 constexpr double few = 30, some = 300; // messages
 constexpr double memory_unit = 64;
 
-// Good mail of a kind that a base hasn't met looks like spam to it: the less good mail it knows, the more it
-// doubts.
-constexpr double doubt = 2;          // of a logit, without any good mail
+// Good mail of a kind that wasn't met looks like spam: the less good mail is known, the more is doubted.
+constexpr double doubt = 3.25;       // of a logit, without any good mail
 constexpr double little_known = 250; // messages that leave half of the doubt
 // Spam of a new kind has words of the only good mail that is known: so many messages of it halve its vote.
 constexpr double halved_by = 300;
@@ -183,8 +182,8 @@ double cost_of(double logit, bool spam) noexcept {
 }
 
 double learning_weight(const evidence& of, bool spam) noexcept {
-    return (spam ? 1 : ham_weight) * (of.crossed ? crossed_weight : 1) * (1 - little(of.spam_messages, few)) *
-           (1 - little(of.ham_messages, few));
+    return (spam ? 1 : ham_weight) * (of.crossed ? crossed_weight : 1) *
+           (1 - little(of.by_base.spam_messages, few)) * (1 - little(of.by_base.ham_messages, few));
 }
 
 void feature_vector::put(std::size_t place, double value) noexcept {
@@ -193,33 +192,45 @@ void feature_vector::put(std::size_t place, double value) noexcept {
     ++m_used;
 }
 
+// The mean of what both gradings give.
 feature_vector::feature_vector(const evidence& from) noexcept {
-    const double little_spam = little(from.spam_messages, few);
-    const double little_ham = little(from.ham_messages, few);
-    std::array<double, feature::cells> amount_of;
-    for (std::size_t kind = 0; kind < kind_count; ++kind)
-        for (std::size_t grade = 0; grade < class_count; ++grade)
-            amount_of[kind * class_count + grade] = amounts[from.counts[kind][grade]];
-    const auto put_amounts = [&](std::size_t start, double factor) {
-        for (std::size_t cell = 0; cell < feature::cells; ++cell)
-            if (amount_of[cell] != 0)
-                put(start + cell, amount_of[cell] * factor);
+    struct view {
+        const graded_tokens& graded;
+        double little_spam, little_ham;
     };
-    put_amounts(feature::amount, 1);
+    const auto view_of = [](const graded_tokens& graded) {
+        return view{graded, little(graded.spam_messages, few), little(graded.ham_messages, few)};
+    };
+    const view base = view_of(from.by_base), all = view_of(from.by_all);
+    std::array<double, feature::cells> of_base, of_all;
+    for (std::size_t cell = 0; cell < feature::cells; ++cell) {
+        of_base[cell] = amounts[base.graded.counts[cell / class_count][cell % class_count]];
+        of_all[cell] = amounts[all.graded.counts[cell / class_count][cell % class_count]];
+    }
+    const auto put_amounts = [&](std::size_t start, double base_factor, double all_factor) {
+        for (std::size_t cell = 0; cell < feature::cells; ++cell)
+            if (of_base[cell] != 0 || of_all[cell] != 0)
+                put(start + cell, (of_base[cell] * base_factor + of_all[cell] * all_factor) / 2);
+    };
+    put_amounts(feature::amount, 1, 1);
     for (std::size_t cell = 0; cell < feature::cells; ++cell)
-        if (amount_of[cell] != 0)
-            put(feature::presence + cell, 1);
+        if (of_base[cell] != 0 || of_all[cell] != 0)
+            put(feature::presence + cell, of_base[cell] != 0 && of_all[cell] != 0 ? 1 : 0.5);
     const double memory = from.memory / memory_unit;
     const double narrow = std::clamp(memory, -10.0, 10.0) / 2;
+    const double little_spam = (base.little_spam + all.little_spam) / 2;
+    const double little_ham = (base.little_ham + all.little_ham) / 2;
     put(feature::memory, narrow);
     put(feature::memory + 1, std::clamp(memory, -30.0, 30.0) / 10);
     put(feature::middle, 1);
-    put_amounts(feature::amount_of_little_spam, little_spam);
-    put_amounts(feature::amount_of_little_ham, little_ham);
+    put_amounts(feature::amount_of_little_spam, base.little_spam, all.little_spam);
+    put_amounts(feature::amount_of_little_ham, base.little_ham, all.little_ham);
     put(feature::youth, little_spam);
-    put(feature::youth + 1, little(from.spam_messages, some));
+    put(feature::youth + 1,
+        (little(base.graded.spam_messages, some) + little(all.graded.spam_messages, some)) / 2);
     put(feature::youth + 2, little_ham);
-    put(feature::youth + 3, little(from.ham_messages, some));
+    put(feature::youth + 3,
+        (little(base.graded.ham_messages, some) + little(all.graded.ham_messages, some)) / 2);
     put(feature::young_memory, narrow * little_spam);
     put(feature::young_memory + 1, narrow * little_ham);
 }
@@ -234,12 +245,13 @@ double feature_vector::times(const feature_weights& weights) const noexcept {
 double sum_of_weights(const evidence& of, const feature_weights& weights) noexcept {
     // The costs of the errors moved the weights; the probability is without them.
     static const double shift = exact_log(ham_weight);
-    const double known = of.ham_messages / little_known;
+    const double known = of.by_all.ham_messages / little_known;
     return feature_vector(of).times(weights) + shift - doubt / (1 + known * known);
 }
 
 double certainty(const evidence& of, double sum) noexcept {
-    return sum < 0 ? of.ham_messages / (of.ham_messages + halved_by) : 1;
+    const double known = of.by_all.ham_messages;
+    return sum < 0 ? known / (known + halved_by) : 1;
 }
 
 double logit_of(const evidence& of, const feature_weights& weights) noexcept {

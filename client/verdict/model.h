@@ -69,7 +69,7 @@ private:
 };
 
 // What the weights make of the evidence, a logit; and how far that holds, 0 to 1: what speaks for good mail
-// counts the less, the less good mail the base knows.
+// counts the less, the less good mail is known.
 [[nodiscard]] double sum_of_weights(const evidence& of, const feature_weights& weights) noexcept;
 [[nodiscard]] double certainty(const evidence& of, double sum) noexcept;
 // The logit of the probability of spam: the product of both.

@@ -10,7 +10,7 @@ namespace tvr {
 
 namespace {
 
-constexpr double rate = 0.06 * token_memory::unit; // of learning
+constexpr double rate = 0.03 * token_memory::unit; // of learning
 constexpr double bias_share = 10;                  // the bias learns this much slower
 constexpr std::int64_t verdict_unit = 64;
 constexpr std::int64_t most = 30000;
@@ -29,12 +29,6 @@ token_key key_of(std::string_view token) noexcept {
     const auto kind = kind_of(token);
     return (static_cast<std::uint32_t>(hash >> 32) & ~7U) |
            (kind ? static_cast<std::uint32_t>(*kind) : std::uint32_t{kind_count});
-}
-
-std::int16_t token_memory::weight_of_few(std::size_t place) const noexcept {
-    const auto found =
-        std::ranges::lower_bound(m_few, place, {}, [](const auto& each) { return each.first; });
-    return found != m_few.end() && found->first == place ? found->second : std::int16_t{0};
 }
 
 std::int64_t token_memory::sum_of(std::span<const token_key> tokens) const noexcept {

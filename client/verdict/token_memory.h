@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "client/verdict/evidence.h"
@@ -24,14 +23,14 @@ constexpr unsigned kind_of_key(token_key key) noexcept {
 // One thread. All arithmetic is of integers, but for one function that every build computes alike.
 class token_memory {
 public:
-    static constexpr unsigned index_bits = 18;
+    static constexpr unsigned index_bits = 17;
     static constexpr std::size_t places = std::size_t{1} << index_bits;
     static constexpr std::int32_t unit = 4096; // of a weight
     static constexpr std::int32_t most_bias = 1 << 24;
 
     // What one token says, a logit in 1/unit.
     [[nodiscard]] std::int16_t weight(token_key key) const noexcept {
-        return m_weights.empty() ? weight_of_few(place_of(key)) : m_weights[place_of(key)];
+        return m_weights.empty() ? std::int16_t{0} : m_weights[place_of(key)];
     }
     [[nodiscard]] static constexpr std::size_t place_of(token_key key) noexcept {
         return key >> (32 - index_bits);
@@ -51,16 +50,12 @@ public:
         m_weights.resize(places);
         return m_weights;
     }
-    // The weights of some places, for who asks for no others; rising, each once. All others read as 0.
-    void set_few(std::vector<std::pair<std::size_t, std::int16_t>> few) { m_few = std::move(few); }
     std::int32_t bias = 0; // 1/unit; most_bias at most, either way
 
 private:
-    [[nodiscard]] std::int16_t weight_of_few(std::size_t place) const noexcept;
     [[nodiscard]] std::int64_t sum_of(std::span<const token_key> tokens) const noexcept;
 
-    std::vector<std::int16_t> m_weights; // empty: none but the few
-    std::vector<std::pair<std::size_t, std::int16_t>> m_few;
+    std::vector<std::int16_t> m_weights;
 };
 
 } // namespace tvr

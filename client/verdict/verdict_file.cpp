@@ -6,6 +6,7 @@
 #include <cstring>
 #include <functional>
 #include <span>
+#include <type_traits>
 #include <utility>
 
 #include "common/bytes.h"
@@ -28,22 +29,53 @@ constexpr std::size_t tops_size = verdict_state::top_scores * 2;
 constexpr std::size_t weights_size = feature::learned * 8;
 constexpr std::size_t message_size = verdict_message_size;
 constexpr std::size_t memory_size = token_memory::places * 2;
-constexpr std::size_t fixed_size = head_size + tops_size + weights_size + memory_size;
+constexpr std::size_t seen_size = seen_tokens::places * 4;
+constexpr std::size_t fixed_size = head_size + tops_size + weights_size + memory_size + seen_size;
 static_assert(verdict_messages_at == fixed_size &&
               largest_verdict == fixed_size + verdict_state::most_messages * message_size &&
               largest_verdict <= std::size_t{1} << 20 && fixed_size % 8 == 0 && message_size % 8 == 0);
+static_assert(sizeof(seen_tokens::entry) == 4); // in the file as in memory
 
 constexpr unsigned is_spam = 1, is_crossed = 2; // marks of a message
 constexpr double largest_weight = 1e6;
 
-// Any single changed word changes it, since each step can be undone. `bytes` are whole words.
-std::uint64_t go_on_checking(std::uint64_t check, std::span<const std::uint8_t> bytes) noexcept {
-    for (std::size_t i = 0; i < bytes.size(); i += 8) {
-        check = (check ^ load_le<std::uint64_t>(bytes.data() + i)) * 0xD6E8FEB86659FD93ULL;
-        check ^= check >> 32;
+// A check of whole words, in four lanes, which the processor works on at once. Any single changed word
+// changes it, since each step can be undone.
+class word_check {
+public:
+    explicit word_check(std::uint64_t size) noexcept : m_size(size) {}
+
+    void add(std::span<const std::uint8_t> bytes) noexcept {
+        std::size_t at = 0;
+        const auto step = [&](std::uint64_t& lane) {
+            lane = mixed(lane, load_le<std::uint64_t>(bytes.data() + at));
+            at += 8;
+        };
+        for (; at < bytes.size() && m_next != 0; m_next = (m_next + 1) % m_lanes.size())
+            step(m_lanes[m_next]);
+        while (bytes.size() - at >= 8 * m_lanes.size())
+            for (std::uint64_t& lane : m_lanes)
+                step(lane);
+        for (; at < bytes.size(); ++m_next)
+            step(m_lanes[m_next]);
     }
-    return check;
-}
+    [[nodiscard]] std::uint64_t sum() const noexcept {
+        std::uint64_t sum = m_size;
+        for (const std::uint64_t lane : m_lanes)
+            sum = mixed(sum, lane);
+        return sum;
+    }
+
+private:
+    static std::uint64_t mixed(std::uint64_t check, std::uint64_t word) noexcept {
+        check = (check ^ word) * 0xD6E8FEB86659FD93ULL;
+        return check ^ check >> 32;
+    }
+
+    std::uint64_t m_size;
+    std::array<std::uint64_t, 4> m_lanes{};
+    std::size_t m_next = 0; // lane
+};
 
 // Gives out a file piece by piece, and checks it on the way.
 class checked_input {
@@ -56,14 +88,14 @@ public:
     bool read(std::span<std::uint8_t> to) {
         if (!m_from(to.data(), to.size()))
             return false;
-        m_check = go_on_checking(m_check, to);
+        m_check.add(to);
         return true;
     }
-    [[nodiscard]] std::uint64_t check() const noexcept { return m_check; }
+    [[nodiscard]] std::uint64_t check() const noexcept { return m_check.sum(); }
 
 private:
     const source& m_from;
-    std::uint64_t m_check;
+    word_check m_check;
 };
 
 class byte_writer {
@@ -73,6 +105,10 @@ public:
     void put(T value) {
         store_le(m_bytes.data() + m_at, value);
         m_at += sizeof value;
+    }
+    void put_bytes(std::span<const std::uint8_t> bytes) {
+        std::ranges::copy(bytes, m_bytes.begin() + static_cast<std::ptrdiff_t>(m_at));
+        m_at += bytes.size();
     }
     void skip_to(std::size_t place) { m_at = place; }
     std::vector<std::uint8_t> take() { return std::move(m_bytes); }
@@ -97,36 +133,54 @@ private:
     std::size_t m_at = 0;
 };
 
+// The bytes of weights or entries, which are little-endian in memory as well.
+template <class each_T>
+auto bytes_of(std::span<each_T> all) {
+    using byte_type = std::conditional_t<std::is_const_v<each_T>, const std::uint8_t, std::uint8_t>;
+    return std::span(reinterpret_cast<byte_type*>(all.data()), all.size_bytes());
+}
+
+void put_graded(byte_writer& out, const graded_tokens& graded) {
+    out.put(graded.spam_messages);
+    out.put(graded.ham_messages);
+    for (const auto& kind : graded.counts)
+        out.put_bytes(kind);
+}
+
 void put_message(byte_writer& out, const judged_message& message) {
     out.put(message.id);
     out.put(message.time);
-    out.put(message.what.spam_messages);
-    out.put(message.what.ham_messages);
+    out.put(
+        static_cast<std::uint16_t>((message.spam ? is_spam : 0) | (message.what.crossed ? is_crossed : 0)));
     out.put(message.what.memory);
     out.put(message.score);
     out.put(message.learned_score);
-    out.put(
-        static_cast<std::uint16_t>((message.spam ? is_spam : 0) | (message.what.crossed ? is_crossed : 0)));
-    for (const auto& kind : message.what.counts)
-        for (const std::uint8_t count : kind)
-            out.put(count);
+    out.put(std::uint32_t{0});
+    put_graded(out, message.what.by_base);
+    put_graded(out, message.what.by_all);
+}
+
+void get_graded(byte_reader& in, graded_tokens& graded) {
+    graded.spam_messages = in.get<std::uint16_t>();
+    graded.ham_messages = in.get<std::uint16_t>();
+    for (auto& kind : graded.counts)
+        for (std::uint8_t& count : kind)
+            count = in.get<std::uint8_t>();
 }
 
 judged_message get_message(byte_reader& in) {
     judged_message message;
     message.id = in.get<std::uint64_t>();
     message.time = in.get<std::uint32_t>();
-    message.what.spam_messages = in.get<std::uint16_t>();
-    message.what.ham_messages = in.get<std::uint16_t>();
-    message.what.memory = in.get<std::int16_t>();
-    message.score = in.get<std::int16_t>();
-    message.learned_score = in.get<std::int16_t>();
     const auto marks = in.get<std::uint16_t>();
     message.spam = (marks & is_spam) != 0;
     message.what.crossed = (marks & is_crossed) != 0;
-    for (auto& kind : message.what.counts)
-        for (std::uint8_t& count : kind)
-            count = in.get<std::uint8_t>();
+    message.what.memory = in.get<std::int16_t>();
+    message.score = in.get<std::int16_t>();
+    message.learned_score = in.get<std::int16_t>();
+    in.get<std::uint32_t>();
+    get_graded(in, message.what.by_base);
+    get_graded(in, message.what.by_all);
     return message;
 }
 
@@ -161,21 +215,29 @@ std::vector<std::uint8_t> verdict_bytes(const verdict_state& state) {
     out.put(state.memory.bias);
     out.put(state.recent_ham);
     out.put(static_cast<std::uint32_t>(state.ham_scores.size()));
+    out.put(state.seen.messages(true));
+    out.put(state.seen.messages(false));
     out.skip_to(head_size);
     for (const std::int16_t score : state.ham_scores)
         out.put(score);
     out.skip_to(head_size + tops_size);
     for (std::size_t i = 0; i < feature::learned; ++i)
         out.put(state.weights[i]);
-    for (const std::int16_t weight : state.memory.weights())
-        out.put(weight);
+    out.put_bytes(bytes_of(state.memory.weights()));
+    out.skip_to(head_size + tops_size + weights_size + memory_size);
+    out.put_bytes(bytes_of(state.seen.entries()));
     out.skip_to(verdict_messages_at);
     for (const judged_message& message : state.messages)
         put_message(out, message);
     std::vector<std::uint8_t> bytes = out.take();
-    store_le(bytes.data() + 8,
-             go_on_checking(bytes.size() - checked_from, std::span(bytes).subspan(checked_from)));
+    seal_verdict(bytes);
     return bytes;
+}
+
+void seal_verdict(std::span<std::uint8_t> bytes) {
+    word_check check(bytes.size() - checked_from);
+    check.add(bytes.subspan(checked_from));
+    store_le(bytes.data() + 8, check.sum());
 }
 
 namespace {
@@ -192,7 +254,11 @@ bool read_front(checked_input& in, verdict_state& read, std::size_t& count) {
     read.memory.bias = head.get<std::int32_t>();
     read.recent_ham = head.get<std::uint32_t>();
     const std::size_t tops = head.get<std::uint32_t>();
-    if (!(read.trust >= 0 && read.trust <= 1) || tops > verdict_state::top_scores || tops > read.recent_ham ||
+    const auto spam = head.get<std::uint32_t>();
+    const auto ham = head.get<std::uint32_t>();
+    read.seen.set_messages(spam, ham);
+    if (std::max(spam, ham) >= seen_tokens::most_messages || !(read.trust >= 0 && read.trust <= 1) ||
+        tops > verdict_state::top_scores || tops > read.recent_ham ||
         std::abs(std::int64_t{read.memory.bias}) > token_memory::most_bias)
         return false;
     byte_reader scores(std::span<const std::uint8_t>(room).subspan(head_size - checked_from));
@@ -205,30 +271,6 @@ bool read_front(checked_input& in, verdict_state& read, std::size_t& count) {
         if (!(std::abs(read.weights[i]) <= largest_weight))
             return false;
     }
-    return true;
-}
-
-bool read_memory(checked_input& in, token_memory& memory) {
-    const auto weights = memory.weights();
-    return in.read({reinterpret_cast<std::uint8_t*>(weights.data()), weights.size_bytes()});
-}
-
-bool read_memory_of(checked_input& in, std::span<const token_key> tokens, token_memory& memory) {
-    std::vector<std::pair<std::size_t, std::int16_t>> few;
-    for (const token_key token : tokens)
-        few.emplace_back(token_memory::place_of(token), std::int16_t{0});
-    std::ranges::sort(few);
-    few.erase(std::unique(few.begin(), few.end()), few.end());
-    std::array<std::uint8_t, 16384> room;
-    static_assert(memory_size % room.size() == 0);
-    auto wanted = few.begin();
-    for (std::size_t end = room.size() / 2; end <= token_memory::places; end += room.size() / 2) {
-        if (!in.read(room))
-            return false;
-        for (; wanted != few.end() && wanted->first < end; ++wanted)
-            wanted->second = load_le<std::int16_t>(room.data() + room.size() - (end - wanted->first) * 2);
-    }
-    memory.set_few(std::move(few));
     return true;
 }
 
@@ -249,8 +291,7 @@ bool read_messages(checked_input& in, std::size_t count, bool keeps, std::vector
 }
 
 // Takes nothing but a whole file, of `size` bytes.
-bool parse(const checked_input::source& from, std::size_t size, const verdict_use& use,
-           verdict_state& state) {
+bool parse(const checked_input::source& from, std::size_t size, verdict_part part, verdict_state& state) {
     std::array<std::uint8_t, checked_from> start;
     if (size < fixed_size || size > largest_verdict || !from(start.data(), start.size()) ||
         load_u32(start.data()) != verdict_signature || load_u32(start.data() + 4) != verdict_version)
@@ -261,8 +302,8 @@ bool parse(const checked_input::source& from, std::size_t size, const verdict_us
     if (!read_front(in, read, count) || count > verdict_state::most_messages ||
         size != fixed_size + count * message_size)
         return false;
-    if (!(use.only ? read_memory_of(in, *use.only, read.memory) : read_memory(in, read.memory)) ||
-        !read_messages(in, count, use.messages, read.messages) ||
+    if (!in.read(bytes_of(read.memory.weights())) || !in.read(bytes_of(read.seen.entries())) ||
+        !read_messages(in, count, part == verdict_part::all, read.messages) ||
         in.check() != load_le<std::uint64_t>(start.data() + 8))
         return false;
     state = std::move(read);
@@ -282,10 +323,10 @@ bool parse_verdict(const std::vector<std::uint8_t>& bytes, verdict_state& state)
             at += size;
             return true;
         },
-        bytes.size(), {}, state);
+        bytes.size(), verdict_part::all, state);
 }
 
-verdict_file_result load_verdict(std::string_view path, verdict_state& state, const verdict_use& use) {
+verdict_file_result load_verdict(std::string_view path, verdict_state& state, verdict_part part) {
     state = {};
     file_stream file;
     if (!file.open_to_read(path)) {
@@ -302,7 +343,7 @@ verdict_file_result load_verdict(std::string_view path, verdict_state& state, co
             failed = failed || !file.read(to, wanted, got);
             return got == wanted;
         },
-        static_cast<std::size_t>(size), use, state);
+        static_cast<std::size_t>(size), part, state);
     return failed   ? verdict_file_result::failed
            : parsed ? verdict_file_result::loaded
                     : verdict_file_result::damaged;

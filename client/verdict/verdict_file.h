@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -13,6 +12,7 @@
 #include "client/tvr_ipc_export.h"
 #include "client/verdict/evidence.h"
 #include "client/verdict/model.h"
+#include "client/verdict/seen_tokens.h"
 #include "client/verdict/token_memory.h"
 
 namespace tvr {
@@ -31,16 +31,16 @@ struct judged_message {
 constexpr double score_unit = 128;
 
 constexpr std::uint32_t verdict_signature = 0x56525654; // "TVRV"
-constexpr std::uint32_t verdict_version = 2;
-constexpr std::size_t largest_verdict = 1'037'400;   // bytes of a file
+constexpr std::uint32_t verdict_version = 3;
+constexpr std::size_t largest_verdict = 1'043'800;   // bytes of a file
 constexpr std::size_t verdict_messages_at = 525'400; // offset of the messages
-constexpr std::size_t verdict_message_size = 80;
+constexpr std::size_t verdict_message_size = 144;
 [[nodiscard]] std::int16_t pack_score(double logit) noexcept;
 [[nodiscard]] std::uint64_t id_of(std::string_view msid) noexcept;
 
 // What is kept of one user. One thread.
 struct TVR_IPC_EXPORT verdict_state {
-    static constexpr std::size_t most_messages = 6400;
+    static constexpr std::size_t most_messages = 3600;
     static constexpr std::size_t top_scores = 64;
 
     std::uint64_t judged = 0;    // messages since the file was begun
@@ -51,6 +51,7 @@ struct TVR_IPC_EXPORT verdict_state {
     std::vector<std::int16_t> ham_scores{}; // the highest of the recent good mail, falling
     std::vector<judged_message> messages{}; // the oldest first
     token_memory memory{};
+    seen_tokens seen{};
 };
 
 enum class verdict_file_result {
@@ -61,20 +62,21 @@ enum class verdict_file_result {
 };
 
 // What is kept of a file that is read; it is looked at as a whole in any case.
-struct verdict_use {
-    bool messages = true; // who only scores needs none
-    std::optional<std::span<const token_key>> only =
-        std::nullopt; // the weights of these tokens, and no others
+enum class verdict_part {
+    all,
+    to_score, // without the messages
 };
 
 [[nodiscard]] TVR_IPC_EXPORT std::string verdict_path(std::string_view working_directory);
 [[nodiscard]] TVR_IPC_EXPORT verdict_file_result load_verdict(std::string_view path, verdict_state& state,
-                                                              const verdict_use& use = {});
+                                                              verdict_part part = verdict_part::all);
 // Whoever changes the file holds this one meanwhile, and waits so many milliseconds for it.
 [[nodiscard]] std::string verdict_lock_path(std::string_view working_directory);
 constexpr std::uint32_t verdict_patience = 5000;
 // The state in its bytes, and back; nothing but a whole file is taken.
 [[nodiscard]] TVR_IPC_EXPORT std::vector<std::uint8_t> verdict_bytes(const verdict_state& state);
+// Writes the check into a file's bytes: a head at least, and whole messages.
+TVR_IPC_EXPORT void seal_verdict(std::span<std::uint8_t> bytes);
 [[nodiscard]] TVR_IPC_EXPORT bool parse_verdict(const std::vector<std::uint8_t>& bytes, verdict_state& state);
 // Both take the lock, and false sets last_error(). Without a state the file is deleted: all begins anew.
 [[nodiscard]] TVR_IPC_EXPORT bool replace_verdict(std::string_view working_directory,

@@ -67,8 +67,10 @@ TEST(score, is_the_sum_of_its_shares) {
     auto learned = std::make_shared<verdict_state>();
     learned->memory.bias = 300;
     for (const char* token : {"B spam", "B spam2", "B unknown", "X spam"})
-        for (int i = 0; i < 40; ++i)
+        for (int i = 0; i < 40; ++i) {
             learned->memory.learn(std::vector{key_of(token)}, token[2] == 's');
+            learned->seen.add(std::vector{key_of(token)}, i % 4 != 0);
+        }
     for (const auto& state : {std::shared_ptr<verdict_state>(), learned})
         for (const std::uint32_t messages : {3U, 500U}) {
             const auto result =

@@ -34,6 +34,48 @@ TEST(evidence, packs_counts) {
     }
 }
 
+TEST(seen_tokens, grade_as_the_engine_does) {
+    seen_tokens seen;
+    const token_key common = 0x10, rare = 0x20, spam_only = 0x30; // of one bucket
+    const auto add = [&](bool spam, unsigned times, const std::vector<token_key>& tokens) {
+        for (unsigned i = 0; i < times; ++i)
+            seen.add(tokens, spam);
+    };
+    add(true, 10, {common, spam_only});
+    EXPECT_EQ(seen.grade(spam_only), 0); // no good mail yet
+    add(false, 19, {common});
+    add(false, 1, {common, rare});
+    // 10 of 10 spam messages; 1.8 times 20 of 20 good ones, but no more than all.
+    EXPECT_NEAR(seen.grade(common), 0.5, 1e-6);
+    EXPECT_NEAR(seen.grade(spam_only), 0.99, 1e-6);
+    EXPECT_NEAR(seen.grade(rare), 0.01, 1e-6); // one good message is enough
+    EXPECT_EQ(seen.grade(0x40), 0);
+    seen.correct(std::vector{common, rare}, true);
+    EXPECT_EQ(seen.messages(true), 11U);
+    EXPECT_EQ(seen.messages(false), 19U);
+    EXPECT_EQ(seen.grade(rare), 0); // one spam message isn't
+}
+
+TEST(seen_tokens, keep_what_is_seen_often) {
+    seen_tokens seen;
+    std::vector<token_key> often; // of one bucket
+    for (token_key i = 0; i < seen_tokens::bucket_size - 1; ++i)
+        often.push_back(0x5000 + i * 8);
+    for (token_key round = 0; round < 300; ++round) {
+        seen.add(often, true);
+        seen.add(std::vector{0x6000 + round * 8}, false);
+    }
+    for (const token_key token : often)
+        EXPECT_NEAR(seen.grade(token), 0.99, 1e-6);
+    // Halved at the limit, and as large a share of the mail as before.
+    for (unsigned i = 300; i < seen_tokens::most_messages; ++i)
+        seen.add(i % 4 == 0 ? std::span<const token_key>(often) : std::span<const token_key>(), true);
+    EXPECT_EQ(seen.messages(true), seen_tokens::most_messages / 2);
+    seen.add(often, false);
+    // (300 + 1973) / 8192 of the spam, 1 of 301 good messages, weighted; counts are exact to a sixteenth
+    EXPECT_NEAR(seen.grade(often[0]), 0.2775 / (0.2775 + 1.8 / 301), 0.005);
+}
+
 // A message of a user whose spam offers and whose good mail meets.
 void add_message(record_batch& batch, unsigned number, bool spam) {
     token_table tokens;
@@ -116,10 +158,10 @@ TEST_F(verdict_test, takes_two_writers_at_once) {
 }
 
 TEST_F(verdict_test, is_bounded) {
-    for (unsigned i = 0; i < 16; ++i)
+    for (unsigned i = 0; i < 8; ++i)
         learn(i * 600, (i + 1) * 600);
     EXPECT_EQ(state().messages.size(), verdict_state::most_messages);
-    EXPECT_EQ(state().judged, 9600U);
+    EXPECT_EQ(state().judged, 4800U);
     EXPECT_LE(std::filesystem::file_size(file()), std::uintmax_t{1} << 20);
 }
 
@@ -133,7 +175,8 @@ TEST_F(verdict_test, takes_nothing_but_a_whole_file) {
         EXPECT_FALSE(parse_verdict(damaged, read)) << place;
         EXPECT_EQ(read.judged, 0U);
     }
-    for (const std::size_t size : {std::size_t{0}, std::size_t{7}, whole.size() - 80, whole.size() - 1})
+    for (const std::size_t size :
+         {std::size_t{0}, std::size_t{7}, whole.size() - verdict_message_size, whole.size() - 1})
         EXPECT_FALSE(parse_verdict({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)}, read));
 
     auto damaged = whole;

@@ -146,7 +146,8 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
     verdict_state verdict{.judged = 9, .trust = 0.5, .recent_ham = 2, .ham_scores = {300, -20}};
     for (unsigned i = 0; i < 4; ++i) {
         judged_message message{.id = i, .time = 213000000 + i, .spam = i % 2 == 0, .what = {}};
-        message.what.counts[i % kind_count].fill(static_cast<std::uint8_t>(50 + 30 * i));
+        message.what.by_base.counts[i % kind_count].fill(static_cast<std::uint8_t>(50 + 30 * i));
+        message.what.by_all.counts[i % 3].fill(static_cast<std::uint8_t>(3 * i));
         message.what.memory = static_cast<std::int16_t>(400 - 300 * static_cast<int>(i));
         message.score = message.learned_score = message.what.memory;
         verdict.messages.push_back(message);

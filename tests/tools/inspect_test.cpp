@@ -52,8 +52,11 @@ std::string index(std::uint32_t offset, std::uint32_t keys = 2) {
 
 std::string learned() {
     verdict_state state{.judged = 3, .trust = 0.5, .recent_ham = 1, .ham_scores = {0}};
-    state.messages.push_back({.time = time_1, .spam = true, .what = {.spam_messages = 4, .ham_messages = 5}});
+    state.messages.push_back({.time = time_1,
+                              .spam = true,
+                              .what = {.by_base = {.spam_messages = 4, .ham_messages = 5}, .by_all = {}}});
     state.memory.weights()[9] = -1;
+    state.seen.add(std::vector{token_key{9}}, true);
     const auto bytes = verdict_bytes(state);
     return {bytes.begin(), bytes.end()};
 }
@@ -135,9 +138,10 @@ TEST_F(inspect_test, shows_every_kind) {
          "    name two  kind string  bytes 3\n",
          settings},
         {"k",
-         "k: learned verdict, 525,480 bytes\n  messages judged: 3\n  messages kept: 1\n  spam kept: 1\n"
-         "  not learned yet: 0\n  trust: 0.500000\n  spam from: 50.195312\n  places of the memory in use: 1\n"
-         "  bias of the memory: 0.000000\n  messages:\n    time 2005-12-25 16:00  spam yes  score 50.000000  "
+         "k: learned verdict, 525,544 bytes\n  messages judged: 3\n  messages kept: 1\n  spam kept: 1\n"
+         "  not learned yet: 0\n  trust: 0.500000\n  spam from: 90.024951\n  places of the memory in use: 1\n"
+         "  bias of the memory: 0.000000\n  tokens seen: 1\n  in spam messages: 1\n  in ham messages: 0\n  "
+         "messages:\n    time 2005-12-25 16:00  spam yes  score 50.000000  "
          "learned score 50.000000  base spam 4  base ham 5\n",
          learned()},
     };

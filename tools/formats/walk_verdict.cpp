@@ -32,6 +32,11 @@ void walk_verdict(file_view& file, view_sink& sink) {
         sink.field("spam from", percent(spam_logit(state, {.spam_threshold = 0})));
     sink.field("places of the memory in use", std::uint64_t{places});
     sink.field("bias of the memory", static_cast<double>(state.memory.bias) / token_memory::unit);
+    const auto seen = state.seen.entries();
+    const auto is_used = [](const seen_tokens::entry& each) { return (each.spam | each.ham) != 0; };
+    sink.field("tokens seen", static_cast<std::uint64_t>(std::ranges::count_if(seen, is_used)));
+    sink.field("in spam messages", std::uint64_t{state.seen.messages(true)});
+    sink.field("in ham messages", std::uint64_t{state.seen.messages(false)});
     sink.list("messages");
     for (const judged_message& message : state.messages)
         if (sink.wants_entry())
@@ -39,8 +44,8 @@ void walk_verdict(file_view& file, view_sink& sink) {
                         {"spam", message.spam},
                         {"score", percent(message.score / score_unit)},
                         {"learned score", percent(message.learned_score / score_unit)},
-                        {"base spam", std::uint64_t{message.what.spam_messages}},
-                        {"base ham", std::uint64_t{message.what.ham_messages}}});
+                        {"base spam", std::uint64_t{message.what.by_base.spam_messages}},
+                        {"base ham", std::uint64_t{message.what.by_base.ham_messages}}});
 }
 
 } // namespace tvr

@@ -1,0 +1,123 @@
+#include "client/verdict/seen_tokens.h"
+
+#include <algorithm>
+
+#include "client/token_table.h"
+#include "client/verdict/evidence.h"
+#include "compiled/grading.h"
+
+namespace tvr {
+
+namespace {
+
+using entry = seen_tokens::entry;
+
+template <class entry_T>
+std::span<entry_T> bucket_of(std::span<entry_T> entries, token_key key) noexcept {
+    const std::size_t bucket = key >> (32 - seen_tokens::bucket_bits);
+    return entries.subspan(bucket * seen_tokens::bucket_size, seen_tokens::bucket_size);
+}
+
+std::uint16_t tag_of(token_key key) noexcept { // the bits that don't choose the bucket
+    return static_cast<std::uint16_t>(key >> (32 - seen_tokens::bucket_bits - 16));
+}
+
+std::uint8_t& count_of(entry& of, bool spam) noexcept {
+    return spam ? of.spam : of.ham;
+}
+
+bool holds(const entry& place, token_key key) noexcept {
+    return place.tag == tag_of(key) && (place.spam | place.ham) != 0;
+}
+
+int weight_of(const entry& of) noexcept { // the more often it was seen, the more
+    return of.spam + of.ham;
+}
+
+// A packed count above 64 stands for several: one message of so many moves it.
+bool moves(std::uint8_t packed, token_key key, std::uint32_t message) noexcept {
+    const std::uint32_t step = packed < 64 ? 1 : 1U << ((packed - 64U) / 16 + 2);
+    return ((key ^ message * 0x9E3779B1U) * 0x85EBCA6BU >> 8) % step == 0;
+}
+
+} // namespace
+
+const entry* seen_tokens::find(token_key key) const noexcept {
+    if (m_entries.empty())
+        return nullptr;
+    const auto bucket = bucket_of(entries(), key);
+    const auto found = std::ranges::find_if(bucket, [key](const entry& each) { return holds(each, key); });
+    return found != bucket.end() ? &*found : nullptr;
+}
+
+// Where the token is counted from now on. Null if all places are taken by tokens that were seen more than
+// once: one of them is forgotten a little.
+entry* seen_tokens::place_for(token_key key) noexcept {
+    const auto bucket = bucket_of(std::span(m_entries), key);
+    entry* least = &bucket[0];
+    for (entry& each : bucket) {
+        if (holds(each, key))
+            return &each;
+        if (weight_of(each) < weight_of(*least))
+            least = &each;
+    }
+    if (weight_of(*least) > 1) {
+        --count_of(*least, least->spam > least->ham);
+        return nullptr;
+    }
+    *least = {.tag = tag_of(key)};
+    return least;
+}
+
+void seen_tokens::age(bool spam) noexcept {
+    for (entry& each : m_entries) {
+        std::uint8_t& count = count_of(each, spam);
+        count = pack_count(unpack_count(count) / 2);
+    }
+    m_messages[spam ? 1 : 0] /= 2;
+}
+
+void seen_tokens::add(std::span<const token_key> tokens, bool spam) {
+    m_entries.resize(places);
+    const std::uint32_t message = ++m_messages[spam ? 1 : 0];
+    for (const token_key key : tokens) {
+        entry* const place = place_for(key);
+        if (place && count_of(*place, spam) != 0xFF && moves(count_of(*place, spam), key, message))
+            ++count_of(*place, spam);
+    }
+    if (message >= most_messages)
+        age(spam);
+}
+
+void seen_tokens::correct(std::span<const token_key> tokens, bool spam) {
+    m_entries.resize(places);
+    std::uint32_t& messages = m_messages[spam ? 0 : 1];
+    for (const token_key key : tokens) {
+        const auto bucket = bucket_of(std::span(m_entries), key);
+        const auto found =
+            std::ranges::find_if(bucket, [key](const entry& each) { return holds(each, key); });
+        if (found == bucket.end() || count_of(*found, !spam) == 0)
+            continue;
+        std::uint8_t& count = count_of(*found, !spam);
+        if (moves(static_cast<std::uint8_t>(count - 1), key, messages))
+            --count;
+    }
+    messages -= messages != 0 ? 1 : 0;
+    add(tokens, spam);
+}
+
+double seen_tokens::grade(token_key key) const noexcept {
+    const entry* const found = find(key);
+    if (!found || !knows(1, 1))
+        return 0;
+    constexpr auto weight = static_cast<std::int32_t>(token_weight);
+    token_record record{.text = {},
+                        .good = static_cast<std::int32_t>(unpack_count(found->ham)) * weight,
+                        .spam = static_cast<std::int32_t>(unpack_count(found->spam)) * weight};
+    grading_run run;
+    run.header.nonspam_messages = messages(false);
+    run.header.spam_messages = messages(true);
+    return is_significant(record, run) ? static_cast<double>(probability(record, run)) : 0;
+}
+
+} // namespace tvr

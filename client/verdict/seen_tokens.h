@@ -1,0 +1,58 @@
+// In how much spam and good mail single tokens were seen. The base keeps its halves in balance, and leaves out
+// what one of them has more; this grades by all mail. It stays small: a token that was seen once makes room for
+// a new one, and all counts age.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "client/verdict/token_memory.h"
+
+namespace tvr {
+
+// One thread. All arithmetic is of integers, but for the grade.
+class seen_tokens {
+public:
+    // The counts are packed, as those of evidence; a place where both are 0 is free.
+    struct entry {
+        std::uint16_t tag = 0; // bits of the hash
+        std::uint8_t spam = 0; // messages
+        std::uint8_t ham = 0;
+    };
+    static constexpr unsigned bucket_bits = 13;   // of the hash
+    static constexpr std::size_t bucket_size = 8; // entries
+    static constexpr std::size_t places = bucket_size << bucket_bits;
+    static constexpr std::uint32_t most_messages = 8192; // of spam, or of good mail: then its counts are halved
+
+    // 0.01 to 0.99, as the engine grades; 0 for a token that was seen too little.
+    [[nodiscard]] double grade(token_key key) const noexcept;
+    void add(std::span<const token_key> tokens, bool spam);
+    // The same, for a message that was added with the other verdict before.
+    void correct(std::span<const token_key> tokens, bool spam);
+
+    [[nodiscard]] std::uint32_t messages(bool spam) const noexcept { return m_messages[spam ? 1 : 0]; }
+    // Whether it can grade by at least so much mail.
+    [[nodiscard]] bool knows(std::uint32_t spam_messages, std::uint32_t ham_messages) const noexcept {
+        return messages(true) >= spam_messages && messages(false) >= ham_messages;
+    }
+
+    [[nodiscard]] std::span<const entry> entries() const noexcept { return m_entries; } // none: all are free
+    [[nodiscard]] std::span<entry> entries() {
+        m_entries.resize(places);
+        return m_entries;
+    }
+    void set_messages(std::uint32_t spam, std::uint32_t ham) noexcept { m_messages = {ham, spam}; }
+
+private:
+    [[nodiscard]] const entry* find(token_key key) const noexcept;
+    entry* place_for(token_key key) noexcept;
+    void age(bool spam) noexcept;
+
+    std::vector<entry> m_entries;
+    std::array<std::uint32_t, 2> m_messages{}; // good mail, spam
+};
+
+} // namespace tvr
