@@ -1,6 +1,6 @@
-// In how much spam and good mail single tokens were seen. The base keeps its halves in balance, and leaves out
-// what one of them has more; this grades by all mail. It stays small: a token that was seen once makes room for
-// a new one, and all counts age.
+// In how much spam and good mail single tokens were seen. The base keeps its halves in balance, and leaves
+// out what one of them has more; this grades by all mail. It stays small: a token that was seen once makes
+// room for a new one, and all counts age.
 #pragma once
 
 #include <array>
@@ -25,7 +25,8 @@ public:
     static constexpr unsigned bucket_bits = 13;   // of the hash
     static constexpr std::size_t bucket_size = 8; // entries
     static constexpr std::size_t places = bucket_size << bucket_bits;
-    static constexpr std::uint32_t most_messages = 8192; // of spam, or of good mail: then its counts are halved
+    static constexpr std::uint32_t most_messages =
+        8192; // of spam, or of good mail: then its counts are halved
 
     // 0.01 to 0.99, as the engine grades; 0 for a token that was seen too little.
     [[nodiscard]] double grade(token_key key) const noexcept;

@@ -68,6 +68,8 @@ public:
             switch (set_marks()) {
             case posix::mark_result::failed:
                 return posix::fail_errno();
+            case posix::mark_result::held:
+                return posix::fail(error::sharing_violation);
             case posix::mark_result::conflict:
                 if (!retry.again())
                     return posix::fail(error::sharing_violation);
@@ -164,6 +166,8 @@ private:
         }
         if (m_rights == access::none)
             posix::clear_marks(handle.get());
+        else
+            posix::settle_marks(handle.get(), posix::marks_of(m_rights, m_sharing));
         return true;
     }
 

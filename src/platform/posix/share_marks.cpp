@@ -20,6 +20,7 @@ constexpr marks denies_writing = 1U << 2;
 constexpr marks writes = 1U << 3;
 static_assert(deletion_conflicts == (reads | writes | deletion_mark));
 
+constexpr unsigned settled = 5; // places above a mark stands the same one, settled
 constexpr off_t first_byte = off_t{1} << 62;
 constexpr int most_tries = 7;
 constexpr long first_pause = 20'000; // nanoseconds, doubled with each try
@@ -77,16 +78,23 @@ marks conflicts_of(access rights, share sharing) noexcept {
 
 mark_result try_marks(int file, marks own, marks conflicting) noexcept {
     const mark_result result = set_marks(file, own) ? test_marks(file, conflicting) : mark_result::failed;
-    if (result != mark_result::set) {
-        const int reason = errno;
-        clear_marks(file);
-        errno = reason;
-    }
-    return result;
+    if (result == mark_result::set)
+        return result;
+    const int reason = errno;
+    clear_marks(file);
+    errno = reason;
+    return result == mark_result::conflict &&
+                   test_marks(file, conflicting << settled) == mark_result::conflict
+               ? mark_result::held
+               : result;
+}
+
+void settle_marks(int file, marks own) noexcept {
+    set_marks(file, own << settled); // without them others only wait longer
 }
 
 void clear_marks(int file) noexcept {
-    marks all = denies_reading | reads | denies_writing | writes | deletion_mark;
+    marks all = (1U << 2 * settled) - 1;
     struct flock lock = next_run(all, F_UNLCK);
     fcntl(file, F_OFD_SETLK, &lock);
 }
@@ -119,7 +127,7 @@ bool deletion_guard::take(const std::string& native) {
         m_file.close();
         if (result == mark_result::failed)
             return fail(number_of(reason));
-        if (!retry.again())
+        if (result == mark_result::held || !retry.again())
             return fail(error::sharing_violation);
     }
 }

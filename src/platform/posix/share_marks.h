@@ -2,7 +2,8 @@
 //
 // A mark is a shared open-file-description lock on one byte far past the end of the file. The kernel
 // takes it away with the handle, however the process ends. Everybody sets his own marks first and then
-// looks for those of the others, so of two that race at least one sees the other, and gives way.
+// looks for those of the others, so of two that race at least one sees the other, and gives way. Who has
+// found no conflict settles his marks: others need not try again for him.
 #pragma once
 
 #include <sys/stat.h>
@@ -24,10 +25,16 @@ marks conflicts_of(access rights, share sharing) noexcept; // what it can't stan
 constexpr marks deletion_mark = 1U << 4;                   // left while a name is taken away
 constexpr marks deletion_conflicts = 1U << 1 | 1U << 3 | deletion_mark;
 
-enum class mark_result { set, conflict, failed }; // failed: errno tells
+enum class mark_result {
+    set,
+    conflict, // with marks that may be gone in a moment
+    held,     // with settled marks
+    failed,   // errno tells
+};
 
 // Sets the marks and tests for others' ones. Only `set` leaves marks behind.
 mark_result try_marks(int file, marks own, marks conflicting) noexcept;
+void settle_marks(int file, marks own) noexcept;
 void clear_marks(int file) noexcept;
 
 // The pauses between the tries of somebody who gave way: random, growing, some milliseconds in all.
