@@ -110,14 +110,11 @@ double seen_tokens::grade(token_key key) const noexcept {
     const entry* const found = find(key);
     if (!found || !knows(1, 1))
         return 0;
-    constexpr auto weight = static_cast<std::int32_t>(token_weight);
-    token_record record{.text = {},
-                        .good = static_cast<std::int32_t>(unpack_count(found->ham)) * weight,
-                        .spam = static_cast<std::int32_t>(unpack_count(found->spam)) * weight};
-    grading_run run;
-    run.header.nonspam_messages = messages(false);
-    run.header.spam_messages = messages(true);
-    return is_significant(record, run) ? static_cast<double>(probability(record, run)) : 0;
+    const auto good = static_cast<std::int32_t>(unpack_count(found->ham) * token_weight);
+    const auto spam = static_cast<std::int32_t>(unpack_count(found->spam) * token_weight);
+    if (usual_k * good + spam < usual_t)
+        return 0;
+    return static_cast<double>(probability(good, spam, messages(false), messages(true), usual_k));
 }
 
 } // namespace tvr

@@ -1,6 +1,7 @@
 #include "compiled/dict_pair.h"
 
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -40,8 +41,12 @@ public:
 
     void merge() {
         m_list.start();
-        while (!m_atoms.empty()) {
-            take_smallest_hash();
+        m_groups.resize((m_atoms.size() + group_size - 1) / group_size);
+        for (std::size_t i = 0; i < m_atoms.size(); ++i)
+            m_groups[i / group_size].hashes[i % group_size] = m_atoms[i]->hash();
+        for (group& each : m_groups)
+            each.find_smallest();
+        while (take_smallest_hash()) {
             if (!m_output && m_tokens.has_significant(m_run))
                 create_output();
             m_tokens.flush_accum(m_output ? &*m_output : nullptr, m_run, &m_list);
@@ -62,20 +67,42 @@ public:
     }
 
 private:
-    // Moves every token of the smallest hash to the accumulator, atom by atom.
-    void take_smallest_hash() {
+    // The hashes of the tokens of some atoms, side by side, since most tokens are in few of many atoms.
+    static constexpr std::size_t group_size = 8;
+    struct group {
+        group() { hashes.fill(no_hash); }
+        void find_smallest() noexcept {
+            smallest = no_hash;
+            for (const std::uint32_t hash : hashes)
+                smallest = std::min(smallest, hash);
+        }
+        std::array<std::uint32_t, group_size> hashes; // no_hash: there is no such atom, or no token left
         std::uint32_t smallest = no_hash;
-        for (const auto& atom : m_atoms)
-            smallest = std::min(smallest, atom->hash());
-        bool exhausted = false;
-        for (const auto& atom : m_atoms) {
-            while (atom->has_token() && atom->hash() == smallest) {
-                m_tokens.accumulate_token(atom->text(), atom->occurrences(), atom->is_spam());
-                exhausted = !atom->next() || exhausted;
+    };
+
+    // Moves every token of the smallest hash to the accumulator, atom by atom. False if there was none.
+    bool take_smallest_hash() {
+        std::uint32_t smallest = no_hash;
+        for (const group& each : m_groups)
+            smallest = std::min(smallest, each.smallest);
+        if (smallest == no_hash)
+            return false;
+        for (std::size_t i = 0; i < m_groups.size(); ++i)
+            if (m_groups[i].smallest == smallest)
+                take_from(i, smallest);
+        return true;
+    }
+
+    void take_from(std::size_t number, std::uint32_t hash) {
+        group& from = m_groups[number];
+        for (std::size_t i = 0; i < group_size; ++i) {
+            while (from.hashes[i] == hash) {
+                atom_reader& atom = *m_atoms[number * group_size + i];
+                m_tokens.accumulate_token(atom.text(), atom.occurrences(), atom.is_spam());
+                from.hashes[i] = atom.next() ? atom.hash() : no_hash;
             }
         }
-        if (exhausted)
-            std::erase_if(m_atoms, [](const auto& atom) { return !atom->has_token(); });
+        from.find_smallest();
     }
 
     // Tried once: a file that can't be made takes the tokens all the same, so that they don't pile up.
@@ -100,6 +127,7 @@ private:
     selective_list m_list;
     token_accumulator m_tokens;
     std::vector<std::unique_ptr<atom_reader>> m_atoms;
+    std::vector<group> m_groups;         // of the atoms
     std::optional<file_stream> m_output; // nothing until the first significant token
 };
 

@@ -1,6 +1,8 @@
 #include "compiled/grading.h"
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 
 namespace tvr {
 
@@ -23,8 +25,14 @@ bool is_significant(token_record& record, const grading_run& run) noexcept {
 }
 
 float probability(const token_record& record, const grading_run& run) noexcept {
-    const double b = std::min(1.0, static_cast<double>(record.spam) / run.header.spam_messages);
-    const double g = std::min(1.0, record.good * run.k / run.header.nonspam_messages);
+    return probability(record.good, record.spam, run.header.nonspam_messages, run.header.spam_messages,
+                       run.k);
+}
+
+float probability(std::int32_t good, std::int32_t spam, std::uint32_t nonspam_messages,
+                  std::uint32_t spam_messages, double k) noexcept {
+    const double b = std::min(1.0, static_cast<double>(spam) / spam_messages);
+    const double g = std::min(1.0, good * k / nonspam_messages);
     const double p = b / (b + g);
     if (p >= highest)
         return static_cast<float>(highest);
@@ -39,12 +47,14 @@ void grade_token(token_record& record, file_stream* output, grading_run& run, se
     const float p = probability(record, run);
     if (list && record.good == 0)
         list->add_token(record.text, static_cast<std::uint32_t>(record.spam));
-    const auto length = static_cast<std::uint8_t>(record.text.size());
-    output->write(&length, 1);
-    output->write(record.text.data(), record.text.size());
-    output->write(&p, sizeof p);
+    std::array<std::uint8_t, 1 + 255 + sizeof p> bytes;
+    const std::size_t length = record.text.size();
+    bytes[0] = static_cast<std::uint8_t>(length);
+    std::memcpy(bytes.data() + 1, record.text.data(), length);
+    std::memcpy(bytes.data() + 1 + length, &p, sizeof p);
+    output->write(bytes.data(), length + 5);
     ++run.records;
-    run.bytes += std::uint32_t{length} + 5;
+    run.bytes += static_cast<std::uint32_t>(length) + 5;
 }
 
 std::size_t token_accumulator::place_of(std::string_view text) {

@@ -21,10 +21,13 @@ struct token_record {
     bool significant = false; // a cache of the test; false means not known or not
 };
 
+constexpr double usual_k = 1.8;      // weight of the good count: "regarding threshold"
+constexpr std::uint32_t usual_t = 5; // a token is significant if k * good + spam reaches this
+
 // What one generation works with.
 struct grading_run {
-    double k = 1.8;      // weight of the good count: "regarding threshold"
-    std::uint32_t t = 5; // a token is significant if k * good + spam reaches this
+    double k = usual_k;
+    std::uint32_t t = usual_t;
     std::uint32_t records = 0;
     std::uint32_t bytes = 0;
     base_header header;
@@ -33,6 +36,9 @@ struct grading_run {
 [[nodiscard]] bool is_significant(token_record& record, const grading_run& run) noexcept;
 // The probability, 0.01 to 0.99. Both message totals of the header must not be 0.
 [[nodiscard]] float probability(const token_record& record, const grading_run& run) noexcept;
+// The same of counts, in so many messages.
+[[nodiscard]] float probability(std::int32_t good, std::int32_t spam, std::uint32_t nonspam_messages,
+                                std::uint32_t spam_messages, double k) noexcept;
 // Writes a significant record with its probability, counts it, and offers it to the list if it was never
 // seen in good mail. Does nothing without an output, or with an empty half. deliberate: whether the output
 // could be opened, or takes the record, is not looked at.

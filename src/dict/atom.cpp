@@ -183,6 +183,7 @@ bool bye_atom::rewrite(dword_map& final, std::string_view folder, bool strict) {
             return false;
         counts.init_from_file(original_bye); // a damaged block counts as empty
     }
+    counts.expect(final.count());
     const bool changed = take_differences(final, counts, strict);
     if (strict) {
         final.compact();

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <memory>
+#include <numeric>
 #include <utility>
+#include <vector>
 
 #include "common/bytes.h"
 #include "common/file_stream.h"
@@ -43,6 +44,28 @@ std::uint32_t step_of(std::string_view key, std::uint32_t tablesize) {
 std::uint32_t advance(std::uint32_t slot, std::uint32_t step, std::uint32_t tablesize) {
     const std::uint64_t next = std::uint64_t{slot} + step; // both are below the size
     return static_cast<std::uint32_t>(next < tablesize ? next : next - tablesize);
+}
+
+// Entries as order_hash above and offset below, in rising offsets: in the order of the hashes, then of the
+// offsets. By the digits of the hash, from the lowest on, each time without changing what is equal.
+void order(std::vector<std::uint64_t>& entries) {
+    constexpr std::size_t few = 256; // then the digits cost more than they save
+    if (entries.size() < few) {
+        std::sort(entries.begin(), entries.end());
+        return;
+    }
+    constexpr unsigned hash_bits = 28, digit_bits = 10;
+    constexpr std::uint64_t digit_mask = (1U << digit_bits) - 1;
+    std::vector<std::uint64_t> other(entries.size());
+    for (unsigned shift = 32; shift < 32 + hash_bits; shift += digit_bits) {
+        std::array<std::uint32_t, digit_mask + 2> starts{};
+        for (const std::uint64_t entry : entries)
+            ++starts[(entry >> shift & digit_mask) + 1];
+        std::partial_sum(starts.begin(), starts.end(), starts.begin());
+        for (const std::uint64_t entry : entries)
+            other[starts[entry >> shift & digit_mask]++] = entry;
+        entries.swap(other);
+    }
 }
 
 void log_file_error(const char* operation) {
@@ -97,6 +120,7 @@ bool hashmap_impl::clear() {
     }
     m_slots = nullptr;
     m_data = nullptr;
+    m_expected = 0;
     m_resize_owed = false;
     if (is_valid())
         return true;
@@ -259,6 +283,11 @@ std::uint8_t* hashmap_impl::value_or_new(std::string_view key, const void* value
     return where.value ? where.value : insert_at(where, key, value);
 }
 
+void hashmap_impl::expect(std::uint32_t more) noexcept {
+    m_expected = m_resize_owed ? more : 0;
+    m_prime_index = prime_for(m_count + more);
+}
+
 std::uint32_t hashmap_impl::tablesize() {
     resize_if_owed();
     return m_tablesize;
@@ -291,6 +320,7 @@ void hashmap_impl::swap(hashmap_impl& other) noexcept {
     std::swap(m_datamem, other.m_datamem);
     std::swap(m_datareserved, other.m_datareserved);
     std::swap(m_cursor, other.m_cursor);
+    std::swap(m_expected, other.m_expected);
     std::swap(m_resize_owed, other.m_resize_owed);
 }
 
@@ -301,7 +331,7 @@ void hashmap_impl::__resize() {
     if (m_hashmem)
         platform::decommit_range(m_hashmem, m_hashreserved);
     m_slots = nullptr;
-    m_prime_index = prime_for(m_count);
+    m_prime_index = prime_for(m_count + std::exchange(m_expected, 0));
     m_place_mask = wanted_mask();
     m_tablesize = primes[m_prime_index];
     if (!m_hashmem || !commit_table())
@@ -356,18 +386,18 @@ bool hashmap_impl::flush_ordered(file_stream& file) {
     platform::decommit_range(m_hashmem, m_hashreserved);
     m_slots = nullptr;
     m_resize_owed = true;
-    // order_hash above, offset below: equal hashes keep the storage order.
-    const auto parray = std::make_unique_for_overwrite<std::uint64_t[]>(m_count);
+    std::vector<std::uint64_t> parray(m_count);
+    const std::size_t overhead = 1 + value_size();
     std::uint32_t offset = 0;
-    for (std::uint32_t i = 0; i < m_count; ++i) {
+    for (std::uint64_t& each : parray) {
         const std::string_view key(reinterpret_cast<const char*>(m_data + offset + 1), m_data[offset]);
-        parray[i] = std::uint64_t{order_hash(key)} << 32 | offset;
-        offset += static_cast<std::uint32_t>(key.size() + 1 + value_size());
+        each = std::uint64_t{order_hash(key)} << 32 | offset;
+        offset += static_cast<std::uint32_t>(key.size() + overhead);
     }
-    std::sort(parray.get(), parray.get() + m_count);
-    for (std::uint32_t i = 0; i < m_count; ++i) {
-        const std::uint8_t* entry = m_data + static_cast<std::uint32_t>(parray[i]);
-        file.write(entry, std::size_t{*entry} + 1 + value_size());
+    order(parray);
+    for (const std::uint64_t each : parray) {
+        const std::uint8_t* entry = m_data + static_cast<std::uint32_t>(each);
+        file.write(entry, *entry + overhead);
     }
     return true;
 }

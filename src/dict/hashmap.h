@@ -24,8 +24,8 @@ public:
     [[nodiscard]] virtual bool is_dropped(const std::uint8_t* value) const noexcept = 0;
 
     bool clear(); // false, with a log line, if no addresses could be reserved
-    // So many entries are to come: the table is made for them at once. Of an empty map.
-    void expect(std::uint32_t count) noexcept { m_prime_index = prime_for(count); }
+    // So many more entries are to come: the table, which isn't made yet, has room for them from the start.
+    void expect(std::uint32_t more) noexcept;
     void swap(hashmap_impl& other) noexcept; // of the same class
     // The value of a key, or null if it is absent or empty.
     std::uint8_t* _get_value(std::string_view key);
@@ -103,7 +103,8 @@ private:
     void* m_datamem = nullptr;
     std::size_t m_datareserved = 0;
     std::size_t m_cursor = 0;
-    bool m_resize_owed = false; // many a map is never asked again: its table is made at the next lookup
+    std::uint32_t m_expected = 0; // entries beyond the present ones
+    bool m_resize_owed = false;   // many a map is never asked again: its table is made at the next lookup
 };
 
 // Tokens with unsigned 32-bit counts. A count of 0 is dropped at compaction.
