@@ -11,12 +11,7 @@ namespace tvr {
 namespace {
 
 using entry = seen_tokens::entry;
-
-template <class entry_T>
-std::span<entry_T> bucket_of(std::span<entry_T> entries, token_key key) noexcept {
-    const std::size_t bucket = key >> (32 - seen_tokens::bucket_bits);
-    return entries.subspan(bucket * seen_tokens::bucket_size, seen_tokens::bucket_size);
-}
+using bucket = seen_tokens::bucket;
 
 std::uint16_t tag_of(token_key key) noexcept { // the bits that don't choose the bucket
     return static_cast<std::uint16_t>(key >> (32 - seen_tokens::bucket_bits - 16));
@@ -34,6 +29,26 @@ int weight_of(const entry& of) noexcept { // the more often it was seen, the mor
     return of.spam + of.ham;
 }
 
+template <class bucket_T>
+auto* find(bucket_T& entries, token_key key) noexcept {
+    const auto found = std::ranges::find_if(entries, [key](const entry& each) { return holds(each, key); });
+    return found != entries.end() ? &*found : nullptr;
+}
+
+// Where the token is counted from now on. Null if all places are taken by tokens that were seen more than
+// once: one of them is forgotten a little.
+entry* place_for(bucket& entries, token_key key) noexcept {
+    if (entry* const found = find(entries, key))
+        return found;
+    entry& least = *std::ranges::min_element(entries, {}, weight_of);
+    if (weight_of(least) > 1) {
+        --count_of(least, least.spam > least.ham);
+        return nullptr;
+    }
+    least = {.tag = tag_of(key)};
+    return &least;
+}
+
 // A packed count above 64 stands for several: one message of so many moves it.
 bool moves(std::uint8_t packed, token_key key, std::uint32_t message) noexcept {
     const std::uint32_t step = packed < 64 ? 1 : 1U << ((packed - 64U) / 16 + 2);
@@ -42,46 +57,18 @@ bool moves(std::uint8_t packed, token_key key, std::uint32_t message) noexcept {
 
 } // namespace
 
-const entry* seen_tokens::find(token_key key) const noexcept {
-    if (m_entries.empty())
-        return nullptr;
-    const auto bucket = bucket_of(entries(), key);
-    const auto found = std::ranges::find_if(bucket, [key](const entry& each) { return holds(each, key); });
-    return found != bucket.end() ? &*found : nullptr;
-}
-
-// Where the token is counted from now on. Null if all places are taken by tokens that were seen more than
-// once: one of them is forgotten a little.
-entry* seen_tokens::place_for(token_key key) noexcept {
-    const auto bucket = bucket_of(std::span(m_entries), key);
-    entry* least = &bucket[0];
-    for (entry& each : bucket) {
-        if (holds(each, key))
-            return &each;
-        if (weight_of(each) < weight_of(*least))
-            least = &each;
-    }
-    if (weight_of(*least) > 1) {
-        --count_of(*least, least->spam > least->ham);
-        return nullptr;
-    }
-    *least = {.tag = tag_of(key)};
-    return least;
-}
-
-void seen_tokens::age(bool spam) noexcept {
-    for (entry& each : m_entries) {
-        std::uint8_t& count = count_of(each, spam);
-        count = pack_count(unpack_count(count) / 2);
-    }
+void seen_tokens::age(bool spam) {
+    for (bucket& entries : m_buckets.make_all())
+        for (entry& each : entries)
+            count_of(each, spam) = pack_count(unpack_count(count_of(each, spam)) / 2);
     m_messages[spam ? 1 : 0] /= 2;
 }
 
 void seen_tokens::add(std::span<const token_key> tokens, bool spam) {
-    m_entries.resize(places);
+    const std::span<bucket> all = m_buckets.make_all();
     const std::uint32_t message = ++m_messages[spam ? 1 : 0];
     for (const token_key key : tokens) {
-        entry* const place = place_for(key);
+        entry* const place = place_for(all[bucket_of(key)], key);
         if (place && count_of(*place, spam) != 0xFF && moves(count_of(*place, spam), key, message))
             ++count_of(*place, spam);
     }
@@ -90,24 +77,20 @@ void seen_tokens::add(std::span<const token_key> tokens, bool spam) {
 }
 
 void seen_tokens::correct(std::span<const token_key> tokens, bool spam) {
-    m_entries.resize(places);
+    const std::span<bucket> all = m_buckets.make_all();
     std::uint32_t& messages = m_messages[spam ? 0 : 1];
     for (const token_key key : tokens) {
-        const auto bucket = bucket_of(std::span(m_entries), key);
-        const auto found =
-            std::ranges::find_if(bucket, [key](const entry& each) { return holds(each, key); });
-        if (found == bucket.end() || count_of(*found, !spam) == 0)
-            continue;
-        std::uint8_t& count = count_of(*found, !spam);
-        if (moves(static_cast<std::uint8_t>(count - 1), key, messages))
-            --count;
+        entry* const found = find(all[bucket_of(key)], key);
+        std::uint8_t* const count = found ? &count_of(*found, !spam) : nullptr;
+        if (count && *count != 0 && moves(static_cast<std::uint8_t>(*count - 1), key, messages))
+            --*count;
     }
     messages -= messages != 0 ? 1 : 0;
     add(tokens, spam);
 }
 
 double seen_tokens::grade(token_key key) const noexcept {
-    const entry* const found = find(key);
+    const entry* const found = find(m_buckets.at(bucket_of(key)), key);
     if (!found || !knows(1, 1))
         return 0;
     const auto good = static_cast<std::int32_t>(unpack_count(found->ham) * token_weight);

@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
 
 #include "client/verdict/token_memory.h"
 
@@ -24,7 +23,8 @@ public:
     };
     static constexpr unsigned bucket_bits = 13;   // of the hash
     static constexpr std::size_t bucket_size = 8; // entries
-    static constexpr std::size_t places = bucket_size << bucket_bits;
+    using bucket = std::array<entry, bucket_size>;
+    using bucket_table = place_table<bucket, std::size_t{1} << bucket_bits>;
     static constexpr std::uint32_t most_messages =
         8192; // of spam, or of good mail: then its counts are halved
 
@@ -40,19 +40,17 @@ public:
         return messages(true) >= spam_messages && messages(false) >= ham_messages;
     }
 
-    [[nodiscard]] std::span<const entry> entries() const noexcept { return m_entries; } // none: all are free
-    [[nodiscard]] std::span<entry> entries() {
-        m_entries.resize(places);
-        return m_entries;
+    [[nodiscard]] static constexpr std::size_t bucket_of(token_key key) noexcept {
+        return key >> (32 - bucket_bits);
     }
+    [[nodiscard]] const bucket_table& buckets() const noexcept { return m_buckets; }
+    [[nodiscard]] bucket_table& buckets() noexcept { return m_buckets; }
     void set_messages(std::uint32_t spam, std::uint32_t ham) noexcept { m_messages = {ham, spam}; }
 
 private:
-    [[nodiscard]] const entry* find(token_key key) const noexcept;
-    entry* place_for(token_key key) noexcept;
-    void age(bool spam) noexcept;
+    void age(bool spam);
 
-    std::vector<entry> m_entries;
+    bucket_table m_buckets;
     std::array<std::uint32_t, 2> m_messages{}; // good mail, spam
 };
 

@@ -58,7 +58,7 @@ std::int16_t token_memory::say(std::span<const token_key> tokens) const noexcept
 }
 
 void token_memory::learn(std::span<const token_key> tokens, bool spam) {
-    const std::span<std::int16_t> all = weights();
+    const std::span<std::int16_t> all = m_weights.make_all();
     const double said = exact_logistic(static_cast<double>(logit(sum_of(tokens), tokens.size())) / unit);
     const double change = rate * ((spam ? 1.0 : 0.0) - said);
     const std::int32_t step = rounded(change * scale(tokens.size()));

@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
-#include <vector>
 
 #include "client/verdict/evidence.h"
+#include "client/verdict/place_table.h"
 
 namespace tvr {
 
@@ -29,9 +29,7 @@ public:
     static constexpr std::int32_t most_bias = 1 << 24;
 
     // What one token says, a logit in 1/unit.
-    [[nodiscard]] std::int16_t weight(token_key key) const noexcept {
-        return m_weights.empty() ? std::int16_t{0} : m_weights[place_of(key)];
-    }
+    [[nodiscard]] std::int16_t weight(token_key key) const noexcept { return m_weights.at(place_of(key)); }
     [[nodiscard]] static constexpr std::size_t place_of(token_key key) noexcept {
         return key >> (32 - index_bits);
     }
@@ -45,17 +43,15 @@ public:
     // Learns from one message; the surer the memory was right, the less.
     void learn(std::span<const token_key> tokens, bool spam);
 
-    [[nodiscard]] std::span<const std::int16_t> weights() const noexcept { return m_weights; } // none: all 0
-    [[nodiscard]] std::span<std::int16_t> weights() {
-        m_weights.resize(places);
-        return m_weights;
-    }
+    using weight_table = place_table<std::int16_t, places>;
+    [[nodiscard]] const weight_table& weights() const noexcept { return m_weights; }
+    [[nodiscard]] weight_table& weights() noexcept { return m_weights; }
     std::int32_t bias = 0; // 1/unit; most_bias at most, either way
 
 private:
     [[nodiscard]] std::int64_t sum_of(std::span<const token_key> tokens) const noexcept;
 
-    std::vector<std::int16_t> m_weights;
+    weight_table m_weights;
 };
 
 } // namespace tvr

@@ -24,12 +24,13 @@ namespace tvr {
 namespace {
 
 constexpr std::size_t checked_from = 16; // what stands in front is signature, version and the check itself
-constexpr std::size_t head_size = 64;
+constexpr std::size_t messages_check_at = 16;
+constexpr std::size_t head_size = 72;
 constexpr std::size_t tops_size = verdict_state::top_scores * 2;
 constexpr std::size_t weights_size = feature::learned * 8;
 constexpr std::size_t message_size = verdict_message_size;
 constexpr std::size_t memory_size = token_memory::places * 2;
-constexpr std::size_t seen_size = seen_tokens::places * 4;
+constexpr std::size_t seen_size = sizeof(seen_tokens::bucket) << seen_tokens::bucket_bits;
 constexpr std::size_t fixed_size = head_size + tops_size + weights_size + memory_size + seen_size;
 static_assert(verdict_messages_at == fixed_size &&
               largest_verdict == fixed_size + verdict_state::most_messages * message_size &&
@@ -207,7 +208,7 @@ std::vector<std::uint8_t> verdict_bytes(const verdict_state& state) {
     byte_writer out(fixed_size + state.messages.size() * message_size);
     out.put(verdict_signature);
     out.put(verdict_version);
-    out.skip_to(checked_from);
+    out.skip_to(messages_check_at + 8);
     out.put(static_cast<std::uint32_t>(state.messages.size()));
     out.put(state.unlearned);
     out.put(state.judged);
@@ -223,9 +224,9 @@ std::vector<std::uint8_t> verdict_bytes(const verdict_state& state) {
     out.skip_to(head_size + tops_size);
     for (std::size_t i = 0; i < feature::learned; ++i)
         out.put(state.weights[i]);
-    out.put_bytes(bytes_of(state.memory.weights()));
+    out.put_bytes(bytes_of(state.memory.weights().all()));
     out.skip_to(head_size + tops_size + weights_size + memory_size);
-    out.put_bytes(bytes_of(state.seen.entries()));
+    out.put_bytes(bytes_of(state.seen.buckets().all()));
     out.skip_to(verdict_messages_at);
     for (const judged_message& message : state.messages)
         put_message(out, message);
@@ -235,18 +236,23 @@ std::vector<std::uint8_t> verdict_bytes(const verdict_state& state) {
 }
 
 void seal_verdict(std::span<std::uint8_t> bytes) {
-    word_check check(bytes.size() - checked_from);
-    check.add(bytes.subspan(checked_from));
-    store_le(bytes.data() + 8, check.sum());
+    const auto check_of = [](std::span<const std::uint8_t> part) {
+        word_check check(part.size());
+        check.add(part);
+        return check.sum();
+    };
+    store_le(bytes.data() + messages_check_at, check_of(bytes.subspan(fixed_size)));
+    store_le(bytes.data() + 8, check_of(bytes.first(fixed_size).subspan(checked_from)));
 }
 
 namespace {
 
-bool read_front(checked_input& in, verdict_state& read, std::size_t& count) {
+bool read_front(checked_input& in, verdict_state& read, std::uint64_t& messages_check, std::size_t& count) {
     std::array<std::uint8_t, head_size - checked_from + tops_size + weights_size> room;
     if (!in.read(room))
         return false;
     byte_reader head(room);
+    messages_check = head.get<std::uint64_t>();
     count = head.get<std::uint32_t>();
     read.unlearned = head.get<std::uint32_t>();
     read.judged = head.get<std::uint64_t>();
@@ -274,37 +280,72 @@ bool read_front(checked_input& in, verdict_state& read, std::size_t& count) {
     return true;
 }
 
-bool read_messages(checked_input& in, std::size_t count, bool keeps, std::vector<judged_message>& messages) {
-    if (keeps)
-        messages.reserve(count);
+// All places of a table, or the wanted ones.
+template <class T, std::size_t places>
+bool read_table(checked_input& in, place_table<T, places>& table,
+                std::optional<std::vector<std::size_t>> wanted) {
+    if (!wanted)
+        return in.read(bytes_of(table.make_all()));
+    std::ranges::sort(*wanted);
+    wanted->erase(std::unique(wanted->begin(), wanted->end()), wanted->end());
+    std::array<T, 16384 / sizeof(T)> room;
+    static_assert(places % room.size() == 0);
+    typename place_table<T, places>::few few;
+    auto next = wanted->begin();
+    for (std::size_t start = 0; start < places; start += room.size()) {
+        if (!in.read(bytes_of(std::span<T>(room))))
+            return false;
+        for (; next != wanted->end() && *next < start + room.size(); ++next)
+            few.emplace_back(*next, room[*next - start]);
+    }
+    table.keep(std::move(few));
+    return true;
+}
+
+// The places of the tokens, if only they are wanted.
+std::optional<std::vector<std::size_t>> wanted_places(const verdict_use& use,
+                                                      std::size_t place_of(token_key)) {
+    if (!use.only)
+        return std::nullopt;
+    std::vector<std::size_t> wanted(use.only->size());
+    std::ranges::transform(*use.only, wanted.begin(), place_of);
+    return wanted;
+}
+
+bool read_messages(checked_input& in, std::size_t count, std::vector<judged_message>& messages) {
+    messages.reserve(count);
     std::array<std::uint8_t, 64 * message_size> room;
-    for (std::size_t left = count; left != 0;) {
-        const std::size_t some = std::min(left, room.size() / message_size);
+    while (messages.size() != count) {
+        const std::size_t some = std::min(count - messages.size(), room.size() / message_size);
         if (!in.read(std::span(room).first(some * message_size)))
             return false;
         byte_reader bytes(room);
-        for (std::size_t i = 0; i < some && keeps; ++i)
+        for (std::size_t i = 0; i < some; ++i)
             messages.push_back(get_message(bytes));
-        left -= some;
     }
     return true;
 }
 
 // Takes nothing but a whole file, of `size` bytes.
-bool parse(const checked_input::source& from, std::size_t size, verdict_part part, verdict_state& state) {
+bool parse(const checked_input::source& from, std::size_t size, const verdict_use& use,
+           verdict_state& state) {
     std::array<std::uint8_t, checked_from> start;
     if (size < fixed_size || size > largest_verdict || !from(start.data(), start.size()) ||
         load_u32(start.data()) != verdict_signature || load_u32(start.data() + 4) != verdict_version)
         return false;
-    checked_input in(from, size - checked_from);
     verdict_state read;
+    std::uint64_t messages_check = 0;
     std::size_t count = 0;
-    if (!read_front(in, read, count) || count > verdict_state::most_messages ||
-        size != fixed_size + count * message_size)
+    checked_input front(from, fixed_size - checked_from);
+    if (!read_front(front, read, messages_check, count) || count > verdict_state::most_messages ||
+        size != fixed_size + count * message_size ||
+        !read_table(front, read.memory.weights(), wanted_places(use, token_memory::place_of)) ||
+        !read_table(front, read.seen.buckets(), wanted_places(use, seen_tokens::bucket_of)) ||
+        front.check() != load_le<std::uint64_t>(start.data() + 8))
         return false;
-    if (!in.read(bytes_of(read.memory.weights())) || !in.read(bytes_of(read.seen.entries())) ||
-        !read_messages(in, count, part == verdict_part::all, read.messages) ||
-        in.check() != load_le<std::uint64_t>(start.data() + 8))
+    checked_input messages(from, count * message_size);
+    if (use.messages &&
+        (!read_messages(messages, count, read.messages) || messages.check() != messages_check))
         return false;
     state = std::move(read);
     return true;
@@ -323,10 +364,10 @@ bool parse_verdict(const std::vector<std::uint8_t>& bytes, verdict_state& state)
             at += size;
             return true;
         },
-        bytes.size(), verdict_part::all, state);
+        bytes.size(), {}, state);
 }
 
-verdict_file_result load_verdict(std::string_view path, verdict_state& state, verdict_part part) {
+verdict_file_result load_verdict(std::string_view path, verdict_state& state, const verdict_use& use) {
     state = {};
     file_stream file;
     if (!file.open_to_read(path)) {
@@ -343,7 +384,7 @@ verdict_file_result load_verdict(std::string_view path, verdict_state& state, ve
             failed = failed || !file.read(to, wanted, got);
             return got == wanted;
         },
-        static_cast<std::size_t>(size), part, state);
+        static_cast<std::size_t>(size), use, state);
     return failed   ? verdict_file_result::failed
            : parsed ? verdict_file_result::loaded
                     : verdict_file_result::damaged;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -32,8 +33,8 @@ constexpr double score_unit = 128;
 
 constexpr std::uint32_t verdict_signature = 0x56525654; // "TVRV"
 constexpr std::uint32_t verdict_version = 3;
-constexpr std::size_t largest_verdict = 1'043'800;   // bytes of a file
-constexpr std::size_t verdict_messages_at = 525'400; // offset of the messages
+constexpr std::size_t largest_verdict = 1'043'808;   // bytes of a file
+constexpr std::size_t verdict_messages_at = 525'408; // offset of the messages
 constexpr std::size_t verdict_message_size = 144;
 [[nodiscard]] std::int16_t pack_score(double logit) noexcept;
 [[nodiscard]] std::uint64_t id_of(std::string_view msid) noexcept;
@@ -61,21 +62,22 @@ enum class verdict_file_result {
     failed,  // it can't be read; last_error() tells why
 };
 
-// What is kept of a file that is read; it is looked at as a whole in any case.
-enum class verdict_part {
-    all,
-    to_score, // without the messages
+// What is kept of a file that is read. The messages are looked at only if they are kept.
+struct verdict_use {
+    bool messages = true; // who only scores needs none
+    std::optional<std::span<const token_key>> only =
+        std::nullopt; // what is known of these tokens, and of no others
 };
 
 [[nodiscard]] TVR_IPC_EXPORT std::string verdict_path(std::string_view working_directory);
 [[nodiscard]] TVR_IPC_EXPORT verdict_file_result load_verdict(std::string_view path, verdict_state& state,
-                                                              verdict_part part = verdict_part::all);
+                                                              const verdict_use& use = {});
 // Whoever changes the file holds this one meanwhile, and waits so many milliseconds for it.
 [[nodiscard]] std::string verdict_lock_path(std::string_view working_directory);
 constexpr std::uint32_t verdict_patience = 5000;
 // The state in its bytes, and back; nothing but a whole file is taken.
 [[nodiscard]] TVR_IPC_EXPORT std::vector<std::uint8_t> verdict_bytes(const verdict_state& state);
-// Writes the check into a file's bytes: a head at least, and whole messages.
+// Writes the checks into a file's bytes: all in front of the messages at least, and whole messages.
 TVR_IPC_EXPORT void seal_verdict(std::span<std::uint8_t> bytes);
 [[nodiscard]] TVR_IPC_EXPORT bool parse_verdict(const std::vector<std::uint8_t>& bytes, verdict_state& state);
 // Both take the lock, and false sets last_error(). Without a state the file is deleted: all begins anew.

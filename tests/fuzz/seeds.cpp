@@ -152,7 +152,7 @@ std::map<std::string, std::vector<std::string>> make_seeds(const std::string& ma
         message.score = message.learned_score = message.what.memory;
         verdict.messages.push_back(message);
         const auto bytes = verdict_bytes(verdict);
-        add("verdict", std::string(bytes.begin() + 16, bytes.begin() + 1112) +
+        add("verdict", std::string(bytes.begin() + 16, bytes.begin() + 1120) +
                            std::string(bytes.begin() + verdict_messages_at, bytes.end()));
     }
     for (const char* op : {"hello", "put", "grade", "explain", "correct", "forget", "status", "learn-end"})

@@ -247,7 +247,7 @@ const target inspect_target("inspect", run_inspect, 16384);
 // A whole file around the input, with the right size and check: the input is what stands between the check
 // and the memory, and the messages.
 void run_verdict(raw_bytes input) {
-    constexpr std::size_t memory = 1112, checked = 16;
+    constexpr std::size_t memory = 1120, checked = 16;
     static std::vector<std::uint8_t> bytes; // half a megabyte, zeros but for what is written below
     const raw_bytes front = input.first(std::min(input.size(), memory - checked));
     const raw_bytes messages = input.subspan(front.size());
@@ -259,7 +259,7 @@ void run_verdict(raw_bytes input) {
     store_u32(bytes.data() + 4, verdict_version);
     std::ranges::copy(front, bytes.begin() + checked);
     std::ranges::copy(messages, bytes.begin() + verdict_messages_at);
-    store_u32(bytes.data() + checked, static_cast<std::uint32_t>(count));
+    store_u32(bytes.data() + checked + 8, static_cast<std::uint32_t>(count));
     seal_verdict(bytes);
     verdict_state state, again;
     const bool parsed = parse_verdict(bytes, state);

@@ -55,7 +55,7 @@ std::string learned() {
     state.messages.push_back({.time = time_1,
                               .spam = true,
                               .what = {.by_base = {.spam_messages = 4, .ham_messages = 5}, .by_all = {}}});
-    state.memory.weights()[9] = -1;
+    state.memory.weights().make_all()[9] = -1;
     state.seen.add(std::vector{token_key{9}}, true);
     const auto bytes = verdict_bytes(state);
     return {bytes.begin(), bytes.end()};
@@ -138,7 +138,7 @@ TEST_F(inspect_test, shows_every_kind) {
          "    name two  kind string  bytes 3\n",
          settings},
         {"k",
-         "k: learned verdict, 525,544 bytes\n  messages judged: 3\n  messages kept: 1\n  spam kept: 1\n"
+         "k: learned verdict, 525,552 bytes\n  messages judged: 3\n  messages kept: 1\n  spam kept: 1\n"
          "  not learned yet: 0\n  trust: 0.500000\n  spam from: 90.024951\n  places of the memory in use: 1\n"
          "  bias of the memory: 0.000000\n  tokens seen: 1\n  in spam messages: 1\n  in ham messages: 0\n  "
          "messages:\n    time 2005-12-25 16:00  spam yes  score 50.000000  "

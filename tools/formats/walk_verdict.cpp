@@ -21,7 +21,7 @@ void walk_verdict(file_view& file, view_sink& sink) {
     if (!parse_verdict(take_all(file, largest_verdict), state))
         return sink.defect(0, "damaged, or of another version: none of it is taken");
     const auto spam = std::ranges::count_if(state.messages, &judged_message::spam);
-    const auto weights = state.memory.weights();
+    const auto weights = state.memory.weights().all();
     const auto places = weights.size() - static_cast<std::size_t>(std::ranges::count(weights, 0));
     sink.field("messages judged", state.judged);
     sink.field("messages kept", std::uint64_t{state.messages.size()});
@@ -32,9 +32,11 @@ void walk_verdict(file_view& file, view_sink& sink) {
         sink.field("spam from", percent(spam_logit(state, {.spam_threshold = 0})));
     sink.field("places of the memory in use", std::uint64_t{places});
     sink.field("bias of the memory", static_cast<double>(state.memory.bias) / token_memory::unit);
-    const auto seen = state.seen.entries();
-    const auto is_used = [](const seen_tokens::entry& each) { return (each.spam | each.ham) != 0; };
-    sink.field("tokens seen", static_cast<std::uint64_t>(std::ranges::count_if(seen, is_used)));
+    std::uint64_t seen = 0;
+    for (const seen_tokens::bucket& bucket : state.seen.buckets().all())
+        for (const seen_tokens::entry& each : bucket)
+            seen += (each.spam | each.ham) != 0 ? 1 : 0;
+    sink.field("tokens seen", seen);
     sink.field("in spam messages", std::uint64_t{state.seen.messages(true)});
     sink.field("in ham messages", std::uint64_t{state.seen.messages(false)});
     sink.list("messages");

@@ -23,10 +23,12 @@ std::string published_base::load() {
         m_ham_messages = m_base.header().nonspam_messages;
         return fault;
     };
-    return load(read);
+    return load(read, {.messages = false});
 }
 
 std::string published_base::load_for(const token_table& tokens) {
+    std::vector<token_key> keys;
+    tokens.for_each([&](std::string_view token, std::uint32_t) { keys.push_back(key_of(token)); });
     const auto read = [&](const std::string& path) {
         base_header head;
         m_few.emplace(tokens);
@@ -35,10 +37,11 @@ std::string published_base::load_for(const token_table& tokens) {
         m_ham_messages = head.nonspam_messages;
         return fault;
     };
-    return load(read);
+    return load(read, {.messages = false, .only = keys});
 }
 
-std::string published_base::load(const std::function<std::string(const std::string& path)>& read) {
+std::string published_base::load(const std::function<std::string(const std::string& path)>& read,
+                                 const verdict_use& use) {
     const auto [working, error] = find_user_folder();
     if (working.empty())
         return error;
@@ -52,13 +55,13 @@ std::string published_base::load(const std::function<std::string(const std::stri
     if (const std::string fault = read(view.base_path()); !fault.empty())
         return shown + ": " + fault +
                "; \"tvrctl verify\" tells more, \"tvrctl stop; tvrctl repair; tvrctl start\" makes it again";
-    load_learned(verdict_path(working));
+    load_learned(verdict_path(working), use);
     return {};
 }
 
-void published_base::load_learned(const std::string& path) {
+void published_base::load_learned(const std::string& path, const verdict_use& use) {
     auto state = std::make_shared<verdict_state>();
-    const verdict_file_result found = load_verdict(path, *state, verdict_part::to_score);
+    const verdict_file_result found = load_verdict(path, *state, use);
     if (found == verdict_file_result::damaged || found == verdict_file_result::failed)
         m_remark =
             platform::display_path(path) +

@@ -30,8 +30,8 @@ public:
                                      std::optional<double> spam_threshold = std::nullopt) const;
 
 private:
-    std::string load(const std::function<std::string(const std::string& path)>& read);
-    void load_learned(const std::string& path);
+    std::string load(const std::function<std::string(const std::string& path)>& read, const verdict_use& use);
+    void load_learned(const std::string& path, const verdict_use& use);
 
     mutable hashreg m_base;
     std::optional<token_grades> m_few; // in place of the base
