@@ -17,10 +17,12 @@ bool published_base::is_there() {
 std::string published_base::load() {
     const auto read = [this](const std::string& path) {
         std::string fault = base_defect(path);
-        if (fault.empty() && !m_base.load(path))
+        if (fault.empty() && !m_base.emplace().load(path))
             fault = "can't be read";
-        m_spam_messages = m_base.header().spam_messages;
-        m_ham_messages = m_base.header().nonspam_messages;
+        if (m_base) {
+            m_spam_messages = m_base->header().spam_messages;
+            m_ham_messages = m_base->header().nonspam_messages;
+        }
         return fault;
     };
     return load(read, {.messages = false});
@@ -55,6 +57,7 @@ std::string published_base::load(const std::function<std::string(const std::stri
     if (const std::string fault = read(view.base_path()); !fault.empty())
         return shown + ": " + fault +
                "; \"tvrctl verify\" tells more, \"tvrctl stop; tvrctl repair; tvrctl start\" makes it again";
+    m_working = working;
     load_learned(verdict_path(working), use);
     return {};
 }
@@ -73,8 +76,8 @@ void published_base::load_learned(const std::string& path, const verdict_use& us
 double published_base::grade(std::string_view token) const {
     if (m_few)
         return m_few->grade(token);
-    const platform::locker locker(m_base.lock);
-    return m_base.grade(token);
+    const platform::locker locker(m_base->lock);
+    return m_base->grade(token);
 }
 
 mail_scorer published_base::scorer(score_rule rule, std::optional<double> spam_threshold) const {
@@ -82,7 +85,7 @@ mail_scorer published_base::scorer(score_rule rule, std::optional<double> spam_t
     settings.rule = rule;
     // One that is asked for stands alone.
     settings.limits = spam_threshold ? spam_limits{.spam_threshold = *spam_threshold, .false_positives = 100}
-                                     : limits_of_user(common_settings::working_directory());
+                                     : limits_of_user(m_working);
     settings.unsure_threshold = common_settings::get_value(common_value::unsure_threshold);
     settings.learned = m_learned;
     settings.spam_messages = m_spam_messages;

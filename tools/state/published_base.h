@@ -33,9 +33,10 @@ private:
     std::string load(const std::function<std::string(const std::string& path)>& read, const verdict_use& use);
     void load_learned(const std::string& path, const verdict_use& use);
 
-    mutable hashreg m_base;
+    mutable std::optional<hashreg> m_base;
     std::optional<token_grades> m_few; // in place of the base
     std::uint32_t m_spam_messages = 0, m_ham_messages = 0;
+    std::string m_working; // folder
     std::shared_ptr<const verdict_state> m_learned;
     std::string m_remark;
 };
