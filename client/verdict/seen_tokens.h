@@ -25,8 +25,8 @@ public:
     static constexpr std::size_t bucket_size = 8; // entries
     using bucket = std::array<entry, bucket_size>;
     using bucket_table = place_table<bucket, std::size_t{1} << bucket_bits>;
-    static constexpr std::uint32_t most_messages =
-        8192; // of spam, or of good mail: then its counts are halved
+    // Of spam, or of good mail: then its counts are halved.
+    static constexpr std::uint32_t most_messages = 8192;
 
     // 0.01 to 0.99, as the engine grades; 0 for a token that was seen too little.
     [[nodiscard]] double grade(token_key key) const noexcept;
