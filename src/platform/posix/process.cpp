@@ -162,8 +162,11 @@ bool start_process(std::string_view path, std::string_view arguments) {
     if (child < 0)
         return fail_errno();
     if (child == 0) {
+        constexpr int report = 3;
+        dup2(writing.get(), report);
+        close_range(report + 1, ~0U, 0); // or they hold files that the parent closes meanwhile
         if (fork() == 0)
-            become(program.c_str(), pointers.data(), writing.get());
+            become(program.c_str(), pointers.data(), report);
         _exit(0);
     }
     writing.close();
