@@ -10,9 +10,9 @@ namespace {
 
 // The first that fits counts.
 constexpr std::array<std::pair<std::string_view, token_kind>, kind_count> kind_starts = {
-    {{"H subject:", token_kind::subject},
+    {{"B ", token_kind::body}, // most are of the body
+     {"H subject:", token_kind::subject},
      {"F rcvd:", token_kind::received},
-     {"B ", token_kind::body},
      {"H ", token_kind::header},
      {"F ", token_kind::address},
      {"M ", token_kind::structure},

@@ -1,6 +1,7 @@
 #include "client/verdict/seen_tokens.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "client/token_table.h"
 #include "client/verdict/evidence.h"
@@ -22,17 +23,20 @@ std::uint8_t& count_of(entry& of, bool spam) noexcept {
 }
 
 bool holds(const entry& place, token_key key) noexcept {
-    return place.tag == tag_of(key) && (place.spam | place.ham) != 0;
+    return (place.tag == tag_of(key)) & ((place.spam | place.ham) != 0);
 }
 
 int weight_of(const entry& of) noexcept { // the more often it was seen, the more
     return of.spam + of.ham;
 }
 
+// Looks at all of them, since the processor can't guess which one it is.
 template <class bucket_T>
 auto* find(bucket_T& entries, token_key key) noexcept {
-    const auto found = std::ranges::find_if(entries, [key](const entry& each) { return holds(each, key); });
-    return found != entries.end() ? &*found : nullptr;
+    unsigned found = 0; // a bit for each entry
+    for (unsigned i = 0; i < seen_tokens::bucket_size; ++i)
+        found |= static_cast<unsigned>(holds(entries[i], key)) << i;
+    return found != 0 ? &entries[static_cast<unsigned>(std::countr_zero(found))] : nullptr;
 }
 
 // Where the token is counted from now on. Null if all places are taken by tokens that were seen more than

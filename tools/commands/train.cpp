@@ -78,7 +78,7 @@ public:
     [[nodiscard]] const engine_view& view() const { return m_view; }
 
 private:
-    static constexpr std::uint32_t poll_pause = 3;             // milliseconds
+    static constexpr std::uint32_t poll_pause = 1;             // milliseconds
     static constexpr auto no_change = std::chrono::seconds(2); // a training that changes nothing
     static constexpr auto restart_pause = std::chrono::seconds(12);
     static constexpr auto absence = std::chrono::seconds(30);

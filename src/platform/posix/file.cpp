@@ -41,7 +41,8 @@ namespace {
 constexpr mode_t new_file_mode = 0600;
 constexpr mode_t new_read_only_mode = 0400;
 constexpr int always = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-constexpr int most_restarts = 1000; // a name that is made and deleted all the time
+constexpr std::size_t large_write = std::size_t{1} << 18; // bytes
+constexpr int most_restarts = 1000;                       // a name that is made and deleted all the time
 
 bool cuts(creation mode) {
     return mode == creation::create_always || mode == creation::truncate_existing;
@@ -254,6 +255,7 @@ bool file::write(const void* data, std::size_t size) {
     if (!posix::may_change(change::write_file, m_state->path))
         return false;
     const auto* from = static_cast<const std::uint8_t*>(data);
+    const bool is_large = size >= large_write;
     while (size != 0) {
         const ssize_t part = pwrite(m_state->handle.get(), from, size, static_cast<off_t>(m_state->position));
         if (part < 0) {
@@ -265,6 +267,8 @@ bool file::write(const void* data, std::size_t size) {
         size -= static_cast<std::size_t>(part);
         m_state->position += static_cast<std::uint64_t>(part);
     }
+    if (is_large && !m_state->temporary) // the disk begins, before somebody waits for it
+        sync_file_range(m_state->handle.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
     return true;
 }
 
