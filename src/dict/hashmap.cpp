@@ -284,8 +284,8 @@ std::uint8_t* hashmap_impl::value_or_new(std::string_view key, const void* value
 }
 
 void hashmap_impl::expect(std::uint32_t more) noexcept {
-    m_expected = m_resize_owed ? more : 0;
-    m_prime_index = prime_for(m_count + more);
+    m_expected = more;
+    m_resize_owed = true;
 }
 
 std::uint32_t hashmap_impl::tablesize() {
