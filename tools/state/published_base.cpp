@@ -16,14 +16,13 @@ bool published_base::is_there() {
 
 std::string published_base::load() {
     const auto read = [this](const std::string& path) {
-        std::string fault = base_defect(path);
-        if (fault.empty() && !m_base.emplace().load(path))
-            fault = "can't be read";
-        if (m_base) {
-            m_spam_messages = m_base->header().spam_messages;
-            m_ham_messages = m_base->header().nonspam_messages;
-        }
-        return fault;
+        if (std::string fault = base_defect(path); !fault.empty())
+            return fault;
+        if (!m_base.emplace().load(path))
+            return std::string("can't be read");
+        m_spam_messages = m_base->header().spam_messages;
+        m_ham_messages = m_base->header().nonspam_messages;
+        return std::string();
     };
     return load(read, {.messages = false});
 }
