@@ -24,7 +24,6 @@
 
 #include "client/tokenizer.h"
 #include "client/verdict/judge.h"
-#include "compiled/grading.h"
 
 namespace tvr::bench {
 namespace {
@@ -106,14 +105,13 @@ private:
         }
         std::shuffle(known.begin(), known.end(), m_random);
         learn(known);
-        grading_run run;
-        run.header.nonspam_messages = static_cast<std::uint32_t>(sizes[0]);
-        run.header.spam_messages = static_cast<std::uint32_t>(sizes[1]);
+        const message_counts all = {.spam = static_cast<std::uint32_t>(sizes[1]),
+                                    .ham = static_cast<std::uint32_t>(sizes[0])};
         constexpr std::array<std::size_t, 2> judged = {120, 60};
         for (std::size_t half = 0; half < 2; ++half)
             for (std::size_t i = sizes[half]; i < std::min(sizes[half] + judged[half], order[half].size());
                  ++i)
-                samples.push_back({grade(*order[half][i], run), half == 1});
+                samples.push_back({grade(*order[half][i], all), half == 1});
     }
 
     void learn(const std::vector<std::pair<const mail*, bool>>& known) {
@@ -137,17 +135,12 @@ private:
         return keys;
     }
 
-    evidence grade(const mail& of, const grading_run& run) const {
-        evidence_sum sum(m_memory, m_nothing_seen);
-        for (const std::uint32_t token : of.tokens) {
-            token_record record;
-            record.good = static_cast<std::int32_t>(m_counts[0][token] * token_weight);
-            record.spam = static_cast<std::int32_t>(m_counts[1][token] * token_weight);
-            sum.add(
-                m_keys[token],
-                class_of(is_significant(record, run) ? static_cast<double>(probability(record, run)) : 0));
-        }
-        return sum.finish(run.header.spam_messages, run.header.nonspam_messages);
+    evidence grade(const mail& one, message_counts all) const {
+        evidence_sum sum(m_memory, m_nothing_seen, all);
+        for (const std::uint32_t token : one.tokens)
+            sum.add(m_keys[token],
+                    class_of(grade_of({.spam = m_counts[1][token], .ham = m_counts[0][token]}, all)));
+        return sum.finish();
     }
 
     std::mt19937 m_random;
@@ -213,7 +206,7 @@ std::vector<sample> read_counts(const std::string& path) {
                 count = at ? static_cast<std::uint32_t>(std::strtoul(++at, nullptr, 10)) : 0;
                 at = at ? at : "";
             }
-        one.what.by_base = one.what.by_all = pack_counts(counts, 1000, 1000);
+        one.what.by_base = one.what.by_all = pack_counts(counts, {1000, 1000});
         read.push_back(one);
     }
     if (file)

@@ -250,7 +250,8 @@ verdict mail_scorer::decide(double score, double spam_from) const noexcept {
 
 message_score mail_scorer::score_by_kinds(const token_table& tokens, bool explain) const {
     message_score result;
-    evidence_sum sum(m_learned->memory, m_learned->seen);
+    evidence_sum sum(m_learned->memory, m_learned->seen,
+                     {.spam = m_settings.spam_messages, .ham = m_settings.ham_messages});
     std::vector<graded_token> graded; // for the explanation
     tokens.for_each([&](std::string_view token, std::uint32_t) {
         const double grade = m_grades(token);
@@ -261,7 +262,7 @@ message_score mail_scorer::score_by_kinds(const token_table& tokens, bool explai
         if (explain)
             graded.push_back({token, key, grade, {by_base, by_all}});
     });
-    const evidence what = sum.finish(m_settings.spam_messages, m_settings.ham_messages);
+    const evidence what = sum.finish();
     result.spam_from = 100 * exact_logistic(spam_logit(*m_learned, m_settings.limits));
     if (result.known == 0)
         return result;
@@ -269,10 +270,6 @@ message_score mail_scorer::score_by_kinds(const token_table& tokens, bool explai
     result.decision = decide(result.score, result.spam_from);
     if (explain) {
         token_shares shares(what, m_weights, m_learned->memory);
-        // As long as all mail doesn't grade, the base's grades stand in for its.
-        if (what.by_all == what.by_base)
-            for (graded_token& each : graded)
-                each.classes[1] = each.classes[0];
         for (const graded_token& each : graded)
             shares.count(each);
         for (const graded_token& each : graded)

@@ -2,9 +2,23 @@
 
 #include <utility>
 
-#include "client/token_table.h"
-
 namespace tvr {
+
+namespace {
+
+// The sums of the parts but one, of counts for ham and spam.
+template <class count_T>
+message_counts of_others(const std::array<std::array<count_T, cross_grading::folds>, 2>& counts,
+                         std::size_t fold) noexcept {
+    message_counts sum;
+    for (std::size_t other = 0; other < cross_grading::folds; ++other) {
+        sum.ham += other == fold ? 0U : counts[0][other];
+        sum.spam += other == fold ? 0U : counts[1][other];
+    }
+    return sum;
+}
+
+} // namespace
 
 cross_grading::cross_grading() : m_table(std::size_t{1} << 14) {}
 
@@ -43,34 +57,15 @@ void cross_grading::add(std::span<const token_key> tokens, bool spam, std::size_
     }
 }
 
-std::uint32_t cross_grading::messages(bool spam, std::size_t fold) const noexcept {
-    std::uint32_t sum = 0;
-    for (std::size_t other = 0; other < folds; ++other)
-        sum += other == fold ? 0 : m_messages[spam ? 1 : 0][other];
-    return sum;
+message_counts cross_grading::messages(std::size_t fold) const noexcept {
+    return of_others(m_messages, fold);
 }
 
-void cross_grading::finish() noexcept {
-    for (std::size_t fold = 0; fold < folds; ++fold) {
-        m_runs[fold].header.nonspam_messages = messages(false, fold);
-        m_runs[fold].header.spam_messages = messages(true, fold);
-    }
-}
-
-double cross_grading::grade(token_key token, std::size_t fold) const {
+double cross_grading::grade(token_key token, std::size_t fold) const noexcept {
     const counts& entry = m_table[place_of(token)];
     if (!entry.used)
         return 0;
-    std::array<std::int32_t, 2> seen{};
-    for (std::size_t half = 0; half < 2; ++half)
-        for (std::size_t other = 0; other < folds; ++other)
-            seen[half] += other == fold ? 0 : entry.messages[half][other];
-    constexpr auto weight = static_cast<std::int32_t>(token_weight);
-    token_record record{.text = {}, .good = seen[0] * weight, .spam = seen[1] * weight};
-    const grading_run& run = m_runs[fold];
-    if (run.header.nonspam_messages == 0 || run.header.spam_messages == 0 || !is_significant(record, run))
-        return 0;
-    return static_cast<double>(probability(record, run));
+    return grade_of(of_others(entry.messages, fold), messages(fold));
 }
 
 } // namespace tvr

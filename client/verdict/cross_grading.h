@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "client/verdict/token_memory.h"
-#include "compiled/grading.h"
 
 namespace tvr {
 
@@ -21,12 +20,10 @@ public:
     cross_grading();
 
     void add(std::span<const token_key> tokens, bool spam, std::size_t fold);
-    // After the last message, and before the first grade.
-    void finish() noexcept;
     // By the other parts; 0 if they don't grade it.
-    [[nodiscard]] double grade(token_key token, std::size_t fold) const;
+    [[nodiscard]] double grade(token_key token, std::size_t fold) const noexcept;
     // Messages of the other parts.
-    [[nodiscard]] std::uint32_t messages(bool spam, std::size_t fold) const noexcept;
+    [[nodiscard]] message_counts messages(std::size_t fold) const noexcept;
 
 private:
     struct counts {
@@ -41,7 +38,6 @@ private:
     std::vector<counts> m_table; // its size is a power of two
     std::size_t m_used = 0;
     std::array<std::array<std::uint32_t, folds>, 2> m_messages{};
-    std::array<grading_run, folds> m_runs; // each for a part, by the messages of the others
 };
 
 } // namespace tvr

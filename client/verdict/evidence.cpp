@@ -4,6 +4,9 @@
 #include <bit>
 #include <utility>
 
+#include "client/token_table.h"
+#include "compiled/grading.h"
+
 namespace tvr {
 
 namespace {
@@ -49,6 +52,14 @@ std::size_t class_of(double grade) noexcept {
     return static_cast<std::size_t>(end - class_ends.begin());
 }
 
+double grade_of(message_counts in, message_counts of) noexcept {
+    const auto good = static_cast<std::int32_t>(in.ham * token_weight);
+    const auto spam = static_cast<std::int32_t>(in.spam * token_weight);
+    if (of.ham == 0 || of.spam == 0 || usual_k * good + spam < usual_t)
+        return 0;
+    return static_cast<double>(probability(good, spam, of.ham, of.spam, usual_k));
+}
+
 std::uint8_t pack_count(std::uint32_t count) noexcept {
     if (count < exact_counts)
         return static_cast<std::uint8_t>(count);
@@ -57,9 +68,8 @@ std::uint8_t pack_count(std::uint32_t count) noexcept {
     return static_cast<std::uint8_t>(exact_counts + (octave - 6) * 16 + (count >> (octave - 4) & 15));
 }
 
-graded_tokens pack_counts(const grade_counts& counts, std::uint32_t spam_messages,
-                          std::uint32_t ham_messages) noexcept {
-    graded_tokens made{.spam_messages = limited(spam_messages), .ham_messages = limited(ham_messages)};
+graded_tokens pack_counts(const grade_counts& counts, message_counts messages) noexcept {
+    graded_tokens made{.spam_messages = limited(messages.spam), .ham_messages = limited(messages.ham)};
     for (std::size_t kind = 0; kind < kind_count; ++kind)
         for (std::size_t grade = 0; grade < class_count; ++grade)
             made.counts[kind][grade] = pack_count(counts[kind][grade]);

@@ -24,6 +24,14 @@ constexpr std::size_t class_count = 8;
 constexpr std::size_t unknown_class = 7;
 [[nodiscard]] std::size_t class_of(double grade) noexcept; // 0 is no grade
 
+struct message_counts {
+    std::uint32_t spam = 0;
+    std::uint32_t ham = 0;
+};
+// What the engine, with its usual settings, would grade a token with that was in so many messages of so many:
+// 0.01 to 0.99; 0 if it was in too few.
+[[nodiscard]] double grade_of(message_counts in, message_counts of) noexcept;
+
 // A count in one byte: exact up to 64, then in steps of a sixteenth.
 [[nodiscard]] std::uint8_t pack_count(std::uint32_t count) noexcept;
 [[nodiscard]] constexpr std::uint32_t unpack_count(std::uint8_t packed) noexcept {
@@ -49,7 +57,6 @@ struct evidence {
 };
 
 using grade_counts = std::array<std::array<std::uint32_t, class_count>, kind_count>;
-[[nodiscard]] graded_tokens pack_counts(const grade_counts& counts, std::uint32_t spam_messages,
-                                        std::uint32_t ham_messages) noexcept;
+[[nodiscard]] graded_tokens pack_counts(const grade_counts& counts, message_counts messages) noexcept;
 
 } // namespace tvr

@@ -12,11 +12,16 @@ namespace tvr {
 // Counts what the tokens of a message say, one by one.
 class evidence_sum {
 public:
-    evidence_sum(const token_memory& memory, const seen_tokens& seen) : m_memory(memory), m_seen(seen) {}
+    // `messages`: that the base was made of. `crossed`: in its place, other mail that came with the message.
+    evidence_sum(const token_memory& memory, const seen_tokens& seen, message_counts messages,
+                 bool crossed = false)
+        : m_memory(memory), m_seen(seen), m_messages(messages), m_crossed(crossed),
+          m_knows(seen.knows({1, 1}) && (!crossed || seen.knows(messages))) {}
 
-    // `by_base`: the class of the base's grade. Returns that of the grade by all mail.
+    // `by_base`: the class of the base's grade. Returns that of the grade by all mail; as long as too little
+    // mail was judged, the same.
     std::size_t add(token_key token, std::size_t by_base) noexcept {
-        const std::size_t by_all = class_of(m_seen.grade(token));
+        const std::size_t by_all = m_knows ? class_of(m_seen.grade(token)) : by_base;
         m_said += m_memory.weight(token);
         ++m_tokens;
         if (kind_of_key(token) < kind_count) {
@@ -25,22 +30,19 @@ public:
         }
         return by_all;
     }
-    // `spam_messages` and `ham_messages`: that the base was made of. `crossed`: in its place, other mail that
-    // came with the message.
-    [[nodiscard]] evidence finish(std::uint32_t spam_messages, std::uint32_t ham_messages,
-                                  bool crossed = false) const noexcept {
-        const graded_tokens by_base = pack_counts(m_by_base, spam_messages, ham_messages);
-        const bool knows = m_seen.knows(1, 1) && (!crossed || m_seen.knows(spam_messages, ham_messages));
-        return {.by_base = by_base,
-                .by_all =
-                    knows ? pack_counts(m_by_all, m_seen.messages(true), m_seen.messages(false)) : by_base,
+    [[nodiscard]] evidence finish() const noexcept {
+        return {.by_base = pack_counts(m_by_base, m_messages),
+                .by_all = pack_counts(m_by_all, m_knows ? m_seen.messages() : m_messages),
                 .memory = m_memory.verdict(m_said, m_tokens),
-                .crossed = crossed};
+                .crossed = m_crossed};
     }
 
 private:
     const token_memory& m_memory;
     const seen_tokens& m_seen;
+    const message_counts m_messages;
+    const bool m_crossed;
+    const bool m_knows; // enough for grades by all mail
     grade_counts m_by_base{}, m_by_all{};
     std::int64_t m_said = 0;
     std::size_t m_tokens = 0;

@@ -204,7 +204,6 @@ void verdict_learning::judge_pending(verdict_state& state) {
     cross_grading grades;
     for (std::size_t i = order.size() - crossed; i < order.size(); ++i)
         grades.add(tokens_of(*fresh[order[i]]), fresh[order[i]]->spam, i % cross_grading::folds);
-    grades.finish();
 
     const feature_weights weights = weights_of(state);
     std::vector<judged_message> made;
@@ -212,17 +211,20 @@ void verdict_learning::judge_pending(verdict_state& state) {
         const std::size_t end = std::min(start + lot, order.size());
         for (std::size_t i = start; i < end; ++i) {
             const taken_message& one = *fresh[order[i]];
-            evidence_sum sum(state.memory, state.seen);
             evidence what;
             if (i >= order.size() - crossed) {
                 const std::size_t fold = i % cross_grading::folds;
+                evidence_sum sum(state.memory, state.seen, grades.messages(fold), true);
                 for (const token_key key : tokens_of(one))
-                    sum.add(key, kind_of_key(key) < kind_count ? class_of(grades.grade(key, fold)) : 0);
-                what = sum.finish(grades.messages(true, fold), grades.messages(false, fold), true);
+                    sum.add(key, class_of(grades.grade(key, fold)));
+                what = sum.finish();
             } else if (!crosses && m_graded) {
+                evidence_sum sum(
+                    state.memory, state.seen,
+                    {.spam = m_base.header().spam_messages, .ham = m_base.header().nonspam_messages});
                 for (std::size_t token = one.first; token < one.end; ++token)
                     sum.add(m_tokens[token], m_classes[token]);
-                what = sum.finish(m_base.header().spam_messages, m_base.header().nonspam_messages);
+                what = sum.finish();
             } else {
                 continue; // nothing to score it by
             }

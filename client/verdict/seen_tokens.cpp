@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <bit>
 
-#include "client/token_table.h"
 #include "client/verdict/evidence.h"
-#include "compiled/grading.h"
 
 namespace tvr {
 
@@ -55,7 +53,7 @@ entry* place_for(bucket& entries, token_key key) noexcept {
 
 // A packed count above 64 stands for several: one message of so many moves it.
 bool moves(std::uint8_t packed, token_key key, std::uint32_t message) noexcept {
-    const std::uint32_t step = packed < 64 ? 1 : 1U << ((packed - 64U) / 16 + 2);
+    const std::uint32_t step = unpack_count(static_cast<std::uint8_t>(packed + 1)) - unpack_count(packed);
     return ((key ^ message * 0x9E3779B1U) * 0x85EBCA6BU >> 8) % step == 0;
 }
 
@@ -95,13 +93,8 @@ void seen_tokens::correct(std::span<const token_key> tokens, bool spam) {
 
 double seen_tokens::grade(token_key key) const noexcept {
     const entry* const found = find(m_buckets.at(bucket_of(key)), key);
-    if (!found || !knows(1, 1))
-        return 0;
-    const auto good = static_cast<std::int32_t>(unpack_count(found->ham) * token_weight);
-    const auto spam = static_cast<std::int32_t>(unpack_count(found->spam) * token_weight);
-    if (usual_k * good + spam < usual_t)
-        return 0;
-    return static_cast<double>(probability(good, spam, messages(false), messages(true), usual_k));
+    return found ? grade_of({.spam = unpack_count(found->spam), .ham = unpack_count(found->ham)}, messages())
+                 : 0;
 }
 
 } // namespace tvr

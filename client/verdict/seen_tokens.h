@@ -36,9 +36,10 @@ public:
 
     [[nodiscard]] std::uint32_t messages(bool spam) const noexcept { return m_messages[spam ? 1 : 0]; }
     // Whether it can grade by at least so much mail.
-    [[nodiscard]] bool knows(std::uint32_t spam_messages, std::uint32_t ham_messages) const noexcept {
-        return messages(true) >= spam_messages && messages(false) >= ham_messages;
+    [[nodiscard]] bool knows(message_counts least) const noexcept {
+        return messages(true) >= least.spam && messages(false) >= least.ham;
     }
+    [[nodiscard]] message_counts messages() const noexcept { return {messages(true), messages(false)}; }
 
     [[nodiscard]] static constexpr std::size_t bucket_of(token_key key) noexcept {
         return key >> (32 - bucket_bits);
