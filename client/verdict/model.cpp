@@ -27,7 +27,7 @@ constexpr double few = 30, some = 300; // messages
 constexpr double memory_unit = 64;
 
 // Good mail of a kind that wasn't met looks like spam: the less good mail is known, the more is doubted.
-constexpr double doubt = 3.25;       // of a logit, without any good mail
+constexpr double doubt = 3.15;       // of a logit, without any good mail
 constexpr double little_known = 250; // messages that leave half of the doubt
 // Spam of a new kind has words of the only good mail that is known: so many messages of it halve its vote.
 constexpr double halved_by = 300;
@@ -115,7 +115,31 @@ private:
             const double away = weights[i] - m_plan.towards[i];
             loss += m_plan.draw / 2 * away * away;
         }
+        for_each_tied([&](std::size_t place, std::size_t) {
+            const double away = weights[place] - mean_of_class(place, weights);
+            loss += m_plan.tie / 2 * away * away;
+        });
         return loss;
+    }
+
+    // Calls visit(std::size_t place, std::size_t kind) for the weights that are tied, kind by kind.
+    template <class visitor_T>
+    void for_each_tied(visitor_T&& visit) const {
+        if (m_plan.tie == 0)
+            return;
+        for (const std::size_t start : feature::cell_starts)
+            for (std::size_t cell = 0; cell < feature::cells && start + cell < m_plan.learned; ++cell)
+                visit(start + cell, cell / class_count);
+    }
+
+    // Over the kinds.
+    static double mean_of_class(std::size_t place, const feature_weights& weights) noexcept {
+        const std::size_t cell = *feature::cell_of(place);
+        const std::size_t first = place - cell + cell % class_count;
+        double sum = 0;
+        for (std::size_t kind = 0; kind < kind_count; ++kind)
+            sum += weights[first + kind * class_count];
+        return sum / kind_count;
     }
 
     void make_step(const feature_weights& weights) {
@@ -125,6 +149,12 @@ private:
             m_step[i] = m_plan.draw * (weights[i] - m_plan.towards[i]);
             m_curve[i][i] = m_plan.draw;
         }
+        for_each_tied([&](std::size_t place, std::size_t kind) {
+            m_step[place] += m_plan.tie * (weights[place] - mean_of_class(place, weights));
+            m_curve[place][place] += m_plan.tie;
+            for (std::size_t other = 0; other <= kind; ++other)
+                m_curve[place][place - (kind - other) * class_count] -= m_plan.tie / kind_count;
+        });
         for (const message& one : m_messages) {
             const double p = exact_logistic(logit(one, weights));
             const double slope = one.weight * (one.spam ? p - 1 : p);

@@ -29,9 +29,11 @@ constexpr std::size_t youth = amount_of_little_ham + cells; // four: little and 
 constexpr std::size_t young_memory = youth + 4;             // two: little spam, little ham
 constexpr std::size_t count = young_memory + 2;
 
+constexpr std::array<std::size_t, 4> cell_starts = {amount, presence, amount_of_little_spam,
+                                                    amount_of_little_ham};
 // The kind and class that a feature counts, as a number below `cells`; nothing for the others.
 constexpr std::optional<std::size_t> cell_of(std::size_t feature) noexcept {
-    for (const std::size_t start : {amount, presence, amount_of_little_spam, amount_of_little_ham})
+    for (const std::size_t start : cell_starts)
         if (feature >= start && feature < start + cells)
             return feature - start;
     return std::nullopt;
@@ -89,7 +91,9 @@ struct judged_evidence {
 // messages change little.
 struct learning_plan {
     const feature_weights& towards = built_in_weights();
-    double draw = 2;                        // how strongly
+    double draw = 2; // how strongly
+    double tie =
+        0; // and how strongly the weights of a class of grades, one for each kind, towards their mean
     std::size_t learned = feature::learned; // the first so many weights; the others stay
     unsigned most_steps = 12;
 };
