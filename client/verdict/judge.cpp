@@ -31,7 +31,7 @@ constexpr double built_in_lift = 1.25;
 // Trust: the weights that would have judged the kept messages better have the say. The cost is in units of
 // the logarithm of the likelihood; a head start goes to the learned ones.
 constexpr double trust_start = 20;
-constexpr double trust_unit = 20;
+constexpr double trust_unit = 10;
 
 // How strongly the built-in weights draw: more while few messages are kept, which are all of the same days.
 double draw_of(std::size_t messages) noexcept {

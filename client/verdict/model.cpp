@@ -33,7 +33,7 @@ constexpr double little_known = 250; // messages that leave half of the doubt
 constexpr double halved_by = 300;
 
 // Mail that came together is more alike than what comes next: it flatters the grades it gives itself.
-constexpr double crossed_weight = 0.25;
+constexpr double crossed_weight = 0.7;
 
 constexpr double least_spread = 1e-4; // of p * (1 - p): what is surer doesn't bend the curve
 constexpr double enough = 0.02;       // a step that gains less is the last
