@@ -92,8 +92,7 @@ struct judged_evidence {
 struct learning_plan {
     const feature_weights& towards = built_in_weights();
     double draw = 2; // how strongly
-    double tie =
-        0; // and how strongly the weights of a class of grades, one for each kind, towards their mean
+    double tie = 0;  // how strongly a class's weights, one for each kind of token, are drawn to their mean
     std::size_t learned = feature::learned; // the first so many weights; the others stay
     unsigned most_steps = 12;
 };
