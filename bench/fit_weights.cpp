@@ -30,9 +30,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct sample {
-    evidence what;
-    bool spam = false;
+// One message in four is enough: the others aren't even graded.
+class sampling {
+public:
+    template <class grade_T>
+    void add(bool spam, grade_T&& grade) {
+        if (m_asked++ % 4 == 0)
+            m_samples.push_back({grade(), spam});
+    }
+    [[nodiscard]] const std::vector<judged_evidence>& samples() const noexcept { return m_samples; }
+
+private:
+    std::size_t m_asked = 0;
+    std::vector<judged_evidence> m_samples;
 };
 
 // --- bases that are made up
@@ -66,7 +76,7 @@ public:
                              [](const mail& a, const mail& b) { return a.time < b.time; });
     }
 
-    void make(unsigned rounds, std::vector<sample>& samples) {
+    void make(unsigned rounds, sampling& samples) {
         for (unsigned round = 0; round < rounds; ++round)
             make_one(round % 3 == 0, round % 2 == 0, samples);
     }
@@ -79,7 +89,7 @@ private:
 
     double chance() { return std::uniform_real_distribution<double>(0, 1)(m_random); }
 
-    void make_one(bool balanced, bool in_order, std::vector<sample>& samples) {
+    void make_one(bool balanced, bool in_order, sampling& samples) {
         std::array<std::vector<const mail*>, 2> order;
         std::array<std::size_t, 2> sizes{};
         for (std::size_t half = 0; half < 2; ++half) {
@@ -111,7 +121,7 @@ private:
         for (std::size_t half = 0; half < 2; ++half)
             for (std::size_t i = sizes[half]; i < std::min(sizes[half] + judged[half], order[half].size());
                  ++i)
-                samples.push_back({grade(*order[half][i], all), half == 1});
+                samples.add(half == 1, [&] { return grade(*order[half][i], all); });
     }
 
     void learn(const std::vector<std::pair<const mail*, bool>>& known) {
@@ -154,7 +164,7 @@ private:
 
 int fit(const std::vector<std::string>& arguments) {
     constexpr unsigned rounds = 1600; // with 400, chance moved the verdicts on other mail
-    std::vector<sample> samples;
+    sampling made_up;
     std::vector<std::string> folders;
     for (std::size_t i = 0; i <= arguments.size(); ++i) {
         if (i < arguments.size() && arguments[i] != "--") {
@@ -163,17 +173,14 @@ int fit(const std::vector<std::string>& arguments) {
         }
         made_up_bases bases(7);
         bases.read(folders);
-        bases.make(rounds, samples);
+        bases.make(rounds, made_up);
         folders.clear();
     }
     const feature_weights zero{};
-    // One message in four is enough.
-    const feature_weights weights = learn_weights(
-        samples.size() / 4,
-        [&](std::size_t i) {
-            return judged_evidence{samples[4 * i].what, samples[4 * i].spam};
-        },
-        zero, {.towards = zero, .draw = 5, .tie = 50, .learned = feature::count, .most_steps = 25});
+    const std::vector<judged_evidence>& samples = made_up.samples();
+    const feature_weights weights =
+        learn_weights(samples.size(), [&](std::size_t i) { return samples[i]; }, zero,
+                      {.towards = zero, .draw = 5, .tie = 50, .learned = feature::count, .most_steps = 25});
     std::puts("// Made by bench/fit_weights; docs/verdict.md tells from what mail.\n"
               "#include \"client/verdict/model.h\"\n\nnamespace tvr {\n\nnamespace {\n\n// clang-format off\n"
               "constexpr feature_weights weights = {{");
@@ -189,15 +196,15 @@ int fit(const std::vector<std::string>& arguments) {
 // --- a stream of counts
 
 // Lines of a spam mark and the 56 counts, in the order of arrival, under bases of 1,000 messages a half.
-std::vector<sample> read_counts(const std::string& path) {
-    std::vector<sample> read;
+std::vector<judged_evidence> read_counts(const std::string& path) {
+    std::vector<judged_evidence> read;
     gzFile file = gzopen(path.c_str(), "rb");
     std::array<char, 4096> line;
     while (file && gzgets(file, line.data(), line.size())) {
         const char* at = line.data();
         if (*at != '0' && *at != '1')
             continue; // the names of the columns
-        sample one;
+        judged_evidence one;
         one.spam = *at == '1';
         grade_counts counts{};
         for (auto& kind : counts)
@@ -216,7 +223,7 @@ std::vector<sample> read_counts(const std::string& path) {
 
 int play_counts(const std::string& path) {
     constexpr std::size_t block = 500;
-    const std::vector<sample> stream = read_counts(path);
+    const std::vector<judged_evidence> stream = read_counts(path);
     verdict_state state;
     std::vector<std::pair<double, bool>> scores;
     std::array<std::array<unsigned, 2>, 2> called{}; // by what it is, and whether it is called spam

@@ -115,31 +115,28 @@ private:
             const double away = weights[i] - m_plan.towards[i];
             loss += m_plan.draw / 2 * away * away;
         }
-        for_each_tied([&](std::size_t place, std::size_t) {
-            const double away = weights[place] - mean_of_class(place, weights);
-            loss += m_plan.tie / 2 * away * away;
-        });
+        for_each_tied(weights,
+                      [&](std::size_t, std::size_t, double away) { loss += m_plan.tie / 2 * away * away; });
         return loss;
     }
 
-    // Calls visit(std::size_t place, std::size_t kind) for the weights that are tied, kind by kind.
+    // Calls visit(std::size_t first, std::size_t kind, double away) for the weights that are tied, class by
+    // class: the place of the first kind's, which kind it is, and how far it is from their mean.
     template <class visitor_T>
-    void for_each_tied(visitor_T&& visit) const {
+    void for_each_tied(const feature_weights& weights, visitor_T&& visit) const {
         if (m_plan.tie == 0)
             return;
-        for (const std::size_t start : feature::cell_starts)
-            for (std::size_t cell = 0; cell < feature::cells && start + cell < m_plan.learned; ++cell)
-                visit(start + cell, cell / class_count);
-    }
-
-    // Over the kinds.
-    static double mean_of_class(std::size_t place, const feature_weights& weights) noexcept {
-        const std::size_t cell = *feature::cell_of(place);
-        const std::size_t first = place - cell + cell % class_count;
-        double sum = 0;
-        for (std::size_t kind = 0; kind < kind_count; ++kind)
-            sum += weights[first + kind * class_count];
-        return sum / kind_count;
+        for (const std::size_t start : feature::cell_starts) {
+            if (start + feature::cells > m_plan.learned)
+                continue;
+            for (std::size_t first = start; first < start + class_count; ++first) {
+                double sum = 0;
+                for (std::size_t kind = 0; kind < kind_count; ++kind)
+                    sum += weights[first + kind * class_count];
+                for (std::size_t kind = 0; kind < kind_count; ++kind)
+                    visit(first, kind, weights[first + kind * class_count] - sum / kind_count);
+            }
+        }
     }
 
     void make_step(const feature_weights& weights) {
@@ -149,11 +146,12 @@ private:
             m_step[i] = m_plan.draw * (weights[i] - m_plan.towards[i]);
             m_curve[i][i] = m_plan.draw;
         }
-        for_each_tied([&](std::size_t place, std::size_t kind) {
-            m_step[place] += m_plan.tie * (weights[place] - mean_of_class(place, weights));
+        for_each_tied(weights, [&](std::size_t first, std::size_t kind, double away) {
+            const std::size_t place = first + kind * class_count;
+            m_step[place] += m_plan.tie * away;
             m_curve[place][place] += m_plan.tie;
             for (std::size_t other = 0; other <= kind; ++other)
-                m_curve[place][place - (kind - other) * class_count] -= m_plan.tie / kind_count;
+                m_curve[place][first + other * class_count] -= m_plan.tie / kind_count;
         });
         for (const message& one : m_messages) {
             const double p = exact_logistic(logit(one, weights));
