@@ -241,10 +241,7 @@ int play_counts(const std::string& path) {
                                       .score = pack_score(score),
                                       .learned_score = pack_score(logit_of(stream[i].what, state.weights))});
         }
-        if (state.messages.size() > verdict_state::most_messages)
-            state.messages.erase(state.messages.begin(),
-                                 state.messages.end() -
-                                     static_cast<std::ptrdiff_t>(verdict_state::most_messages));
+        forget_messages(state);
         learn(state);
     }
     std::sort(scores.rbegin(), scores.rend());

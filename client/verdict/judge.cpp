@@ -1,7 +1,10 @@
 #include "client/verdict/judge.h"
 
 #include <algorithm>
+#include <array>
 #include <functional>
+#include <utility>
+#include <vector>
 
 #include "client/verdict/exact_math.h"
 
@@ -22,7 +25,9 @@ constexpr double usual_limit = 0.1; // percent
 constexpr double highest_logit = 2.2;
 constexpr double much_ham = 3000; // messages that double the odds of the highest
 
-constexpr std::size_t recent = 1000; // good messages that the threshold is found on
+constexpr std::size_t recent =
+    1000; // messages of a kind that all stay: the threshold is found on the good ones
+static_assert(2 * recent < verdict_state::most_messages);
 
 // Of a logit: to mail that they weren't fitted to, the built-in weights give too low scores. Chosen with a
 // stream of other people's counts in view.
@@ -87,6 +92,35 @@ double spam_logit(const verdict_state& state, const spam_limits& limits) noexcep
     // Above the first good message that may not go wrong, by the least step of a score.
     const std::size_t place = std::min(static_cast<std::size_t>(allowed), state.ham_scores.size() - 1);
     return std::max(least, std::min((state.ham_scores[place] + 1) / score_unit, highest));
+}
+
+// What the weights were sure of changes them little, on whichever side it lay; and what is old is worth less.
+// Of the oldest something is left: else who hands over single messages would keep none but the newest.
+void forget_messages(verdict_state& state) {
+    constexpr double worth_of_the_oldest = 0.02;
+    std::vector<judged_message>& all = state.messages;
+    if (all.size() <= verdict_state::most_messages)
+        return;
+    std::vector<std::size_t> old; // the newest first
+    std::array<std::size_t, 2> newer{};
+    for (std::size_t i = all.size(); i-- > 0;)
+        if (newer[all[i].spam ? 1 : 0]++ >= recent)
+            old.push_back(i);
+    std::vector<std::pair<double, std::size_t>> worth;
+    for (const std::size_t i : old) {
+        const double p = exact_logistic(all[i].learned_score / score_unit);
+        const double age = static_cast<double>(old.front() - i) / static_cast<double>(old.front() + 1);
+        worth.emplace_back(p * (1 - p) * (1 + worth_of_the_oldest - age), i);
+    }
+    const auto gone = worth.begin() + static_cast<std::ptrdiff_t>(all.size() - verdict_state::most_messages);
+    std::nth_element(worth.begin(), gone, worth.end());
+    std::vector<bool> goes(all.size());
+    std::for_each(worth.begin(), gone, [&](const auto& each) { goes[each.second] = true; });
+    std::vector<judged_message> kept;
+    for (std::size_t i = 0; i < all.size(); ++i)
+        if (!goes[i])
+            kept.push_back(all[i]);
+    all = std::move(kept);
 }
 
 void learn(verdict_state& state) {

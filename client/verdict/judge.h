@@ -60,6 +60,10 @@ struct spam_limits {
 [[nodiscard]] TVR_IPC_EXPORT double spam_logit(const verdict_state& state,
                                                const spam_limits& limits) noexcept;
 
+// Leaves the most messages that are kept, or fewer. The newest stay, and of the older ones those that teach
+// most.
+void forget_messages(verdict_state& state);
+
 // Learns from the state's messages: the weights, the trust in them, and the scores of the recent good mail.
 TVR_IPC_EXPORT void learn(verdict_state& state);
 

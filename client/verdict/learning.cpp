@@ -250,10 +250,7 @@ void verdict_learning::keep(verdict_state& state, std::vector<judged_message>& m
                      [](const judged_message& a, const judged_message& b) { return a.time < b.time; });
     state.messages.insert(state.messages.end(), made.begin(), made.end());
     state.unlearned += static_cast<std::uint32_t>(made.size());
-    if (state.messages.size() > verdict_state::most_messages)
-        state.messages.erase(state.messages.begin(),
-                             state.messages.end() -
-                                 static_cast<std::ptrdiff_t>(verdict_state::most_messages));
+    forget_messages(state);
 }
 
 } // namespace tvr

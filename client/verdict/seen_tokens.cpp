@@ -1,6 +1,5 @@
 #include "client/verdict/seen_tokens.h"
 
-#include <algorithm>
 #include <bit>
 
 #include "client/verdict/evidence.h"
@@ -9,60 +8,83 @@ namespace tvr {
 
 namespace {
 
-using entry = seen_tokens::entry;
 using bucket = seen_tokens::bucket;
 
-std::uint16_t tag_of(token_key key) noexcept { // the bits that don't choose the bucket
-    return static_cast<std::uint16_t>(key >> (32 - seen_tokens::bucket_bits - 16));
+constexpr unsigned none = seen_tokens::bucket_size; // no place
+constexpr unsigned most_packed = 63;
+
+constexpr std::uint32_t unpack(unsigned packed) noexcept {
+    return packed < 16 ? packed : (4 + packed % 4) << (packed / 4 - 2);
 }
 
-std::uint8_t& count_of(entry& of, bool spam) noexcept {
-    return spam ? of.spam : of.ham;
+constexpr unsigned pack(std::uint32_t count) noexcept {
+    const auto shift = static_cast<unsigned>(std::bit_width(count | 16)) - 3;
+    return count < 16 ? count : 4 * (shift + 2) + (count >> shift) % 4;
 }
 
-bool holds(const entry& place, token_key key) noexcept {
-    return (place.tag == tag_of(key)) & ((place.spam | place.ham) != 0);
+unsigned tag_of(token_key key) noexcept { // twelve bits that don't choose the bucket
+    return key >> (32 - seen_tokens::bucket_bits - 12) & 0xFFF;
 }
 
-int weight_of(const entry& of) noexcept { // the more often it was seen, the more
-    return of.spam + of.ham;
+constexpr unsigned shift_of(bool spam) noexcept {
+    return spam ? 4 : 10;
+}
+
+unsigned packed_count(const bucket& in, unsigned place, bool spam) noexcept {
+    return in.counts[place] >> shift_of(spam) & most_packed;
+}
+
+void set_count(bucket& in, unsigned place, bool spam, unsigned packed) noexcept {
+    const unsigned others = in.counts[place] & ~(most_packed << shift_of(spam));
+    in.counts[place] = static_cast<std::uint16_t>(others | packed << shift_of(spam));
+}
+
+unsigned weight_of(const bucket& in, unsigned place) noexcept { // the more often it was seen, the more
+    return packed_count(in, place, true) + packed_count(in, place, false);
 }
 
 // Looks at all of them, since the processor can't guess which one it is.
-template <class bucket_T>
-auto* find(bucket_T& entries, token_key key) noexcept {
-    unsigned found = 0; // a bit for each entry
+unsigned find(const bucket& in, token_key key) noexcept {
+    const unsigned tag = tag_of(key);
+    unsigned found = 1U << none; // a bit for each place
     for (unsigned i = 0; i < seen_tokens::bucket_size; ++i)
-        found |= static_cast<unsigned>(holds(entries[i], key)) << i;
-    return found != 0 ? &entries[static_cast<unsigned>(std::countr_zero(found))] : nullptr;
+        found |= static_cast<unsigned>((in.tags[i] == (tag & 0xFF)) & ((in.counts[i] & 0xF) == tag >> 8) &
+                                       (in.counts[i] >> 4 != 0))
+                 << i;
+    return static_cast<unsigned>(std::countr_zero(found));
 }
 
-// Where the token is counted from now on. Null if all places are taken by tokens that were seen more than
+// Where the token is counted from now on. None if all places are taken by tokens that were seen more than
 // once: one of them is forgotten a little.
-entry* place_for(bucket& entries, token_key key) noexcept {
-    if (entry* const found = find(entries, key))
+unsigned place_for(bucket& in, token_key key) noexcept {
+    if (const unsigned found = find(in, key); found != none)
         return found;
-    entry& least = *std::ranges::min_element(entries, {}, weight_of);
-    if (weight_of(least) > 1) {
-        --count_of(least, least.spam > least.ham);
-        return nullptr;
+    unsigned least = 0;
+    for (unsigned i = 1; i < seen_tokens::bucket_size; ++i)
+        if (weight_of(in, i) < weight_of(in, least))
+            least = i;
+    if (weight_of(in, least) > 1) {
+        const bool spam = packed_count(in, least, true) > packed_count(in, least, false);
+        set_count(in, least, spam, packed_count(in, least, spam) - 1);
+        return none;
     }
-    least = {.tag = tag_of(key)};
-    return &least;
+    in.tags[least] = static_cast<std::uint8_t>(tag_of(key));
+    in.counts[least] = static_cast<std::uint16_t>(tag_of(key) >> 8);
+    return least;
 }
 
-// A packed count above 64 stands for several: one message of so many moves it.
-bool moves(std::uint8_t packed, token_key key, std::uint32_t message) noexcept {
-    const std::uint32_t step = unpack_count(static_cast<std::uint8_t>(packed + 1)) - unpack_count(packed);
+// A packed count of 16 or more stands for several: one message of so many moves it.
+bool moves(unsigned packed, token_key key, std::uint32_t message) noexcept {
+    const std::uint32_t step = unpack(packed + 1) - unpack(packed);
     return ((key ^ message * 0x9E3779B1U) * 0x85EBCA6BU >> 8) % step == 0;
 }
 
 } // namespace
 
 void seen_tokens::age(bool spam) {
-    for (bucket& entries : m_buckets.make_all())
-        for (entry& each : entries)
-            count_of(each, spam) = pack_count(unpack_count(count_of(each, spam)) / 2);
+    for (bucket& each : m_buckets.make_all())
+        for (unsigned i = 0; i < bucket_size; ++i)
+            set_count(each, i, spam, pack((unpack(packed_count(each, i, spam)) + 1) / 2));
     m_messages[spam ? 1 : 0] /= 2;
 }
 
@@ -70,9 +92,13 @@ void seen_tokens::add(std::span<const token_key> tokens, bool spam) {
     const std::span<bucket> all = m_buckets.make_all();
     const std::uint32_t message = ++m_messages[spam ? 1 : 0];
     for (const token_key key : tokens) {
-        entry* const place = place_for(all[bucket_of(key)], key);
-        if (place && count_of(*place, spam) != 0xFF && moves(count_of(*place, spam), key, message))
-            ++count_of(*place, spam);
+        bucket& in = all[bucket_of(key)];
+        const unsigned place = place_for(in, key);
+        if (place == none)
+            continue;
+        const unsigned count = packed_count(in, place, spam);
+        if (count != most_packed && moves(count, key, message))
+            set_count(in, place, spam, count + 1);
     }
     if (message >= most_messages)
         age(spam);
@@ -82,19 +108,31 @@ void seen_tokens::correct(std::span<const token_key> tokens, bool spam) {
     const std::span<bucket> all = m_buckets.make_all();
     std::uint32_t& messages = m_messages[spam ? 0 : 1];
     for (const token_key key : tokens) {
-        entry* const found = find(all[bucket_of(key)], key);
-        std::uint8_t* const count = found ? &count_of(*found, !spam) : nullptr;
-        if (count && *count != 0 && moves(static_cast<std::uint8_t>(*count - 1), key, messages))
-            --*count;
+        bucket& in = all[bucket_of(key)];
+        const unsigned place = find(in, key);
+        const unsigned count = place != none ? packed_count(in, place, !spam) : 0;
+        if (count != 0 && moves(count - 1, key, messages))
+            set_count(in, place, !spam, count - 1);
     }
     messages -= messages != 0 ? 1 : 0;
     add(tokens, spam);
 }
 
 double seen_tokens::grade(token_key key) const noexcept {
-    const entry* const found = find(m_buckets.at(bucket_of(key)), key);
-    return found ? grade_of({.spam = unpack_count(found->spam), .ham = unpack_count(found->ham)}, messages())
-                 : 0;
+    const bucket& in = m_buckets.at(bucket_of(key));
+    const unsigned place = find(in, key);
+    return place != none ? grade_of({.spam = unpack(packed_count(in, place, true)),
+                                     .ham = unpack(packed_count(in, place, false))},
+                                    messages())
+                         : 0;
+}
+
+std::size_t seen_tokens::tokens() const noexcept {
+    std::size_t taken = 0;
+    for (const bucket& each : m_buckets.all())
+        for (unsigned i = 0; i < bucket_size; ++i)
+            taken += weight_of(each, i) != 0 ? 1 : 0;
+    return taken;
 }
 
 } // namespace tvr

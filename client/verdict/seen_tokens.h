@@ -15,17 +15,17 @@ namespace tvr {
 // One thread. All arithmetic is of integers, but for the grade.
 class seen_tokens {
 public:
-    // The counts are packed, as those of evidence; a place where both are 0 is free.
-    struct entry {
-        std::uint16_t tag = 0; // bits of the hash
-        std::uint8_t spam = 0; // messages
-        std::uint8_t ham = 0;
+    static constexpr unsigned bucket_bits = 14;   // of the hash
+    static constexpr std::size_t bucket_size = 8; // tokens
+    // A place where both counts are 0 is free.
+    struct bucket {
+        std::array<std::uint8_t, bucket_size> tags{}; // the lower eight of twelve more bits of the hash
+        // The upper four; then in how many messages the token was, six bits each of spam and of good mail:
+        // exact below 16, then in steps of a quarter.
+        std::array<std::uint16_t, bucket_size> counts{};
     };
-    static constexpr unsigned bucket_bits = 13;   // of the hash
-    static constexpr std::size_t bucket_size = 8; // entries
-    using bucket = std::array<entry, bucket_size>;
     using bucket_table = place_table<bucket, std::size_t{1} << bucket_bits>;
-    // Of spam, or of good mail: then its counts are halved.
+    // Of spam, or of good mail: then its counts are halved. What was seen once stays.
     static constexpr std::uint32_t most_messages = 8192;
 
     // 0.01 to 0.99, as the engine grades; 0 for a token that was seen too little.
@@ -44,6 +44,7 @@ public:
     [[nodiscard]] static constexpr std::size_t bucket_of(token_key key) noexcept {
         return key >> (32 - bucket_bits);
     }
+    [[nodiscard]] std::size_t tokens() const noexcept; // that are counted; all buckets are kept
     [[nodiscard]] const bucket_table& buckets() const noexcept { return m_buckets; }
     [[nodiscard]] bucket_table& buckets() noexcept { return m_buckets; }
     void set_messages(std::uint32_t spam, std::uint32_t ham) noexcept { m_messages = {ham, spam}; }

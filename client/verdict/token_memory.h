@@ -23,7 +23,7 @@ constexpr unsigned kind_of_key(token_key key) noexcept {
 // One thread. All arithmetic is of integers, but for one function that every build computes alike.
 class token_memory {
 public:
-    static constexpr unsigned index_bits = 17;
+    static constexpr unsigned index_bits = 16;
     static constexpr std::size_t places = std::size_t{1} << index_bits;
     static constexpr std::int32_t unit = 4096; // of a weight
     static constexpr std::int32_t most_bias = 1 << 24;

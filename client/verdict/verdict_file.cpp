@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <functional>
@@ -35,7 +36,7 @@ constexpr std::size_t fixed_size = head_size + tops_size + weights_size + memory
 static_assert(verdict_messages_at == fixed_size &&
               largest_verdict == fixed_size + verdict_state::most_messages * message_size &&
               largest_verdict <= std::size_t{1} << 20 && fixed_size % 8 == 0 && message_size % 8 == 0);
-static_assert(sizeof(seen_tokens::entry) == 4); // in the file as in memory
+static_assert(sizeof(seen_tokens::bucket) == 24); // in the file as in memory
 
 constexpr unsigned is_spam = 1, is_crossed = 2; // marks of a message
 constexpr double largest_weight = 1e6;
@@ -288,7 +289,7 @@ bool read_table(checked_input& in, place_table<T, places>& table,
         return in.read(bytes_of(table.make_all()));
     std::ranges::sort(*wanted);
     wanted->erase(std::unique(wanted->begin(), wanted->end()), wanted->end());
-    std::array<T, 16384 / sizeof(T)> room;
+    std::array<T, std::bit_floor(16384 / sizeof(T))> room;
     static_assert(places % room.size() == 0);
     typename place_table<T, places>::few few;
     auto next = wanted->begin();

@@ -36,7 +36,7 @@ TEST(evidence, packs_counts) {
 
 TEST(seen_tokens, grade_as_the_engine_does) {
     seen_tokens seen;
-    const token_key common = 0x10, rare = 0x20, spam_only = 0x30; // of one bucket
+    const token_key common = 0x40, rare = 0x80, spam_only = 0xC0; // of one bucket
     const auto add = [&](bool spam, unsigned times, const std::vector<token_key>& tokens) {
         for (unsigned i = 0; i < times; ++i)
             seen.add(tokens, spam);
@@ -49,7 +49,7 @@ TEST(seen_tokens, grade_as_the_engine_does) {
     EXPECT_NEAR(seen.grade(common), 0.5, 1e-6);
     EXPECT_NEAR(seen.grade(spam_only), 0.99, 1e-6);
     EXPECT_NEAR(seen.grade(rare), 0.01, 1e-6); // one good message is enough
-    EXPECT_EQ(seen.grade(0x40), 0);
+    EXPECT_EQ(seen.grade(0x100), 0);
     seen.correct(std::vector{common, rare}, true);
     EXPECT_EQ(seen.messages(true), 11U);
     EXPECT_EQ(seen.messages(false), 19U);
@@ -60,10 +60,10 @@ TEST(seen_tokens, keep_what_is_seen_often) {
     seen_tokens seen;
     std::vector<token_key> often; // of one bucket
     for (token_key i = 0; i < seen_tokens::bucket_size - 1; ++i)
-        often.push_back(0x5000 + i * 8);
+        often.push_back(0x5000 + i * 0x40);
     for (token_key round = 0; round < 300; ++round) {
         seen.add(often, true);
-        seen.add(std::vector{0x6000 + round * 8}, false);
+        seen.add(std::vector{0x6000 + round * 0x40}, false);
     }
     for (const token_key token : often)
         EXPECT_NEAR(seen.grade(token), 0.99, 1e-6);
@@ -71,9 +71,40 @@ TEST(seen_tokens, keep_what_is_seen_often) {
     for (unsigned i = 300; i < seen_tokens::most_messages; ++i)
         seen.add(i % 4 == 0 ? std::span<const token_key>(often) : std::span<const token_key>(), true);
     EXPECT_EQ(seen.messages(true), seen_tokens::most_messages / 2);
+    // What was seen once stays.
+    EXPECT_NEAR(seen.grade(0x6000 + 299 * 0x40), 0.01, 1e-6);
     seen.add(often, false);
-    // (300 + 1973) / 8192 of the spam, 1 of 301 good messages, weighted; counts are exact to a sixteenth
+    // (300 + 1973) / 8192 of the spam, 1 of 301 good messages, weighted; counts are exact to a quarter
     EXPECT_NEAR(seen.grade(often[0]), 0.2775 / (0.2775 + 1.8 / 301), 0.005);
+}
+
+TEST(forget_messages, keeps_the_newest_and_what_teaches_most) {
+    verdict_state state;
+    const auto add = [&](unsigned count, bool spam, double learned_score) {
+        judged_message one{.spam = spam, .what = {}, .learned_score = pack_score(learned_score)};
+        for (unsigned i = 0; i < count; ++i) {
+            one.id = state.messages.size();
+            state.messages.push_back(one);
+        }
+    };
+    const auto kept = [&](std::uint64_t from, std::uint64_t to) {
+        return std::ranges::count_if(state.messages, [=](const judged_message& each) { //
+            return each.id >= from && each.id < to;
+        });
+    };
+    add(300, true, -9);  // sure, and wrong
+    add(300, false, 1);  // unsure
+    add(500, false, -9); // sure, and right
+    add(1000, true, 9);  // the newest spam
+    add(500, true, 1);
+    add(500, false, -3);
+    add(1000, false, -9); // the newest good mail
+    forget_messages(state);
+    EXPECT_EQ(state.messages.size(), verdict_state::most_messages);
+    EXPECT_TRUE(std::ranges::is_sorted(state.messages, {}, &judged_message::id));
+    EXPECT_EQ(kept(300, 600), 300);
+    EXPECT_EQ(kept(600, 1100) + kept(0, 300), 300);
+    EXPECT_EQ(kept(1600, 4100), 2500);
 }
 
 // A message of a user whose spam offers and whose good mail meets.

@@ -114,7 +114,7 @@ TEST_F(base_text_test, carries_the_verdict) {
     put("spamdict0000.bye", spam_atom);
     verdict_state state;
     state.judged = 3;
-    state.memory.weights().make_all()[70000] = -5;
+    state.memory.weights().make_all()[60000] = -5;
     state.messages.resize(2);
     state.messages[1].id = 7;
     ASSERT_TRUE(replace_verdict(m_root.engine_path("") + "\\", &state));

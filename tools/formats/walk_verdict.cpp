@@ -32,11 +32,7 @@ void walk_verdict(file_view& file, view_sink& sink) {
         sink.field("spam from", percent(spam_logit(state, {.spam_threshold = 0})));
     sink.field("places of the memory in use", std::uint64_t{places});
     sink.field("bias of the memory", static_cast<double>(state.memory.bias) / token_memory::unit);
-    std::uint64_t seen = 0;
-    for (const seen_tokens::bucket& bucket : state.seen.buckets().all())
-        for (const seen_tokens::entry& each : bucket)
-            seen += (each.spam | each.ham) != 0 ? 1 : 0;
-    sink.field("tokens seen", seen);
+    sink.field("tokens seen", std::uint64_t{state.seen.tokens()});
     sink.field("in spam messages", std::uint64_t{state.seen.messages(true)});
     sink.field("in ham messages", std::uint64_t{state.seen.messages(false)});
     sink.list("messages");
