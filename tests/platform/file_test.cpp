@@ -9,6 +9,7 @@
 #include "platform/mapping.h"
 #include "platform/sync.h"
 #include "support/child_process.h"
+#include "support/named_event.h"
 #include "support/platform_limits.h"
 #include "support/test.h"
 
@@ -19,15 +20,6 @@ using namespace platform;
 using namespace std::literals;
 
 // --- share modes ---
-
-struct open_mode {
-    access rights;
-    share sharing;
-};
-
-constexpr open_mode mode(std::size_t number) {
-    return {static_cast<access>(number / 4 + 1), static_cast<share>(number % 4)};
-}
 
 // What a second open may be while a first one is there: '+' it succeeds, '-' it fails with 32. The rows are
 // the first, the columns the second; both count "read", "write", "both" times the sharing of nothing,
@@ -51,18 +43,14 @@ std::string shared_path() {
     return temp_folder_path() + "shared";
 }
 
-// Opens the shared file in the mode of that number, and keeps it.
+bool open_shared(file& target, std::size_t number) {
+    return target.open(shared_path(), static_cast<access>(number / 4 + 1), static_cast<share>(number % 4),
+                       creation::open_existing);
+}
+
 const child_role holder("file holder", [](std::string_view number) {
-    const open_mode own = mode(std::stoul(std::string(number)));
     file held;
-    event ready;
-    event never;
-    if (!held.open(shared_path(), own.rights, own.sharing, creation::open_existing) ||
-        !ready.create_named("ready") || !never.create_named("never"))
-        return 1;
-    ready.set();
-    never.wait(infinite);
-    return 2;
+    return open_shared(held, std::stoul(std::string(number))) ? raise_and_wait("ready") : 1;
 });
 
 std::string second_opens() {
@@ -70,7 +58,7 @@ std::string second_opens() {
     for (std::size_t number = 0; number < sharing_table.size(); ++number) {
         file second;
         set_last_error(0);
-        if (second.open(shared_path(), mode(number).rights, mode(number).sharing, creation::open_existing))
+        if (open_shared(second, number))
             outcome += '+';
         else
             outcome += last_error() == error::sharing_violation ? '-' : '?';
@@ -83,10 +71,8 @@ protected:
     void SetUp() override { write_file(root.path() / "tmp" / "shared", "text"); }
     static void expect_held() {
         EXPECT_EQ(second_opens(), sharing_table[GetParam()]);
-        EXPECT_FALSE(delete_file(shared_path()));
-        EXPECT_EQ(last_error(), error::sharing_violation);
-        EXPECT_FALSE(move_file(shared_path(), shared_path() + "2"));
-        EXPECT_EQ(last_error(), error::sharing_violation);
+        EXPECT_TRUE(failed_with(error::sharing_violation, delete_file(shared_path())));
+        EXPECT_TRUE(failed_with(error::sharing_violation, move_file(shared_path(), shared_path() + "2")));
     }
 
     test_root root;
@@ -95,7 +81,7 @@ protected:
 
 TEST_P(share_modes, hold_until_the_file_is_closed_or_its_process_dies) {
     file first;
-    ASSERT_TRUE(first.open(path, mode(GetParam()).rights, mode(GetParam()).sharing, creation::open_existing));
+    ASSERT_TRUE(open_shared(first, GetParam()));
     expect_held();
     file looker;
     EXPECT_TRUE(looker.open(path, access::none, share::none, creation::open_existing));
@@ -103,8 +89,7 @@ TEST_P(share_modes, hold_until_the_file_is_closed_or_its_process_dies) {
     first.close();
     EXPECT_EQ(second_opens(), "++++++++++++");
 
-    event ready;
-    ASSERT_TRUE(ready.create_named("ready"));
+    named_event ready("ready");
     child_process other("file holder", std::to_string(GetParam()));
     ASSERT_TRUE(ready.wait(patience));
     expect_held();
@@ -117,15 +102,14 @@ INSTANTIATE_TEST_SUITE_P(all, share_modes, testing::Range<std::size_t>(0, sharin
 
 TEST(file_test, a_refused_open_changes_nothing) {
     const test_root root;
+    const std::string path = root.engine_path("held");
     write_file(root.path() / "held", "text");
-    file first;
-    file second;
-    ASSERT_TRUE(first.open(root.engine_path("held"), access::read, share::read, creation::open_existing));
-    for (const creation how : {creation::create_always, creation::truncate_existing, creation::open_always}) {
-        EXPECT_FALSE(second.open(root.engine_path("held"), access::write, share::read_write, how));
-        EXPECT_EQ(last_error(), error::sharing_violation);
-    }
-    EXPECT_FALSE(copy_file(root.engine_path("held"), root.engine_path("held"), false));
+    file first, second;
+    ASSERT_TRUE(first.open(path, access::read, share::read, creation::open_existing));
+    for (const creation how : {creation::create_always, creation::truncate_existing, creation::open_always})
+        EXPECT_TRUE(
+            failed_with(error::sharing_violation, second.open(path, access::write, share::read_write, how)));
+    EXPECT_FALSE(copy_file(path, path, false));
     EXPECT_EQ(read_file(root.path() / "held"), "text");
 }
 
@@ -142,7 +126,8 @@ protected:
         EXPECT_TRUE(set_attributes(at("locked"), attribute::read_only));
     }
     [[nodiscard]] std::string at(const std::string& name) const { return root.engine_path(name); }
-    bool open(file& target, const std::string& name, access rights, creation how) const {
+    bool open(file& target, const std::string& name, access rights,
+              creation how = creation::open_existing) const {
         return target.open(at(name), rights, share::none, how);
     }
 
@@ -163,10 +148,7 @@ protected:
 };
 
 TEST_F(files, failures_have_their_numbers_and_change_nothing) {
-    file f;
-    file reading;
-    file writing;
-    file empty;
+    file f, reading, writing, empty;
     mapping map;
     directory_search search;
     directory_entry entry;
@@ -174,21 +156,21 @@ TEST_F(files, failures_have_their_numbers_and_change_nothing) {
     std::size_t got = 0;
     char byte = 0;
     write_file(root.path() / "free", "held by nobody");
-    ASSERT_TRUE(open(reading, "file", access::read, creation::open_existing));
-    ASSERT_TRUE(open(writing, "folder\\full\\inner", access::write, creation::open_existing));
-    ASSERT_TRUE(open(empty, "empty", access::read_write, creation::open_existing));
+    ASSERT_TRUE(open(reading, "file", access::read));
+    ASSERT_TRUE(open(writing, "folder\\full\\inner", access::write));
+    ASSERT_TRUE(open(empty, "empty", access::read_write));
     struct {
         std::uint32_t number;
         const char* what;
         std::function<bool()> act;
     } const table[] = {
-        {2, "open missing", [&] { return open(f, "no", access::read, creation::open_existing); }},
-        {3, "open below missing", [&] { return open(f, "no\\a", access::read, creation::open_existing); }},
-        {3, "open below a file", [&] { return open(f, "file\\a", access::read, creation::open_existing); }},
+        {2, "open missing", [&] { return open(f, "no", access::read); }},
+        {3, "open below missing", [&] { return open(f, "no\\a", access::read); }},
+        {3, "open below a file", [&] { return open(f, "file\\a", access::read); }},
         {3, "no path", [&] { return f.open("", access::read, share::read, creation::open_always); }},
         {80, "make present", [&] { return open(f, "empty", access::write, creation::create_new); }},
-        {5, "open folder", [&] { return open(f, "folder", access::read, creation::open_existing); }},
-        {5, "look at folder", [&] { return open(f, "folder", access::none, creation::open_existing); }},
+        {5, "open folder", [&] { return open(f, "folder", access::read); }},
+        {5, "look at folder", [&] { return open(f, "folder", access::none); }},
         {87, "cut unwritten", [&] { return open(f, "file", access::read, creation::truncate_existing); }},
         {2, "delete missing", [&] { return delete_file(at("no")); }},
         {5, "delete folder", [&] { return delete_file(at("folder")); }},
@@ -228,8 +210,7 @@ TEST_F(files, failures_have_their_numbers_and_change_nothing) {
     const auto before = tree();
     for (const auto& row : table) {
         set_last_error(4711);
-        EXPECT_FALSE(row.act()) << row.what;
-        EXPECT_EQ(last_error(), row.number) << row.what;
+        EXPECT_TRUE(failed_with(row.number, row.act())) << row.what;
     }
     EXPECT_EQ(tree(), before);
 }
@@ -242,7 +223,7 @@ TEST_F(files, have_a_position_and_an_end) {
         EXPECT_TRUE(f.read(buffer.data(), size, got));
         return std::string(buffer.data(), got);
     };
-    ASSERT_TRUE(open(f, "file", access::read_write, creation::open_existing));
+    ASSERT_TRUE(open(f, "file", access::read_write));
     EXPECT_EQ(read(4), "0123");
     EXPECT_TRUE(f.write("ab", 2));
     EXPECT_EQ(f.seek(-1, origin::current), 5U);
@@ -264,7 +245,7 @@ TEST_F(files, have_a_position_and_an_end) {
 
 TEST_F(files, times_count_in_100_ns) {
     file f;
-    ASSERT_TRUE(open(f, "file", access::read_write, creation::open_existing));
+    ASSERT_TRUE(open(f, "file", access::read_write));
     // 2001-09-09 01:46:40 UTC is the second 1000000000 since 1970 and so 12644473600 since 1601.
     constexpr std::uint64_t moments[] = {126'444'736'000'000'000, 126'444'736'000'000'001,
                                          126'444'736'009'999'999};
@@ -278,7 +259,7 @@ TEST_F(files, times_count_in_100_ns) {
     f.close();
     EXPECT_TRUE(set_attributes(at("file"), attribute::read_only));
     EXPECT_TRUE(copy_file(at("file"), at("copy"), true));
-    ASSERT_TRUE(open(f, "copy", access::read, creation::open_existing));
+    ASSERT_TRUE(open(f, "copy", access::read));
     EXPECT_EQ(f.last_write_time(), moments[2]);
     EXPECT_EQ(get_attributes(at("copy")), attribute::archive | attribute::read_only);
 }
@@ -287,12 +268,10 @@ TEST_F(files, read_only_files_are_kept) {
     if (!read_only_holds(root.path() / "locked"))
         GTEST_SKIP() << "whoever runs this may write in read-only files";
     file refused;
-    for (const creation how : {creation::open_existing, creation::create_always}) {
-        EXPECT_FALSE(open(refused, "locked", access::write, how));
-        EXPECT_EQ(last_error(), error::access_denied);
-    }
-    EXPECT_FALSE(open(refused, "locked", access::read, creation::create_always));
-    EXPECT_EQ(last_error(), error::access_denied);
+    for (const auto& [rights, how] : {std::pair(access::write, creation::open_existing),
+                                      {access::write, creation::create_always},
+                                      {access::read, creation::create_always}})
+        EXPECT_TRUE(failed_with(error::access_denied, open(refused, "locked", rights, how)));
     EXPECT_EQ(get_attributes(at("locked")), attribute::archive | attribute::read_only);
     EXPECT_EQ(get_attributes(at("folder\\")), attribute::directory);
     EXPECT_FALSE(copy_file(at("file"), at("locked"), false));
@@ -304,14 +283,14 @@ TEST_F(files, read_only_files_are_kept) {
     ASSERT_TRUE(f.open(at("born"), access::write, share::none, creation::create_new, attribute::read_only));
     EXPECT_TRUE(f.write("x", 1));
     f.close();
-    EXPECT_FALSE(open(f, "born", access::write, creation::open_existing));
+    EXPECT_FALSE(open(f, "born", access::write));
 }
 
 TEST_F(files, a_link_is_the_file_and_a_copy_another) {
     ASSERT_TRUE(create_hard_link(at("folder\\link"), at("file")));
     ASSERT_TRUE(copy_file(at("file"), at("copy"), true));
     file f;
-    ASSERT_TRUE(open(f, "file", access::write, creation::open_existing));
+    ASSERT_TRUE(open(f, "file", access::write));
     EXPECT_TRUE(f.write("ABC", 3));
     f.close();
     EXPECT_EQ(read_file(root.path() / "folder" / "link"), "ABC3456789");
@@ -332,8 +311,7 @@ TEST_F(files, durable_are_files_and_folders_that_are_there) {
     ASSERT_TRUE(f.write("x", 1) && create_hard_link(at("other"), at("file")));
     EXPECT_TRUE(has_other_names(at("file")) && !has_other_names(at("missing")));
     EXPECT_TRUE(make_durable({at("file"), at("other"), at(""), at("file")}));
-    EXPECT_FALSE(make_durable({at("missing"), at("")}));
-    EXPECT_EQ(last_error(), error::file_not_found);
+    EXPECT_TRUE(failed_with(error::file_not_found, make_durable({at("missing"), at("")})));
 }
 
 TEST_F(files, path_forms) {
@@ -418,9 +396,10 @@ TEST_F(files, every_change_can_be_refused) {
     using enum change;
     file f;
     mapping map;
-    const auto reopen = [&] { return open(f, "file", access::read_write, creation::open_existing); };
+    const auto reopen = [&] { return open(f, "file", access::read_write); };
     const auto make = [&] { return open(f, "new", access::read, creation::open_always); };
     const auto cut = [&] { return open(f, "file", access::write, creation::create_always); };
+    const auto lock = [&] { return platform::set_attributes(at("file"), attribute::read_only); };
     const auto grow = [&] { return reopen() && f.seek(99, origin::end) && f.set_end(); };
     struct {
         const char* path;
@@ -440,31 +419,29 @@ TEST_F(files, every_change_can_be_refused) {
         {"new", {link_file}, [&] { return create_hard_link(at("new"), at("file")); }},
         {"new", {create_folder}, [&] { return create_directory(at("new")); }},
         {"void", {remove_folder}, [&] { return remove_directory(at("void")); }},
-        {"file",
-         {set_attributes},
-         [&] { return platform::set_attributes(at("file"), attribute::read_only); }},
+        {"file", {set_attributes}, lock},
     };
     for (const auto& row : table) {
         std::filesystem::remove(root.path() / "new");
         std::filesystem::create_directory(root.path() / "void");
         tvr::write_file(root.path() / "file", "0123456789");
         const auto before = tree();
-        const auto number = &row - table;
+        SCOPED_TRACE(&row - table);
         set_change_hook(ask);
         for (refused = 1; refused <= row.changes.size(); ++refused) {
             asked.clear();
-            EXPECT_FALSE(row.act()) << number;
-            EXPECT_EQ(last_error(), 4711U) << number;
+            EXPECT_TRUE(failed_with(4711, row.act()));
             f.close();
-            EXPECT_EQ(tree(), before) << number;
+            EXPECT_EQ(tree(), before);
         }
         refused = 0;
         asked.clear();
-        EXPECT_TRUE(row.act()) << number;
-        ASSERT_EQ(asked.size(), row.changes.size()) << number;
-        for (std::size_t i = 0; i < asked.size(); ++i)
-            EXPECT_EQ(asked[i], std::pair(row.changes[i], at(row.path))) << number;
-        EXPECT_NE(tree(), before) << number;
+        EXPECT_TRUE(row.act());
+        std::vector<std::pair<change, std::string>> expected;
+        for (const change each : row.changes)
+            expected.emplace_back(each, at(row.path));
+        EXPECT_EQ(asked, expected);
+        EXPECT_NE(tree(), before);
         set_change_hook(nullptr);
         f.close();
         map.close();

@@ -10,6 +10,7 @@
 #include "platform/process.h"
 #include "platform/sync.h"
 #include "support/child_process.h"
+#include "support/named_event.h"
 #include "support/platform_limits.h"
 #include "support/shared_tally.h"
 #include "support/test.h"
@@ -18,7 +19,6 @@ namespace tvr {
 namespace {
 
 using platform::event;
-using platform::infinite;
 using platform::wait_any;
 using platform::wait_timeout;
 
@@ -94,16 +94,25 @@ std::string race_name(std::size_t number) {
     return "race " + std::to_string(number);
 }
 
+struct held_events {
+    bool open() {
+        bool opened = true;
+        for (std::size_t i = 0; i < held_count; ++i) {
+            opened = opened && events[i].create_named(race_name(i));
+            all[i] = &events[i];
+        }
+        return opened;
+    }
+
+    std::array<event, held_count> events;
+    std::array<event*, held_count> all{};
+};
+
 const child_role racer("racer", [](std::string_view seed) {
     tally done;
-    std::array<event, held_count> held;
-    std::array<event*, held_count> all{};
+    held_events held;
     event token;
-    bool ready = done.open() && token.create_named("token");
-    for (std::size_t i = 0; i < held_count; ++i) {
-        ready = ready && held[i].create_named(race_name(i));
-        all[i] = &held[i];
-    }
+    bool ready = done.open() && held.open() && token.create_named("token");
     std::minstd_rand random(static_cast<unsigned>(std::stoul(std::string(seed))));
     file_lock lock(lock_path());
     while (ready) {
@@ -120,10 +129,11 @@ const child_role racer("racer", [](std::string_view seed) {
             continue;
         }
         for (auto turns = random() % 16; turns > 0; --turns)
-            done.raise(held[(number + turns) % held_count], (number + turns) % held_count);
+            done.raise(held.events[(number + turns) % held_count], (number + turns) % held_count);
         const std::size_t from = random() % held_count;
-        const std::uint32_t taken = wait_any(std::span(all).subspan(from, 1 + random() % (held_count - from)),
-                                             static_cast<std::uint32_t>(random() % 3));
+        const std::uint32_t taken =
+            wait_any(std::span(held.all).subspan(from, 1 + random() % (held_count - from)),
+                     static_cast<std::uint32_t>(random() % 3));
         if (taken < held_count)
             ++done->takes[from + taken];
     }
@@ -133,11 +143,8 @@ const child_role racer("racer", [](std::string_view seed) {
 
 // Answers each "ping" with a "pong" while every racer is dead.
 const child_role answerer("answerer", [](std::string_view) {
-    event ping;
-    event pong;
-    if (!pong.create_named("pong") || !ping.create_named("ping"))
-        return 1;
-    while (ping.wait(infinite)) // a phase takes as long as it takes
+    named_event pong("pong"), ping("ping");
+    while (ping.wait(platform::infinite)) // a phase takes as long as it takes
         pong.set();
     return 2;
 });
@@ -146,18 +153,9 @@ TEST(race, with_deaths_loses_nothing_and_lets_two_in_at_no_time) {
     const test_root root;
     tally done;
     ASSERT_TRUE(done.open());
-    std::array<event, held_count> held;
-    std::array<event*, held_count> all{};
-    for (std::size_t i = 0; i < held_count; ++i) {
-        ASSERT_TRUE(held[i].create_named(race_name(i)));
-        all[i] = &held[i];
-    }
-    event token;
-    event ping;
-    event pong;
-    ASSERT_TRUE(token.create_named("token"));
-    ASSERT_TRUE(ping.create_named("ping"));
-    ASSERT_TRUE(pong.create_named("pong"));
+    held_events held;
+    ASSERT_TRUE(held.open());
+    named_event token("token"), ping("ping"), pong("pong");
     child_process living("answerer");
 
     std::minstd_rand random(1);
@@ -190,7 +188,7 @@ TEST(race, with_deaths_loses_nothing_and_lets_two_in_at_no_time) {
             ASSERT_TRUE(pong.wait(patience)) << "lost after phase " << phase;
         }
     }
-    for (std::uint32_t taken = 0; (taken = wait_any(all, 0)) != wait_timeout;) {
+    for (std::uint32_t taken = 0; (taken = wait_any(held.all, 0)) != wait_timeout;) {
         ASSERT_LT(taken, held_count);
         ++done->takes[taken];
     }

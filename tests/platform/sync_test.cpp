@@ -7,6 +7,7 @@
 
 #include "platform/error.h"
 #include "support/child_process.h"
+#include "support/named_event.h"
 #include "support/platform_limits.h"
 #include "support/test.h"
 
@@ -15,20 +16,19 @@ namespace {
 
 using platform::event;
 using platform::infinite;
+using platform::last_error;
 using platform::wait_any;
 using platform::wait_failed;
 using platform::wait_timeout;
 
 // --- one process ---
 
-enum class kind { unnamed, named };
-
-class auto_reset_events : public testing::TestWithParam<kind> {
+class auto_reset_events : public testing::TestWithParam<bool> { // whether they have names
 protected:
     void SetUp() override {
         for (std::size_t i = 0; i < events.size(); ++i) {
-            ASSERT_TRUE(GetParam() == kind::named ? events[i].create_named("event " + std::to_string(i))
-                                                  : events[i].create(false));
+            ASSERT_TRUE(GetParam() ? events[i].create_named("event " + std::to_string(i))
+                                   : events[i].create(false));
             all[i] = &events[i];
         }
     }
@@ -56,7 +56,7 @@ TEST_P(auto_reset_events, come_lowest_first_and_once) {
     events[0].set();
     events[1].set();
     events[0].reset();
-    EXPECT_TRUE(events[1].wait(0));
+    EXPECT_EQ(wait_any(all, 1), 1U);
     EXPECT_EQ(wait_any(all, 1), wait_timeout);
 }
 
@@ -125,14 +125,12 @@ TEST_P(auto_reset_events, may_be_closed_under_a_waiting_thread) {
     EXPECT_TRUE(answer == 1 || answer == wait_failed) << answer;
 }
 
-INSTANTIATE_TEST_SUITE_P(both, auto_reset_events, testing::Values(kind::unnamed, kind::named),
-                         [](const auto& row) { return row.param == kind::named ? "named" : "unnamed"; });
+INSTANTIATE_TEST_SUITE_P(both, auto_reset_events, testing::Bool(),
+                         [](const auto& row) { return row.param ? "named" : "unnamed"; });
 
 TEST(event_test, manual_reset_stays_until_reset) {
-    event manual;
-    event automatic;
-    ASSERT_TRUE(manual.create(true));
-    ASSERT_TRUE(automatic.create(false));
+    event manual, automatic;
+    ASSERT_TRUE(manual.create(true) && automatic.create(false));
     const std::array<event*, 2> both = {&manual, &automatic};
     automatic.set();
     manual.set();
@@ -145,11 +143,9 @@ TEST(event_test, manual_reset_stays_until_reset) {
 
 TEST(event_test, refuses_what_it_cannot_wait_for) {
     const test_root root;
-    event closed;
-    event unnamed;
-    event named;
+    event closed, unnamed;
+    named_event named("name");
     ASSERT_TRUE(unnamed.create(true));
-    ASSERT_TRUE(named.create_named("name"));
     unnamed.set();
     struct {
         std::vector<event*> events;
@@ -163,7 +159,7 @@ TEST(event_test, refuses_what_it_cannot_wait_for) {
     };
     for (const auto& row : table) {
         EXPECT_EQ(wait_any(row.events, 0), wait_failed);
-        EXPECT_EQ(platform::last_error(), row.error);
+        EXPECT_EQ(last_error(), row.error);
     }
     closed.set();
     closed.reset();
@@ -174,15 +170,26 @@ TEST(event_test, refuses_what_it_cannot_wait_for) {
 
 class named_event_test : public testing::Test {
 protected:
+    [[nodiscard]] std::vector<std::filesystem::path> files() const {
+        std::vector<std::filesystem::path> found;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(root.path()))
+            if (entry.is_regular_file())
+                found.push_back(entry.path());
+        return found;
+    }
+    static void put(const std::filesystem::path& path, std::streamoff from, std::size_t size, char byte) {
+        std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+        file.seekp(from) << std::string(size, byte);
+    }
+
     test_root root;
     event probe;
 };
 
 TEST_F(named_event_test, are_reset_when_the_last_holder_is_gone) {
-    event second;
     ASSERT_TRUE(probe.create_named("shared"));
     probe.set();
-    ASSERT_TRUE(second.create_named("shared"));
+    named_event second("shared");
     probe.close();
     EXPECT_TRUE(second.wait(0));
     second.set();
@@ -191,18 +198,12 @@ TEST_F(named_event_test, are_reset_when_the_last_holder_is_gone) {
     EXPECT_FALSE(probe.wait(0));
 }
 
-TEST(named_events, are_apart_in_different_roots) {
-    event inner;
-    event outer;
-    const test_root root;
-    ASSERT_TRUE(outer.create_named("shared"));
-    {
-        const test_root other;
-        ASSERT_TRUE(inner.create_named("shared"));
-    }
-    outer.set();
-    EXPECT_FALSE(inner.wait(0));
-    EXPECT_TRUE(outer.wait(0));
+TEST_F(named_event_test, are_apart_in_different_roots) {
+    ASSERT_TRUE(probe.create_named("shared"));
+    probe.set();
+    const test_root other;
+    EXPECT_FALSE(named_event("shared").wait(0));
+    EXPECT_TRUE(probe.wait(0));
 }
 
 TEST_F(named_event_test, names_have_limits) {
@@ -213,45 +214,29 @@ TEST_F(named_event_test, names_have_limits) {
     EXPECT_TRUE(probe.create_named(longest));
 }
 
-std::vector<std::filesystem::path> files_below(const test_root& root) {
-    std::vector<std::filesystem::path> found;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(root.path()))
-        if (entry.is_regular_file())
-            found.push_back(entry.path());
-    return found;
-}
-
-void put(const std::filesystem::path& path, std::size_t from, std::size_t size, char byte) {
-    std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
-    file.seekp(static_cast<std::streamoff>(from));
-    file << std::string(size, byte);
-}
-
 TEST_F(named_event_test, survive_a_damaged_file) {
     ASSERT_TRUE(probe.create_named("name"));
     probe.close();
     for (const unsigned size : {0U, 1U, 15U, 4095U, 100'000U})
-        for (const std::size_t from : {0U, 4U, 16U})
+        for (const int from : {0, 4, 16})
             for (const char byte : {'\0', '\1', '\xff'}) {
-                for (const auto& file : files_below(root)) {
+                for (const auto& file : files()) {
                     put(file, from, 20'000, byte);
                     std::filesystem::resize_file(file, size);
                 }
-                event twin;
                 ASSERT_TRUE(probe.create_named("name")) << size << ' ' << from;
                 EXPECT_FALSE(probe.wait(0));
-                ASSERT_TRUE(twin.create_named("name"));
+                named_event twin("name");
                 probe.set();
                 EXPECT_TRUE(twin.wait(patience));
                 probe.close();
             }
     // Damage under a holder ends with it.
     ASSERT_TRUE(probe.create_named("name"));
-    const auto files = files_below(root);
-    for (const auto& file : files)
+    for (const auto& file : files())
         put(file, 0, 4, '\xff');
     event other;
-    EXPECT_EQ(other.create_named("name"), files.empty());
+    EXPECT_EQ(other.create_named("name"), files().empty());
     probe.set();
     EXPECT_TRUE(probe.wait(patience));
     probe.close();
@@ -262,7 +247,7 @@ TEST_F(named_event_test, do_not_follow_a_link) {
     ASSERT_TRUE(probe.create_named("name"));
     probe.close();
     const auto target = root.path() / "target";
-    for (const auto& file : files_below(root)) {
+    for (const auto& file : files()) {
         std::filesystem::rename(file, target);
         std::filesystem::create_symlink(target, file);
         EXPECT_FALSE(probe.create_named("name"));
@@ -271,15 +256,7 @@ TEST_F(named_event_test, do_not_follow_a_link) {
 
 // --- named events between processes ---
 
-const child_role raiser("raiser", [](std::string_view name) {
-    event raised;
-    event never;
-    if (!raised.create_named(name) || !never.create_named("never"))
-        return 1;
-    raised.set();
-    never.wait(infinite);
-    return 2;
-});
+const child_role raiser("raiser", raise_and_wait);
 
 TEST_F(named_event_test, a_killed_holder_holds_nothing) {
     ASSERT_TRUE(probe.create_named("shared"));

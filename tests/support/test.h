@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/error.h"
 #include "platform/file.h"
 #include "tests/support/file_bytes.h"
 #include "tests/support/test_root.h"
@@ -23,6 +24,14 @@ constexpr std::uint32_t patience = 60'000; // milliseconds
 inline testing::AssertionResult holds(std::string_view text, std::string_view part) {
     const bool found = text.find(part) != std::string_view::npos;
     return testing::AssertionResult(found) << '"' << part << (found ? "\" is in\n" : "\" isn't in\n") << text;
+}
+
+// The answer of a call of the platform that must fail, and by this error.
+inline testing::AssertionResult failed_with(std::uint32_t error, bool answer) {
+    const std::uint32_t found = platform::last_error();
+    return testing::AssertionResult(!answer && found == error)
+           << (answer ? "no failure"
+                      : "error " + std::to_string(found) + " in place of " + std::to_string(error));
 }
 
 // A text as the platform's text files have it.
