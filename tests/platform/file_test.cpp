@@ -9,8 +9,8 @@
 #include "platform/mapping.h"
 #include "platform/sync.h"
 #include "support/child_process.h"
-#include "support/named_event.h"
 #include "support/platform_limits.h"
+#include "support/platform_objects.h"
 #include "support/test.h"
 
 namespace tvr {

@@ -15,6 +15,7 @@
 #include "platform/registry.h"
 #include "platform/sync.h"
 #include "support/child_process.h"
+#include "support/platform_objects.h"
 #include "support/test.h"
 
 namespace tvr {
@@ -22,6 +23,8 @@ namespace {
 
 using namespace platform;
 namespace fs = std::filesystem;
+
+constexpr auto key_path = "Software\\Test";
 
 // Everything below a folder is for its owner alone; answers how much that is.
 int expect_private(const fs::path& folder) {
@@ -35,28 +38,14 @@ int expect_private(const fs::path& folder) {
     return count;
 }
 
-class no_mask {
-public:
-    no_mask() : m_before(umask(0)) {}
-    ~no_mask() { umask(m_before); }
-    no_mask(const no_mask&) = delete;
-    no_mask& operator=(const no_mask&) = delete;
-
-private:
-    mode_t m_before;
-};
-
 TEST(posix_test, everything_is_private) {
     const test_root root;
-    const no_mask open_to_all;
-    registry_key key;
-    event named;
+    const mode_t mask = umask(0);
     presence own;
-    EXPECT_TRUE(key.create(registry_root::current_user, "Software\\Test") && key.set("x", 1, "x"));
-    EXPECT_TRUE(named.create_named("event") && own.create("class", "title"));
+    EXPECT_TRUE(user_key(key_path).set("x", 1, "x") && machine_key(key_path).is_open());
+    EXPECT_TRUE(named_event("event").is_open() && own.create("class", "title"));
     EXPECT_TRUE(make_temp_file(temp_folder_path(), "tvr"));
     EXPECT_TRUE(create_directory(expand_environment("%appdata%\\folder")));
-    EXPECT_TRUE(key.create(registry_root::local_machine, "Software\\Test"));
     EXPECT_TRUE(create_directory(common_appdata_folder() + "\\folder"));
     file f;
     EXPECT_TRUE(f.open(root.engine_path("file"), access::write, share::none, creation::create_always));
@@ -65,6 +54,7 @@ TEST(posix_test, everything_is_private) {
     EXPECT_TRUE(create_directory(root.engine_path("folder")));
     EXPECT_TRUE(write_profile_string("S", "k", "v", root.engine_path("folder\\x.ini")));
     EXPECT_TRUE(write_profile_string("S", "k", "v", "c:\\x.ini"));
+    umask(mask);
     EXPECT_GT(expect_private(root.path()), 15);
 }
 
@@ -72,13 +62,11 @@ TEST(posix_test, everything_is_private) {
 TEST(posix_test, a_shared_folder_is_not_used) {
     const test_root root;
     const auto run = root.path() / "run";
-    const auto appdata = [] { return expand_environment("%appdata%"); };
     fs::create_directory(run);
     for (const mode_t rights : {0777U, 0770U, 01777U}) {
         chmod(run.c_str(), rights);
         EXPECT_EQ(runtime_folder(), "") << rights;
-        event named;
-        EXPECT_FALSE(named.create_named("event"));
+        EXPECT_FALSE(event().create_named("event"));
     }
     fs::remove(run);
     fs::create_directory(root.path() / "else");
@@ -87,9 +75,11 @@ TEST(posix_test, a_shared_folder_is_not_used) {
     fs::remove(run);
     for (const mode_t rights : {0777U, 01777U}) {
         chmod(root.path().c_str(), rights);
-        EXPECT_EQ(runtime_folder() + temp_folder_path() + common_appdata_folder() + appdata(), "") << rights;
-        registry_key key;
-        EXPECT_FALSE(key.create(registry_root::current_user, "Software\\Test"));
+        EXPECT_EQ(runtime_folder() + temp_folder_path() + common_appdata_folder() +
+                      expand_environment("%appdata%"),
+                  "")
+            << rights;
+        EXPECT_FALSE(registry_key().create(registry_root::current_user, key_path));
     }
     chmod(root.path().c_str(), 0755);
     EXPECT_NE(runtime_folder(), "");
@@ -113,9 +103,9 @@ TEST(posix_test, drives_are_folders_of_the_root) {
 
 TEST(posix_test, named_events_have_sixty_four_places) {
     const test_root root;
-    std::deque<event> many;
+    std::deque<named_event> many;
     for (int i = 0; i < 64; ++i)
-        ASSERT_TRUE(many.emplace_back().create_named(std::to_string(i)));
+        many.emplace_back(std::to_string(i));
     event extra;
     EXPECT_FALSE(extra.create_named("one too many"));
     EXPECT_TRUE(extra.create_named("62"));
@@ -145,10 +135,8 @@ TEST(posix_test, a_year_without_29_february) {
 TEST(posix_test, damaged_stores) {
     const test_root root;
     const std::string good = "[Software\\Test]\nname=1:41\n";
-    struct {
-        std::string text;
-        bool kept;
-    } const table[] = {
+    const std::pair<std::string, bool> table[] = {
+        // and whether the value is kept
         {"", false},
         {std::string(5000, '\0'), false},
         {"name=1:41\n", false},
@@ -161,35 +149,32 @@ TEST(posix_test, damaged_stores) {
         {good + "name2=", true},
         {good + std::string(std::size_t{5} << 20, ' '), false},
     };
-    for (const auto& row : table) {
-        const auto number = &row - table;
-        write_file(root.path() / "user", row.text);
-        registry_key key;
-        EXPECT_EQ(key.open(registry_root::current_user, "Software\\Test") && key.query("name"), row.kept)
-            << number;
-        EXPECT_TRUE(key.create(registry_root::current_user, "Software\\Test")) << number;
-        EXPECT_TRUE(key.set("other", 1, "x")) << number;
-        EXPECT_EQ(key.query("other").value().data, "x") << number;
-        EXPECT_EQ(key.query("name").has_value(), row.kept) << number;
+    registry_key read;
+    for (const auto& [text, kept] : table) {
+        SCOPED_TRACE(text.substr(0, 40));
+        write_file(root.path() / "user", text);
+        EXPECT_EQ(read.open(registry_root::current_user, key_path) && read.query("name"), kept);
+        user_key key(key_path);
+        EXPECT_TRUE(key.set("other", 1, "x"));
+        EXPECT_EQ(key.query("other").value().data, "x");
+        EXPECT_EQ(key.query("name").has_value(), kept);
     }
     write_file(root.path() / "else", good);
     fs::remove(root.path() / "user");
     fs::create_symlink(root.path() / "else", root.path() / "user");
-    registry_key key;
-    EXPECT_FALSE(key.open(registry_root::current_user, "Software\\Test"));
+    EXPECT_FALSE(read.open(registry_root::current_user, key_path));
 }
 
 TEST(posix_test, a_refused_write_leaves_a_text_file_as_it_was) {
     const test_root root;
-    registry_key key;
-    ASSERT_TRUE(key.create(registry_root::current_user, "Software\\Test") && key.set("x", 1, "old"));
+    user_key key(key_path);
+    ASSERT_TRUE(key.set("x", 1, "old"));
     static int left = 0;
     const change_hook refuse = [](change, std::string_view) { return left-- == 0 ? 112U : 0U; };
     for (int number = 0; number < 4; ++number) {
         left = number;
         set_change_hook(refuse);
-        EXPECT_FALSE(key.set("x", 1, "new"));
-        EXPECT_EQ(last_error(), error::disk_full);
+        EXPECT_TRUE(failed_with(error::disk_full, key.set("x", 1, "new")));
         set_change_hook(nullptr);
         EXPECT_EQ(key.query("x").value().data, "old");
     }
@@ -229,17 +214,14 @@ const child_role started("started", [](std::string_view) {
     words = words.substr(words.find('\0') + 1);
     words += getsid(0) == getpid() && isatty(0) == 0 ? "apart" : "joined";
     write_file(std::string(std::getenv("TESSIVAR_ROOT")) + "/told", words);
-    event ready;
-    if (ready.create_named("ready"))
-        ready.set();
+    named_event("ready").set();
     return 0;
 });
 
 TEST(posix_test, starts_programs) {
     using namespace std::literals;
     const test_root root;
-    event ready;
-    ASSERT_TRUE(ready.create_named("ready"));
+    named_event ready("ready");
     set_environment_variable(child_process::role_variable, "started");
     for (const auto& [arguments, told] : {std::pair(""sv, "apart"s), {"/stop  -x", "/stop\0-x\0apart"s}}) {
         // The suffix of the reference platform is dropped if there is no such file.
@@ -251,8 +233,7 @@ TEST(posix_test, starts_programs) {
     }
     set_environment_variable(child_process::role_variable, "");
     write_file(root.path() / "no_program", "text");
-    EXPECT_FALSE(start_process(root.engine_path("no_program")));
-    EXPECT_EQ(last_error(), error::access_denied);
+    EXPECT_TRUE(failed_with(error::access_denied, start_process(root.engine_path("no_program"))));
 }
 
 } // namespace

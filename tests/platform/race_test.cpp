@@ -10,8 +10,8 @@
 #include "platform/process.h"
 #include "platform/sync.h"
 #include "support/child_process.h"
-#include "support/named_event.h"
 #include "support/platform_limits.h"
+#include "support/platform_objects.h"
 #include "support/shared_tally.h"
 #include "support/test.h"
 

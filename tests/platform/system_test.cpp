@@ -13,6 +13,7 @@
 #include "platform/registry.h"
 #include "platform/sync.h"
 #include "support/child_process.h"
+#include "support/platform_objects.h"
 #include "support/test.h"
 
 namespace tvr {
@@ -30,8 +31,8 @@ constexpr auto exit_message = "test_exit_message";
 // Is present under that title until it is asked to close.
 const child_role owner("presence owner", [](std::string_view own_title) {
     presence own;
-    event ready;
-    if (!ready.create_named("ready") || !own.create(class_name, own_title))
+    named_event ready("ready");
+    if (!own.create(class_name, own_title))
         return 1;
     own.set_private_message(register_private_message(exit_message));
     own.set_visible(own_title == "visible");
@@ -42,7 +43,6 @@ const child_role owner("presence owner", [](std::string_view own_title) {
 
 class presence_test : public testing::Test {
 protected:
-    presence_test() { EXPECT_TRUE(ready.create_named("ready")); }
     child_process start(const std::string& own_title = title) {
         child_process child("presence owner", own_title);
         EXPECT_TRUE(ready.wait(patience));
@@ -50,7 +50,7 @@ protected:
     }
 
     test_root root;
-    event ready;
+    named_event ready{"ready"};
 };
 
 TEST_F(presence_test, is_found_and_closed_from_another_process) {
@@ -135,22 +135,21 @@ TEST(registry_test, values_keep_type_and_bytes) {
         {"%41", registry_type::string, "3"},
         {"two\nlines", registry_type::string, "4"},
     };
-    registry_key user;
-    registry_key machine;
-    ASSERT_TRUE(user.create(registry_root::current_user, key_path));
-    ASSERT_TRUE(machine.create(registry_root::local_machine, key_path));
+    user_key user(key_path);
+    const machine_key machine(key_path);
     for (const auto& row : table)
         EXPECT_TRUE(user.set(row.name, row.type, row.data));
     registry_key reader;
     ASSERT_TRUE(reader.open(registry_root::current_user, "SOFTWARE\\test\\KEY"));
     for (const auto& row : table) {
+        SCOPED_TRACE(row.name);
         auto value = reader.query(row.name);
-        ASSERT_TRUE(value) << row.name;
-        EXPECT_EQ(value->type, row.type) << row.name;
+        ASSERT_TRUE(value);
+        EXPECT_EQ(value->type, row.type);
         if (row.type == registry_type::string && value->data.ends_with('\0'))
             value->data.pop_back();
-        EXPECT_EQ(value->data, row.data) << row.name;
-        EXPECT_FALSE(machine.query(row.name)) << row.name;
+        EXPECT_EQ(value->data, row.data);
+        EXPECT_FALSE(machine.query(row.name));
     }
     EXPECT_TRUE(user.set("UNENDED", registry_type::dword, "9"));
     EXPECT_EQ(reader.query("unended")->data, "9");
@@ -161,15 +160,12 @@ TEST(registry_test, values_keep_type_and_bytes) {
 
 TEST(registry_test, failures) {
     const test_root root;
-    registry_key key;
-    registry_key reader;
+    user_key key(key_path);
+    registry_key reader, writer, closed;
     ASSERT_TRUE(key.create(registry_root::current_user, key_path));
-    ASSERT_TRUE(key.create(registry_root::current_user, key_path));
-    ASSERT_TRUE(reader.open(registry_root::current_user, key_path));
-    registry_key writer;
-    ASSERT_TRUE(writer.open(registry_root::current_user, key_path, registry_access::write));
+    ASSERT_TRUE(reader.open(registry_root::current_user, key_path) &&
+                writer.open(registry_root::current_user, key_path, registry_access::write));
     EXPECT_TRUE(writer.set("kept", registry_type::string, "1") && reader.query("kept"));
-    registry_key closed;
     const std::pair<std::uint32_t, std::function<bool()>> table[] = {
         {2, [&] { return closed.open(registry_root::current_user, "Software\\Test\\Ke"); }},
         {2, [&] { return closed.open(registry_root::local_machine, key_path); }},
@@ -181,10 +177,8 @@ TEST(registry_test, failures) {
         {6, [&] { return closed.query("x").has_value(); }},
         {6, [&] { return closed.set("x", registry_type::string, "x"); }},
     };
-    for (const auto& [number, act] : table) {
-        EXPECT_FALSE(act());
-        EXPECT_EQ(last_error(), number) << &act - &table[0].second;
-    }
+    for (const auto& row : table)
+        EXPECT_TRUE(failed_with(row.first, row.second())) << &row - table;
     for (const char* above : {"Software\\Test", "software", "Software\\Test\\Key"})
         EXPECT_TRUE(closed.open(registry_root::current_user, above)) << above;
 }
@@ -192,21 +186,17 @@ TEST(registry_test, failures) {
 constexpr int values_each = 60;
 
 const child_role registry_writer("registry writer", [](std::string_view own) {
-    registry_key key;
-    if (!key.create(registry_root::current_user, key_path))
-        return 1;
+    user_key key(key_path);
     for (int i = 0; i < values_each; ++i)
         if (!key.set(std::string(own) + std::to_string(i), registry_type::string, own))
-            return 2;
+            return 1;
     return 0;
 });
 
 TEST(registry_test, writers_of_two_processes_lose_nothing) {
     const test_root root;
-    child_process first("registry writer", "a");
-    child_process second("registry writer", "b");
-    EXPECT_EQ(first.join(), 0);
-    EXPECT_EQ(second.join(), 0);
+    child_process first("registry writer", "a"), second("registry writer", "b");
+    EXPECT_EQ(first.join() | second.join(), 0);
     registry_key key;
     ASSERT_TRUE(key.open(registry_root::current_user, key_path));
     for (int i = 0; i < values_each; ++i)
@@ -217,8 +207,8 @@ TEST(root_test, roots_are_apart) {
     const test_root first;
     registry_key key;
     presence own;
-    ASSERT_TRUE(key.create(registry_root::current_user, key_path) && own.create(class_name, title));
-    ASSERT_TRUE(key.create(registry_root::local_machine, key_path));
+    ASSERT_TRUE(own.create(class_name, title));
+    ASSERT_TRUE(user_key(key_path).is_open() && machine_key(key_path).is_open());
     {
         const test_root second;
         EXPECT_FALSE(key.open(registry_root::current_user, key_path));
@@ -239,12 +229,29 @@ TEST(root_test, roots_are_apart) {
 
 // --- ini files ---
 
-TEST(profile_test, reads_numbers) {
-    const test_root root;
-    const std::string path = root.engine_path("x.ini");
+class profile_test : public testing::Test {
+protected:
+    // The lines of the file, whatever their ends are; empty ones don't count.
+    [[nodiscard]] std::vector<std::string> lines() const {
+        std::vector<std::string> all;
+        std::istringstream in(read_file(file));
+        for (std::string line; std::getline(in, line);) {
+            std::erase(line, '\r');
+            if (!line.empty())
+                all.push_back(line);
+        }
+        return all;
+    }
+
+    test_root root;
+    std::string path = root.engine_path("x.ini");
+    std::filesystem::path file = root.path() / "x.ini";
+};
+
+TEST_F(profile_test, reads_numbers) {
     EXPECT_EQ(profile_int("A", "x", 7, path), 7);
-    write_file(root.path() / "x.ini", "top=1\r\n[A]\r\n x = 12 \r\nneg=-5\r\nbad=z9\r\nhalf=12z\r\n;off=1\r\n"
-                                      "max=2147483647\r\n[b b]\nx=3\n[A]\nlate=4");
+    write_file(file, "top=1\r\n[A]\r\n x = 12 \r\nneg=-5\r\nbad=z9\r\nhalf=12z\r\n;off=1\r\n"
+                     "max=2147483647\r\n[b b]\nx=3\n[A]\nlate=4");
     struct {
         const char* section;
         const char* key;
@@ -257,35 +264,18 @@ TEST(profile_test, reads_numbers) {
         EXPECT_EQ(profile_int(row.section, row.key, 7, path), row.number) << row.section << ' ' << row.key;
 }
 
-TEST(profile_test, lives_with_any_bytes) {
-    const test_root root;
-    const std::string path = root.engine_path("x.ini");
+TEST_F(profile_test, lives_with_any_bytes) {
     const std::string good = "[Settings]\r\nSpamThreshold=85\r\n;x\r\nUnsure Threshold = 70\r\n";
     for (std::size_t at = 0; at < good.size(); ++at)
         for (const std::string& part : {""s, "\0"s, "\xFF"s, "\n"s, "="s, std::string(5000, '[')}) {
-            write_file(root.path() / "x.ini",
-                       good.substr(0, at) + part + (part.empty() ? "" : good.substr(at)));
+            write_file(file, good.substr(0, at) + part + (part.empty() ? "" : good.substr(at)));
             (void)profile_int("Settings", "unsure threshold", 5, path);
             EXPECT_TRUE(write_profile_string("Settings", "new", "6", path));
             EXPECT_EQ(profile_int("Settings", "new", 5, path), 6) << at;
         }
 }
 
-// The lines of a file, whatever their ends are; empty ones don't count.
-std::vector<std::string> lines_of(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) {
-        if (line.ends_with('\r'))
-            line.pop_back();
-        if (!line.empty())
-            lines.push_back(line);
-    }
-    return lines;
-}
-
-TEST(profile_test, writes_one_line_and_keeps_the_others) {
-    const test_root root;
+TEST_F(profile_test, writes_one_line_and_keeps_the_others) {
     struct {
         const char* before;
         std::vector<std::string> after;
@@ -301,20 +291,20 @@ TEST(profile_test, writes_one_line_and_keeps_the_others) {
         {"[S]\r\nk=old\r\nx=1\r\n", {"[S]", "k=v", "x=1"}},
     };
     for (const auto& row : table) {
-        write_file(root.path() / "x.ini", row.before);
-        EXPECT_TRUE(write_profile_string("S", "k", "v", root.engine_path("x.ini")));
-        EXPECT_EQ(lines_of(read_file(root.path() / "x.ini")), row.after) << row.before;
+        write_file(file, row.before);
+        EXPECT_TRUE(write_profile_string("S", "k", "v", path));
+        EXPECT_EQ(lines(), row.after) << row.before;
     }
-    EXPECT_TRUE(write_profile_string("S", "k", "v", root.engine_path("new.ini")));
-    EXPECT_EQ(lines_of(read_file(root.path() / "new.ini")), table[0].after);
+    std::filesystem::remove(file);
+    EXPECT_TRUE(write_profile_string("S", "k", "v", path));
+    EXPECT_EQ(lines(), table[0].after);
 }
 
 // --- processes, libraries, memory, time ---
 
 TEST(process_test, others_end_on_demand) {
     const test_root root;
-    event ready;
-    ASSERT_TRUE(ready.create_named("ready"));
+    named_event ready("ready");
     child_process child("raiser", "ready");
     const std::uint32_t id = child.id();
     ASSERT_TRUE(ready.wait(patience));
@@ -331,13 +321,10 @@ TEST(process_test, others_end_on_demand) {
     EXPECT_FALSE(process_exists(id));
     for (const std::uint32_t nobody : {id, 0U, 0xFFFFFFFFU}) {
         EXPECT_FALSE(process_start(nobody));
-        EXPECT_FALSE(terminate_process(nobody, -1));
-        EXPECT_EQ(last_error(), error::invalid_parameter);
+        EXPECT_TRUE(failed_with(error::invalid_parameter, terminate_process(nobody, -1)));
     }
-    EXPECT_FALSE(start_process(root.engine_path("no.exe")));
-    EXPECT_EQ(last_error(), error::file_not_found);
-    EXPECT_FALSE(start_process(root.engine_path("no\\no.exe")));
-    EXPECT_EQ(last_error(), error::path_not_found);
+    EXPECT_TRUE(failed_with(error::file_not_found, start_process(root.engine_path("no.exe"))));
+    EXPECT_TRUE(failed_with(error::path_not_found, start_process(root.engine_path("no\\no.exe"))));
 }
 
 TEST(process_test, environment_is_expanded) {
@@ -345,13 +332,11 @@ TEST(process_test, environment_is_expanded) {
     const std::string folder = expand_environment("%appdata%");
     EXPECT_TRUE(folder.starts_with(root.engine_path()));
     EXPECT_EQ(get_attributes(folder), attribute::directory);
-    const std::string own_root = expand_environment("%TESSIVAR_ROOT%");
-    EXPECT_EQ(own_root, root.engine_path());
     const std::pair<std::string, std::string> table[] = {
         {"", ""},
         {"%AppData%\\x", folder + "\\x"},
         {"%APPDATA%%appDATA%", folder + folder},
-        {"a%TESSIVAR_ROOT%b", "a" + own_root + "b"},
+        {"a%TESSIVAR_ROOT%b", "a" + root.engine_path() + "b"},
         {"%tvr_unknown%", "%tvr_unknown%"},
         {"%tvr_unknown%appdata%", "%tvr_unknown" + folder},
         {"%appdata", "%appdata"},
@@ -371,16 +356,13 @@ TEST(memory_test, ranges_are_committed_and_given_back) {
     EXPECT_EQ(commit_range(range + page + 1, page), range + page + 1);
     range[page] = range[3 * page - 1] = 1;
     EXPECT_NE(commit_range(range, 3 * page), nullptr);
-    EXPECT_EQ(range[page], 1);
-    EXPECT_EQ(range[0], 0);
+    EXPECT_TRUE(range[page] == 1 && range[0] == 0);
     decommit_range(range + page, page);
     EXPECT_EQ(range[3 * page - 1], 1);
     EXPECT_NE(commit_range(range, size / 1024), nullptr);
-    EXPECT_EQ(range[page], 0);
-    EXPECT_EQ(range[size / 1024 - 1], 0);
+    EXPECT_TRUE(range[page] == 0 && range[size / 1024 - 1] == 0);
     release_range(range, size);
-    EXPECT_EQ(reserve_range(0), nullptr);
-    EXPECT_EQ(reserve_range(SIZE_MAX), nullptr);
+    EXPECT_TRUE(!reserve_range(0) && !reserve_range(SIZE_MAX));
 }
 
 TEST(clock_test, calendar) {

@@ -8,6 +8,7 @@
 #include "platform/sync.h"
 #include "platform/win32/handle.h"
 #include "tests/support/child_process.h"
+#include "tests/support/platform_objects.h"
 #include "tests/support/test.h"
 
 namespace tvr {
@@ -108,16 +109,13 @@ TEST(win32_test, the_version_is_in_the_executable) {
 
 const child_role started("started", [](std::string_view) {
     write_file(std::string(std::getenv("TESSIVAR_ROOT")) + "\\told", GetCommandLineA());
-    event ready;
-    if (ready.create_named("ready"))
-        ready.set();
+    named_event("ready").set();
     return 0;
 });
 
 TEST(win32_test, starts_programs) {
     const test_root root;
-    event ready;
-    ASSERT_TRUE(ready.create_named("ready"));
+    named_event ready("ready");
     set_environment_variable(child_process::role_variable, "started");
     const std::string program = "\"" + module_path() + "\"";
     for (const auto& [arguments, told] : {std::pair("", program), {"/stop  -x", program + " /stop  -x"}}) {

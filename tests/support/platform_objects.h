@@ -1,9 +1,10 @@
-// Events by their names, open from the start.
+// Events and keys of the registry, open from the start.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <string_view>
 
+#include "platform/registry.h"
 #include "platform/sync.h"
 
 namespace tvr {
@@ -19,5 +20,17 @@ inline int raise_and_wait(std::string_view name) {
     named_event("never").wait(platform::infinite);
     return 2;
 }
+
+struct user_key : platform::registry_key {
+    explicit user_key(std::string_view path) {
+        EXPECT_TRUE(create(platform::registry_root::current_user, path));
+    }
+};
+
+struct machine_key : platform::registry_key {
+    explicit machine_key(std::string_view path) {
+        EXPECT_TRUE(create(platform::registry_root::local_machine, path));
+    }
+};
 
 } // namespace tvr
