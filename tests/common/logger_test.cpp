@@ -1,7 +1,7 @@
 #include "common/logger.h"
 
 #include "platform/file.h"
-#include "platform/registry.h"
+#include "support/platform_objects.h"
 #include "support/test.h"
 
 namespace tvr {
@@ -13,8 +13,7 @@ class logger_test : public testing::Test {
 protected:
     // A logger that has found these values, with its module in the folder "app" and its logs in "logs".
     logger& start(const std::string& flags, const std::string& level = {}) {
-        platform::registry_key key;
-        EXPECT_TRUE(key.create(platform::registry_root::local_machine, "Software"));
+        machine_key key("Software");
         key.remove("EnableKWILLog");
         key.remove("KWILLogLevel");
         // deliberate: other types count as well
@@ -50,9 +49,8 @@ TEST_F(logger_test, is_off_unless_the_registry_says_otherwise) {
     };
     for (const auto& row : table) {
         start(row.flags, row.level);
-        const auto number = &row - table;
-        EXPECT_EQ(logger::enabled(), row.enabled) << number;
-        EXPECT_EQ(logger::enabled(2), row.second_level) << number;
+        EXPECT_EQ(logger::enabled(), row.enabled) << &row - table;
+        EXPECT_EQ(logger::enabled(2), row.second_level) << &row - table;
     }
     EXPECT_TRUE(std::filesystem::is_empty(logs));
     object.reset();

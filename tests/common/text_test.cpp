@@ -4,7 +4,7 @@
 #include "common/path.h"
 #include "common/token_hash.h"
 #include "platform/file.h"
-#include "platform/registry.h"
+#include "support/platform_objects.h"
 #include "support/test.h"
 
 namespace tvr {
@@ -13,34 +13,23 @@ namespace {
 using namespace std::literals;
 
 TEST(text_test, setting_lines) {
+    for (const char* line : {"", " \t ", "; a = b", "name", "  = value", "name = \t"})
+        EXPECT_FALSE(parse_setting_line(line)) << line;
     struct {
         const char* line;
-        const char* name; // null: no result
+        const char* name;
         const char* value;
     } const table[] = {
-        {"", nullptr, ""},
-        {" \t ", nullptr, ""},
-        {"; a = b", nullptr, ""},
-        {"name", nullptr, ""},
-        {"  = value", nullptr, ""},
-        {"name = \t", nullptr, ""},
-        {"name=value", "name", "value"},
-        {" \tlong name \t=\t value", "long name", "value"},
-        {"a = b ; note", "a", "b "},
-        {"a = b c  ", "a", "b c  "},
-        {"a = ; note", "a", ""},
-        {"a = \"b;c\" d", "a", "b;c"},
-        {"a = \"  b\"", "a", "b"},
-        {"a = \"b", "a", "b"},
+        {"name=value", "name", "value"}, {" \tlong name \t=\t value", "long name", "value"},
+        {"a = b ; note", "a", "b "},     {"a = b c  ", "a", "b c  "},
+        {"a = ; note", "a", ""},         {"a = \"b;c\" d", "a", "b;c"},
+        {"a = \"  b\"", "a", "b"},       {"a = \"b", "a", "b"},
         {"a = b\"c;d", "a", "b\"c"},
     };
     for (const auto& row : table) {
         const auto found = parse_setting_line(row.line);
-        ASSERT_EQ(found.has_value(), row.name != nullptr) << row.line;
-        if (found) {
-            EXPECT_EQ(found->name, row.name) << row.line;
-            EXPECT_EQ(found->value, row.value) << row.line;
-        }
+        ASSERT_TRUE(found) << row.line;
+        EXPECT_EQ(found->name + "|" + found->value, row.name + "|"s + row.value) << row.line;
     }
 }
 
@@ -87,11 +76,10 @@ TEST(minutes_test, texts) {
     for (const auto& [minutes, text] : table)
         EXPECT_EQ(minutes_to_text(minutes), text) << minutes;
     EXPECT_EQ(minutes_from_local(nullptr), 0U);
-    const platform::calendar_time none{2021, 2, 30, 0, 0, 0};
-    EXPECT_EQ(minutes_from_local(&none), 0U);
-    const platform::calendar_time first{2020, 6, 15, 12, 0, 59};
-    const platform::calendar_time second{2020, 6, 16, 12, 1, 0};
-    EXPECT_EQ(minutes_from_local(&second) - minutes_from_local(&first), 1441U);
+    const platform::calendar_time days[] = {
+        {2021, 2, 30, 0, 0, 0}, {2020, 6, 15, 12, 0, 59}, {2020, 6, 16, 12, 1, 0}};
+    EXPECT_EQ(minutes_from_local(&days[0]), 0U);
+    EXPECT_EQ(minutes_from_local(&days[2]) - minutes_from_local(&days[1]), 1441U);
 }
 
 TEST(path_test, parts) {
@@ -120,8 +108,8 @@ TEST(path_test, parts) {
 TEST(path_test, folders_are_made_and_proved) {
     const test_root root;
     write_file(root.path() / "file", "x");
-    EXPECT_EQ(check_directory(root.engine_path("a\\b\\c")), folder_state::usable);
-    EXPECT_EQ(check_directory(root.engine_path("a\\b\\c\\")), folder_state::usable);
+    for (const char* name : {"a\\b\\c", "a\\b\\c\\"}) // made, and there
+        EXPECT_EQ(check_directory(root.engine_path(name)), folder_state::usable);
     EXPECT_TRUE(std::filesystem::is_empty(root.path() / "a" / "b" / "c"));
     EXPECT_TRUE(make_folders(root.engine_path("d\\e")));
     EXPECT_FALSE(make_folders(root.engine_path("d\\e")));
@@ -129,29 +117,29 @@ TEST(path_test, folders_are_made_and_proved) {
     EXPECT_EQ(check_directory(root.engine_path("file")), folder_state::not_creatable_file);
     EXPECT_EQ(check_directory(root.engine_path("file\\e")), folder_state::not_writable);
     EXPECT_TRUE(file_exists(root.engine_path("file")));
-    for (const char* no_file : {"a\\b", "a\\b\\", "no"})
-        EXPECT_FALSE(file_exists(root.engine_path(no_file))) << no_file;
-    EXPECT_FALSE(file_exists(""));
+    for (const std::string& no_file :
+         {root.engine_path("a\\b"), root.engine_path("a\\b\\"), root.engine_path("no"), ""s})
+        EXPECT_FALSE(file_exists(no_file)) << no_file;
 }
 
 TEST(path_test, the_registry_names_the_root) {
     const test_root root;
     EXPECT_EQ(root_folder(), "");
-    platform::registry_key key;
-    ASSERT_TRUE(key.create(platform::registry_root::local_machine, "Software\\Orvenix\\Brackenhold\\Paths"));
+    machine_key key("Software\\Orvenix\\Brackenhold\\Paths");
+    const std::string longest = "c:\\" + std::string(256, 'x');
+    constexpr std::uint32_t text = 1, expanded_text = 2;
     struct {
         std::uint32_t type;
         std::string data;
         std::string folder;
     } const table[] = {
-        {platform::registry_type::string, "c:\\t\0"s, "c:\\t\\"},
-        {platform::registry_type::string, "c:\\t\\", "c:\\t\\"},
-        {platform::registry_type::string, "%TESSIVAR_ROOT%\0"s, "%TESSIVAR_ROOT%\\"},
-        {platform::registry_type::expand_string, "%TESSIVAR_ROOT%\\t\0"s, root.engine_path("t\\")},
-        {platform::registry_type::string, "", ""},
-        {platform::registry_type::string, "c:\\" + std::string(256, 'x') + '\0',
-         "c:\\" + std::string(256, 'x') + "\\"},
-        {platform::registry_type::string, "c:\\" + std::string(257, 'x') + '\0', "as it was"},
+        {text, "c:\\t\0"s, "c:\\t\\"},
+        {text, "c:\\t\\", "c:\\t\\"},
+        {text, "%TESSIVAR_ROOT%\0"s, "%TESSIVAR_ROOT%\\"},
+        {expanded_text, "%TESSIVAR_ROOT%\\t\0"s, root.engine_path("t\\")},
+        {text, "", ""},
+        {text, longest + '\0', longest + "\\"},
+        {text, longest + "x\0"s, "as it was"},
     };
     for (const auto& row : table) {
         ASSERT_TRUE(key.set("TessivarRoot", row.type, row.data));
@@ -162,18 +150,15 @@ TEST(path_test, the_registry_names_the_root) {
 // probe_hash starts at 0x521365FF, rotated left by 5: 0x426CBFEA. One byte 'a': ^ 0x61 = 0x426CBF8B; one byte
 // 0xFF is sign-extended: ^ 0xFFFFFFFF = 0xBD934015.
 // step_hash starts at 0xAC645289, rotated left by 9: 0xC8A51358; 'a' gives 0xC8A51339.
+// Of five bytes only the first position has more than four bytes left, and takes a whole word: "bcdea" and
+// the same text read byte by byte would differ. 0x426CBFEA ^ 0x64636261 ("abcd") = 0x260FDD8B; rotated
+// 0xC1FBB164 ^ 'b' 62 = 0xC1FBB106; 0x3F7620D8 ^ 63 = 0x3F7620BB; 0xEEC41767 ^ 64 = 0xEEC41703;
+// 0xD882E07D ^ 65 = 0xD882E018.
 TEST(TokenHash, ProbeAndStep) {
     EXPECT_EQ(probe_hash("a"), 0x426CBF8BU);
     EXPECT_EQ(probe_hash("\xFF"), 0xBD934015U);
     EXPECT_EQ(step_hash("a"), 0xC8A51339U);
     EXPECT_EQ(step_hash("\xFF"), 0x375AECA7U);
-}
-
-// Of five bytes only the first position has more than four bytes left, and takes a whole word: "bcdea" and
-// the same text read byte by byte would differ. 0x426CBFEA ^ 0x64636261 ("abcd") = 0x260FDD8B; rotated
-// 0xC1FBB164 ^ 'b' 62 = 0xC1FBB106; 0x3F7620D8 ^ 63 = 0x3F7620BB; 0xEEC41767 ^ 64 = 0xEEC41703;
-// 0xD882E07D ^ 65 = 0xD882E018.
-TEST(TokenHash, TakesOneWordOfFiveBytes) {
     EXPECT_EQ(probe_hash("abcde"), 0xD882E018U);
 }
 

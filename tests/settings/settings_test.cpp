@@ -1,12 +1,13 @@
 #include "settings/settings.h"
 
+#include <algorithm>
 #include <clocale>
 
 #include "platform/file.h"
 #include "platform/process.h"
-#include "platform/registry.h"
 #include "settings/common_settings.h"
 #include "settings/settings_file.h"
+#include "support/platform_objects.h"
 #include "support/test.h"
 
 namespace tvr {
@@ -59,11 +60,13 @@ protected:
         set.schema(schema_mode::basic_defaults);
         set.schema(schema_mode::advanced_defaults);
     }
+    void read(const std::string& text, std::uint32_t group) {
+        write_file(root.path() / "x.ini", text);
+        set.read_text(path, group);
+    }
     [[nodiscard]] std::string value(const std::string& key) const {
-        for (const field_descriptor& field : set.fields())
-            if (field.key == key)
-                return base_settings::value_text(field);
-        return "no such key";
+        const auto found = std::ranges::find(set.fields(), key, &field_descriptor::key);
+        return found != set.fields().end() ? base_settings::value_text(*found) : "no such key";
     }
 
     test_root root;
@@ -107,8 +110,7 @@ TEST_F(settings_test, text_lines) {
     for (const auto& row : table) {
         set.schema(schema_mode::basic_defaults);
         set.schema(schema_mode::advanced_defaults);
-        write_file(root.path() / "x.ini", row.text);
-        set.read_text(path, row.group);
+        read(row.text, row.group);
         EXPECT_EQ(value(row.key), row.value) << row.text.substr(0, 80);
     }
     EXPECT_EQ(set.filter_log.expanded, platform::expand_environment("%appdata%\\x.log"));
@@ -120,8 +122,7 @@ TEST_F(settings_test, reals_have_a_point_in_every_locale) {
         if (std::setlocale(LC_ALL, name))
             break;
     for (const char* text : {"2.5", "+2.5e0", " 2.5,x"}) {
-        write_file(root.path() / "x.ini", "regarding threshold="s + text);
-        set.read_text(path, 1);
+        read("regarding threshold="s + text, 1);
         EXPECT_EQ(set.regarding_threshold, 2.5) << text;
         EXPECT_EQ(value("regarding threshold"), "2.5");
     }
@@ -129,8 +130,7 @@ TEST_F(settings_test, reals_have_a_point_in_every_locale) {
 }
 
 TEST_F(settings_test, load_and_save_tell_what_failed) {
-    const std::string missing = root.engine_path("no\\x.ini");
-    const std::string none;
+    const std::string missing = root.engine_path("no\\x.ini"), none;
     set.training_delay = 7;
     EXPECT_EQ(set.save(nullptr, &path, store_text), 0U);
     set.training_delay = 8;
@@ -139,7 +139,7 @@ TEST_F(settings_test, load_and_save_tell_what_failed) {
     EXPECT_EQ(set.training_delay, 7U);
     EXPECT_EQ(set.optimal_one_dict_size, 200U);
     EXPECT_EQ(set.load(nullptr, &path, store_text | store_binary), store_binary);
-    for (const std::string* name : {&missing, &none, static_cast<const std::string*>(nullptr)}) {
+    for (const std::string* name : std::initializer_list<const std::string*>{&missing, &none, nullptr}) {
         set.training_delay = 8;
         EXPECT_EQ(set.save(nullptr, name, store_text), store_text);
         EXPECT_EQ(set.load(nullptr, name, store_text), store_text);
@@ -153,8 +153,7 @@ TEST_F(settings_test, load_and_save_tell_what_failed) {
 TEST(base_settings_test, declared_twice_the_first_is_found) {
     const test_root root;
     base_settings set;
-    std::uint32_t first = 1;
-    std::uint32_t second = 1;
+    std::uint32_t first = 1, second = 1;
     set.declare(1, field_type::number, &first, "key");
     set.declare(1, field_type::number, &second, "key");
     write_file(root.path() / "x.ini", "key=5");
@@ -217,13 +216,13 @@ TEST_F(binary_settings, settings_cfg) {
         {names + "\x40\1\1\0\x40\2\3\0\x49\5tttt\1\6\0\x49\7tttt\2\0v"s, store_binary, "x 0 0 0.000000 x 7"},
     };
     for (const auto& row : table) {
+        SCOPED_TRACE(&row - table);
         set.working_directory.raw = text = "x";
         flag = 0;
-        number = 0;
-        real = 0;
+        real = number = 0;
         write_file(root.path() / "settings.cfg", row.file);
-        EXPECT_EQ(set.load(&path, nullptr, store_binary), row.failed) << &row - table;
-        EXPECT_EQ(values(), row.values) << &row - table;
+        EXPECT_EQ(set.load(&path, nullptr, store_binary), row.failed);
+        EXPECT_EQ(values(), row.values);
     }
 }
 
@@ -251,17 +250,13 @@ TEST_F(binary_settings, flat_form) {
 
 // --- the start ---
 
+constexpr auto paths_key = "Software\\Orvenix\\Brackenhold\\Paths";
 constexpr auto default_raw = "%appdata%\\Orvenix\\Brackenhold\\data\\";
 
 class settings_start : public testing::Test {
 protected:
     settings_start() {
-        platform::registry_key key;
-        EXPECT_TRUE(
-            key.create(platform::registry_root::local_machine, "Software\\Orvenix\\Brackenhold\\Paths"));
-        EXPECT_TRUE(key.set("TessivarRoot", 1, root.engine_path("install")));
-        EXPECT_TRUE(
-            paths.create(platform::registry_root::current_user, "Software\\Orvenix\\Brackenhold\\Paths"));
+        EXPECT_TRUE(machine_key(paths_key).set("TessivarRoot", 1, root.engine_path("install")));
         write_file(install / "advanced.ini", "training delay=\"4\"\n");
         write_file(install / "kludges.txt", "kludges");
         file.attach(&set);
@@ -274,8 +269,8 @@ protected:
 
     test_root root;
     fs::path install = root.path() / "install";
-    fs::path data = root.path() / "appdata" / "Orvenix" / "Brackenhold" / "data";
-    platform::registry_key paths;
+    fs::path data = root.path() / "appdata/Orvenix/Brackenhold/data";
+    user_key paths{paths_key};
     settings set;
     _kwilsfile file;
 };
@@ -377,24 +372,27 @@ TEST_F(settings_start, the_mark_allows_saving) {
     set.training_delay = 5000;
     EXPECT_TRUE(file.advanced_save(root.engine_path("y.ini")));
     EXPECT_EQ(set.training_delay, 5000U);
-    EXPECT_NE(read_file(root.path() / "y.ini").find("training delay=\"5\"\n"), std::string::npos);
+    EXPECT_TRUE(holds(read_file(root.path() / "y.ini"), "training delay=\"5\"\n"));
     EXPECT_TRUE(file.advanced_load(root.engine_path("y.ini")));
     EXPECT_EQ(set.training_delay, 5000U);
 }
 
 TEST(common_settings_test, values_of_all_components) {
     const test_root root;
-    EXPECT_EQ(common_settings::get_value(common_value::spam_threshold), 85);
-    EXPECT_EQ(common_settings::get_value(common_value::unsure_threshold), 75);
-    EXPECT_EQ(common_settings::get_value(common_value::enable_thebat), 1);
-    EXPECT_TRUE(common_settings::set_value(90, common_value::spam_threshold));
-    EXPECT_TRUE(common_settings::set_value(0, common_value::enable_thebat));
-    std::string text = read_file(root.path() / "common" / "Orvenix" / "Brackenhold" / "tessivar.ini");
-    std::erase(text, '\r'); // lines end as is usual on the platform
-    EXPECT_EQ(text, "[Settings]\nspam threshold=90\nenable thebat=0\n");
-    EXPECT_EQ(common_settings::get_value(common_value::spam_threshold), 90);
-    EXPECT_EQ(common_settings::get_value(common_value::enable_thebat), 0);
-    EXPECT_EQ(common_settings::get_value(common_value::enable_outlook), 1);
+    using enum common_value;
+    using values = std::vector<int>;
+    const auto all = [] {
+        values found;
+        for (const common_value each : {spam_threshold, unsure_threshold, enable_thebat, enable_outlook})
+            found.push_back(common_settings::get_value(each));
+        return found;
+    };
+    EXPECT_EQ(all(), (values{85, 75, 1, 1}));
+    EXPECT_TRUE(common_settings::set_value(90, spam_threshold));
+    EXPECT_TRUE(common_settings::set_value(0, enable_thebat));
+    EXPECT_EQ(read_file(root.path() / "common/Orvenix/Brackenhold/tessivar.ini"),
+              text_form("[Settings]\nspam threshold=90\nenable thebat=0\n"));
+    EXPECT_EQ(all(), (values{90, 75, 0, 1}));
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 #include "settings/transliteration.h"
 
-#include "platform/registry.h"
 #include "settings/settings.h"
+#include "support/platform_objects.h"
 #include "support/test.h"
 
 namespace tvr {
@@ -34,17 +34,15 @@ TEST(transliteration_test, partial) {
 
 TEST(transliteration_test, tables) {
     const test_root root;
-    platform::registry_key key;
-    ASSERT_TRUE(key.create(platform::registry_root::local_machine, "Software\\Orvenix\\Brackenhold\\Paths") &&
-                key.set("TessivarRoot", 1, root.engine_path("install")));
+    const std::string paths = "Software\\Orvenix\\Brackenhold\\Paths";
+    ASSERT_TRUE(machine_key(paths).set("TessivarRoot", 1, root.engine_path("install")));
     settings& set = make_current_settings();
     set.use_translit_tables_from_registry = 1;
     set.working_directory.expanded = root.engine_path("work\\");
-    const std::string in_registry = "Software\\Orvenix\\Brackenhold\\PathsXLT\\";
     // Each table is one letter; 97 entries end below "a".
     for (const auto& [name, size] : {std::pair("both", 256U), {"long", 257U}, {"empty", 0U}})
-        EXPECT_TRUE(key.create(platform::registry_root::current_user, in_registry + name) &&
-                    key.set("Table", platform::registry_type::binary, std::string(size, 'r')));
+        EXPECT_TRUE(user_key(paths + "XLT\\" + name)
+                        .set("Table", platform::registry_type::binary, std::string(size, 'r')));
     for (const auto& [name, size] : {std::pair("both", 256U), {"long", 98U}, {"empty", 97U}, {"file", 9U}})
         write_file(root.path() / "work/xlt" / (name + ".bin"s), std::string(size, 'w'));
     write_file(root.path() / "work/xlt/hollow.bin", "www");

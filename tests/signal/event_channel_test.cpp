@@ -1,9 +1,8 @@
 #include "signal/event_channel.h"
 
 #include "common/path.h"
-#include "platform/registry.h"
 #include "signal/identity.h"
-#include "support/child_process.h"
+#include "support/platform_objects.h"
 #include "support/test.h"
 
 namespace tvr {
@@ -11,12 +10,14 @@ namespace {
 
 class event_channel_test : public testing::Test {
 protected:
+    using numbers = std::vector<std::uint32_t>;
+
     event_channel_test() { server.set_file(root.engine_path("ipc.bin")); }
-    [[nodiscard]] std::vector<std::uint32_t> raised() {
-        std::vector<std::uint32_t> numbers;
+    [[nodiscard]] numbers raised() {
+        numbers all;
         for (std::uint32_t number = 0; (number = server.wait(0)) != ev_timeout;)
-            numbers.push_back(number);
-        return numbers;
+            all.push_back(number);
+        return all;
     }
 
     test_root root;
@@ -26,7 +27,6 @@ protected:
 
 TEST_F(event_channel_test, delivers_each_event_once_and_the_lowest_first) {
     event_channel tool;
-    using numbers = std::vector<std::uint32_t>;
     EXPECT_EQ(raised(), numbers());
     for (const std::uint32_t number : {3U, 1U, 0U, 1U, 2U})
         tool.raise(number);
@@ -43,21 +43,6 @@ TEST_F(event_channel_test, delivers_each_event_once_and_the_lowest_first) {
     EXPECT_EQ(server.wait(1), ev_timeout);
 }
 
-const child_role raiser("channel raiser", [](std::string_view number) {
-    event_channel own;
-    own.raise(static_cast<std::uint32_t>(std::stoul(std::string(number))));
-    return 0;
-});
-
-TEST_F(event_channel_test, hears_other_processes) {
-    for (const std::uint32_t number : {0U, 1U, 2U, 3U}) {
-        child_process child("channel raiser", std::to_string(number));
-        EXPECT_EQ(server.wait(patience), number);
-        EXPECT_EQ(child.join(), 0);
-    }
-    EXPECT_EQ(read_file(flags), le(0));
-}
-
 TEST_F(event_channel_test, leaves_a_flag_file_alone_that_is_there) {
     EXPECT_EQ(read_file(flags), le(0));
     for (const std::string& bytes : {le(0), le(15), std::string("x"), std::string(100, '\xff')}) {
@@ -66,7 +51,7 @@ TEST_F(event_channel_test, leaves_a_flag_file_alone_that_is_there) {
         server.raise(ev_train);
         server.replay();
         EXPECT_EQ(read_file(flags), bytes);
-        EXPECT_EQ(raised(), std::vector<std::uint32_t>{ev_train});
+        EXPECT_EQ(raised(), numbers{ev_train});
     }
 }
 
@@ -94,7 +79,7 @@ TEST_F(event_channel_test, a_channel_without_a_file_makes_none) {
     tool.raise(ev_reset);
     tool.replay();
     EXPECT_FALSE(std::filesystem::exists(flags));
-    EXPECT_EQ(raised(), std::vector<std::uint32_t>{ev_reset});
+    EXPECT_EQ(raised(), numbers{ev_reset});
 }
 
 TEST(deaf_channel_test, answers_at_once) {
@@ -109,13 +94,9 @@ TEST(deaf_channel_test, answers_at_once) {
     EXPECT_EQ(read_file(root.path() / "ipc.bin"), le(0));
 }
 
-// --- starting the server ---
-
 TEST(start_server_test, one_attempt_in_ten_seconds) {
     const test_root root;
-    platform::registry_key key;
-    ASSERT_TRUE(key.create(platform::registry_root::local_machine, paths_key) &&
-                key.set(server_value, platform::registry_type::string, root.engine_path("no.exe")));
+    ASSERT_TRUE(machine_key(paths_key).set(server_value, 1, root.engine_path("no.exe")));
     event_channel channel;
     EXPECT_EQ(channel.start_server(false), start_result::no_server);
     EXPECT_EQ(channel.start_server(true), start_result::started) << "whether that works or not";

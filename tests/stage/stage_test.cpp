@@ -1,4 +1,5 @@
-#include <algorithm>
+#include <numeric>
+#include <set>
 
 #include "platform/file.h"
 #include "stage/temp_folder.h"
@@ -19,14 +20,16 @@ protected:
     std::string engine(const std::string& name) const { return root.engine_path("base\\transact\\" + name); }
     // The files below a stage folder with their contents, folders with a slash.
     std::string listed(const char* stage) const {
-        std::map<std::string, std::string> all;
+        std::set<std::string> all;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(transact / stage))
-            all[entry.path().lexically_relative(transact / stage).generic_string() +
-                (entry.is_directory() ? "/" : "=")] = entry.is_directory() ? "" : read_file(entry.path());
-        std::string text;
-        for (const auto& [name, content] : all)
-            text += name + content + " ";
-        return text;
+            all.insert(entry.path().lexically_relative(transact / stage).generic_string() +
+                       (entry.is_directory() ? "/" : "=" + read_file(entry.path())) + " ");
+        return std::accumulate(all.begin(), all.end(), std::string());
+    }
+    void unpack(std::string_view archive) {
+        folder().prepare(3);
+        write_file(transact / "archive", archive);
+        folder().unpack(3, engine("archive"));
     }
 
     test_root root;
@@ -103,8 +106,7 @@ TEST_F(Stage, FindsAndMakesTemporaryFiles) {
     std::string found = "as it was";
     EXPECT_FALSE(folder().find_first(1, &found, "dis"));
     EXPECT_EQ(found, "as it was");
-    std::string name;
-    std::string path;
+    std::string name, path;
     ASSERT_TRUE(folder().tmp_filename_for_stage(1, name, false));
     ASSERT_TRUE(folder().tmp_filename_for_stage(1, path, true, "other"));
     EXPECT_TRUE(name.starts_with("dis") && name.ends_with(".tmp")) << name;
@@ -126,19 +128,14 @@ TEST_F(Stage, Archives) {
     std::string archive;
     folder().pack(archive, 2);
     ASSERT_FALSE(archive.empty());
-    std::string native = archive;
-    std::replace(native.begin(), native.end(), '\\', '/');
-    const std::string bytes = read_file(native);
+    const std::string bytes = read_file(platform::display_path(archive));
     EXPECT_TRUE(bytes.starts_with("\3\0\1\5a.txt"s));
-    EXPECT_NE(bytes.find("\2\1\5b.txt"), std::string::npos);
-    EXPECT_NE(bytes.find("\2\3\3sub\1\5c.txt"), std::string::npos);
+    EXPECT_TRUE(holds(bytes, "\2\1\5b.txt") && holds(bytes, "\2\3\3sub\1\5c.txt"));
     EXPECT_TRUE(bytes.ends_with("\2\4\4\5"));
 
     // By hand in the plain form. deliberate: a file after a folder isn't restored.
-    folder().prepare(3);
-    write_file(transact / "archive", "\3\0\1\5a.txt"s + le(3) + "abc" + "\2\1\1b" + le(0) + "\2\3\3sub\1\1c" +
-                                         le(1) + "c\2\4\1\1d" + le(1) + "d\2\4\5");
-    folder().unpack(3, engine("archive"));
+    unpack("\3\0\1\5a.txt"s + le(3) + "abc" + "\2\1\1b" + le(0) + "\2\3\3sub\1\1c" + le(1) + "c\2\4\1\1d" +
+           le(1) + "d\2\4\5");
     EXPECT_EQ(listed("0003"), "a.txt=abc b= sub/ sub/c=c ");
 }
 
@@ -165,15 +162,11 @@ TEST_F(Stage, SurvivesDamagedArchives) {
         {"no name", good + "\1\0"s + le(1) + "e\2", "a=a "},
     };
     for (const auto& each : cases) {
-        folder().prepare(3);
-        write_file(transact / "archive", each.bytes);
-        folder().unpack(3, engine("archive"));
+        unpack(each.bytes);
         EXPECT_EQ(listed("0003"), each.restored) << each.what;
         EXPECT_FALSE(std::filesystem::exists(transact / "evil"));
     }
-    write_file(transact / "archive", deep);
-    folder().prepare(3);
-    folder().unpack(3, engine("archive"));
+    unpack(deep);
     EXPECT_LT(listed("0003").size(), 3000U) << "folders without end";
     folder().remove(3);
     EXPECT_FALSE(std::filesystem::exists(transact / "0003"));
