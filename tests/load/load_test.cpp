@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <random>
 #include <sstream>
@@ -21,6 +22,7 @@
 #include "platform/process.h"
 #include "support/child_process.h"
 #include "support/formats.h"
+#include "support/platform_objects.h"
 #include "system/engine_root.h"
 
 namespace tvr {
@@ -126,30 +128,28 @@ moment look_at_stages(const fs::path& transact) {
         return fs::exists(transact / ("000" + std::to_string(stage)) / "prepared.txt");
     };
     const auto batch = [&] {
-        if (fs::exists(transact / "0001"))
-            for (const auto& entry : fs::directory_iterator(transact / "0001"))
-                if (entry.path().filename().string().starts_with("dis") && fs::file_size(entry) > 4)
-                    return true;
-        return false;
+        return fs::exists(transact / "0001") &&
+               std::ranges::any_of(folder_content(transact / "0001"), [](const auto& file) {
+                   return file.first.starts_with("dis") && file.second.size() > 4;
+               });
     };
-    if (marked(6))
-        return {"generation", false};
-    if (marked(3) && !marked(2) && fs::exists(transact / "0006") &&
-        !fs::exists(transact / "0004/nspamdict.lst"))
-        return {"gaps 4 and 5: publishing", true};
-    if (marked(4))
-        return {"publishing, before the first file", false};
-    if (marked(1) && marked(2))
-        return {"gap 3: two markers", true};
-    if (marked(3))
-        return {"half nspamdict", false};
-    if (marked(2))
-        return {"half spamdict", false};
-    if (marked(1))
-        return batch() ? moment{"sorting", false} : moment{"gap 2: the batch is moved", true};
-    if (fs::exists(transact / "~autotrain.bys"))
-        return {"snapshot", false};
-    return batch() ? moment{"gap 1: the snapshot is deleted", true} : moment{"no transaction", false};
+    const std::pair<bool, moment> table[] = {
+        // the first that is true counts
+        {marked(6), {"generation", false}},
+        {marked(3) && !marked(2) && fs::exists(transact / "0006") &&
+             !fs::exists(transact / "0004/nspamdict.lst"),
+         {"gaps 4 and 5: publishing", true}},
+        {marked(4), {"publishing, before the first file", false}},
+        {marked(1) && marked(2), {"gap 3: two markers", true}},
+        {marked(3), {"half nspamdict", false}},
+        {marked(2), {"half spamdict", false}},
+        {marked(1) && batch(), {"sorting", false}},
+        {marked(1), {"gap 2: the batch is moved", true}},
+        {fs::exists(transact / "~autotrain.bys"), {"snapshot", false}},
+        {batch(), {"gap 1: the snapshot is deleted", true}},
+        {true, {"no transaction", false}},
+    };
+    return std::ranges::find(table, true, &std::pair<bool, moment>::first)->second;
 }
 
 // Of an engine that doesn't move.
@@ -272,12 +272,10 @@ TEST_F(crowd, every_message_is_trained_as_often_as_it_was_appended) {
     }
     EXPECT_GT(messages, 100U);
     EXPECT_FALSE(m_killed.empty());
-    std::printf("%u seconds, %llu messages appended; lock.bin was the stopped engine's %u times\n", seconds,
-                static_cast<unsigned long long>(messages), m_held);
-    for (const auto& [name, count] : m_killed)
-        std::printf("%6llu killed: %s\n", static_cast<unsigned long long>(count), name.c_str());
-    for (const auto& [name, count] : m_spared)
-        std::printf("%6llu spared: %s\n", static_cast<unsigned long long>(count), name.c_str());
+    std::cout << seconds << " seconds, " << messages
+              << " messages appended; lock.bin was the stopped engine's " << m_held
+              << " times\nkilled: " << testing::PrintToString(m_killed)
+              << "\nspared: " << testing::PrintToString(m_spared) << '\n';
 }
 
 // Takes the lock of the path, and keeps it until it is told to go on.
@@ -285,9 +283,7 @@ const child_role lock_holder("lock_holder", [](std::string_view path) {
     file_lock lock(path);
     if (!lock.try_acquire())
         return 1;
-    platform::event held, go_on;
-    held.create_named("held");
-    go_on.create_named("go_on");
+    named_event held("held"), go_on("go_on");
     held.set();
     go_on.wait(platform::infinite);
     lock.release();
@@ -305,8 +301,7 @@ TEST_F(crowd, a_holder_of_the_lock_only_delays) {
             const std::uint32_t before = m_root.messages();
             m_root.append(2 + (stopped ? 1 : 0) + (dies ? 2 : 0), 20);
             const std::string cache = read_file(m_root.transact() / "autotrain.bys");
-            platform::event held, go_on;
-            ASSERT_TRUE(held.create_named("held") && go_on.create_named("go_on"));
+            named_event held("held"), go_on("go_on");
             child_process holder("lock_holder", working + "lock.bin");
             ASSERT_TRUE(held.wait(60'000));
             ASSERT_TRUE(!stopped || stop_process(holder.id()));

@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <functional>
 #include <grp.h>
-#include <gtest/gtest.h>
 #include <optional>
 #include <sched.h>
 #include <set>
@@ -24,7 +23,7 @@
 
 #include "platform/clock.h"
 #include "platform/registry.h"
-#include "support/file_bytes.h"
+#include "support/test.h"
 
 namespace tvr {
 namespace {
@@ -38,7 +37,6 @@ const fs::path home = "/mnt/owner";
 const fs::path others_home = "/mnt/other";
 const fs::path session = "/run/user/65533";
 const fs::path lasting = home / ".cache/tessivar/run";
-constexpr std::uint32_t patience = 20'000; // milliseconds; only reached by a fault
 
 struct outcome {
     int code = -1; // below 0: the signal
@@ -99,10 +97,10 @@ outcome run(uid_t user, const words& environment, const words& line, limit most 
 
 const words plain = {"HOME=/mnt/owner"};
 const words moved = {"TESSIVAR_ROOT=/tmp/root"};
-const words train_later = {"tvrctl", "train",          "-q",    "--later",
-                           "--spam", "/mnt/mail/spam", "--ham", "/mnt/mail/ham"};
-const words train_now = {"tvrctl", "train",          "-q",    "--wait",
-                         "--spam", "/mnt/mail/spam", "--ham", "/mnt/mail/ham"};
+words training(const char* when) {
+    return {"tvrctl", "train", "-q", when, "--spam", "/mnt/mail/spam", "--ham", "/mnt/mail/ham"};
+}
+const words train_later = training("--later"), train_now = training("--wait");
 
 // The engines of a user that run, of this run of the tests: another one has a mount namespace of its own.
 std::set<pid_t> engines(uid_t user = owner) {
@@ -140,16 +138,19 @@ void kill_engines() {
     wait_for_no_engine();
 }
 
-void make_folder(const fs::path& path, uid_t user, mode_t mode) {
-    fs::create_directories(path);
+void give(const fs::path& path, uid_t user, mode_t mode) {
     EXPECT_EQ(chown(path.c_str(), user, user), 0);
     EXPECT_EQ(chmod(path.c_str(), mode), 0);
 }
 
+void make_folder(const fs::path& path, uid_t user, mode_t mode) {
+    fs::create_directories(path);
+    give(path, user, mode);
+}
+
 void make_file(const fs::path& path, uid_t user, mode_t mode, std::string_view bytes) {
     write_file(path, bytes);
-    EXPECT_EQ(chown(path.c_str(), user, user), 0);
-    EXPECT_EQ(chmod(path.c_str(), mode), 0);
+    give(path, user, mode);
 }
 
 // A file system of its own in place of a folder, for this process and its children.
@@ -216,7 +217,7 @@ private:
 
 // Processes with and without the variables of a session, before, in and after one, have one engine.
 TEST_F(foreign, processes_of_a_user_meet) {
-    const words bare = {};
+    const words bare;
     const words in_session = {"HOME=/mnt/owner", "XDG_RUNTIME_DIR=/run/user/65533"};
     const words elsewhere = {"HOME=/mnt/owner", "XDG_RUNTIME_DIR=/mnt/owner/private"};
     const auto none = [] { fs::remove_all(session); };
@@ -252,8 +253,7 @@ TEST_F(foreign, processes_of_a_user_meet) {
         EXPECT_TRUE(fs::exists(row.place / "events"));
         row.between();
         const outcome status = run(owner, row.second, {"tvrctl", "status"});
-        EXPECT_NE(status.text.find("process " + std::to_string(*before.begin()) + ";"), std::string::npos)
-            << status.text;
+        EXPECT_TRUE(holds(status.text, "process " + std::to_string(*before.begin()) + ";"));
         EXPECT_EQ(run(owner, row.second, train_now).code, 0);
         EXPECT_EQ(engines(), before);
     }
@@ -316,8 +316,7 @@ int try_process(pid_t process) {
 TEST_F(foreign, another_user_reaches_nothing) {
     make_folder(session, owner, 0700);
     make_folder("/tmp/root", owner, 0755);
-    for (const std::string& variable :
-         {std::string("HOME=/mnt/owner"), std::string("TESSIVAR_ROOT=/tmp/root")}) {
+    for (const std::string variable : {"HOME=/mnt/owner", "TESSIVAR_ROOT=/tmp/root"}) {
         SCOPED_TRACE(variable);
         ASSERT_EQ(run(owner, {variable}, train_now).code, 0);
         const auto before = engines();
@@ -342,19 +341,13 @@ TEST_F(foreign, another_user_reaches_nothing) {
         });
         EXPECT_EQ(reached.code, 0) << reached.text;
 
-        const words lines[] = {{"tvr_srv", "/stop"},
-                               {"tvr_srv", "/force"},
-                               {"tvr_srv", "/purge"},
-                               {"tvr_srv", "/clean"},
-                               {"tvrctl", "stop"},
-                               train_later,
-                               {"tvr_srv"}};
-        for (const auto& line : lines)
-            for (const words& environment : {words{"HOME=/mnt/other"}, words{variable}}) {
-                if (environment[0] == "HOME=/mnt/other" && line.size() == 1)
-                    continue; // an engine of the other user, which goes on
-                run(other, environment, line);
-            }
+        for (const char* key : {"/stop", "/force", "/purge", "/clean"})
+            for (const char* there : {"HOME=/mnt/other", variable.c_str()})
+                run(other, {there}, {"tvr_srv", key});
+        for (const words& line : {words{"tvrctl", "stop"}, train_later})
+            for (const char* there : {"HOME=/mnt/other", variable.c_str()})
+                run(other, {there}, line);
+        run(other, {variable}, {"tvr_srv"}); // not at his home, where it would go on
         EXPECT_EQ(engines(), before);
         EXPECT_EQ(run(owner, {variable}, {"tvrctl", "status"}).text, status);
         EXPECT_EQ(run(owner, {variable}, {"tvrctl", "verify"}).code, 0);
@@ -397,7 +390,7 @@ TEST_F(foreign, planted_roots_are_refused) {
         row.plant(row.place);
         const outcome served = run(owner, moved, {"tvr_srv"});
         EXPECT_EQ(served.code, 0);
-        EXPECT_NE(served.text.find(row.told), std::string::npos) << served.text;
+        EXPECT_TRUE(holds(served.text, row.told));
         EXPECT_TRUE(engines().empty());
         EXPECT_TRUE(fs::is_empty(others_home));
     }
@@ -457,7 +450,7 @@ TEST_F(foreign, odd_roots_work_or_are_refused) {
         const words there = {"TESSIVAR_ROOT=" + root};
         const outcome trained = run(owner, there, train_now);
         EXPECT_EQ(trained.code == 0, works) << trained.text;
-        EXPECT_EQ(trained.text.find("too long") != std::string::npos, !works) << trained.text;
+        EXPECT_EQ(holds(trained.text, "too long"), !works) << trained.text;
         EXPECT_EQ(run(owner, there, {"tvrctl", "verify"}).code == 0, works);
         EXPECT_EQ(run(owner, there, {"tvr_srv", "/stop"}).code, 0);
         wait_for_no_engine();
@@ -502,8 +495,7 @@ TEST_F(foreign, an_engine_with_little_loses_nothing) {
         wait_for("a base of all messages", [&] {
             run(owner, plain, {"tvr_srv", "/force"});
             const std::string text = run(owner, plain, {"tvrctl", "status"}).text;
-            return text.find("Spam    30 messages in") != std::string::npos &&
-                   text.find("Ham     32 messages in") != std::string::npos;
+            return holds(text, "Spam    30 messages in") && holds(text, "Ham     32 messages in");
         });
         run(owner, plain, {"tvrctl", "stop"});
         wait_for_no_engine();
@@ -514,7 +506,6 @@ TEST_F(foreign, an_engine_with_little_loses_nothing) {
 
 // The store of the machine counts only as long as none but root can write it.
 TEST_F(foreign, the_machine_store_is_roots) {
-    const char* const text = "[Software\\Test]\nx=1:41\n";
     struct {
         uid_t user;
         mode_t mode;
@@ -523,12 +514,11 @@ TEST_F(foreign, the_machine_store_is_roots) {
         {0, 0644, true}, {0, 0666, false}, {0, 0664, false}, {other, 0644, false}, {0, 0600, false}};
     make_folder("/etc/tessivar", 0, 0755);
     for (const auto& row : table) {
-        make_file("/etc/tessivar/machine", row.user, row.mode, text);
+        make_file("/etc/tessivar/machine", row.user, row.mode, "[Software\\Test]\nx=1:41\n");
         const outcome read = as_user(owner, [] {
             platform::registry_key key;
             setenv("HOME", home.c_str(), 1);
-            return key.open(platform::registry_root::local_machine, "Software\\Test") && key.query("x") ? 1
-                                                                                                        : 0;
+            return int{key.open(platform::registry_root::local_machine, "Software\\Test") && key.query("x")};
         });
         EXPECT_EQ(read.code, row.counts) << row.user << " " << row.mode;
     }
