@@ -295,12 +295,7 @@ constexpr std::uint32_t packed_signature = 0x26072105;
 
 TEST_F(files, packed_files_are_restored) {
     const std::string cut = stored.substr(0, stored.size() - 4);
-    struct {
-        const char* what;
-        std::string bytes;
-        bool restored;
-        std::string content;
-    } const table[] = {
+    const std::tuple<const char*, std::string, bool, std::string> table[] = {
         {"packed", le(packed_signature, 2, 5, 16) + stored, true, "aaaaa"},
         {"packed without the sum", le(packed_signature, 2, 5, 16) + cut, true, "aaaaa"},
         {"plain", le(5) + "hello", true, "hello"},
@@ -316,14 +311,14 @@ TEST_F(files, packed_files_are_restored) {
     };
     zlib_loader loader;
     ASSERT_TRUE(loader.load("zlib1.dll") && loader.load("zlib.dll"));
-    for (const auto& row : table) {
-        SCOPED_TRACE(row.what);
-        put(row.bytes);
+    for (const auto& [what, bytes, restored, content] : table) {
+        SCOPED_TRACE(what);
+        put(bytes);
         ASSERT_TRUE(stream.open_to_read(at("f")));
         platform::delete_file(at("g"));
-        EXPECT_EQ(loader.restore_file(stream, at("g")), row.restored);
-        EXPECT_EQ(read_file(root.path() / "g"), row.content);
-        EXPECT_EQ(platform::get_attributes(at("g")).has_value(), row.restored);
+        EXPECT_EQ(loader.restore_file(stream, at("g")), restored);
+        EXPECT_EQ(read_file(root.path() / "g"), content);
+        EXPECT_EQ(platform::get_attributes(at("g")).has_value(), restored);
     }
 }
 

@@ -68,11 +68,7 @@ std::string shape(std::string text) {
 TEST_F(logger_test, lines) {
     const std::string date = "0000/00/00 00:00:00   ";
     const std::string thread = std::to_string(platform::current_thread_id()) + ":";
-    struct {
-        int flags;
-        std::string text;
-        std::string line;
-    } const table[] = {
+    const std::tuple<int, std::string, std::string> table[] = {
         {2, "[i] text", date + "[i] text\r\n"},
         {3, "text", "00:00:00   text\r\n"},
         {2 + 32, "text", date + thread + "text\r\n"},
@@ -83,9 +79,9 @@ TEST_F(logger_test, lines) {
         {2 + 16, std::string(5000, 'x'), std::string(5000, 'x')},
         {2 + 16, std::string(20, 'x'), std::string(20, 'x')},
     };
-    for (const auto& row : table) {
-        EXPECT_TRUE(start(le(row.flags)).log("t.log", "%s", row.text.c_str()));
-        EXPECT_EQ(shape(content("t.log")), shape(row.line));
+    for (const auto& [flags, text, line] : table) {
+        EXPECT_TRUE(start(le(flags)).log("t.log", "%s", text.c_str()));
+        EXPECT_EQ(shape(content("t.log")), shape(line));
     }
     logger& log = start(le(18));
     log.log("t.log", "%d %s%%", -5, "a");

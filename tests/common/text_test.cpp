@@ -15,21 +15,17 @@ using namespace std::literals;
 TEST(text_test, setting_lines) {
     for (const char* line : {"", " \t ", "; a = b", "name", "  = value", "name = \t"})
         EXPECT_FALSE(parse_setting_line(line)) << line;
-    struct {
-        const char* line;
-        const char* name;
-        const char* value;
-    } const table[] = {
+    const char* const table[][3] = {
         {"name=value", "name", "value"}, {" \tlong name \t=\t value", "long name", "value"},
         {"a = b ; note", "a", "b "},     {"a = b c  ", "a", "b c  "},
         {"a = ; note", "a", ""},         {"a = \"b;c\" d", "a", "b;c"},
         {"a = \"  b\"", "a", "b"},       {"a = \"b", "a", "b"},
         {"a = b\"c;d", "a", "b\"c"},
     };
-    for (const auto& row : table) {
-        const auto found = parse_setting_line(row.line);
-        ASSERT_TRUE(found) << row.line;
-        EXPECT_EQ(found->name + "|" + found->value, row.name + "|"s + row.value) << row.line;
+    for (const auto& [line, name, value] : table) {
+        const auto found = parse_setting_line(line);
+        ASSERT_TRUE(found) << line;
+        EXPECT_EQ(found->name + "|" + found->value, name + "|"s + value) << line;
     }
 }
 
@@ -47,11 +43,7 @@ TEST(text_test, hexadecimal) {
 // Nineteen letters "a" hash as seven do, since the hash comes round after twelve: 07777711. The last letter
 // of a text doesn't count.
 TEST(text_test, long_tokens_are_shortened) {
-    struct {
-        std::string text;
-        const char* kind;
-        std::string key;
-    } const table[] = {
+    const std::tuple<std::string, const char*, std::string> table[] = {
         {std::string(19, 'a'), "X ", std::string(19, 'a')},
         {std::string(20, 'a'), "X ", "h 07777711"},
         {std::string(20, 'a'), "H ", std::string(20, 'a')},
@@ -60,8 +52,8 @@ TEST(text_test, long_tokens_are_shortened) {
         {std::string(104, 'a'), "", "h 07777711"},
         {std::string(200, 'a'), "M ", std::string(200, 'a')},
     };
-    for (const auto& row : table)
-        EXPECT_EQ(shorten_token(row.text, row.kind, 19, 96), row.key) << row.text << row.kind;
+    for (const auto& [text, kind, key] : table)
+        EXPECT_EQ(shorten_token(text, kind, 19, 96), key) << text << kind;
 }
 
 TEST(minutes_test, texts) {
@@ -83,22 +75,17 @@ TEST(minutes_test, texts) {
 }
 
 TEST(path_test, parts) {
-    struct {
-        const char* path;
-        const char* folder;
-        const char* file;
-        const char* tilde;
-    } const table[] = {
+    const char* const table[][4] = {
         {"c:\\a\\b.x", "c:\\a\\", "b.x", "c:\\a\\~b.x"},
         {"b", "", "b", "~b"},
         {"a\\", "a\\", "", ""},
         {"", "", "", ""},
         {"\\a", "\\", "a", "\\~a"},
     };
-    for (const auto& row : table) {
-        EXPECT_EQ(folder_part(row.path), row.folder);
-        EXPECT_EQ(file_part(row.path), row.file);
-        EXPECT_EQ(tilde_name(row.path), row.tilde);
+    for (const auto& [path, folder, file, tilde] : table) {
+        EXPECT_EQ(folder_part(path), folder);
+        EXPECT_EQ(file_part(path), file);
+        EXPECT_EQ(tilde_name(path), tilde);
     }
     EXPECT_EQ(join_path("", "n"), "n");
     EXPECT_EQ(join_path("f", "n"), "f\\n");
@@ -128,11 +115,7 @@ TEST(path_test, the_registry_names_the_root) {
     machine_key key("Software\\Orvenix\\Brackenhold\\Paths");
     const std::string longest = "c:\\" + std::string(256, 'x');
     constexpr std::uint32_t text = 1, expanded_text = 2;
-    struct {
-        std::uint32_t type;
-        std::string data;
-        std::string folder;
-    } const table[] = {
+    const std::tuple<std::uint32_t, std::string, std::string> table[] = {
         {text, "c:\\t\0"s, "c:\\t\\"},
         {text, "c:\\t\\", "c:\\t\\"},
         {text, "%TESSIVAR_ROOT%\0"s, "%TESSIVAR_ROOT%\\"},
@@ -141,9 +124,9 @@ TEST(path_test, the_registry_names_the_root) {
         {text, longest + '\0', longest + "\\"},
         {text, longest + "x\0"s, "as it was"},
     };
-    for (const auto& row : table) {
-        ASSERT_TRUE(key.set("TessivarRoot", row.type, row.data));
-        EXPECT_EQ(registry_path_value("TessivarRoot", "as it was"), row.folder);
+    for (const auto& [type, data, folder] : table) {
+        ASSERT_TRUE(key.set("TessivarRoot", type, data));
+        EXPECT_EQ(registry_path_value("TessivarRoot", "as it was"), folder);
     }
 }
 

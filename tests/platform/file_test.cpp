@@ -160,11 +160,7 @@ TEST_F(files, failures_have_their_numbers_and_change_nothing) {
     ASSERT_TRUE(open(reading, "file", access::read));
     ASSERT_TRUE(open(writing, "folder\\full\\inner", access::write));
     ASSERT_TRUE(open(empty, "empty", access::read_write));
-    struct {
-        std::uint32_t number;
-        const char* what;
-        std::function<bool()> act;
-    } const table[] = {
+    const std::tuple<std::uint32_t, const char*, std::function<bool()>> table[] = {
         {2, "open missing", [&] { return open(f, "no", access::read); }},
         {3, "open below missing", [&] { return open(f, "no\\a", access::read); }},
         {3, "open below a file", [&] { return open(f, "file\\a", access::read); }},
@@ -209,9 +205,9 @@ TEST_F(files, failures_have_their_numbers_and_change_nothing) {
         {126, "library", [&] { return lib.load("tvr_no_such.dll"); }},
     };
     const auto before = tree();
-    for (const auto& row : table) {
+    for (const auto& [number, what, act] : table) {
         set_last_error(4711);
-        EXPECT_TRUE(failed_with(row.number, row.act())) << row.what;
+        EXPECT_TRUE(failed_with(number, act())) << what;
     }
     EXPECT_EQ(tree(), before);
 }
@@ -337,10 +333,7 @@ TEST(directory_search_test, patterns_find_sorted_names) {
         write_file(root.path() / name, "");
     std::filesystem::create_directory(root.path() / "sub.bye");
     using names = std::vector<std::string>;
-    struct {
-        const char* pattern;
-        names found;
-    } const table[] = {
+    const std::pair<const char*, names> table[] = {
         {"*X*", {"x1", "x10", "x2"}},
         {"*.*",
          {"B1.BYE", "a.b.c", "b0.bye", "data.bys", "plain", "spam0001.bye", "sub.bye", "x1", "x10", "x2"}},
@@ -353,23 +346,23 @@ TEST(directory_search_test, patterns_find_sorted_names) {
         {"x", {}},
         {"?.bye", {}},
     };
-    for (const auto& row : table) {
+    for (const auto& [pattern, expected] : table) {
         directory_search search;
         directory_entry entry;
         names found;
-        bool more = search.first(root.engine_path(row.pattern), entry);
-        EXPECT_EQ(last_error() == error::file_not_found && !more, row.found.empty()) << row.pattern;
+        bool more = search.first(root.engine_path(pattern), entry);
+        EXPECT_EQ(last_error() == error::file_not_found && !more, expected.empty()) << pattern;
         for (; more; more = search.next(entry)) {
             if (entry.name == "." || entry.name == "..") {
-                EXPECT_TRUE(found.empty()) << row.pattern;
+                EXPECT_TRUE(found.empty()) << pattern;
                 continue;
             }
             EXPECT_EQ(entry.attributes,
                       entry.name.starts_with("sub") ? attribute::directory : attribute::archive);
             found.push_back(entry.name);
         }
-        EXPECT_EQ(found, row.found) << row.pattern;
-        EXPECT_EQ(last_error(), row.found.empty() ? error::file_not_found : error::no_more_files);
+        EXPECT_EQ(found, expected) << pattern;
+        EXPECT_EQ(last_error(), expected.empty() ? error::file_not_found : error::no_more_files);
     }
 }
 

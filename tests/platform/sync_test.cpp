@@ -39,17 +39,14 @@ protected:
 };
 
 TEST_P(auto_reset_events, come_lowest_first_and_once) {
-    struct {
-        std::vector<std::uint32_t> raised;
-        std::vector<std::uint32_t> taken;
-    } const table[] = {
+    const std::pair<std::vector<std::uint32_t>, std::vector<std::uint32_t>> table[] = {
         {{}, {}},         {{3}, {3}},          {{1, 0}, {0, 1}}, {{3, 1, 2, 0}, {0, 1, 2, 3}},
         {{2, 2, 2}, {2}}, {{0, 3, 0}, {0, 3}},
     };
-    for (const auto& row : table) {
-        for (const std::uint32_t number : row.raised)
+    for (const auto& [raised, taken] : table) {
+        for (const std::uint32_t number : raised)
             events[number].set();
-        for (const std::uint32_t number : row.taken)
+        for (const std::uint32_t number : taken)
             EXPECT_EQ(wait_any(all, infinite), number);
         EXPECT_EQ(wait_any(all, 0), wait_timeout);
     }
@@ -147,19 +144,16 @@ TEST(event_test, refuses_what_it_cannot_wait_for) {
     named_event named("name");
     ASSERT_TRUE(unnamed.create(true));
     unnamed.set();
-    struct {
-        std::vector<event*> events;
-        std::uint32_t error;
-    } const table[] = {
+    const std::pair<std::vector<event*>, std::uint32_t> table[] = {
         {{}, platform::error::invalid_parameter},
         {{&unnamed, &named}, platform::error::invalid_parameter},
         {{&named, &unnamed}, platform::error::invalid_parameter},
         {{&unnamed, &closed}, platform::error::invalid_handle},
         {std::vector<event*>(65, &unnamed), platform::error::invalid_parameter},
     };
-    for (const auto& row : table) {
-        EXPECT_EQ(wait_any(row.events, 0), wait_failed);
-        EXPECT_EQ(last_error(), row.error);
+    for (const auto& [events, error] : table) {
+        EXPECT_EQ(wait_any(events, 0), wait_failed);
+        EXPECT_EQ(last_error(), error);
     }
     closed.set();
     closed.reset();

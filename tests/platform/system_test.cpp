@@ -119,11 +119,7 @@ TEST(registry_test, values_keep_type_and_bytes) {
     std::string every_byte;
     for (int byte = 0; byte < 256; ++byte)
         every_byte += static_cast<char>(byte);
-    struct {
-        const char* name;
-        std::uint32_t type;
-        std::string data;
-    } const table[] = {
+    const std::tuple<const char*, std::uint32_t, std::string> table[] = {
         {"unended", registry_type::string, "x"},
         {"bytes", registry_type::binary, every_byte},
         {"number", registry_type::dword, "\1\0\0\xff"s},
@@ -137,19 +133,19 @@ TEST(registry_test, values_keep_type_and_bytes) {
     };
     user_key user(key_path);
     const machine_key machine(key_path);
-    for (const auto& row : table)
-        EXPECT_TRUE(user.set(row.name, row.type, row.data));
+    for (const auto& [name, type, data] : table)
+        EXPECT_TRUE(user.set(name, type, data));
     registry_key reader;
     ASSERT_TRUE(reader.open(registry_root::current_user, "SOFTWARE\\test\\KEY"));
-    for (const auto& row : table) {
-        SCOPED_TRACE(row.name);
-        auto value = reader.query(row.name);
+    for (const auto& [name, type, data] : table) {
+        SCOPED_TRACE(name);
+        auto value = reader.query(name);
         ASSERT_TRUE(value);
-        EXPECT_EQ(value->type, row.type);
-        if (row.type == registry_type::string && value->data.ends_with('\0'))
+        EXPECT_EQ(value->type, type);
+        if (type == registry_type::string && value->data.ends_with('\0'))
             value->data.pop_back();
-        EXPECT_EQ(value->data, row.data);
-        EXPECT_FALSE(machine.query(row.name));
+        EXPECT_EQ(value->data, data);
+        EXPECT_FALSE(machine.query(name));
     }
     EXPECT_TRUE(user.set("UNENDED", registry_type::dword, "9"));
     EXPECT_EQ(reader.query("unended")->data, "9");
@@ -252,16 +248,12 @@ TEST_F(profile_test, reads_numbers) {
     EXPECT_EQ(profile_int("A", "x", 7, path), 7);
     write_file(file, "top=1\r\n[A]\r\n x = 12 \r\nneg=-5\r\nbad=z9\r\nhalf=12z\r\n;off=1\r\n"
                      "max=2147483647\r\n[b b]\nx=3\n[A]\nlate=4");
-    struct {
-        const char* section;
-        const char* key;
-        std::int32_t number;
-    } const table[] = {
+    const std::tuple<const char*, const char*, std::int32_t> table[] = {
         {"A", "x", 12},  {"a", "X", 12},  {"A", "neg", -5},         {"A", "bad", 0}, {"A", "half", 12},
         {"A", "off", 7}, {"A", "top", 7}, {"A", "max", 2147483647}, {"B B", "x", 3}, {"C", "x", 7},
     };
-    for (const auto& row : table)
-        EXPECT_EQ(profile_int(row.section, row.key, 7, path), row.number) << row.section << ' ' << row.key;
+    for (const auto& [section, key, number] : table)
+        EXPECT_EQ(profile_int(section, key, 7, path), number) << section << ' ' << key;
 }
 
 TEST_F(profile_test, lives_with_any_bytes) {
@@ -276,10 +268,7 @@ TEST_F(profile_test, lives_with_any_bytes) {
 }
 
 TEST_F(profile_test, writes_one_line_and_keeps_the_others) {
-    struct {
-        const char* before;
-        std::vector<std::string> after;
-    } const table[] = {
+    const std::pair<const char*, std::vector<std::string>> table[] = {
         {"", {"[S]", "k=v"}},
         {"[S]\nk=old\nx=1\n", {"[S]", "k=v", "x=1"}},
         {"[S]\nx=1\n", {"[S]", "x=1", "k=v"}},
@@ -290,14 +279,14 @@ TEST_F(profile_test, writes_one_line_and_keeps_the_others) {
         {"; note\n[T]\nk=2", {"; note", "[T]", "k=2", "[S]", "k=v"}},
         {"[S]\r\nk=old\r\nx=1\r\n", {"[S]", "k=v", "x=1"}},
     };
-    for (const auto& row : table) {
-        write_file(file, row.before);
+    for (const auto& [before, after] : table) {
+        write_file(file, before);
         EXPECT_TRUE(write_profile_string("S", "k", "v", path));
-        EXPECT_EQ(lines(), row.after) << row.before;
+        EXPECT_EQ(lines(), after) << before;
     }
     std::filesystem::remove(file);
     EXPECT_TRUE(write_profile_string("S", "k", "v", path));
-    EXPECT_EQ(lines(), table[0].after);
+    EXPECT_EQ(lines(), table[0].second);
 }
 
 // --- processes, libraries, memory, time ---
@@ -368,10 +357,7 @@ TEST(memory_test, ranges_are_committed_and_given_back) {
 TEST(clock_test, calendar) {
     constexpr std::uint64_t second = 10'000'000;
     constexpr std::uint64_t day = 86'400 * second;
-    struct {
-        std::uint64_t time;
-        calendar_time date;
-    } const table[] = {
+    const std::pair<std::uint64_t, calendar_time> table[] = {
         {0, {1601, 1, 1, 0, 0, 0}},
         {134'774 * day, {1970, 1, 1, 0, 0, 0}},
         {126'444'736'000'000'000, {2001, 9, 9, 1, 46, 40}},

@@ -281,10 +281,7 @@ TEST_F(foreign, a_session_ends_under_the_engine) {
 // Tries everything on a path, and tells what succeeds.
 int try_path(const fs::path& path) {
     const std::string name = path.string();
-    const struct {
-        const char* what;
-        bool done;
-    } table[] = {
+    const std::pair<const char*, bool> table[] = {
         {"read", open(name.c_str(), O_RDONLY | O_NONBLOCK) >= 0},
         {"write", open(name.c_str(), O_WRONLY | O_NONBLOCK) >= 0},
         {"cut", truncate(name.c_str(), 0) == 0},
@@ -295,10 +292,10 @@ int try_path(const fs::path& path) {
         {"plant", symlink("/mnt/other", (name + "/planted").c_str()) == 0},
     };
     int count = 0;
-    for (const auto& row : table) {
-        if (row.done)
-            std::printf("%s: %s\n", row.what, name.c_str());
-        count += row.done;
+    for (const auto& [what, done] : table) {
+        if (done)
+            std::printf("%s: %s\n", what, name.c_str());
+        count += done;
     }
     return count;
 }
@@ -362,12 +359,8 @@ TEST_F(foreign, another_user_reaches_nothing) {
 TEST_F(foreign, planted_roots_are_refused) {
     const fs::path root = "/tmp/root";
     const fs::path below = root / "run"; // of a root that is good
-    struct {
-        const char* what;
-        fs::path place;
-        std::function<void(const fs::path&)> plant;
-        const char* told; // "": any words
-    } const table[] = {
+    using planting = std::function<void(const fs::path&)>;
+    const std::tuple<const char*, fs::path, planting, const char*> table[] = {
         {"a foreign folder", root, [](auto& place) { make_folder(place, other, 0777); },
          "belongs to another user"},
         {"an open folder", root, [](auto& place) { make_folder(place, owner, 0777); },
@@ -382,15 +375,15 @@ TEST_F(foreign, planted_roots_are_refused) {
         {"a linked folder", below, [](auto& place) { fs::create_directory_symlink("/mnt/owner", place); },
          "symbolic link"},
     };
-    for (const auto& row : table) {
-        SCOPED_TRACE(row.place.string() + ": " + row.what);
+    for (const auto& [what, place, plant, told] : table) {
+        SCOPED_TRACE(place.string() + ": " + what);
         afresh();
-        if (row.place == below)
+        if (place == below)
             make_folder(root, owner, 0700);
-        row.plant(row.place);
+        plant(place);
         const outcome served = run(owner, moved, {"tvr_srv"});
         EXPECT_EQ(served.code, 0);
-        EXPECT_TRUE(holds(served.text, row.told));
+        EXPECT_TRUE(holds(served.text, told));
         EXPECT_TRUE(engines().empty());
         EXPECT_TRUE(fs::is_empty(others_home));
     }
@@ -461,13 +454,10 @@ TEST_F(foreign, odd_roots_work_or_are_refused) {
 TEST_F(foreign, an_engine_with_little_loses_nothing) {
     constexpr rlim_t mebibyte = 1U << 20;
     // With some 10 to 20 files each step of a training could fail for itself.
-    const struct {
-        limit most;
-        std::optional<bool> trains;
-    } table[] = {{{RLIMIT_NOFILE, 4}, false},      {{RLIMIT_NOFILE, 10}, false},
-                 {{RLIMIT_NOFILE, 16}, false},     {{RLIMIT_NOFILE, 66}, false},
-                 {{RLIMIT_NOFILE, 80}, true},      {{RLIMIT_AS, 8 * mebibyte}, {}},
-                 {{RLIMIT_AS, 12 * mebibyte}, {}}, {{RLIMIT_AS, 24 * mebibyte}, {}}};
+    const std::pair<limit, std::optional<bool>> table[] = {
+        {{RLIMIT_NOFILE, 4}, false},      {{RLIMIT_NOFILE, 10}, false},    {{RLIMIT_NOFILE, 16}, false},
+        {{RLIMIT_NOFILE, 66}, false},     {{RLIMIT_NOFILE, 80}, true},     {{RLIMIT_AS, 8 * mebibyte}, {}},
+        {{RLIMIT_AS, 12 * mebibyte}, {}}, {{RLIMIT_AS, 24 * mebibyte}, {}}};
     const fs::path base = home / ".local/share/Orvenix/Brackenhold/data/base";
     // A sanitizer wants more addresses than any limit leaves.
     const bool limits_memory =
@@ -506,21 +496,17 @@ TEST_F(foreign, an_engine_with_little_loses_nothing) {
 
 // The store of the machine counts only as long as none but root can write it.
 TEST_F(foreign, the_machine_store_is_roots) {
-    struct {
-        uid_t user;
-        mode_t mode;
-        bool counts;
-    } const table[] = {
+    const std::tuple<uid_t, mode_t, bool> table[] = {
         {0, 0644, true}, {0, 0666, false}, {0, 0664, false}, {other, 0644, false}, {0, 0600, false}};
     make_folder("/etc/tessivar", 0, 0755);
-    for (const auto& row : table) {
-        make_file("/etc/tessivar/machine", row.user, row.mode, "[Software\\Test]\nx=1:41\n");
+    for (const auto& [user, mode, counts] : table) {
+        make_file("/etc/tessivar/machine", user, mode, "[Software\\Test]\nx=1:41\n");
         const outcome read = as_user(owner, [] {
             platform::registry_key key;
             setenv("HOME", home.c_str(), 1);
             return int{key.open(platform::registry_root::local_machine, "Software\\Test") && key.query("x")};
         });
-        EXPECT_EQ(read.code, row.counts) << row.user << " " << row.mode;
+        EXPECT_EQ(read.code, counts) << user << " " << mode;
     }
 }
 

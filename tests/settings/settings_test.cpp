@@ -84,12 +84,7 @@ TEST_F(settings_test, schema_and_defaults) {
 }
 
 TEST_F(settings_test, text_lines) {
-    struct {
-        std::uint32_t group;
-        std::string text;
-        const char* key;
-        const char* value;
-    } const table[] = {
+    const std::tuple<std::uint32_t, std::string, const char*, const char*> table[] = {
         {1, "Training Delay=5", "training delay", "5"},
         {1, "training delay = \"5\"\r\n", "training delay", "5"},
         {1, "training delay=5\ntraining delay=6\n", "training delay", "6"},
@@ -107,11 +102,11 @@ TEST_F(settings_test, text_lines) {
         {1, std::string(1 << 20, ';') + "\ntraining delay=5", "training delay", "30000"},
         {1, "training delay=5" + "\0\xff\n"s + std::string(3000, '='), "training delay", "5"},
     };
-    for (const auto& row : table) {
+    for (const auto& [group, text, key, expected] : table) {
         set.schema(schema_mode::basic_defaults);
         set.schema(schema_mode::advanced_defaults);
-        read(row.text, row.group);
-        EXPECT_EQ(value(row.key), row.value) << row.text.substr(0, 80);
+        read(text, group);
+        EXPECT_EQ(value(key), expected) << text.substr(0, 80);
     }
     EXPECT_EQ(set.filter_log.expanded, platform::expand_environment("%appdata%\\x.log"));
     EXPECT_FALSE(set.read_text(root.engine_path("no.ini"), 1));

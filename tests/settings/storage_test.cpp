@@ -55,10 +55,8 @@ TEST(storage_test, reads_every_form_and_refuses_damage) {
     const std::string every_tag = std::string(head) + "\4\0\0\6\0Z\0\2\0b\0\1\0z\0\5\0\xE4\0\xFF\xFF\0"s +
                                   "\x40\x08\1\0\x40\2\2\0\1v\2\0\2w\3\0\3vw\3\0\4vwxy\3\0\5stuvwxyz"s +
                                   "\4\0\6klmnopqrstuvwxyz\5\0\x47\3vwx\5\0\x48\4v\0w\0\6\0\x49\0"s;
-    const struct {
-        std::string file;
-        std::string again; // what the storage packs then
-    } table[] = {
+    const std::pair<std::string, std::string> table[] = {
+        // files, and what the storage packs then
         {every_tag, every_tag},
         {nameless("\0"sv), nameless("\x40\0"sv)},
         {nameless("\x40\2\7\0\7\7\0\0"sv), nameless("\x40\2\7\0\x47\0\7\0\x40\0"sv)},
@@ -89,11 +87,12 @@ TEST(storage_test, reads_every_form_and_refuses_damage) {
          std::string(head) + "\3\0a\0\xFF\xFF\0\x40\0"s},
     };
     for (const auto& row : table) {
+        SCOPED_TRACE(&row - table);
+        const auto& [file, again] = row;
         storage_object store;
         put(store, "old", "old");
-        EXPECT_EQ(store.load(bytes(row.file)), row.again != refused) << &row - table;
-        EXPECT_TRUE(packed(store) == (row.again == refused ? nameless("\x40\0"sv) : row.again))
-            << &row - table;
+        EXPECT_EQ(store.load(bytes(file)), again != refused);
+        EXPECT_TRUE(packed(store) == (again == refused ? nameless("\x40\0"sv) : again));
         EXPECT_FALSE(store.is_modified());
     }
     // Many sections, each in the one before.
@@ -174,18 +173,16 @@ TEST(storage_test, walks_from_handle_to_handle) {
 }
 
 TEST(storage_test, issues_ids) {
-    const struct {
-        std::string names; // of the file
-        std::uint16_t next;
-    } table[] = {{"", 1},
-                 {"\5\0a\0\3\0b\0"s, 7}, // one is left out
-                 {"\xFE\x7Fz\0"s, 0x8000},
-                 {"\2\0a\0\xFF\x7Fy\0\xFD\xFFz\0"s, 4}}; // the upper half doesn't count
-    for (const auto& row : table) {
+    const std::pair<std::string, int> table[] = {
+        {"", 1},
+        {"\5\0a\0\3\0b\0"s, 7}, // one is left out
+        {"\xFE\x7Fz\0"s, 0x8000},
+        {"\2\0a\0\xFF\x7Fy\0\xFD\xFFz\0"s, 4}}; // the upper half doesn't count
+    for (const auto& [names, next] : table) {
         storage_object store;
-        const std::string file = std::string(head) + row.names + std::string(no_names) + "\x40\0"s;
+        const std::string file = std::string(head) + names + std::string(no_names) + "\x40\0"s;
         ASSERT_TRUE(store.load(bytes(file)));
-        EXPECT_EQ(owned(store.create_section("new", nullptr, false))->id, row.next);
+        EXPECT_EQ(owned(store.create_section("new", nullptr, false))->id, next);
     }
     storage_object store;
     for (int number = 0; number != 0xFFFE; ++number)

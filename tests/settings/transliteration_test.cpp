@@ -48,24 +48,20 @@ TEST(transliteration_test, tables) {
     write_file(root.path() / "work/xlt/hollow.bin", "www");
     write_file(root.path() / "install/xlt/file.bin", std::string(300, 'i'));
     write_file(root.path() / "install/xlt/hollow.bin", "");
-    const struct {
-        std::uint8_t by_registry;
-        const char* name;
-        bool loaded;
-        std::string result; // of "a", 255, blank, 31 and zero
-    } rows[] = {
+    // From the registry, a name, whether it is loaded, and what "a", 255, blank, 31 and zero become.
+    const std::tuple<std::uint8_t, const char*, bool, std::string> rows[] = {
         {1, " both\t", true, "rrr\x1F\0"s},     {0, "both", true, "www\x1F\0"s},
         {1, "long", true, "w\xFFw\x1F\0"s},     {1, "empty", true, "a\xFFw\x1F\0"s},
         {1, "file", true, "iii\x1F\0"s},        {1, "hollow", false, "a\xFF \x1F\0"s},
         {1, "missing", false, "a\xFF \x1F\0"s},
     };
-    for (const auto& row : rows) {
-        set.use_translit_tables_from_registry = row.by_registry;
+    for (const auto& [by_registry, name, loaded, result] : rows) {
+        set.use_translit_tables_from_registry = by_registry;
         xlt_table translation;
         std::string text = "a\xFF \x1F\0"s;
-        EXPECT_EQ(translation.load(row.name), row.loaded) << row.name;
+        EXPECT_EQ(translation.load(name), loaded) << name;
         translation.translate(text);
-        EXPECT_EQ(text, row.result) << row.name;
+        EXPECT_EQ(text, result) << name;
     }
     xlt_table kept;
     EXPECT_TRUE(kept.load("file") && kept.load("missing") && kept.name() == "file");

@@ -144,10 +144,7 @@ TEST_F(Stage, SurvivesDamagedArchives) {
     std::string deep = "\3\0"s;
     for (int i = 0; i < 10000; ++i)
         deep += "\3\1x";
-    const struct {
-        const char* what;
-        std::string bytes, restored;
-    } cases[] = {
+    const std::tuple<const char*, std::string, std::string> cases[] = {
         {"nothing", "", ""},
         {"foreign", "this is none", ""},
         {"cut in a name", good + "\1\7abc", "a=a "},
@@ -161,9 +158,9 @@ TEST_F(Stage, SurvivesDamagedArchives) {
         {"folder outside", good + "\3\2..\1\4evil" + le(1) + "e\2", "a=a "},
         {"no name", good + "\1\0"s + le(1) + "e\2", "a=a "},
     };
-    for (const auto& each : cases) {
-        unpack(each.bytes);
-        EXPECT_EQ(listed("0003"), each.restored) << each.what;
+    for (const auto& [what, bytes, restored] : cases) {
+        unpack(bytes);
+        EXPECT_EQ(listed("0003"), restored) << what;
         EXPECT_FALSE(std::filesystem::exists(transact / "evil"));
     }
     unpack(deep);

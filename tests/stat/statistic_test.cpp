@@ -162,14 +162,13 @@ TEST_F(statistic_test, sixty_days_are_kept) {
         object->save_transaction();
         EXPECT_EQ(read_file(pending), kept);
         EXPECT_EQ(read_file(main), bytes);
-        struct {
-            std::int32_t hours;
-            std::uint32_t spam_size; // in both tables; the next hour is -1 hours old, and so never too old
-        } const table[] = {{-1, 0}, {0, 20}, {1, 22}, {1439, 22}, {1440, 42}, {1441, 44}, {0x7FFFFFFF, 66}};
-        for (const auto& row : table) {
+        // In both tables. The next hour is -1 hours old, and so never too old.
+        const std::pair<std::int32_t, std::uint32_t> table[] = {
+            {-1, 0}, {0, 20}, {1, 22}, {1439, 22}, {1440, 42}, {1441, 44}, {0x7FFFFFFF, 66}};
+        for (const auto& [hours, spam_size] : table) {
             statistic_record sum;
-            object->get_period(row.hours, sum);
-            EXPECT_EQ(sum.spam_size, row.spam_size) << row.hours;
+            object->get_period(hours, sum);
+            EXPECT_EQ(sum.spam_size, spam_size) << hours;
         }
         object.reset();
         EXPECT_EQ(read_file(pending), kept);
