@@ -8,7 +8,6 @@
 #include "common/files.h"
 #include "common/zfile.h"
 #include "platform/change_hook.h"
-#include "platform/error.h"
 #include "support/log_lines.h"
 #include "support/test.h"
 

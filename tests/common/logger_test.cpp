@@ -1,6 +1,5 @@
 #include "common/logger.h"
 
-#include "platform/file.h"
 #include "support/platform_objects.h"
 #include "support/test.h"
 

@@ -3,7 +3,6 @@
 #include "common/minutes.h"
 #include "common/path.h"
 #include "common/token_hash.h"
-#include "platform/file.h"
 #include "support/platform_objects.h"
 #include "support/test.h"
 

@@ -2,15 +2,11 @@
 // exactly as often as it was appended, by a count that shares no code with the engine. And whoever holds the
 // lock of the cache when it should not.
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <random>
 #include <sstream>
 #include <unistd.h>
@@ -23,6 +19,7 @@
 #include "support/child_process.h"
 #include "support/formats.h"
 #include "support/platform_objects.h"
+#include "support/test.h"
 #include "system/engine_root.h"
 
 namespace tvr {

@@ -4,10 +4,8 @@
 #include <functional>
 
 #include "platform/change_hook.h"
-#include "platform/error.h"
 #include "platform/library.h"
 #include "platform/mapping.h"
-#include "platform/sync.h"
 #include "support/child_process.h"
 #include "support/platform_limits.h"
 #include "support/platform_objects.h"

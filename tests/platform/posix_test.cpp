@@ -7,13 +7,9 @@
 
 #include "platform/change_hook.h"
 #include "platform/clock.h"
-#include "platform/error.h"
-#include "platform/file.h"
 #include "platform/presence.h"
 #include "platform/process.h"
 #include "platform/profile.h"
-#include "platform/registry.h"
-#include "platform/sync.h"
 #include "support/child_process.h"
 #include "support/platform_objects.h"
 #include "support/test.h"

@@ -6,9 +6,7 @@
 
 #include "dict/dictbase.h"
 #include "platform/clock.h"
-#include "platform/error.h"
 #include "platform/process.h"
-#include "platform/sync.h"
 #include "support/child_process.h"
 #include "support/platform_limits.h"
 #include "support/platform_objects.h"

@@ -5,7 +5,6 @@
 #include <fstream>
 #include <random>
 
-#include "platform/error.h"
 #include "support/child_process.h"
 #include "support/platform_limits.h"
 #include "support/platform_objects.h"

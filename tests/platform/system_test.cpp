@@ -4,14 +4,10 @@
 #include <tuple>
 
 #include "platform/clock.h"
-#include "platform/error.h"
-#include "platform/file.h"
 #include "platform/memory.h"
 #include "platform/presence.h"
 #include "platform/process.h"
 #include "platform/profile.h"
-#include "platform/registry.h"
-#include "platform/sync.h"
 #include "support/child_process.h"
 #include "support/platform_objects.h"
 #include "support/test.h"

@@ -1,11 +1,8 @@
 // What only this backend promises: the names by which other programs find the engine, and where things lie.
 
 #include "platform/error.h"
-#include "platform/file.h"
 #include "platform/presence.h"
 #include "platform/process.h"
-#include "platform/registry.h"
-#include "platform/sync.h"
 #include "platform/win32/handle.h"
 #include "tests/support/child_process.h"
 #include "tests/support/platform_objects.h"

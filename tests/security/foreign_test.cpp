@@ -5,13 +5,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <functional>
 #include <grp.h>
-#include <optional>
 #include <sched.h>
 #include <set>
-#include <string>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/ptrace.h>
@@ -19,7 +16,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 #include "platform/clock.h"
 #include "platform/registry.h"

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <clocale>
 
-#include "platform/file.h"
 #include "platform/process.h"
 #include "settings/common_settings.h"
 #include "settings/settings_file.h"

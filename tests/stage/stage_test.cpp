@@ -1,7 +1,6 @@
 #include <numeric>
 #include <set>
 
-#include "platform/file.h"
 #include "stage/temp_folder.h"
 #include "support/test.h"
 

@@ -4,10 +4,8 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
-#include <utility>
 
 #include "common/minutes.h"
-#include "platform/file.h"
 #include "support/log_lines.h"
 #include "support/test.h"
 
