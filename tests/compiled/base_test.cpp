@@ -51,8 +51,7 @@ TEST(Grading, ByHand) {
     }
 }
 
-class Base : public testing::Test {
-protected:
+struct Base : testing::Test {
     Base() {
         values.working_directory.expanded = root.engine_path() + "\\";
         std::filesystem::create_directories(folder);

@@ -19,8 +19,7 @@ std::string base_bytes(std::uint32_t signature, std::uint32_t count, std::string
 }
 const std::string two = counted("B ab", highest) + counted("H x", half);
 
-class Reader : public testing::Test {
-protected:
+struct Reader : testing::Test {
     bool load(const std::string& bytes) {
         write_file(m_root.path() / "cashe.rgd", bytes);
         return m_base.load(m_path);

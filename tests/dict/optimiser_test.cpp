@@ -12,8 +12,7 @@ namespace {
 
 using namespace std::literals;
 
-class Optimiser : public testing::Test {
-protected:
+struct Optimiser : testing::Test {
     Optimiser() {
         default_settings().optimal_one_dict_size = 200;
         std::filesystem::create_directories(folder);

@@ -7,10 +7,7 @@
 namespace tvr {
 namespace {
 
-using namespace std::literals;
-
-class Ring : public testing::Test {
-protected:
+struct Ring : testing::Test {
     Ring() {
         default_settings();
         for (const char* stage : {"0002", "0003"})
@@ -161,7 +158,7 @@ TEST_F(Ring, FinalizesByHand) {
     for (const auto& atom : atoms) {
         write_file(base / "transact" / "0002" / atom.name,
                    atom_bytes(atom.head, atom.head.tokens, atom.entries));
-        column += pascal(engine("0002\\"s + atom.name)) + atom_head_bytes(atom.head) +
+        column += pascal(engine(std::string("0002\\") + atom.name)) + atom_head_bytes(atom.head) +
                   (atom.merge ? '\1' : '\0') + atom.changes;
     }
     write_file(base / "transact" / "0002" / "d.col", column);

@@ -27,8 +27,7 @@ const std::string a = "01234567890000000000";
 const std::string b = "00000000000123456789";
 const std::string c = "01234000000000056789";
 
-class MessageMap : public testing::Test {
-protected:
+struct MessageMap : testing::Test {
     std::string folder() const { return root.engine_path() + "\\"; }
     std::string list() const { return read_file(list_file); }
     std::string index_count() const { return read_file(root.path() / "m.idx").substr(16, 4); }
@@ -116,7 +115,6 @@ TEST_F(MessageMap, DeleteIfKeepsTheRestOfEachChain) {
     EXPECT_EQ(list(), head(6, 56) + dead(1) + counted(c, 4) + dead(20) + dead(20) + counted("y", 5) +
                           counted("x", 6));
 
-    fs::remove(root.path() / "e.lst");
     msidmap empty(folder(), "e");
     EXPECT_FALSE(empty.delete_if([](std::string_view, std::uint32_t) { return true; }));
 }
@@ -156,23 +154,21 @@ TEST_F(MessageMap, CompactsAtFivePercentAndAKilobyte) {
         {19441, 251, false}, // and of 20481 they are 4
     };
     for (const auto& each : cases) {
-        std::vector<std::string> doomed;
-        for (int i = 0; i < 4; ++i)
-            doomed.emplace_back(i < 3 ? 251 : each.last_length, static_cast<char>('a' + i));
-        std::string bytes;
-        for (const std::string& id : doomed)
-            bytes += counted(id, 7);
-        std::string filler;
-        for (std::size_t left = each.filler; left != 0; left = each.filler - filler.size()) {
-            const std::string name = std::to_string(left);
-            const std::size_t size = left > 400 ? 200 : left > 200 ? left / 2 : left;
-            filler += counted(name + std::string(size - 5 - name.size(), '.'), 1);
-        }
+        const auto id = [&](char letter) {
+            return std::string(letter < 'd' ? 251 : each.last_length, letter);
+        };
+        std::string bytes, filler;
+        for (const char letter : {'a', 'b', 'c', 'd'})
+            bytes += counted(id(letter), 7);
+        for (std::uint32_t i = 0; i < 80 && filler.size() < each.filler; ++i)
+            filler += counted(std::to_string(1000 + i) + std::string(231, '.'), 1);
+        if (each.filler != 0)
+            filler += counted(std::string(each.filler - filler.size() - 5, '.'), 1);
         start_with(head(99, 0) + bytes + filler);
         {
             msidmap map(folder(), "m");
-            for (const std::string& id : doomed)
-                EXPECT_TRUE(map.remove(id));
+            for (const char letter : {'a', 'b', 'c', 'd'})
+                EXPECT_TRUE(map.remove(id(letter)));
             EXPECT_EQ(map.garbage(), each.compacts ? 0U : 768 + each.last_length + 5);
         }
         EXPECT_EQ(list().size(), 16 + filler.size() + (each.compacts ? 0 : bytes.size()));
@@ -256,38 +252,30 @@ TEST_F(MessageMap, MergesAndRelabelsLiveRecordsOnly) {
 
 TEST_F(MessageMap, AgreesWithAReferenceMap) {
     std::mt19937 random(11);
-    std::map<std::string, std::uint32_t, std::less<>> expected;
+    std::map<std::string, std::uint32_t> expected;
     const auto make_id = [&] {
-        // Some 600 keys with several IDs each, and some long ones, so that the list is compacted now and
-        // then.
+        // Some 600 keys with several IDs each; long ones, so that the list is compacted now and then.
         const std::string x = std::to_string(1000000000 + random() % 300);
         const std::string y = std::to_string(1000000000 + random() % 3);
         std::string id = random() % 2 == 0 ? x + y : y + x;
         return random() % 8 == 0 ? id + std::string(200, '+') : id;
     };
     auto map = std::make_unique<msidmap>(folder(), "m");
-    for (int i = 0; i < 30000; ++i) {
+    for (std::uint32_t i = 1; i <= 30000; ++i) {
         const std::string id = make_id();
-        const auto found = expected.find(id);
-        switch (random() % 5) {
-        case 0:
-        case 1:
-            ASSERT_TRUE(map->insert(id, static_cast<std::uint32_t>(i + 1)));
-            expected.emplace(id, static_cast<std::uint32_t>(i + 1));
-            break;
-        case 2:
-        case 3:
-            ASSERT_EQ(map->remove(id), found != expected.end());
-            expected.erase(id);
-            break;
-        default:
-            ASSERT_EQ(map->search(id), found == expected.end() ? 0 : found->second);
+        if (const auto what = random() % 5; what < 2) {
+            ASSERT_TRUE(map->insert(id, i));
+            expected.emplace(id, i);
+        } else if (what < 4) {
+            ASSERT_EQ(map->remove(id), expected.erase(id) != 0);
+        } else {
+            ASSERT_EQ(map->search(id), expected.contains(id) ? expected.at(id) : 0);
         }
-        if (i % 5000 == 2999) {
+        if (i % 5000 == 3000) {
             ASSERT_TRUE(map->delete_if([](std::string_view, std::uint32_t value) { return value % 3 == 0; }));
             std::erase_if(expected, [](const auto& entry) { return entry.second % 3 == 0; });
         }
-        if (i % 5000 == 4999) {
+        if (i % 5000 == 0) {
             map.reset();
             map = std::make_unique<msidmap>(folder(), "m");
             for (const auto& [known, value] : expected)
@@ -302,20 +290,27 @@ TEST_F(MessageMap, AgreesWithAReferenceMap) {
     }
 }
 
-TEST(MessageAccess, WorksOnACopy) {
+struct MessageAccess : testing::Test {
+    void open(std::string_view list) {
+        write_file(root.path() / "main" / "s.lst", list);
+        write_file(root.path() / "work" / "s.lst", "an older one");
+        access.open(root.engine_path("main\\"), root.engine_path("work\\"), "s");
+    }
+
     test_root root;
-    const std::string before = "nSID" + le(2, 1, 0) + counted("old", 1);
-    write_file(root.path() / "main" / "s.lst", before);
-    write_file(root.path() / "work" / "s.lst", "an older one");
     msid_access access;
+};
+
+TEST_F(MessageAccess, WorksOnACopy) {
     access.add("nothing", 1);
     access.remove("nothing");
     EXPECT_EQ(access.lookup("nothing"), 0U);
-    access.open(root.engine_path("main\\"), root.engine_path("work\\"), "s");
+    const std::string before = head(1, 0) + counted("old", 1);
+    open(before);
     EXPECT_EQ(access.lookup("old"), 1U);
     access.add("new", 2);
     access.remove("old");
-    std::filesystem::rename(root.path() / "work" / "s.lst", root.path() / "taken.lst");
+    fs::rename(root.path() / "work" / "s.lst", root.path() / "taken.lst");
     EXPECT_EQ(read_file(root.path() / "taken.lst").substr(24), counted("new", 2));
     EXPECT_EQ(read_file(root.path() / "main" / "s.lst"), before);
     access.reopen();
@@ -323,25 +318,18 @@ TEST(MessageAccess, WorksOnACopy) {
     EXPECT_EQ(access.lookup("new"), 0U);
 }
 
-TEST(MessageAccess, PurgesWhatTheRangesClaim) {
-    test_root root;
-    std::string list = "nSID" + le(2, 8, 0);
-    for (const unsigned time : {9U, 10U, 20U, 21U, 30U, 30U, 30U, 31U})
-        list += counted(std::to_string(list.size()), time);
-    write_file(root.path() / "main" / "s.lst", list);
-    std::filesystem::create_directory(root.path() / "work");
-    msid_access access;
-    access.open(root.engine_path("main\\"), root.engine_path("work\\"), "s");
+TEST_F(MessageAccess, PurgesWhatTheRangesClaim) {
+    const std::uint32_t times[] = {9, 10, 20, 21, 30, 30, 30, 31}; // of the IDs a, b, ...
+    std::string list = head(8, 0), left;
+    for (char id = 'a'; id <= 'h'; ++id)
+        list += counted({&id, 1}, times[id - 'a']);
+    open(list);
     aged_out_list ranges = {{10, 20, false}, {30, 2, true}};
     access.purge(ranges);
     EXPECT_EQ(ranges[1].last, 0U) << "each claim lowers the count";
-    // Of the three at 30 the first two are gone.
-    EXPECT_EQ(access.lookup("16"), 9U);
-    for (const char* id : {"23", "30", "44", "51"})
-        EXPECT_EQ(access.lookup(id), 0U) << id;
-    EXPECT_EQ(access.lookup("37"), 21U);
-    EXPECT_EQ(access.lookup("58"), 30U);
-    EXPECT_EQ(access.lookup("65"), 31U);
+    for (char id = 'a'; id <= 'h'; ++id)
+        left += id + std::to_string(access.lookup({&id, 1})) + " ";
+    EXPECT_EQ(left, "a9 b0 c0 d21 e0 f0 g30 h31 ") << "of the three at 30 the first two are gone";
     EXPECT_FALSE(claims_time(ranges, 30));
     EXPECT_TRUE(claims_time(ranges, 10));
 }
