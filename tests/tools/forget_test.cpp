@@ -18,8 +18,7 @@ std::string record(const std::string& id, std::uint32_t flags, std::uint32_t val
     return head + rest;
 }
 
-class forget_test : public testing::Test {
-protected:
+struct forget_test : testing::Test {
     // What is in the cache after forgetting one message; `m_sum` and `m_why` tell the rest.
     std::string forget(const std::string& content, const std::string& id) {
         write_file(m_path, content);
@@ -40,27 +39,28 @@ const std::string a = "<a@x>_0123ABCD";
 const std::string b = "<b@x>_00000000";
 
 TEST_F(forget_test, marks_all_records_of_the_message) {
-    const std::string cache =
-        le(3) + record(a, 2) + record(b, 6) + record(a, 0) + record("", 0) + record("odd", 2);
+    // By the flags of each.
+    const auto cache = [](const std::array<std::uint32_t, 4>& of) {
+        return le(3) + record(a, of[0]) + record(b, of[1]) + record(a, of[2]) + record("", 0) +
+               record("odd", of[3]);
+    };
     const struct {
         std::string id;
-        std::string wanted;
-        std::uint32_t marked, already;
+        std::array<std::uint32_t, 4> wanted;
+        std::uint32_t marked;
     } rows[] = {
-        {a, le(3) + record(a, 3) + record(b, 6) + record(a, 1) + record("", 0) + record("odd", 2), 2, 0},
-        {"<b@x>", le(3) + record(a, 2) + record(b, 7) + record(a, 0) + record("", 0) + record("odd", 2), 1,
-         0},
-        {"b@x", le(3) + record(a, 2) + record(b, 7) + record(a, 0) + record("", 0) + record("odd", 2), 1, 0},
-        {"odd", le(3) + record(a, 2) + record(b, 6) + record(a, 0) + record("", 0) + record("odd", 3), 1, 0},
-        {"c@x", cache, 0, 0},
-        {"<>", cache, 0, 0},
-        {"<a@x>_00000000", cache, 0, 0}, // another message of that name
+        {a, {3, 6, 1, 2}, 2},
+        {"<b@x>", {2, 7, 0, 2}, 1},
+        {"b@x", {2, 7, 0, 2}, 1},
+        {"odd", {2, 6, 0, 3}, 1},
+        {"c@x", {2, 6, 0, 2}, 0},
+        {"<>", {2, 6, 0, 2}, 0},
+        {"<a@x>_00000000", {2, 6, 0, 2}, 0}, // another message of that name
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(forget(cache, row.id), row.wanted) << row.id;
-        EXPECT_EQ(m_sum.marked, row.marked) << row.id;
-        EXPECT_EQ(m_sum.already, row.already) << row.id;
-        EXPECT_EQ(m_why, "");
+        EXPECT_EQ(forget(cache({2, 6, 0, 2}), row.id), cache(row.wanted)) << row.id;
+        EXPECT_EQ(std::tie(m_sum.marked, m_sum.already, m_why), std::make_tuple(row.marked, 0U, ""))
+            << row.id;
     }
     EXPECT_EQ(forget(le(1) + record(a, 3), a), le(1) + record(a, 3));
     EXPECT_EQ(m_sum.already, 1U);

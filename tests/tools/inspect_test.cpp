@@ -61,8 +61,7 @@ std::string learned() {
     return {bytes.begin(), bytes.end()};
 }
 
-class inspect_test : public testing::Test {
-protected:
+struct inspect_test : testing::Test {
     std::string inspect(const std::string& name, const std::string& bytes,
                         const inspect_options& options = {}) {
         write_file(m_root.path() / name, bytes);
@@ -231,8 +230,7 @@ TEST_F(inspect_test, looks_at_files_in_use) {
     EXPECT_TRUE(inspect_file((m_root.path() / "a").string(), {}, out, errors)) << errors.str();
 }
 
-class state_test : public testing::Test {
-protected:
+struct state_test : testing::Test {
     using files = std::vector<std::pair<std::string, std::string>>; // name and bytes
 
     // Names are taken from base\transact.
