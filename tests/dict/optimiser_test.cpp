@@ -1,6 +1,6 @@
 #include "dict/optimiser.h"
 
-#include <sstream>
+#include <cstdlib>
 
 #include "dict/dict_folder.h"
 #include "dict/ring.h"
@@ -9,8 +9,6 @@
 
 namespace tvr {
 namespace {
-
-using namespace std::literals;
 
 struct Optimiser : testing::Test {
     Optimiser() {
@@ -25,41 +23,36 @@ struct Optimiser : testing::Test {
 };
 
 TEST_F(Optimiser, PrunesTowardsTheTarget) {
-    // Atoms from the oldest to the newest as their messages; an "o" in front: an ordinal one.
+    // Atoms from the oldest to the newest as their messages; below zero: an ordinal one.
     const struct {
         std::uint32_t target;
-        std::string atoms, left;
+        std::vector<int> atoms, left;
     } cases[] = {
-        {1600, "1000 1000 1000 ", "1000 1000 "}, // 1400 before and 400 after; then 600 would be farther
-        {1500, "1000 1000 1000 ", "1000 "},      // as far after as before: it goes
-        {3000, "1000 1000 1000 ", "1000 1000 1000 "},
-        {1500, "200 200 400 o300 600 o200 ", "200 200 400 600 "},
-        {100, "500 ", "500 "},                 // a half is never emptied
-        {0, "500 0 500 ", "500 "},             //
-        {900, "50 o2000 900 ", "900 "},        //
-        {400, "o1000 o100 300 ", "o100 300 "}, //
-        {5, "", ""},
+        {1600, {1000, 1000, 1000}, {1000, 1000}}, // 1400 before and 400 after; then 600 would be farther
+        {1500, {1000, 1000, 1000}, {1000}},       // as far after as before: it goes
+        {3000, {1000, 1000, 1000}, {1000, 1000, 1000}},
+        {1500, {200, 200, 400, -300, 600, -200}, {200, 200, 400, 600}},
+        {100, {500}, {500}}, // a half is never emptied
+        {0, {500, 0, 500}, {500}},
+        {900, {50, -2000, 900}, {900}},
+        {400, {-1000, -100, 300}, {-100, 300}},
+        {5, {}, {}},
     };
     for (const auto& each : cases) {
         atom_info_list list;
-        std::uint32_t total = 0;
-        std::uint32_t time = 100;
-        std::istringstream atoms(each.atoms);
-        for (std::string name; atoms >> name;) {
-            auto info = std::make_unique<atom_info>();
-            info->name = name;
-            const bool ordinal = info->name.front() == 'o';
-            info->messages = static_cast<std::uint32_t>(std::stoul(info->name.substr(ordinal)));
-            info->oldest = ++time;
-            info->newest = ordinal ? time : 0;
-            total += info->messages;
-            list.push_back(std::move(info));
+        std::uint32_t total = 0, time = 100;
+        for (const int messages : each.atoms) {
+            atom_info& info = *list.emplace_back(std::make_unique<atom_info>());
+            info.messages = static_cast<std::uint32_t>(std::abs(messages));
+            info.oldest = ++time;
+            info.newest = messages < 0 ? time : 0;
+            total += info.messages;
         }
         prune_atoms(each.target, total, list);
-        std::string left;
+        std::vector<int> left;
         for (const auto& info : list)
-            left += info->name + " ";
-        EXPECT_EQ(left, each.left) << each.target << ": " << each.atoms;
+            left.push_back(each.atoms.at(info->oldest - 101));
+        EXPECT_EQ(left, each.left) << each.target;
     }
 }
 
