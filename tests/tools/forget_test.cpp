@@ -95,13 +95,10 @@ TEST_F(forget_test, gives_another_verdict) {
     // Spam and the mark of a change; the latter goes when it was there.
     EXPECT_EQ(read_file(m_path), le(9) + record(a, 10) + record(b, 3) + record(a, 5) + record("c", 6) +
                                      record(b, 0) + record(a, 2) + record(a, 2) + record("d", 7) + odd);
-    const auto sum = [&](const std::string& id) {
-        return std::array{messages[id].waiting, messages[id].remarked, messages[id].deleted};
-    };
-    EXPECT_EQ(sum(a), (std::array{4U, 2U, 0U}));
-    EXPECT_EQ(sum(b), (std::array{1U, 0U, 1U}));
-    EXPECT_EQ(sum("d"), (std::array{0U, 0U, 1U}));
-    EXPECT_EQ(sum("e"), (std::array{0U, 0U, 0U}));
+    const std::pair<std::string, std::array<std::uint32_t, 3>> sums[] = {
+        {a, {4, 2, 0}}, {b, {1, 0, 1}}, {"d", {0, 0, 1}}, {"e", {0, 0, 0}}};
+    for (const auto& [id, sum] : sums)
+        EXPECT_EQ((std::array{messages[id].waiting, messages[id].remarked, messages[id].deleted}), sum) << id;
 }
 
 TEST_F(forget_test, waits_for_the_lock_but_not_for_ever) {

@@ -122,14 +122,11 @@ TEST_F(host_test, keeps_within_its_bounds) {
               "too_large");
 }
 
-std::string framed(const std::string& text) {
-    return le(text.size()) + text;
-}
-
 TEST_F(host_test, frames_are_read_to_the_end) {
+    const auto framed = [](const std::string& text) { return le(text.size()) + text; };
     const std::string hello = framed(R"({"id":1,"op":"hello"})");
     const std::string told = framed(answer(R"({"id":1,"op":"hello"})"));
-    const std::string large = le((1U << 20) + 1) + std::string((1U << 20) + 1, 'x');
+    const std::string large = framed(std::string((1U << 20) + 1, 'x'));
     const struct {
         std::string input, output, why;
     } rows[] = {

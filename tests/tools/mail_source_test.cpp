@@ -28,6 +28,9 @@ struct mail_source_test : testing::Test {
         EXPECT_EQ(source.done(), source.total());
         return found;
     }
+    list read(const std::string& name, const std::string& content) {
+        return read({.ham = {put(name, content)}});
+    }
     // The names, with the verdict where it is spam.
     std::string names(mail_paths paths) {
         for (list* some : {&paths.spam, &paths.ham})
@@ -54,19 +57,16 @@ TEST_F(mail_source_test, splits_an_mbox) {
     const std::string one =
         line_1 + "Subject: 1\n\nFrom here on, text\nFrom x Thu Aug 22 1:00 no blank before\n\n";
     const std::string two = line_2 + "Subject: 2\r\n\r\nFrom Thursday on, text\n";
-    EXPECT_EQ(read({.ham = {put("box", one + two)}}),
-              (list{"box, message 1|" + one, "box, message 2|" + two}));
-    EXPECT_EQ(read({.ham = {put("single", one)}}), (list{"single|" + one}));
-    EXPECT_EQ(read({.ham = {put("no_end", line_1 + "Subject: 1")}}),
-              (list{"no_end|" + line_1 + "Subject: 1"}));
+    EXPECT_EQ(read("box", one + two), (list{"box, message 1|" + one, "box, message 2|" + two}));
+    EXPECT_EQ(read("single", one), (list{"single|" + one}));
+    EXPECT_EQ(read("no_end", line_1 + "Subject: 1"), (list{"no_end|" + line_1 + "Subject: 1"}));
     // A line longer than any buffer.
     const std::string wide = line_1 + "Subject: " + std::string(300'000, 'x') + "\n\n";
-    EXPECT_EQ(read({.ham = {put("wide", wide + two)}}),
-              (list{"wide, message 1|" + wide, "wide, message 2|" + two}));
+    EXPECT_EQ(read("wide", wide + two), (list{"wide, message 1|" + wide, "wide, message 2|" + two}));
     // Without dates, a header tells where a message begins.
     const std::string dateless_1 = "From a@b.example\nSubject: 1\n\nText\n\nFrom nobody\nmore text\n\n";
     const std::string dateless_2 = "From c@d.example\nSubject: 2\n\n";
-    EXPECT_EQ(read({.ham = {put("dateless", dateless_1 + dateless_2)}}),
+    EXPECT_EQ(read("dateless", dateless_1 + dateless_2),
               (list{"dateless, message 1|" + dateless_1, "dateless, message 2|" + dateless_2}));
     EXPECT_EQ(m_passed, list());
 }
@@ -118,9 +118,7 @@ TEST_F(mail_source_test, each_mail_belongs_to_one_path) {
 }
 
 TEST_F(mail_source_test, names_what_it_passes_over) {
-    const list found = read({.ham = {put("empty", ""), put("blank", "\n \n"),
-                                     put("program", "\x7F"
-                                                    "ELF\0\1"),
+    const list found = read({.ham = {put("empty", ""), put("blank", "\n \n"), put("program", "\177ELF\0\1"),
                                      put("mixed", line_1 + "no header\n\n" + line_2 + "Subject: 2\n\n" +
                                                       line_2 + "Subject: 3\nX-Mozilla-Status: 0009\n\n" +
                                                       line_2 + "Status: ROD\nSubject: 4\n\n"),
