@@ -83,6 +83,7 @@ TEST_F(Atom, Rewrites) {
     const std::string fresh = atom_head_bytes({1, 0, 0, 20000, 0});
     const std::string damaged = atom_head_bytes({1, 2, 3, 20000, 0}) + le(9, 3) + "abc";
     const std::string cd = counted("cd", 1);
+    const std::string with_aa = an_atom(3, 13, counted("ab", 5) + counted("aa", 7) + cd);
     const std::string with_one_ab = an_atom(2, 2, counted("ab", 1) + cd);
     const struct {
         const char* what;
@@ -93,11 +94,7 @@ TEST_F(Atom, Rewrites) {
     } cases[] = {
         {"nothing", true, {}, usual, usual},
         {"zeros", true, {{"ab", 0}, {"new", 0}}, usual, usual},
-        {"more",
-         true,
-         {{"ab", 2}, {"aa", 7}},
-         usual,
-         an_atom(3, 13, counted("ab", 5) + counted("aa", 7) + cd)},
+        {"more", true, {{"ab", 2}, {"aa", 7}}, usual, with_aa},
         {"one gone", true, {{"ab", minus(3)}}, usual, an_atom(1, 1, cd)},
         {"all gone", true, {{"ab", minus(3)}, {"cd", minus(1)}}, usual, ""},
         {"wraps", true, {{"cd", minus(3)}}, usual, an_atom(2, 1, counted("ab", 3) + counted("cd", minus(2)))},
