@@ -52,11 +52,14 @@ TEST_F(TokenMap, BlocksByHand) {
     EXPECT_EQ(saved(map, false), le(4, 27) + bz + ay + q + ax) << "ordering leaves the map as it was";
     EXPECT_EQ(map._get_value("b"), nullptr);
     EXPECT_EQ(map._get_value(""), nullptr);
-    put_in(map, {{"bz", 9}});
+    const std::uint32_t nine = 9;
+    EXPECT_TRUE(map._assign("bz", &nine));
     EXPECT_TRUE(map._assign("ay", nullptr)) << "leaves the value";
     EXPECT_EQ(load_u32(map.get_or_add("new")), 0U);
     map.compact();
     EXPECT_EQ(saved(map, false), le(3, 21) + counted("bz", 9) + ay + ax);
+    for (const char* gone : {"q", "new"})
+        EXPECT_EQ(map._get_value(gone), nullptr) << gone;
 
     float_map grades;
     const float kept[] = {0.5F, -0.0F, std::nanf("")};
@@ -107,7 +110,7 @@ TEST_F(TokenMap, GrowsOnlyOnAProbedInsertion) {
     put_in(map, {{"key0", 0}, {"key1", 0}, {"key2", 0}});
     map.compact();
     EXPECT_EQ(saved(map, false), le(0, 0));
-    put_in(map, {{"again", 1}});
+    EXPECT_TRUE(map._assign("again", &one));
     EXPECT_EQ(listed(map), "again=1 ");
 }
 
