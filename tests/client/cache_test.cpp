@@ -22,19 +22,17 @@ const std::string record = "\x04\x20\x06\x25\x06\0\0\0"           // signature, 
                            "H subject:x\x01\0\0\0"s;
 const std::string one_record = "\1\0\0\0"s + record;
 
-record_batch batch_of(std::string_view msid) {
-    token_table tokens;
-    tokens.add("B abc", 3);
-    tokens.mark("H subject:x");
-    record_batch batch;
-    batch.add({.msid = msid, .spam = true, .size = 300, .time = 213'000'000}, tokens);
-    return batch;
-}
+struct cache : testing::Test {
+    cache() {
+        token_table tokens;
+        tokens.add("B abc", 3);
+        tokens.mark("H subject:x");
+        m_batch.add({.msid = "<1>", .spam = true, .size = 300, .time = 213'000'000}, tokens);
+    }
+    append_result append(const std::string& path) { return cache_writer(path).append(m_batch, 0); }
+    append_result append() { return append(m_name); }
 
-class cache : public testing::Test {
-protected:
-    append_result append(const record_batch& batch) { return cache_writer(m_name).append(batch, 0); }
-
+    record_batch m_batch;
     test_root m_root;
     fs::path m_path = m_root.path() / "autotrain.bys";
     std::string m_name = m_root.engine_path("autotrain.bys");
@@ -50,9 +48,7 @@ TEST(record_batch_test, limits_and_marks) {
 
 // The next append overwrites whatever follows the last whole record, and corrects the count.
 TEST_F(cache, torn_tails) {
-    const std::string long_record =
-        record.substr(0, 8) + "\x80\0\0\0"s + record.substr(12); // claims 128 bytes
-    const std::string short_record = record.substr(0, 8) + "\x08\0\0\0"s + record.substr(12);
+    const auto record_of = [](std::uint32_t length) { return std::string(record).replace(8, 4, le(length)); };
     const struct {
         const char* name;
         std::string before;
@@ -67,8 +63,8 @@ TEST_F(cache, torn_tails) {
         {"no signature yet", one_record + "\0\0\0\0"s + record.substr(4), 1},
         {"a record cut in its head", one_record + record.substr(0, 20), 1},
         {"a record cut in its tokens", one_record + record.substr(0, 60), 1},
-        {"a record that claims too much", one_record + long_record, 1},
-        {"a record that claims less than its head", one_record + short_record, 1},
+        {"a record that claims too much", one_record + record_of(128), 1},
+        {"a record that claims less than its head", one_record + record_of(8), 1},
         {"garbage", one_record + "garbage", 1},
     };
     for (const auto& test : cases) {
@@ -77,31 +73,27 @@ TEST_F(cache, torn_tails) {
             fs::remove(m_path);
         else
             write_file(m_path, test.before);
-        ASSERT_EQ(append(batch_of("<1>")), append_result::done);
-        std::string expected = "\0\0\0\0"s;
-        expected[0] = static_cast<char>(test.whole + 1);
-        for (unsigned i = 0; i <= test.whole; ++i)
-            expected += record;
-        EXPECT_EQ(read_file(m_path), expected);
+        ASSERT_EQ(append(), append_result::done);
+        EXPECT_EQ(read_file(m_path), le(test.whole + 1) + record + (test.whole == 1 ? record : ""));
         EXPECT_FALSE(fs::exists(m_root.path() / "lock.bin"));
     }
 }
 
 TEST_F(cache, sees_what_others_did_between_two_appends) {
     cache_writer writer(m_name);
-    ASSERT_EQ(writer.append(batch_of("<1>")), append_result::done);
-    ASSERT_EQ(append(batch_of("<1>")), append_result::done);
-    ASSERT_EQ(writer.append(batch_of("<1>")), append_result::done);
+    ASSERT_EQ(writer.append(m_batch), append_result::done);
+    ASSERT_EQ(append(), append_result::done);
+    ASSERT_EQ(writer.append(m_batch), append_result::done);
     EXPECT_EQ(read_file(m_path), "\3\0\0\0"s + record + record + record);
     fs::remove(m_path); // taken by the engine
-    ASSERT_EQ(writer.append(batch_of("<1>")), append_result::done);
+    ASSERT_EQ(writer.append(m_batch), append_result::done);
     EXPECT_EQ(read_file(m_path), one_record);
 }
 
 TEST_F(cache, answers_when_it_cannot) {
     file_lock holder(m_root.engine_path("lock.bin"));
     ASSERT_TRUE(holder.try_acquire());
-    EXPECT_EQ(append(batch_of("<1>")), append_result::locked);
+    EXPECT_EQ(append(), append_result::locked);
     holder.release();
     EXPECT_FALSE(fs::exists(m_path));
 
@@ -110,10 +102,9 @@ TEST_F(cache, answers_when_it_cannot) {
     platform::file reader; // an onlooker that shares nothing
     ASSERT_TRUE(reader.open(m_name, platform::access::read, platform::share::none,
                             platform::creation::open_existing));
-    EXPECT_EQ(append(batch_of("<1>")), append_result::io_failed);
+    EXPECT_EQ(append(), append_result::io_failed);
     reader.close();
-    EXPECT_EQ(cache_writer(m_root.engine_path("no\\autotrain.bys")).append(batch_of("<1>"), 0),
-              append_result::io_failed);
+    EXPECT_EQ(append(m_root.engine_path("no\\autotrain.bys")), append_result::io_failed);
 }
 
 } // namespace

@@ -118,10 +118,8 @@ void add_message(record_batch& batch, unsigned number, bool spam) {
     batch.add({.msid = "m" + std::to_string(number), .spam = spam, .time = 1000 + number}, tokens);
 }
 
-class verdict_test : public testing::Test {
-protected:
-    void SetUp() override { std::filesystem::create_directories(m_root.path() / "work/base"); }
-
+struct verdict_test : testing::Test {
+    verdict_test() { std::filesystem::create_directories(m_root.path() / "work/base"); }
     std::string learn(unsigned from, unsigned to, bool reversed = false) {
         verdict_learning learning(folder());
         record_batch batch;
@@ -168,11 +166,9 @@ TEST_F(verdict_test, counts_each_message_once_and_takes_corrections) {
     EXPECT_EQ(learn(10, 12, true), "");
     const auto corrected = state();
     EXPECT_EQ(corrected.judged, first.judged);
-    std::size_t changed = 0;
+    ASSERT_EQ(corrected.messages.size(), first.messages.size());
     for (std::size_t i = 0; i < first.messages.size(); ++i)
-        changed += first.messages[i].spam != corrected.messages[i].spam ? 1 : 0;
-    EXPECT_EQ(changed, 2U);
-    EXPECT_NE(verdict_bytes(corrected), verdict_bytes(first));
+        EXPECT_EQ(first.messages[i].spam != corrected.messages[i].spam, i == 10 || i == 11) << i;
 }
 
 TEST_F(verdict_test, takes_two_writers_at_once) {

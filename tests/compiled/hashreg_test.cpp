@@ -9,8 +9,6 @@
 namespace tvr {
 namespace {
 
-using namespace std::literals;
-
 constexpr std::uint32_t half = 0x3F000000;
 constexpr std::uint32_t highest = 0x3F7D70A4; // 0.99
 
@@ -19,8 +17,7 @@ std::string base_bytes(std::uint32_t signature, std::uint32_t count, std::string
 }
 const std::string two = counted("B ab", highest) + counted("H x", half);
 
-class Reader : public testing::Test {
-protected:
+struct Reader : testing::Test {
     bool load(const std::string& bytes) {
         write_file(m_root.path() / "cashe.rgd", bytes);
         return m_base.load(m_path);
@@ -33,7 +30,7 @@ protected:
     }
 
     test_root m_root;
-    std::string m_path = m_root.engine_path("cashe.rgd");
+    std::string m_path = m_root.engine_path("cashe.rgd"), m_absent = m_root.engine_path("absent");
     hashreg m_base;
 };
 
@@ -54,13 +51,14 @@ TEST_F(Reader, GradesTokens) {
 
 TEST_F(Reader, RefusesWhatIsNoBase) {
     const std::string whole = base_bytes(0x4A534144, 2, two);
-    for (const std::string& bytes : {""s, "DAS"s, base_bytes(0x4A534145, 2, two), whole.substr(0, 44)}) {
+    for (const std::string& bytes :
+         {std::string(), whole.substr(0, 3), base_bytes(0x4A534145, 2, two), whole.substr(0, 44)}) {
         ASSERT_TRUE(load(whole));
         EXPECT_FALSE(load(bytes)) << bytes.size();
         EXPECT_EQ(m_base.grade("B ab"), 0.0);
     }
     ASSERT_TRUE(load(whole));
-    EXPECT_FALSE(m_base.load(m_root.engine_path("absent")));
+    EXPECT_FALSE(m_base.load(m_absent));
 }
 
 TEST_F(Reader, TellsWhatItMakesOfAFile) {
@@ -79,11 +77,10 @@ TEST_F(Reader, TellsWhatItMakesOfAFile) {
         EXPECT_EQ(load(bytes), !logged.back().starts_with("[-]"));
         EXPECT_EQ(log.take(), logged);
     }
-    EXPECT_FALSE(m_base.load(m_root.engine_path("absent")));
-    const std::string fails =
-        "[-] file_read(" + m_root.engine_path("absent") + ") failed: 0x0000000000000002";
+    EXPECT_FALSE(m_base.load(m_absent));
+    const std::string fails = "[-] file_read(" + m_absent + ") failed: 0x0000000000000002";
     EXPECT_EQ(log.take(), (lines{begins, fails}));
-    EXPECT_FALSE(m_base.is_file_fresher(m_root.engine_path("absent")));
+    EXPECT_FALSE(m_base.is_file_fresher(m_absent));
     EXPECT_EQ(log.take(), lines{fails});
     m_base.say_status_to_ini();
     EXPECT_EQ(log.take(), lines{"[-] hashreg::say_status_to_ini - object NOT initialized"});
@@ -116,12 +113,13 @@ TEST_F(Reader, ComparesTimesByWords) {
     m_base.get_loaded_time(nullptr);
     EXPECT_TRUE(m_base.load("")); // forgets the time alone
     EXPECT_TRUE(m_base.is_file_fresher(m_path));
-    EXPECT_FALSE(m_base.is_file_fresher(m_root.engine_path("absent")));
+    EXPECT_FALSE(m_base.is_file_fresher(m_absent));
 }
 
 TEST_F(Reader, TellsTheTotals) {
     m_base.say_status_to_ini();
     const auto path = m_root.path() / "common/Orvenix/Brackenhold/tessivar_stat.ini";
+    const std::string ini = m_root.engine_path("common\\Orvenix\\Brackenhold\\tessivar_stat.ini");
     EXPECT_FALSE(std::filesystem::exists(path));
     std::filesystem::create_directories(path.parent_path());
     ASSERT_TRUE(load(base_bytes(0x4A534144, 2, two)));
@@ -129,10 +127,7 @@ TEST_F(Reader, TellsTheTotals) {
     const std::pair<const char*, int> totals[] = {
         {"NonSpamLetters", 10}, {"SpamLetters", 20}, {"NonSpamWords", 400}, {"SpamWords", 300}};
     for (const auto& [key, total] : totals)
-        EXPECT_EQ(
-            platform::profile_int("DbStatus", key, -1,
-                                  m_root.engine_path("common\\Orvenix\\Brackenhold\\tessivar_stat.ini")),
-            total);
+        EXPECT_EQ(platform::profile_int("DbStatus", key, -1, ini), total);
 }
 
 } // namespace

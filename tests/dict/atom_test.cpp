@@ -1,36 +1,23 @@
 #include "dict/atom.h"
 
-#include "common/bytes.h"
 #include "common/minutes.h"
-#include "dict/hashmap.h"
 #include "dict/message_reader.h"
 #include "dict/ring.h"
 #include "support/atom_bytes.h"
 #include "support/platform_limits.h"
 #include "support/test.h"
+#include "token_list.h"
 
 namespace tvr {
 namespace {
 
-using namespace std::literals;
-
-std::uint32_t count_of(hashmap_impl& map, std::string_view token) {
-    const std::uint8_t* value = map._get_value(token);
-    return value ? load_u32(value) : 0;
-}
-
-class Atom : public testing::Test {
-protected:
+struct Atom : testing::Test {
     Atom() { std::filesystem::create_directory(root.path() / "out"); }
     void open(std::string_view bytes) {
         std::filesystem::remove(file);
         write_file(file, bytes);
         atom.emplace();
         atom->open(root.engine_path("d0000.bye"));
-    }
-    void expect_head(const head_values& head) {
-        EXPECT_EQ(std::tie(atom->messages, atom->tokens, atom->occurrences, atom->oldest, atom->newest),
-                  std::tie(head.messages, head.tokens, head.occurrences, head.oldest, head.newest));
     }
 
     test_root root;
@@ -66,8 +53,10 @@ TEST_F(Atom, PlanningCountsAndWidensTheSpan) {
         open(atom_head_bytes(each.before));
         const std::uint32_t seen = bye_ring::messages_seen;
         atom->add_message(77, each.stamp, each.positive);
-        expect_head(each.after);
-        EXPECT_EQ(bye_ring::messages_seen - seen, each.after.messages - each.before.messages);
+        const head_values& head = each.after;
+        EXPECT_EQ(std::tie(atom->messages, atom->tokens, atom->occurrences, atom->oldest, atom->newest),
+                  std::tie(head.messages, head.tokens, head.occurrences, head.oldest, head.newest));
+        EXPECT_EQ(bye_ring::messages_seen - seen, head.messages - each.before.messages);
         ASSERT_EQ(atom->changes().size(), each.changes);
         for (const auto& change : atom->changes()) {
             EXPECT_EQ(change.offset, 77U);
@@ -94,28 +83,25 @@ TEST_F(Atom, Rewrites) {
     const std::string fresh = atom_head_bytes({1, 0, 0, 20000, 0});
     const std::string damaged = atom_head_bytes({1, 2, 3, 20000, 0}) + le(9, 3) + "abc";
     const std::string cd = counted("cd", 1);
+    const std::string with_aa = an_atom(3, 13, counted("ab", 5) + counted("aa", 7) + cd);
     const std::string with_one_ab = an_atom(2, 2, counted("ab", 1) + cd);
     const struct {
         const char* what;
         bool strict;
-        std::vector<std::pair<const char*, std::uint32_t>> differences;
+        token_list differences;
         std::string before, after; // empty: no file
-        std::string left = {};     // of the differences, where not strict
+        std::string left = {};     // of the differences: all are used up, if strict
     } cases[] = {
         {"nothing", true, {}, usual, usual},
         {"zeros", true, {{"ab", 0}, {"new", 0}}, usual, usual},
-        {"more",
-         true,
-         {{"ab", 2}, {"aa", 7}},
-         usual,
-         an_atom(3, 13, counted("ab", 5) + counted("aa", 7) + cd)},
+        {"more", true, {{"ab", 2}, {"aa", 7}}, usual, with_aa},
         {"one gone", true, {{"ab", minus(3)}}, usual, an_atom(1, 1, cd)},
         {"all gone", true, {{"ab", minus(3)}, {"cd", minus(1)}}, usual, ""},
         {"wraps", true, {{"cd", minus(3)}}, usual, an_atom(2, 1, counted("ab", 3) + counted("cd", minus(2)))},
-        {"stops", false, {{"ab", minus(4)}, {"cd", minus(1)}, {"zz", minus(2)}}, usual, "", "ab-1 zz-2 "},
-        {"takes", false, {{"ab", minus(2)}, {"zz", minus(2)}}, usual, with_one_ab, "zz-2 "},
+        {"stops", false, {{"ab", minus(4)}, {"cd", minus(1)}, {"zz", minus(2)}}, usual, "", "ab=-1 zz=-2 "},
+        {"takes", false, {{"ab", minus(2)}, {"zz", minus(2)}}, usual, with_one_ab, "zz=-2 "},
         {"gives too", false, {{"cd", 4}}, usual, an_atom(2, 8, counted("ab", 3) + counted("cd", 5))},
-        {"has none of it", false, {{"zz", minus(2)}}, usual, usual, "zz-2 "},
+        {"has none of it", false, {{"zz", minus(2)}}, usual, usual, "zz=-2 "},
         {"fresh", true, {{"x", 1}}, fresh, atom_bytes({1, 1, 1, 20000, 0}, 1, counted("x", 1))},
         // A damaged block counts as empty; what its end leaves of the message IDs is carried on.
         {"damaged", true, {{"x", 1}}, damaged, atom_bytes({1, 1, 4, 20000, 0}, 1, counted("x", 1)) + "c"},
@@ -126,19 +112,13 @@ TEST_F(Atom, Rewrites) {
         std::filesystem::remove(out);
         write_file(out, "in the way");
         dword_map final;
-        for (const auto& [token, difference] : each.differences)
-            store_u32(final.get_or_add(token), difference);
+        put_in(final, each.differences);
         ASSERT_TRUE(atom->rewrite(final, root.engine_path("out"), each.strict));
         EXPECT_EQ(std::filesystem::exists(out), !each.after.empty());
         EXPECT_EQ(read_file(out), each.after);
         EXPECT_EQ(read_file(file), each.before) << "the old file is as it was";
         EXPECT_EQ(link_count(file), each.after == each.before ? 2U : 1U);
-        std::string left;
-        std::string_view token;
-        std::uint8_t* value = nullptr;
-        for (final.rewind(); final.next(token, value);)
-            left.append(token).append(std::to_string(static_cast<std::int32_t>(load_u32(value)))).append(" ");
-        EXPECT_EQ(left, each.left);
+        EXPECT_EQ(listed(final), each.left);
     }
     std::filesystem::remove(file);
     dword_map final;
@@ -172,16 +152,12 @@ TEST_F(Atom, AppliesMessagesToTokensAndIds) {
     ids.open(root.engine_path("main\\"), root.engine_path("work\\"), "s");
     dword_map final;
     atom->apply_changes(final, reader, ids);
-    EXPECT_EQ(count_of(final, "ab"), minus(3)) << "differences wrap";
-    EXPECT_EQ(count_of(final, "cd"), 1U);
-    EXPECT_EQ(count_of(final, "x"), minus(1));
-    EXPECT_EQ(count_of(final, "z"), 4U);
-    EXPECT_EQ(count_of(final, "yy"), 0U) << "not the token that is cut";
+    EXPECT_EQ(listed(final), "ab=-3 cd=1 x=-1 z=4 ") << "without the token that is cut";
     EXPECT_EQ(ids.lookup("<1>"), 20001U);
     EXPECT_EQ(ids.lookup("<cut>"), 20001U);
     EXPECT_EQ(ids.lookup("<2>"), 0U);
     final.clear();
-    store_u32(final.get_or_add("q"), 1);
+    put_in(final, {{"q", 1}});
     ASSERT_TRUE(atom->rewrite(final, root.engine_path("out"), true));
     EXPECT_EQ(read_file(out), atom_bytes({4, 1, 2, 20000, 20002}, 1, counted("q", 2)) + "nSID" + le(2, 3, 0) +
                                   counted("<old>", 8) + counted("<1>", 20001) + counted("<cut>", 20001));
@@ -214,18 +190,17 @@ TEST_F(Atom, FoldsIntoItsPredecessor) {
         open(atom_bytes({1, 2, 4, each.oldest, each.newest}, 2, counted("q", 3) + counted("z", 1)) + ids +
              counted("<q>", 2));
         dword_map final;
-        store_u32(final.get_or_add("q"), minus(1));
+        put_in(final, {{"q", minus(1)}});
         atom->fold(final, reader, none, &target);
         EXPECT_EQ(target.oldest, each.then_oldest);
         EXPECT_EQ(target.newest, each.then_newest);
-        EXPECT_EQ(count_of(final, "q"), 2U);
-        EXPECT_EQ(count_of(final, "z"), 1U);
+        EXPECT_EQ(listed(final), "q=2 z=1 ");
         ASSERT_TRUE(target.rewrite(final, root.engine_path("out"), true));
         EXPECT_TRUE(read_file(root.path() / "out" / "t.bye")
                         .ends_with(ids.substr(0, 8) + le(2, 0) + counted("<t>", 1) + counted("<q>", 2)));
         dword_map alone;
         atom->fold(alone, reader, none, nullptr);
-        EXPECT_EQ(count_of(alone, "q"), 3U);
+        EXPECT_EQ(listed(alone), "q=3 z=1 ");
     }
 }
 

@@ -1,6 +1,5 @@
 #include "dict/dictbase.h"
 
-#include "common/file_stream.h"
 #include "dict/dict_folder.h"
 #include "platform/process.h"
 #include "support/atom_bytes.h"
@@ -10,14 +9,11 @@
 namespace tvr {
 namespace {
 
-using namespace std::literals;
-
 std::string record(std::uint32_t flags) {
     return record_bytes(flags, 0, 0, "", le(0, 0));
 }
 
-class DictBase : public testing::Test {
-protected:
+struct DictBase : testing::Test {
     DictBase() {
         std::filesystem::create_directory(folder);
         base.init(root.engine_path("t\\autotrain.bys"));
@@ -121,8 +117,7 @@ TEST_F(DictBase, TheLockNestsAndKeepsOthersOut) {
     base.try_snapshot_to_tilda();
 }
 
-class DictFolder : public testing::Test {
-protected:
+struct DictFolder : testing::Test {
     std::string engine(const char* name) const { return root.engine_path(name) + "\\"; }
 
     test_root root;
@@ -148,13 +143,12 @@ TEST_F(DictFolder, CopiesMovesAndReplaces) {
     std::filesystem::create_directory(a / "dfolder.bye");
     write_file(b / "d0000.bye", "old0");
     write_file(b / "d0001.bye", "old1");
-    dict_folder(engine("a"), "d").copy_all(engine("b"), true);
-    EXPECT_EQ(folder_content(b),
-              (files{{"d0000.bye", "old0"}, {"d0001.bye", "old1"}, {"d0002.bye", "new2"}}));
-    dict_folder(engine("a"), "d").copy_all(engine("b"), false);
-    EXPECT_EQ(folder_content(b),
-              (files{{"d0000.bye", "new0"}, {"d0001.bye", "old1"}, {"d0002.bye", "new2"}}));
-
+    for (const bool keep : {true, false}) {
+        dict_folder(engine("a"), "d").copy_all(engine("b"), keep);
+        EXPECT_EQ(
+            folder_content(b),
+            (files{{"d0000.bye", keep ? "old0" : "new0"}, {"d0001.bye", "old1"}, {"d0002.bye", "new2"}}));
+    }
     dict_folder folder(engine("a"), "d");
     folder.enumerate("d*.bye");
     EXPECT_EQ(folder.files(), (std::vector<std::string>{"d0000.bye", "d0002.bye"}));

@@ -3,18 +3,16 @@
 #include "common/file_stream.h"
 #include "dict/message_reader.h"
 #include "support/test.h"
+#include "token_list.h"
 
 namespace tvr {
 namespace {
-
-using namespace std::literals;
 
 std::string record_head(std::uint32_t length, std::uint32_t flags) {
     return le(0x25062004, 6, length, flags, 3, 4, 5, 6);
 }
 
-class MessageRecord : public testing::Test {
-protected:
+struct MessageRecord : testing::Test {
     file_stream& stream(std::string_view bytes) {
         file.close();
         write_file(root.path() / "cache", bytes);
@@ -39,9 +37,7 @@ TEST_F(MessageRecord, WritesAndReadsByHand) {
     record.messages = 5;
     record.tokens = 6;
     record.msid = "<id>";
-    const std::uint32_t counts[] = {2, 1};
-    record.token_table._assign("zz", &counts[0]);
-    record.token_table._assign("a", &counts[1]);
+    put_in(record.token_table, {{"zz", 2}, {"a", 1}});
     // 32 bytes of head, 5 of message ID, 8 + 13 of tokens in storage order.
     const std::string whole =
         record_head(58, 7) + pascal("<id>") + le(2, 13) + counted("zz", 2) + counted("a", 1);
@@ -54,19 +50,16 @@ TEST_F(MessageRecord, WritesAndReadsByHand) {
     file.seek(5, platform::origin::begin);
     message_head head;
     ASSERT_TRUE(head.read(file));
-    EXPECT_EQ(
-        std::tie(head.position, head.length, head.flags, head.size, head.time, head.messages, head.tokens),
-        std::make_tuple(5U, 58U, 7U, 3U, 4U, 5U, 6U));
-    EXPECT_EQ(head.msid, "<id>");
+    EXPECT_EQ(std::tie(head.position, head.length, head.flags, head.size, head.time, head.messages,
+                       head.tokens, head.msid),
+              std::make_tuple(5U, 58U, 7U, 3U, 4U, 5U, 6U, "<id>"));
     ASSERT_TRUE(head.read(file));
-    EXPECT_EQ(head.position, 63U);
-    EXPECT_EQ(head.msid, "");
+    EXPECT_EQ(std::tie(head.position, head.msid), std::make_tuple(63U, ""));
     EXPECT_FALSE(head.read(file));
     file.seek(5, platform::origin::begin);
     message_record again;
     ASSERT_TRUE(again.read_whole(file));
-    EXPECT_EQ(load_u32(again.token_table._get_value("zz")), 2U);
-    EXPECT_EQ(again.token_table.count(), 2U);
+    EXPECT_EQ(listed(again.token_table), "zz=2 a=1 ");
 }
 
 TEST_F(MessageRecord, IsMarkedInPlace) {
@@ -94,6 +87,7 @@ TEST_F(MessageRecord, IsMarkedInPlace) {
 }
 
 TEST_F(MessageRecord, ReadersEndAtDamage) {
+    const std::string head = record_head(55, 2) + pascal("id");
     const std::string tokens = le(2, 12) + counted("a", 1) + counted("b", 2);
     const struct {
         const char* what;
@@ -104,25 +98,24 @@ TEST_F(MessageRecord, ReadersEndAtDamage) {
         {"nothing", "", 0, "-"},
         {"foreign", "something else that is no record at all", 0, "-"},
         {"31 values", le(0x25062004, 31) + std::string(200, '\1'), 0, "-"},
-        {"sound", record_head(55, 2) + pascal("id") + tokens, 1, "a1b2"},
-        {"empty token", record_head(55, 2) + pascal("id") + le(2, 11) + counted("", 7) + counted("b", 2), 1,
-         "b2"},
+        {"sound", head + tokens, 1, "a1b2"},
+        {"empty token", head + le(2, 11) + counted("", 7) + counted("b", 2), 1, "b2"},
         {"length 0", record_head(0, 2) + pascal("id") + tokens, 0, "a1b2"},
         {"length within the head", record_head(20, 2) + pascal("id") + tokens, 1, "a1b2"},
         {"length of 4 GB", record_head(0xFFFFFFFF, 2) + pascal("id") + tokens, 1, "a1b2"},
-        {"tokens cut", record_head(55, 2) + pascal("id") + tokens.substr(0, 15), 1, "a1"},
-        {"4 GB of tokens", record_head(55, 2) + pascal("id") + le(2, 0xFFFFFFFF) + "1234", 1, ""},
-        {"count too high", record_head(55, 2) + pascal("id") + le(3, 12) + tokens.substr(8), 1, "a1b2"},
-        {"count too low", record_head(55, 2) + pascal("id") + le(1, 12) + tokens.substr(8), 1, "a1b2"},
-        {"token over the end", record_head(55, 2) + pascal("id") + le(1, 6) + "\7abcdef", 1, ""},
+        {"tokens cut", head + tokens.substr(0, 15), 1, "a1"},
+        {"4 GB of tokens", head + le(2, 0xFFFFFFFF) + "1234", 1, ""},
+        {"count too high", head + le(3, 12) + tokens.substr(8), 1, "a1b2"},
+        {"count too low", head + le(1, 12) + tokens.substr(8), 1, "a1b2"},
+        {"token over the end", head + le(1, 6) + "\7abcdef", 1, ""},
         {"message ID cut", record_head(55, 2) + "\xFFid", 1, ""},
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.what);
         stream(each.bytes);
-        message_head head;
+        message_head found_head;
         int heads = 0;
-        while (heads < 9 && head.read(file))
+        while (heads < 9 && found_head.read(file))
             ++heads;
         EXPECT_EQ(heads, each.heads);
         file.close();

@@ -7,19 +7,16 @@
 namespace tvr {
 namespace {
 
-using namespace std::literals;
-
-class Ring : public testing::Test {
-protected:
+struct Ring : testing::Test {
     Ring() {
         default_settings();
-        for (const char* stage : {"0002", "0003"})
-            std::filesystem::create_directories(base / "transact" / stage);
+        for (const char* name : {"0002", "0003"})
+            std::filesystem::create_directories(base / "transact" / name);
         bye_ring::atom_size = 6;
         bye_ring::base_limit = 1000;
     }
     void put(const std::string& name, const head_values& head) {
-        write_file(base / "transact" / "0002" / name, atom_bytes(head, 1, counted("t", 1)));
+        write_file(stage / name, atom_bytes(head, 1, counted("t", 1)));
     }
     void open() { ring.open(root.engine_path("base\\"), "d", 2); }
     std::string engine(const std::string& name) const { return root.engine_path("base\\transact\\" + name); }
@@ -34,7 +31,7 @@ protected:
     }
 
     test_root root;
-    const std::filesystem::path base = root.path() / "base";
+    const std::filesystem::path base = root.path() / "base", stage = base / "transact" / "0002";
     bye_ring ring;
 };
 
@@ -52,7 +49,7 @@ TEST_F(Ring, OpensSortedAndFromTheBaseFirst) {
     EXPECT_FALSE(std::filesystem::exists(base / "d0003.bye")) << "an empty atom";
     EXPECT_FALSE(std::filesystem::exists(base / "d0004.bye"));
     EXPECT_EQ(in_stage("0002/d0001.bye"), read_file(base / "d0001.bye"));
-    EXPECT_FALSE(std::filesystem::exists(base / "transact" / "0002" / "e0000.bye"));
+    EXPECT_FALSE(std::filesystem::exists(stage / "e0000.bye"));
 
     // From now on the stage's folder counts, with its empty atoms.
     std::filesystem::remove(base / "d0001.bye");
@@ -104,14 +101,13 @@ TEST_F(Ring, SavesAndLoadsColumns) {
     const std::string column = "oTJE" + le(1, 2) + pascal(path) + atom_head_bytes({2, 1, 1, 100000, 0}) +
                                '\0' + le(2, 0x22334455, 0x11) + '\1' + le(7, 0) + '\0' + pascal(other) +
                                atom_head_bytes({1, 1, 1, 300000, 0}) + '\0' + le(0);
-    write_file(base / "transact" / "0002" / "d.col", std::string(column.size() + 3, '#'));
+    write_file(stage / "d.col", std::string(column.size() + 3, '#'));
     ring.save_col(2);
     EXPECT_EQ(in_stage("0002/d.col"), column + "###") << "an older file isn't cut";
 
     // An atom to be merged, and nothing of what opening found.
-    write_file(base / "transact" / "0002" / "d.col", "oTJE" + le(1, 1) + pascal(path) +
-                                                         atom_head_bytes({9, 8, 7, 6, 5}) + '\1' +
-                                                         le(1, 7, 0) + '\1');
+    write_file(stage / "d.col", "oTJE" + le(1, 1) + pascal(path) + atom_head_bytes({9, 8, 7, 6, 5}) + '\1' +
+                                    le(1, 7, 0) + '\1');
     const std::uint32_t seen = bye_ring::messages_seen;
     ring.load_col(2);
     ASSERT_EQ(ring.atoms().size(), 1U);
@@ -122,7 +118,7 @@ TEST_F(Ring, SavesAndLoadsColumns) {
     EXPECT_EQ(bye_ring::messages_seen, seen + 9);
     ring.load_col(3); // no file: the ring stays
     EXPECT_EQ(ring.atoms().size(), 1U);
-    write_file(base / "transact" / "0002" / "d.col", "oTJE" + le(1, 0));
+    write_file(stage / "d.col", "oTJE" + le(1, 0));
     ring.load_col(2);
     EXPECT_TRUE(ring.atoms().empty());
 }
@@ -133,38 +129,29 @@ TEST_F(Ring, FinalizesByHand) {
     const std::string first = message_bytes(20001, "<1>", 2, counted("ab", 2) + counted("cd", 1));
     const std::string second = message_bytes(20002, "<2>", 2, counted("ab", 1) + counted("zz", 5));
     const std::string third = message_bytes(50000, "<3>", 2, counted("ef", 4) + counted("gh", 1));
-    write_file(base / "transact" / "0002" / "data.bys", le(3) + first + second + third);
+    write_file(stage / "data.bys", le(3) + first + second + third);
     const auto change = [](std::size_t position, char positive) { return le(1, position, 0) + positive; };
     const std::size_t of_second = 4 + first.size(), of_third = of_second + second.size();
     const struct {
-        const char* name;
         head_values head;
         std::string entries;
         bool merge;
         std::string changes = le(0);
     } atoms[] = {
-        {"d0000.bye", {3, 1, 1, 20000, 0}, counted("ab", 1), false, change(4, 1)},
-        {"d0001.bye",
-         {2, 2, 10, 20002, 20010},
-         counted("ab", 3) + counted("qq", 7),
-         true,
-         change(of_second, 0)},
-        {"d0002.bye", {1, 1, 1, 30000, 0}, counted("kk", 1), false},
-        {"d0003.bye",
-         {4, 2, 8, 50000, 50000},
-         counted("ef", 3) + counted("gh", 5),
-         false,
-         change(of_third, 0)},
-        {"d0004.bye", {4, 1, 2, 50000, 50000}, counted("ef", 2), false},
+        {{3, 1, 1, 20000, 0}, counted("ab", 1), false, change(4, 1)},
+        {{2, 2, 10, 20002, 20010}, counted("ab", 3) + counted("qq", 7), true, change(of_second, 0)},
+        {{1, 1, 1, 30000, 0}, counted("kk", 1), false},
+        {{4, 2, 8, 50000, 50000}, counted("ef", 3) + counted("gh", 5), false, change(of_third, 0)},
+        {{4, 1, 2, 50000, 50000}, counted("ef", 2), false},
     };
     std::string column = "oTJE" + le(1, std::size(atoms));
     for (const auto& atom : atoms) {
-        write_file(base / "transact" / "0002" / atom.name,
-                   atom_bytes(atom.head, atom.head.tokens, atom.entries));
-        column += pascal(engine("0002\\"s + atom.name)) + atom_head_bytes(atom.head) +
-                  (atom.merge ? '\1' : '\0') + atom.changes;
+        const std::string name = "d000" + std::to_string(&atom - atoms) + ".bye";
+        write_file(stage / name, atom_bytes(atom.head, atom.head.tokens, atom.entries));
+        column += pascal(engine("0002\\" + name)) + atom_head_bytes(atom.head) + (atom.merge ? '\1' : '\0') +
+                  atom.changes;
     }
-    write_file(base / "transact" / "0002" / "d.col", column);
+    write_file(stage / "d.col", column);
     open();
     ring.load_col(2);
     msid_access ids;

@@ -27,122 +27,121 @@ const std::string a = "01234567890000000000";
 const std::string b = "00000000000123456789";
 const std::string c = "01234000000000056789";
 
-class MessageMap : public testing::Test {
-protected:
-    std::string folder() const { return root.engine_path() + "\\"; }
-    std::string list() const { return read_file(list_file); }
-    std::string index_count() const { return read_file(root.path() / "m.idx").substr(16, 4); }
+struct MessageMap : testing::Test {
+    using numbers = std::vector<std::uint32_t>;
+
     void start_with(std::string_view bytes) {
-        fs::remove(root.path() / "m.idx");
-        write_file(list_file, bytes);
+        map.reset();
+        fs::remove(index);
+        write_file(list, bytes);
+    }
+    // From its files again.
+    void open() {
+        map.reset();
+        map.emplace(folder, "m");
+    }
+    // The list without a map, and the number of keys that the index tells.
+    std::string closed() {
+        map.reset();
+        return read_file(list);
+    }
+    std::string index_count() const { return read_file(index).substr(16, 4); }
+    numbers found(const std::vector<std::string>& ids) {
+        numbers values;
+        for (const std::string& id : ids)
+            values.push_back(map->search(id));
+        return values;
     }
 
     test_root root;
-    const fs::path list_file = root.path() / "m.lst";
+    const std::string folder = root.engine_path() + "\\";
+    const fs::path list = root.path() / "m.lst", index = root.path() / "m.idx";
+    std::optional<msidmap> map;
 };
 
 TEST_F(MessageMap, WritesChainsAndGarbageByHand) {
-    {
-        msidmap map(folder(), "m");
-        EXPECT_EQ(list(), "");
-        EXPECT_TRUE(map.insert(a, 0x11));
-        EXPECT_TRUE(map.insert("x", 0x22));
-        EXPECT_TRUE(map.insert("x", 0x99)) << "there already; the old value stands";
-        EXPECT_TRUE(map.insert(b, 0x33)); // after x: the chain of a moves to the end
-        EXPECT_TRUE(map.insert(c, 0x44)); // the chain is at the end and grows in place
-        EXPECT_EQ(list().size(), 16U + 25 + 6 + 3 * 25) << "after each operation, for all to open";
-    }
-    EXPECT_EQ(list(), head(4, 25) + dead(20) + counted("x", 0x22) + counted(a, 0x11) + counted(b, 0x33) +
-                          counted(c, 0x44));
+    open();
+    EXPECT_EQ(read_file(list), "");
+    EXPECT_TRUE(map->insert(a, 0x11));
+    EXPECT_TRUE(map->insert("x", 0x22));
+    EXPECT_TRUE(map->insert("x", 0x99)) << "there already; the old value stands";
+    EXPECT_TRUE(map->insert(b, 0x33)); // after x: the chain of a moves to the end
+    EXPECT_TRUE(map->insert(c, 0x44)); // the chain is at the end and grows in place
+    EXPECT_EQ(read_file(list).size(), 16U + 25 + 6 + 3 * 25) << "after each operation, for all to open";
+    EXPECT_EQ(closed(), head(4, 25) + dead(20) + counted("x", 0x22) + counted(a, 0x11) + counted(b, 0x33) +
+                            counted(c, 0x44));
     EXPECT_EQ(index_count(), le(4));
-    {
-        msidmap map(folder(), "m");
-        EXPECT_EQ(map.search(a), 0x11U);
-        EXPECT_EQ(map.search(b), 0x33U);
-        EXPECT_EQ(map.search(c), 0x44U);
-        EXPECT_EQ(map.search("00000012340000056789"), 0U) << "of the same key";
-        EXPECT_TRUE(map.remove(b));
-        EXPECT_FALSE(map.remove(b));
-        EXPECT_EQ(map.search(b), 0U);
-    }
-    EXPECT_EQ(list(),
+    open();
+    EXPECT_EQ(found({a, b, c, "00000012340000056789"}), (numbers{0x11, 0x33, 0x44, 0})) << "all of one key";
+    EXPECT_TRUE(map->remove(b));
+    EXPECT_FALSE(map->remove(b));
+    EXPECT_EQ(map->search(b), 0U);
+    EXPECT_EQ(closed(),
               head(4, 25) + dead(20) + counted("x", 0x22) + counted(a, 0x11) + counted(c, 0x44) + dead(20));
     EXPECT_EQ(index_count(), le(4)) << "a record of a longer chain leaves the index alone";
-    {
-        msidmap map(folder(), "m");
-        EXPECT_TRUE(map.remove("x"));
-        EXPECT_EQ(map.search("x"), 0U);
-    }
-    EXPECT_EQ(list(), head(4, 25) + dead(20) + dead(1) + counted(a, 0x11) + counted(c, 0x44) + dead(20));
+    open();
+    EXPECT_TRUE(map->remove("x"));
+    EXPECT_EQ(map->search("x"), 0U);
+    EXPECT_EQ(closed(), head(4, 25) + dead(20) + dead(1) + counted(a, 0x11) + counted(c, 0x44) + dead(20));
     EXPECT_EQ(index_count(), le(5));
-    {
-        msidmap map(folder(), "m"); // the counts differ: made again, and compact
-        EXPECT_EQ(map.search(a), 0x11U);
-        EXPECT_EQ(map.search(c), 0x44U);
-    }
-    EXPECT_EQ(list(), head(2, 0) + counted(a, 0x11) + counted(c, 0x44));
-    {
-        msidmap map(folder(), "m");
-        map.clear();
-        EXPECT_EQ(map.search(a), 0U);
-        EXPECT_FALSE(map.remove(a));
-        EXPECT_FALSE(fs::exists(list_file));
-        EXPECT_TRUE(map.insert("z", 1));
-    }
-    EXPECT_EQ(list(), head(1, 0) + counted("z", 1));
+    open(); // the counts differ: made again, and compact
+    EXPECT_EQ(found({a, c}), (numbers{0x11, 0x44}));
+    EXPECT_EQ(closed(), head(2, 0) + counted(a, 0x11) + counted(c, 0x44));
+    open();
+    map->clear();
+    EXPECT_EQ(map->search(a), 0U);
+    EXPECT_FALSE(map->remove(a));
+    EXPECT_FALSE(fs::exists(list));
+    EXPECT_TRUE(map->insert("z", 1));
+    EXPECT_EQ(closed(), head(1, 0) + counted("z", 1));
 }
 
 TEST_F(MessageMap, DeleteIfKeepsTheRestOfEachChain) {
     start_with(head(5, 0) + counted("x", 1) + counted(a, 2) + counted(b, 3) + counted(c, 4) +
                counted("y", 5));
-    std::vector<std::uint32_t> seen;
-    {
-        msidmap map(folder(), "m");
-        EXPECT_TRUE(map.delete_if([&](std::string_view, std::uint32_t value) {
-            seen.push_back(value);
-            return value == 1 || value == 2 || value == 3;
-        }));
-        const std::pair<std::string, std::uint32_t> left[] = {{"x", 0}, {a, 0}, {b, 0}, {c, 4}, {"y", 5}};
-        for (const auto& [id, value] : left)
-            EXPECT_EQ(map.search(id), value) << id;
-        EXPECT_TRUE(map.delete_if([&](std::string_view id, std::uint32_t value) {
-            seen.push_back(value);
-            return id == "nobody";
-        }));
-        EXPECT_TRUE(map.insert("x", 6)) << "an emptied chain takes its ID again";
-        EXPECT_EQ(map.search("x"), 6U);
-    }
-    EXPECT_EQ(seen, (std::vector<std::uint32_t>{1, 2, 3, 4, 5, 0, 4, 0, 0, 5}));
-    EXPECT_EQ(list(), head(6, 56) + dead(1) + counted(c, 4) + dead(20) + dead(20) + counted("y", 5) +
-                          counted("x", 6));
+    numbers seen;
+    open();
+    EXPECT_TRUE(map->delete_if([&](std::string_view, std::uint32_t value) {
+        seen.push_back(value);
+        return value <= 3;
+    }));
+    EXPECT_EQ(found({"x", a, b, c, "y"}), (numbers{0, 0, 0, 4, 5}));
+    EXPECT_TRUE(map->delete_if([&](std::string_view id, std::uint32_t value) {
+        seen.push_back(value);
+        return id == "nobody";
+    }));
+    EXPECT_TRUE(map->insert("x", 6)) << "an emptied chain takes its ID again";
+    EXPECT_EQ(map->search("x"), 6U);
+    EXPECT_EQ(seen, (numbers{1, 2, 3, 4, 5, 0, 4, 0, 0, 5}));
+    EXPECT_EQ(closed(), head(6, 56) + dead(1) + counted(c, 4) + dead(20) + dead(20) + counted("y", 5) +
+                            counted("x", 6));
 
-    fs::remove(root.path() / "e.lst");
-    msidmap empty(folder(), "e");
+    msidmap empty(folder, "e");
     EXPECT_FALSE(empty.delete_if([](std::string_view, std::uint32_t) { return true; }));
 }
 
 TEST_F(MessageMap, LeavesAListWithoutAHeaderToTheNextInsertion) {
     const std::string records = counted("one", 1) + counted("two", 2);
-    start_with("xSID" + le(2, 2, 0) + records);
-    const std::string before = list();
-    {
-        msidmap map(folder(), "m");
-        EXPECT_EQ(list(), before);
-        EXPECT_TRUE(map.insert("three", 3));
-    }
-    EXPECT_EQ(list(), head(1, 0) + records + counted("three", 3));
-    fs::remove(root.path() / "m.idx");
-    EXPECT_EQ(msidmap(folder(), "m").search("one"), 1U);
-    EXPECT_EQ(list(), head(3, 0) + records + counted("three", 3));
+    const std::string before = "xSID" + le(2, 2, 0) + records;
+    start_with(before);
+    open();
+    EXPECT_EQ(read_file(list), before);
+    EXPECT_TRUE(map->insert("three", 3));
+    EXPECT_EQ(closed(), head(1, 0) + records + counted("three", 3));
+    fs::remove(index);
+    open();
+    EXPECT_EQ(map->search("one"), 1U);
+    EXPECT_EQ(closed(), head(3, 0) + records + counted("three", 3));
 }
 
 TEST_F(MessageMap, ComparesLengthsBeforeKeys) {
     const std::string like_the_empty_one(32, ' ');
     start_with(head(2, 0) + counted(like_the_empty_one, 1) + counted("x", 2));
-    msidmap map(folder(), "m");
-    EXPECT_TRUE(map.insert("", 3)); // no chain moves
-    EXPECT_EQ(list(), head(3, 0) + counted(like_the_empty_one, 1) + counted("x", 2) + counted("", 3));
-    EXPECT_EQ(map.search(""), 3U);
+    open();
+    EXPECT_TRUE(map->insert("", 3)); // no chain moves
+    EXPECT_EQ(read_file(list), head(3, 0) + counted(like_the_empty_one, 1) + counted("x", 2) + counted("", 3))
+        << "while it is open";
+    EXPECT_EQ(map->search(""), 3U);
 }
 
 TEST_F(MessageMap, CompactsAtFivePercentAndAKilobyte) {
@@ -156,53 +155,42 @@ TEST_F(MessageMap, CompactsAtFivePercentAndAKilobyte) {
         {19441, 251, false}, // and of 20481 they are 4
     };
     for (const auto& each : cases) {
-        std::vector<std::string> doomed;
-        for (int i = 0; i < 4; ++i)
-            doomed.emplace_back(i < 3 ? 251 : each.last_length, static_cast<char>('a' + i));
-        std::string bytes;
-        for (const std::string& id : doomed)
-            bytes += counted(id, 7);
-        std::string filler;
-        for (std::size_t left = each.filler; left != 0; left = each.filler - filler.size()) {
-            const std::string name = std::to_string(left);
-            const std::size_t size = left > 400 ? 200 : left > 200 ? left / 2 : left;
-            filler += counted(name + std::string(size - 5 - name.size(), '.'), 1);
-        }
+        const auto id = [&](char letter) {
+            return std::string(letter < 'd' ? 251 : each.last_length, letter);
+        };
+        std::string bytes, filler;
+        for (const char letter : {'a', 'b', 'c', 'd'})
+            bytes += counted(id(letter), 7);
+        for (std::uint32_t i = 0; i < 80 && filler.size() < each.filler; ++i)
+            filler += counted(std::to_string(1000 + i) + std::string(231, '.'), 1);
+        if (each.filler != 0)
+            filler += counted(std::string(each.filler - filler.size() - 5, '.'), 1);
         start_with(head(99, 0) + bytes + filler);
-        {
-            msidmap map(folder(), "m");
-            for (const std::string& id : doomed)
-                EXPECT_TRUE(map.remove(id));
-            EXPECT_EQ(map.garbage(), each.compacts ? 0U : 768 + each.last_length + 5);
-        }
-        EXPECT_EQ(list().size(), 16 + filler.size() + (each.compacts ? 0 : bytes.size()));
-        EXPECT_TRUE(list().ends_with(filler));
+        open();
+        for (const char letter : {'a', 'b', 'c', 'd'})
+            EXPECT_TRUE(map->remove(id(letter)));
+        EXPECT_EQ(map->garbage(), each.compacts ? 0U : 768 + each.last_length + 5);
+        EXPECT_EQ(closed().size(), 16 + filler.size() + (each.compacts ? 0 : bytes.size()));
+        EXPECT_TRUE(closed().ends_with(filler));
     }
 }
 
 TEST_F(MessageMap, IsMadeAnewWhateverHappenedToTheIndex) {
-    const auto index = root.path() / "m.idx";
-    {
-        msidmap map(folder(), "m");
-        for (std::uint32_t i = 1; i <= 5000; ++i)
-            ASSERT_TRUE(map.insert("id" + std::to_string(i), i));
-        // What a killed process leaves: an index with an old header.
-        fs::copy_file(list_file, root.path() / "k.lst");
-        fs::copy_file(index, root.path() / "k.idx");
-    }
-    const std::string sound = list();
-    const std::string whole_index = read_file(index);
-    for (const int size : {-1, 0, 1, 512}) { // of the index that is left, or the killed process's files
-        const std::string name = size < 0 ? "k" : "m";
-        if (size >= 0)
-            write_file(index, whole_index.substr(0, static_cast<std::size_t>(size)));
-        {
-            msidmap map(folder(), name);
-            for (std::uint32_t k = 1; k <= 5000; ++k)
-                ASSERT_EQ(map.search("id" + std::to_string(k)), k) << size;
-        }
-        EXPECT_EQ(read_file(root.path() / (name + ".lst")), sound);
-        EXPECT_EQ(fs::file_size(root.path() / (name + ".idx")), whole_index.size());
+    open();
+    for (std::uint32_t i = 1; i <= 5000; ++i)
+        ASSERT_TRUE(map->insert("id" + std::to_string(i), i));
+    // What a killed process leaves: an index with an old header.
+    const std::pair killed(read_file(list), read_file(index));
+    const std::string sound = closed(), whole = read_file(index);
+    for (const auto& [of_list, of_index] :
+         {killed, {sound, ""}, {sound, whole.substr(0, 1)}, {sound, whole.substr(0, 512)}}) {
+        write_file(list, of_list);
+        write_file(index, of_index);
+        open();
+        for (std::uint32_t k = 1; k <= 5000; ++k)
+            ASSERT_EQ(map->search("id" + std::to_string(k)), k) << of_index.size();
+        EXPECT_EQ(closed(), sound);
+        EXPECT_EQ(fs::file_size(index), whole.size());
     }
 }
 
@@ -212,84 +200,73 @@ TEST_F(MessageMap, TakesOtherHeaders) {
     for (const std::string& start : {le(signature, 0), le(signature, 1, 2), le(signature, 3, 2, 0, 77)}) {
         for (const bool with_index : {false, true}) {
             start_with(head(2, 0) + records);
-            { msidmap makes_the_index(folder(), "m"); }
+            open(); // makes the index
+            closed();
             if (!with_index)
-                fs::remove(root.path() / "m.idx");
-            write_file(list_file, start + records);
-            {
-                msidmap map(folder(), "m");
-                EXPECT_EQ(map.search("one"), 1U) << start.size();
-                EXPECT_EQ(map.search("two"), 2U) << start.size();
-                EXPECT_TRUE(map.insert("three", 3));
-            }
-            EXPECT_EQ(list(), head(3, 0) + records + counted("three", 3));
+                fs::remove(index);
+            write_file(list, start + records);
+            open();
+            EXPECT_EQ(found({"one", "two"}), (numbers{1, 2})) << start.size();
+            EXPECT_TRUE(map->insert("three", 3));
+            EXPECT_EQ(closed(), head(3, 0) + records + counted("three", 3));
         }
     }
 }
 
 TEST_F(MessageMap, MergesAndRelabelsLiveRecordsOnly) {
     const std::string other = root.engine_path("other.lst");
-    const std::string body = counted("one", 9) + dead(4) + counted("z\0z"s, 5) + counted(b, 6) + "\7cut";
-    write_file(root.path() / "other.lst", le(signature, 3, 4, 0, 0) + body);
+    const fs::path file = root.path() / "other.lst";
+    const auto bytes_with = [](std::uint32_t one, std::uint32_t of_b) {
+        return le(signature, 3, 4, 0, 0) + counted("one", one) + dead(4) + counted("z\0z"s, 5) +
+               counted(b, of_b) + "\7cut";
+    };
+    write_file(file, bytes_with(9, 6));
     start_with(head(2, 0) + counted("one", 1) + counted(a, 2));
-    {
-        msidmap map(folder(), "m");
-        map.merge("");
-        map.merge(root.engine_path("missing.lst"));
-        map.merge(other);
-    }
-    EXPECT_EQ(list(), head(3, 0) + counted("one", 1) + counted(a, 2) + counted(b, 6));
+    open();
+    map->merge("");
+    map->merge(root.engine_path("missing.lst"));
+    map->merge(other);
+    EXPECT_EQ(closed(), head(3, 0) + counted("one", 1) + counted(a, 2) + counted(b, 6));
 
     msidmap::relabel(other, 0x01020304);
-    EXPECT_EQ(read_file(root.path() / "other.lst"), le(signature, 3, 4, 0, 0) + counted("one", 0x01020304) +
-                                                        dead(4) + counted("z\0z"s, 5) +
-                                                        counted(b, 0x01020304) + "\7cut");
+    EXPECT_EQ(read_file(file), bytes_with(0x01020304, 0x01020304));
     msidmap::relabel(root.engine_path("missing.lst"), 1);
     EXPECT_TRUE(fs::is_empty(root.path() / "missing.lst"));
     for (const std::string& bytes : {""s, "nSID"s, le(signature, 0x40000000) + counted("one", 1)}) {
-        write_file(root.path() / "other.lst", bytes);
+        write_file(file, bytes);
         msidmap::relabel(other, 1);
-        msidmap(folder(), "m").merge(other);
-        EXPECT_EQ(read_file(root.path() / "other.lst"), bytes);
+        msidmap(folder, "m").merge(other);
+        EXPECT_EQ(read_file(file), bytes);
     }
 }
 
 TEST_F(MessageMap, AgreesWithAReferenceMap) {
     std::mt19937 random(11);
-    std::map<std::string, std::uint32_t, std::less<>> expected;
+    std::map<std::string, std::uint32_t> expected;
     const auto make_id = [&] {
-        // Some 600 keys with several IDs each, and some long ones, so that the list is compacted now and
-        // then.
+        // Some 600 keys with several IDs each; long ones, so that the list is compacted now and then.
         const std::string x = std::to_string(1000000000 + random() % 300);
         const std::string y = std::to_string(1000000000 + random() % 3);
         std::string id = random() % 2 == 0 ? x + y : y + x;
         return random() % 8 == 0 ? id + std::string(200, '+') : id;
     };
-    auto map = std::make_unique<msidmap>(folder(), "m");
-    for (int i = 0; i < 30000; ++i) {
+    open();
+    for (std::uint32_t i = 1; i <= 30000; ++i) {
         const std::string id = make_id();
-        const auto found = expected.find(id);
-        switch (random() % 5) {
-        case 0:
-        case 1:
-            ASSERT_TRUE(map->insert(id, static_cast<std::uint32_t>(i + 1)));
-            expected.emplace(id, static_cast<std::uint32_t>(i + 1));
-            break;
-        case 2:
-        case 3:
-            ASSERT_EQ(map->remove(id), found != expected.end());
-            expected.erase(id);
-            break;
-        default:
-            ASSERT_EQ(map->search(id), found == expected.end() ? 0 : found->second);
+        if (const auto what = random() % 5; what < 2) {
+            ASSERT_TRUE(map->insert(id, i));
+            expected.emplace(id, i);
+        } else if (what < 4) {
+            ASSERT_EQ(map->remove(id), expected.erase(id) != 0);
+        } else {
+            ASSERT_EQ(map->search(id), expected.contains(id) ? expected.at(id) : 0);
         }
-        if (i % 5000 == 2999) {
+        if (i % 5000 == 3000) {
             ASSERT_TRUE(map->delete_if([](std::string_view, std::uint32_t value) { return value % 3 == 0; }));
             std::erase_if(expected, [](const auto& entry) { return entry.second % 3 == 0; });
         }
-        if (i % 5000 == 4999) {
-            map.reset();
-            map = std::make_unique<msidmap>(folder(), "m");
+        if (i % 5000 == 0) {
+            open();
             for (const auto& [known, value] : expected)
                 ASSERT_EQ(map->search(known), value);
             std::size_t live = 0;
@@ -302,20 +279,27 @@ TEST_F(MessageMap, AgreesWithAReferenceMap) {
     }
 }
 
-TEST(MessageAccess, WorksOnACopy) {
+struct MessageAccess : testing::Test {
+    void open(std::string_view list) {
+        write_file(root.path() / "main" / "s.lst", list);
+        write_file(root.path() / "work" / "s.lst", "an older one");
+        access.open(root.engine_path("main\\"), root.engine_path("work\\"), "s");
+    }
+
     test_root root;
-    const std::string before = "nSID" + le(2, 1, 0) + counted("old", 1);
-    write_file(root.path() / "main" / "s.lst", before);
-    write_file(root.path() / "work" / "s.lst", "an older one");
     msid_access access;
+};
+
+TEST_F(MessageAccess, WorksOnACopy) {
     access.add("nothing", 1);
     access.remove("nothing");
     EXPECT_EQ(access.lookup("nothing"), 0U);
-    access.open(root.engine_path("main\\"), root.engine_path("work\\"), "s");
+    const std::string before = head(1, 0) + counted("old", 1);
+    open(before);
     EXPECT_EQ(access.lookup("old"), 1U);
     access.add("new", 2);
     access.remove("old");
-    std::filesystem::rename(root.path() / "work" / "s.lst", root.path() / "taken.lst");
+    fs::rename(root.path() / "work" / "s.lst", root.path() / "taken.lst");
     EXPECT_EQ(read_file(root.path() / "taken.lst").substr(24), counted("new", 2));
     EXPECT_EQ(read_file(root.path() / "main" / "s.lst"), before);
     access.reopen();
@@ -323,25 +307,18 @@ TEST(MessageAccess, WorksOnACopy) {
     EXPECT_EQ(access.lookup("new"), 0U);
 }
 
-TEST(MessageAccess, PurgesWhatTheRangesClaim) {
-    test_root root;
-    std::string list = "nSID" + le(2, 8, 0);
-    for (const unsigned time : {9U, 10U, 20U, 21U, 30U, 30U, 30U, 31U})
-        list += counted(std::to_string(list.size()), time);
-    write_file(root.path() / "main" / "s.lst", list);
-    std::filesystem::create_directory(root.path() / "work");
-    msid_access access;
-    access.open(root.engine_path("main\\"), root.engine_path("work\\"), "s");
+TEST_F(MessageAccess, PurgesWhatTheRangesClaim) {
+    const std::uint32_t times[] = {9, 10, 20, 21, 30, 30, 30, 31}; // of the IDs a, b, ...
+    std::string list = head(8, 0), left;
+    for (char id = 'a'; id <= 'h'; ++id)
+        list += counted({&id, 1}, times[id - 'a']);
+    open(list);
     aged_out_list ranges = {{10, 20, false}, {30, 2, true}};
     access.purge(ranges);
     EXPECT_EQ(ranges[1].last, 0U) << "each claim lowers the count";
-    // Of the three at 30 the first two are gone.
-    EXPECT_EQ(access.lookup("16"), 9U);
-    for (const char* id : {"23", "30", "44", "51"})
-        EXPECT_EQ(access.lookup(id), 0U) << id;
-    EXPECT_EQ(access.lookup("37"), 21U);
-    EXPECT_EQ(access.lookup("58"), 30U);
-    EXPECT_EQ(access.lookup("65"), 31U);
+    for (char id = 'a'; id <= 'h'; ++id)
+        left += id + std::to_string(access.lookup({&id, 1})) + " ";
+    EXPECT_EQ(left, "a9 b0 c0 d21 e0 f0 g30 h31 ") << "of the three at 30 the first two are gone";
     EXPECT_FALSE(claims_time(ranges, 30));
     EXPECT_TRUE(claims_time(ranges, 10));
 }

@@ -79,16 +79,20 @@ std::string numbered(unsigned number) {
     return std::string(10 - digits.size(), '0') + digits;
 }
 
+struct Index : testing::Test {
+    test_root root;
+    const std::filesystem::path file = root.path() / "a.idx";
+    const std::string path = root.engine_path("a.idx");
+};
+
 struct key_order {
     const char* name;
     std::string (*id)(std::mt19937&, unsigned);
 };
 
-class IndexOrder : public testing::TestWithParam<key_order> {};
+struct IndexOrder : Index, testing::WithParamInterface<key_order> {};
 
 TEST_P(IndexOrder, AgreesWithAReferenceMap) {
-    test_root root;
-    const std::string path = root.engine_path("a.idx");
     std::mt19937 random(7);
     reference expected;
     std::vector<std::string> known;
@@ -124,11 +128,11 @@ TEST_P(IndexOrder, AgreesWithAReferenceMap) {
     }
     walked_tree again(path);
     again.check(expected);
-    EXPECT_EQ(std::filesystem::file_size(root.path() / "a.idx"), again.m_filesize);
+    EXPECT_EQ(std::filesystem::file_size(file), again.m_filesize);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Index, IndexOrder,
+    Of, IndexOrder,
     testing::Values(key_order{"Random",
                               [](std::mt19937& r, unsigned) { return numbered(static_cast<unsigned>(r())); }},
                     key_order{"Ascending", [](std::mt19937&, unsigned i) { return numbered(i); }},
@@ -165,10 +169,7 @@ TEST(MessageKey, FoldsByHand) {
 }
 
 // One leaf takes 32 keys; the next one splits it in half and puts a root over the two.
-TEST(Index, WritesThePagesByHand) {
-    test_root root;
-    const auto file = root.path() / "a.idx";
-    const std::string path = root.engine_path("a.idx");
+TEST_F(Index, WritesThePagesByHand) {
     {
         msidtree tree(path);
         for (unsigned i = 33; i > 0; --i)
@@ -191,16 +192,15 @@ TEST(Index, WritesThePagesByHand) {
     EXPECT_EQ(read_file(file), expected);
 }
 
-TEST(Index, SurvivesDamage) {
-    test_root root;
-    const auto file = root.path() / "a.idx";
-    const std::string path = root.engine_path("a.idx");
-    const auto page = [](std::string bytes) {
-        bytes.resize(512);
-        return bytes;
+TEST_F(Index, SurvivesDamage) {
+    const auto pages = [](std::string head, const std::string& slot = "") {
+        head.resize(512);
+        head += slot;
+        head.resize(1024);
+        return head;
     };
+    const std::string sound = le(0x12351237, 3, 512, 1024, 1);
     const std::string key = "\1m         "s;
-    const std::string inner = le(512) + "\3" + key;
     const struct {
         const char* what;
         std::string bytes;
@@ -208,17 +208,17 @@ TEST(Index, SurvivesDamage) {
     } cases[] = {
         {"empty", "", true},
         {"three bytes", "abc", true},
-        {"foreign", page("foreign") + page(""), true},
-        {"31 values", page(le(0x12351237, 31)) + page(""), true},
-        {"root outside", page(le(0x12351237, 3, 4096, 1024, 1)) + page(""), true},
-        {"root askew", page(le(0x12351237, 3, 513, 1024, 1)) + page(""), true},
-        {"no pages", page(le(0x12351237, 3, 512, 512, 1)) + page(""), true},
-        {"larger than the file", page(le(0x12351237, 3, 512, 0x40000000, 1)) + page(""), true},
-        {"filesize of 4 GB", page(le(0x12351237, 3, 512, 0xFFFFFE00, 1)) + page(""), true},
-        {"its own child", page(le(0x12351237, 3, 512, 1024, 1)) + page(inner), false},
-        {"child 0", page(le(0x12351237, 3, 512, 1024, 1)) + page(le(0) + "\3" + key), false},
-        {"child outside", page(le(0x12351237, 3, 512, 1024, 1)) + page(le(8192) + "\3" + key), false},
-        {"not in use", page(le(0x12351237, 3, 512, 1024, 1)) + page(le(512) + "\1" + key), false},
+        {"foreign", pages("foreign"), true},
+        {"31 values", pages(le(0x12351237, 31)), true},
+        {"root outside", pages(le(0x12351237, 3, 4096, 1024, 1)), true},
+        {"root askew", pages(le(0x12351237, 3, 513, 1024, 1)), true},
+        {"no pages", pages(le(0x12351237, 3, 512, 512, 1)), true},
+        {"larger than the file", pages(le(0x12351237, 3, 512, 0x40000000, 1)), true},
+        {"filesize of 4 GB", pages(le(0x12351237, 3, 512, 0xFFFFFE00, 1)), true},
+        {"its own child", pages(sound, le(512) + "\3" + key), false},
+        {"child 0", pages(sound, le(0) + "\3" + key), false},
+        {"child outside", pages(sound, le(8192) + "\3" + key), false},
+        {"not in use", pages(sound, le(512) + "\1" + key), false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);

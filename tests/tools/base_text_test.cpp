@@ -33,12 +33,10 @@ const char* const exported =
     "atom-id\tspamdict0000\t200\t<x>\n"
     "end\t10\n";
 
-class base_text_test : public testing::Test {
-protected:
-    base_text_test() { fs::create_directories(base() / "transact"); }
-    fs::path base() const { return m_root.path() / "base"; }
-    void put(const std::string& name, const std::string& content) { write_file(base() / name, content); }
-    std::string get(const std::string& name) { return read_file(base() / name); }
+struct base_text_test : testing::Test {
+    base_text_test() { fs::create_directories(base / "transact"); }
+    void put(const std::string& name, const std::string& content) { write_file(base / name, content); }
+    std::string get(const std::string& name) { return read_file(base / name); }
     // The text, or the reason of a failure.
     std::string out() {
         std::string all;
@@ -47,18 +45,19 @@ protected:
             all += line;
             return true;
         };
-        const std::string why = export_base(m_root.engine_path("base\\"), write, sum);
+        const std::string why = export_base(path, write, sum);
         return why.empty() ? all : why;
     }
     std::string in(const std::string& content, const std::string& objection = {}) {
         std::istringstream stream(content);
         base_text_sum sum;
         return import_base(
-            m_root.engine_path("base\\"), stream, [&] { return objection; }, sum);
+            path, stream, [&] { return objection; }, sum);
     }
-    bool nothing_left() { return fs::is_empty(base() / "transact"); }
 
     test_root m_root;
+    const fs::path base = m_root.path() / "base";
+    const std::string path = m_root.engine_path("base\\");
 };
 
 TEST_F(base_text_test, tells_the_dictionaries) {
@@ -69,7 +68,7 @@ TEST_F(base_text_test, tells_the_dictionaries) {
     put("spamdict0001.bye", head + std::string(20, '\0')); // a fresh name
     put("nspamdict.lst", ham_list);
     EXPECT_EQ(out(), exported);
-    EXPECT_FALSE(is_empty_base(m_root.engine_path("base\\")));
+    EXPECT_FALSE(is_empty_base(path));
 }
 
 TEST_F(base_text_test, names_damaged_files) {
@@ -93,13 +92,13 @@ TEST_F(base_text_test, names_damaged_files) {
         EXPECT_TRUE(holds(why, "spamdict0000.bye: "));
         EXPECT_TRUE(holds(why, reason));
     }
-    fs::remove(base() / "spamdict0000.bye");
+    fs::remove(base / "spamdict0000.bye");
     put("spamdict.lst", list_head + le(1, 0) + counted("<x>", 1).substr(0, 6));
     EXPECT_TRUE(holds(out(), "spamdict.lst: damaged"));
 }
 
 TEST_F(base_text_test, makes_the_same_bytes) {
-    EXPECT_TRUE(is_empty_base(m_root.engine_path("base\\")));
+    EXPECT_TRUE(is_empty_base(path));
     EXPECT_EQ(in(std::string("# a comment\n\n") + exported), "");
     EXPECT_EQ(get("transact/0004/nspamdict0003.bye"), ham_atom);
     EXPECT_EQ(get("transact/0003/spamdict0000.bye"), spam_atom);
@@ -159,7 +158,7 @@ TEST_F(base_text_test, names_damaged_lines_and_leaves_nothing) {
         std::string damaged = whole;
         damaged.replace(damaged.find(row.from), std::string(row.from).size(), row.to);
         EXPECT_TRUE(in(damaged).starts_with(row.reason)) << row.reason << " | " << in(damaged);
-        EXPECT_TRUE(nothing_left()) << row.reason;
+        EXPECT_TRUE(fs::is_empty(base / "transact")) << row.reason;
     }
     EXPECT_EQ(in(whole.substr(0, 90)), "line 2: is cut off");
     EXPECT_TRUE(holds(in(std::string(100000, 'x')), "line 1: is too long"));
@@ -167,7 +166,7 @@ TEST_F(base_text_test, names_damaged_lines_and_leaves_nothing) {
     for (std::size_t size = 0; size < whole.size() - 1; size += 7)
         EXPECT_NE(in(whole.substr(0, size)), "") << size;
     EXPECT_EQ(in(whole, "not now"), "not now");
-    EXPECT_TRUE(nothing_left());
+    EXPECT_TRUE(fs::is_empty(base / "transact"));
 }
 
 } // namespace

@@ -13,8 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class config_test : public testing::Test {
-protected:
+struct config_test : testing::Test {
     config_test() {
         fs::create_directories(m_root.path() / "install");
         m_working = m_root.path() / "appdata/Orvenix/Brackenhold/data";

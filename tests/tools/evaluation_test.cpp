@@ -1,5 +1,7 @@
 // The figures of an evaluation, by hand.
 
+#include <sstream>
+
 #include "client/mail_date.h"
 #include "support/test.h"
 #include "tools/eval/evaluation_report.h"
@@ -7,35 +9,25 @@
 namespace tvr {
 namespace {
 
-constexpr bool is_spam = true, is_ham = false;
-
-// Judged with the thresholds 85 and 75.
-std::vector<judged_mail> judged(const std::vector<std::pair<double, bool>>& scores) {
+// Scores with s behind those of spam, h behind those of good mail; judged with the thresholds 85 and 75.
+std::vector<judged_mail> judged(const std::string& scores) {
     std::vector<judged_mail> mails;
-    for (const auto& [score, spam] : scores)
-        mails.push_back({score, spam,
-                         score >= 85   ? verdict::spam
-                         : score >= 75 ? verdict::unsure
-                                       : verdict::ham});
+    std::istringstream in(scores);
+    double score = 0;
+    for (char kind = 0; in >> score >> kind;) {
+        const verdict told = score >= 85 ? verdict::spam : score >= 75 ? verdict::unsure : verdict::ham;
+        mails.push_back({score, kind == 's', told});
+    }
     return mails;
 }
 
 TEST(evaluation, counts) {
-    const auto mails = judged({{85, is_spam},
-                               {84.9, is_spam},
-                               {74, is_spam},
-                               {85, is_ham},
-                               {75, is_ham},
-                               {10, is_ham},
-                               {0, is_ham},
-                               {100, is_spam}});
+    const auto mails = judged("85 s 84.9 s 74 s 85 h 75 h 10 h 0 h 100 s");
     const confusion found = confuse(mails);
-    EXPECT_EQ(found.spam_as_spam, 2U);
-    EXPECT_EQ(found.spam_as_unsure, 1U);
-    EXPECT_EQ(found.spam_as_ham, 1U);
-    EXPECT_EQ(found.ham_as_spam, 1U);
-    EXPECT_EQ(found.ham_as_unsure, 1U);
-    EXPECT_EQ(found.ham_as_ham, 2U);
+    EXPECT_EQ(std::tie(found.spam_as_spam, found.spam_as_unsure, found.spam_as_ham),
+              std::make_tuple(2U, 1U, 1U));
+    EXPECT_EQ(std::tie(found.ham_as_spam, found.ham_as_unsure, found.ham_as_ham),
+              std::make_tuple(1U, 1U, 2U));
     EXPECT_EQ(found.missed(), 2U);
     EXPECT_EQ(found.right(), 5U);
 
@@ -54,22 +46,21 @@ TEST(evaluation, counts) {
 }
 
 TEST(evaluation, area_under_the_curve) {
-    EXPECT_DOUBLE_EQ(roc_area(judged({{90, is_spam}, {10, is_ham}})), 1);
-    EXPECT_DOUBLE_EQ(roc_area(judged({{10, is_spam}, {90, is_ham}})), 0);
-    EXPECT_DOUBLE_EQ(roc_area(judged({{50, is_spam}, {50, is_ham}})), 0.5);
+    EXPECT_DOUBLE_EQ(roc_area(judged("90 s 10 h")), 1);
+    EXPECT_DOUBLE_EQ(roc_area(judged("10 s 90 h")), 0);
+    EXPECT_DOUBLE_EQ(roc_area(judged("50 s 50 h")), 0.5);
     // Of six pairs two are right and one is a tie.
-    EXPECT_DOUBLE_EQ(roc_area(judged({{9, true}, {8, false}, {7, true}, {7, false}, {6, true}})), 2.5 / 6);
-    EXPECT_DOUBLE_EQ(roc_area(judged({{9, is_spam}})), 0.5);
+    EXPECT_DOUBLE_EQ(roc_area(judged("9 s 8 h 7 s 7 h 6 s")), 2.5 / 6);
+    EXPECT_DOUBLE_EQ(roc_area(judged("9 s")), 0.5);
 }
 
 TEST(evaluation, spam_missed_at_a_rate_of_false_positives) {
-    auto mails =
-        judged({{90, is_spam}, {80, is_spam}, {70, is_spam}, {60, is_spam}, {95, is_ham}, {80, is_ham}});
-    mails.resize(mails.size() + 18, {10, is_ham, verdict::ham});
+    auto mails = judged("90 s 80 s 70 s 60 s 95 h 80 h");
+    mails.resize(mails.size() + 18, {10, false, verdict::ham});
     EXPECT_FALSE(missed_at(mails, 0.04));                   // of twenty good ones that is none
     EXPECT_DOUBLE_EQ(missed_at(mails, 0.05).value(), 0.75); // above 80, with one of them wrong
     EXPECT_DOUBLE_EQ(missed_at(mails, 0.1).value(), 0);
-    EXPECT_FALSE(missed_at(judged({{1, is_ham}, {2, is_ham}}), 0.5));
+    EXPECT_FALSE(missed_at(judged("1 h 2 h"), 0.5));
 }
 
 TEST(evaluation, time_of_arrival) {
@@ -94,8 +85,7 @@ TEST(evaluation, reports_tell_how_it_was_and_stand_alone) {
     evaluation_result result;
     result.title = "A <b> & c";
     result.circumstances = {{"Rule", "kinds"}};
-    result.mails =
-        judged({{99, is_spam}, {1, is_ham}, {86, is_ham}, {0, is_ham}, {20, is_spam}, {90, is_ham}});
+    result.mails = judged("99 s 1 h 86 h 0 h 20 s 90 h");
     result.names = {"a", "b", "c", "d", "e<", "f"};
     result.curve = {{10, 0.6}, {20, 0.9}};
     result.block = 4;

@@ -18,8 +18,7 @@ std::string record(const std::string& id, std::uint32_t flags, std::uint32_t val
     return head + rest;
 }
 
-class forget_test : public testing::Test {
-protected:
+struct forget_test : testing::Test {
     // What is in the cache after forgetting one message; `m_sum` and `m_why` tell the rest.
     std::string forget(const std::string& content, const std::string& id) {
         write_file(m_path, content);
@@ -40,27 +39,28 @@ const std::string a = "<a@x>_0123ABCD";
 const std::string b = "<b@x>_00000000";
 
 TEST_F(forget_test, marks_all_records_of_the_message) {
-    const std::string cache =
-        le(3) + record(a, 2) + record(b, 6) + record(a, 0) + record("", 0) + record("odd", 2);
+    // By the flags of each.
+    const auto cache = [](const std::array<std::uint32_t, 4>& of) {
+        return le(3) + record(a, of[0]) + record(b, of[1]) + record(a, of[2]) + record("", 0) +
+               record("odd", of[3]);
+    };
     const struct {
         std::string id;
-        std::string wanted;
-        std::uint32_t marked, already;
+        std::array<std::uint32_t, 4> wanted;
+        std::uint32_t marked;
     } rows[] = {
-        {a, le(3) + record(a, 3) + record(b, 6) + record(a, 1) + record("", 0) + record("odd", 2), 2, 0},
-        {"<b@x>", le(3) + record(a, 2) + record(b, 7) + record(a, 0) + record("", 0) + record("odd", 2), 1,
-         0},
-        {"b@x", le(3) + record(a, 2) + record(b, 7) + record(a, 0) + record("", 0) + record("odd", 2), 1, 0},
-        {"odd", le(3) + record(a, 2) + record(b, 6) + record(a, 0) + record("", 0) + record("odd", 3), 1, 0},
-        {"c@x", cache, 0, 0},
-        {"<>", cache, 0, 0},
-        {"<a@x>_00000000", cache, 0, 0}, // another message of that name
+        {a, {3, 6, 1, 2}, 2},
+        {"<b@x>", {2, 7, 0, 2}, 1},
+        {"b@x", {2, 7, 0, 2}, 1},
+        {"odd", {2, 6, 0, 3}, 1},
+        {"c@x", {2, 6, 0, 2}, 0},
+        {"<>", {2, 6, 0, 2}, 0},
+        {"<a@x>_00000000", {2, 6, 0, 2}, 0}, // another message of that name
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(forget(cache, row.id), row.wanted) << row.id;
-        EXPECT_EQ(m_sum.marked, row.marked) << row.id;
-        EXPECT_EQ(m_sum.already, row.already) << row.id;
-        EXPECT_EQ(m_why, "");
+        EXPECT_EQ(forget(cache({2, 6, 0, 2}), row.id), cache(row.wanted)) << row.id;
+        EXPECT_EQ(std::tie(m_sum.marked, m_sum.already, m_why), std::make_tuple(row.marked, 0U, ""))
+            << row.id;
     }
     EXPECT_EQ(forget(le(1) + record(a, 3), a), le(1) + record(a, 3));
     EXPECT_EQ(m_sum.already, 1U);
@@ -95,13 +95,10 @@ TEST_F(forget_test, gives_another_verdict) {
     // Spam and the mark of a change; the latter goes when it was there.
     EXPECT_EQ(read_file(m_path), le(9) + record(a, 10) + record(b, 3) + record(a, 5) + record("c", 6) +
                                      record(b, 0) + record(a, 2) + record(a, 2) + record("d", 7) + odd);
-    const auto sum = [&](const std::string& id) {
-        return std::array{messages[id].waiting, messages[id].remarked, messages[id].deleted};
-    };
-    EXPECT_EQ(sum(a), (std::array{4U, 2U, 0U}));
-    EXPECT_EQ(sum(b), (std::array{1U, 0U, 1U}));
-    EXPECT_EQ(sum("d"), (std::array{0U, 0U, 1U}));
-    EXPECT_EQ(sum("e"), (std::array{0U, 0U, 0U}));
+    const std::pair<std::string, std::array<std::uint32_t, 3>> sums[] = {
+        {a, {4, 2, 0}}, {b, {1, 0, 1}}, {"d", {0, 0, 1}}, {"e", {0, 0, 0}}};
+    for (const auto& [id, sum] : sums)
+        EXPECT_EQ((std::array{messages[id].waiting, messages[id].remarked, messages[id].deleted}), sum) << id;
 }
 
 TEST_F(forget_test, waits_for_the_lock_but_not_for_ever) {

@@ -61,8 +61,7 @@ std::string learned() {
     return {bytes.begin(), bytes.end()};
 }
 
-class inspect_test : public testing::Test {
-protected:
+struct inspect_test : testing::Test {
     std::string inspect(const std::string& name, const std::string& bytes,
                         const inspect_options& options = {}) {
         write_file(m_root.path() / name, bytes);
@@ -89,61 +88,57 @@ TEST_F(inspect_test, shows_every_kind) {
     const std::string archive = "\3\0\1\1a"s + le(2) + "xy\2\3\1f\1\1b"s + le(0x26072105, 2, 300, 18) +
                                 "zz\2\1\1c\2" + "\1\1d" + le(0x26072105, 2, 28) + "\xF\0\0\2\4\4\5"s;
     const struct {
-        const char *name, *shown;
+        const char* name;
         std::string bytes;
+        const char* shown;
     } rows[] = {
-        {"a",
+        {"a", atom + list,
          "a: atom, 83 bytes\n  messages: 4\n  tokens: 2\n  occurrences: 5\n  oldest: 2005-12-25 16:00\n"
          "  newest: -\n  divided: no\n  token list:\n    token Aa  count 2\n    token Ba  count 3\n"
          "  message ids:\n    id <1>  time 2005-12-25 16:00\n  id records: 2\n  garbage: 9\n  live: 1\n"
-         "  dead: 1\n",
-         atom + list},
+         "  dead: 1\n"},
         // The oldest form: three values, no head of the tokens.
-        {"b",
+        {"b", le(0x19780702, 3, 4, 1, 3) + counted("\7\xE9", 3),
          "b: atom, 27 bytes\n  messages: 4\n  tokens: 1\n  occurrences: 3\n  oldest: -\n  newest: -\n"
-         "  divided: no\n  token list:\n    token \\x07\\xE9  count 3\n",
-         le(0x19780702, 3, 4, 1, 3) + counted("\7\xE9", 3)},
-        {"c",
+         "  divided: no\n  token list:\n    token \\x07\\xE9  count 3\n"},
+        {"c", base,
          "c: compiled base, 62 bytes\n  old form: no\n  spam messages: 2\n  ham messages: 1\n"
          "  spam tokens: 3\n  ham tokens: 4\n  spam oldest: 2005-12-25 16:00\n"
          "  spam newest: 2005-12-25 16:00\n  ham oldest: -\n  ham newest: -\n  tokens: 2\n  token list:\n"
-         "    token Aa  probability 0.500000\n    token Ba  probability 0.990000\n",
-         base},
-        {"d.mrk", "d.mrk: time mark, 8 bytes\n  time: 1970-01-01 00:00:00 UTC\n", time_mark},
-        {"e",
+         "    token Aa  probability 0.500000\n    token Ba  probability 0.990000\n"},
+        {"d.mrk", time_mark, "d.mrk: time mark, 8 bytes\n  time: 1970-01-01 00:00:00 UTC\n"},
+        {"e", index(16),
          "e: message-ID index, 1,024 bytes\n  root: 512\n  bytes in use: 1024\n  keys: 2\n  key list:\n"
-         "    key \\x03<1>         offset 16\n",
-         index(16)},
-        {"f",
-         "f: column file, 74 bytes\n  atoms: 1\n  plans:\n    at 12  atom \\x\\spamdict0000.bye  messages 4  "
-         "oldest 2005-12-25 16:00  newest -  to merge yes  changes 1\n",
-         columns(4)},
-        {"g",
-         "g: message cache, 106 bytes\n  records: 2\n  messages:\n    at 4  id <1>  spam yes  deleted no  "
-         "by hand no  marked no  size 700  time 2005-12-25 16:00  tokens 2\n    at 62  id <2>  spam no  "
-         "deleted yes  by hand yes  marked no  size 700  time 2005-12-25 16:00  tokens 0\n",
-         cache},
-        {"h",
-         "h: statistic, 40 bytes\n  hours:\n    hour 2005-12-25 16  spam bytes 1  ham bytes 2  "
-         "re-marked spam bytes 3  re-marked ham bytes 4  spam 5  ham 6  re-marked spam 7  re-marked ham 8\n",
-         "STAT" + le(3'550'000, 1, 2, 3, 4, 5, 6, 7, 8)},
-        {"ipc.bin", "ipc.bin: signals, 4 bytes\n  events:\n    event 0\n    event 2\n", le(5)},
-        {"i",
-         "i: archive, 63 bytes\n  files:\n    file a  size 2  packed 0\n    file f\\b  size 300  packed 18\n"
-         "    file f\\c  size 0  packed 0\n    file f\\d  size 28  packed 15\n",
-         archive},
-        {"j",
-         "j: settings, 36 bytes\n  version: 1\n  names: 2\n  entries:\n    name one  kind section  "
-         "children 1\n"
-         "    name two  kind string  bytes 3\n",
-         settings},
-        {"k",
+         "    key \\x03<1>         offset 16\n"},
+        {"f", columns(4),
+         "f: column file, 74 bytes\n  atoms: 1\n  plans:\n"
+         "    at 12  atom \\x\\spamdict0000.bye  messages 4  oldest 2005-12-25 16:00  newest -  to merge yes "
+         " changes 1\n"},
+        {"g", cache,
+         "g: message cache, 106 bytes\n  records: 2\n  messages:\n"
+         "    at 4  id <1>  spam yes  deleted no  by hand no  marked no  size 700  time 2005-12-25 16:00  "
+         "tokens 2\n"
+         "    at 62  id <2>  spam no  deleted yes  by hand yes  marked no  size 700  time 2005-12-25 16:00  "
+         "tokens 0\n"},
+        {"h", "STAT" + le(3'550'000, 1, 2, 3, 4, 5, 6, 7, 8),
+         "h: statistic, 40 bytes\n  hours:\n"
+         "    hour 2005-12-25 16  spam bytes 1  ham bytes 2  re-marked spam bytes 3  re-marked ham bytes 4  "
+         "spam 5  ham 6  re-marked spam 7  re-marked ham 8\n"},
+        {"ipc.bin", le(5), "ipc.bin: signals, 4 bytes\n  events:\n    event 0\n    event 2\n"},
+        {"i", archive,
+         "i: archive, 63 bytes\n  files:\n    file a  size 2  packed 0\n"
+         "    file f\\b  size 300  packed 18\n    file f\\c  size 0  packed 0\n"
+         "    file f\\d  size 28  packed 15\n"},
+        {"j", settings,
+         "j: settings, 36 bytes\n  version: 1\n  names: 2\n  entries:\n"
+         "    name one  kind section  children 1\n    name two  kind string  bytes 3\n"},
+        {"k", learned(),
          "k: learned verdict, 525,552 bytes\n  messages judged: 3\n  messages kept: 1\n  spam kept: 1\n"
-         "  not learned yet: 0\n  trust: 0.500000\n  spam from: 90.024951\n  places of the memory in use: 1\n"
-         "  bias of the memory: 0.000000\n  tokens seen: 1\n  in spam messages: 1\n  in ham messages: 0\n  "
-         "messages:\n    time 2005-12-25 16:00  spam yes  score 50.000000  "
-         "learned score 50.000000  base spam 4  base ham 5\n",
-         learned()},
+         "  not learned yet: 0\n  trust: 0.500000\n  spam from: 90.024951\n"
+         "  places of the memory in use: 1\n  bias of the memory: 0.000000\n  tokens seen: 1\n"
+         "  in spam messages: 1\n  in ham messages: 0\n  messages:\n"
+         "    time 2005-12-25 16:00  spam yes  score 50.000000  learned score 50.000000  base spam 4  base "
+         "ham 5\n"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(inspect(row.name, row.bytes), row.shown) << m_errors;
@@ -231,8 +226,7 @@ TEST_F(inspect_test, looks_at_files_in_use) {
     EXPECT_TRUE(inspect_file((m_root.path() / "a").string(), {}, out, errors)) << errors.str();
 }
 
-class state_test : public testing::Test {
-protected:
+struct state_test : testing::Test {
     using files = std::vector<std::pair<std::string, std::string>>; // name and bytes
 
     // Names are taken from base\transact.

@@ -8,48 +8,45 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class mail_source_test : public testing::Test {
-protected:
-    std::string put(const std::string& name, const std::string& content) {
-        const fs::path path = m_root.path() / name;
-        write_file(path, content);
-        return path.string();
-    }
+struct mail_source_test : testing::Test {
+    using list = std::vector<std::string>;
 
+    std::string put(const std::string& name, const std::string& content) {
+        write_file(m_root.path() / name, content);
+        return (m_root.path() / name).string();
+    }
     // All messages as "name after the root|text", and what was passed over.
-    std::vector<std::string> read(const mail_paths& paths) {
+    list read(const mail_paths& paths) {
         m_passed.clear();
         mail_source source(paths, [this](const passed_mail& passed) {
             m_passed.push_back(short_name(passed.name) + ": " + passed.reason);
         });
-        std::vector<std::string> found;
+        list found;
         mail_item item;
         while (source.next(item))
             found.push_back(short_name(item.name) + "|" + item.raw);
         EXPECT_EQ(source.done(), source.total());
         return found;
     }
+    list read(const std::string& name, const std::string& content) {
+        return read({.ham = {put(name, content)}});
+    }
     // The names, with the verdict where it is spam.
-    std::string names(const std::vector<std::string>& spam, const std::vector<std::string>& ham,
-                      bool recursive) {
-        mail_paths paths{.recursive = recursive};
-        for (const std::string& path : spam)
-            paths.spam.push_back((m_root.path() / path).string());
-        for (const std::string& path : ham)
-            paths.ham.push_back((m_root.path() / path).string());
+    std::string names(mail_paths paths) {
+        for (list* some : {&paths.spam, &paths.ham})
+            for (std::string& path : *some)
+                path.insert(0, m_folder);
         std::string all;
         for (const mail_file& file : find_mail(paths, [](const passed_mail&) {}))
             all += short_name(file.path) + (file.spam ? "! " : " ");
         return all;
     }
-
     std::string short_name(const std::string& name) const {
-        return name.starts_with(m_root.path().string()) ? name.substr(m_root.path().string().size() + 1)
-                                                        : name;
+        return name.starts_with(m_folder) ? name.substr(m_folder.size()) : name;
     }
 
-    using list = std::vector<std::string>;
     test_root m_root;
+    const std::string m_folder = (m_root.path() / "").string();
     list m_passed;
 };
 
@@ -60,19 +57,16 @@ TEST_F(mail_source_test, splits_an_mbox) {
     const std::string one =
         line_1 + "Subject: 1\n\nFrom here on, text\nFrom x Thu Aug 22 1:00 no blank before\n\n";
     const std::string two = line_2 + "Subject: 2\r\n\r\nFrom Thursday on, text\n";
-    EXPECT_EQ(read({.ham = {put("box", one + two)}}),
-              (list{"box, message 1|" + one, "box, message 2|" + two}));
-    EXPECT_EQ(read({.ham = {put("single", one)}}), (list{"single|" + one}));
-    EXPECT_EQ(read({.ham = {put("no_end", line_1 + "Subject: 1")}}),
-              (list{"no_end|" + line_1 + "Subject: 1"}));
+    EXPECT_EQ(read("box", one + two), (list{"box, message 1|" + one, "box, message 2|" + two}));
+    EXPECT_EQ(read("single", one), (list{"single|" + one}));
+    EXPECT_EQ(read("no_end", line_1 + "Subject: 1"), (list{"no_end|" + line_1 + "Subject: 1"}));
     // A line longer than any buffer.
     const std::string wide = line_1 + "Subject: " + std::string(300'000, 'x') + "\n\n";
-    EXPECT_EQ(read({.ham = {put("wide", wide + two)}}),
-              (list{"wide, message 1|" + wide, "wide, message 2|" + two}));
+    EXPECT_EQ(read("wide", wide + two), (list{"wide, message 1|" + wide, "wide, message 2|" + two}));
     // Without dates, a header tells where a message begins.
     const std::string dateless_1 = "From a@b.example\nSubject: 1\n\nText\n\nFrom nobody\nmore text\n\n";
     const std::string dateless_2 = "From c@d.example\nSubject: 2\n\n";
-    EXPECT_EQ(read({.ham = {put("dateless", dateless_1 + dateless_2)}}),
+    EXPECT_EQ(read("dateless", dateless_1 + dateless_2),
               (list{"dateless, message 1|" + dateless_1, "dateless, message 2|" + dateless_2}));
     EXPECT_EQ(m_passed, list());
 }
@@ -102,42 +96,33 @@ TEST_F(mail_source_test, each_mail_belongs_to_one_path) {
         put(name, "Subject: 1\n\n");
     for (const char* box : {"box/.Spam/new", "box/.Lists.a/new", "box/.Trash.old/new"})
         fs::create_directories(m_root.path() / box);
-    const struct {
-        list spam, ham;
-        bool recursive;
-        const char* files;
-    } cases[] = {
-        {{}, {"box"}, false, "box/cur/1:2,S box/new/2 "},
-        {{"box/.Spam"}, {"box"}, false, "box/.Spam/cur/4! box/.Spam/new/5! box/cur/1:2,S box/new/2 "},
-        {{}, {"box"}, true, "box/.Lists.a/cur/6 box/cur/1:2,S box/new/2 "},
-        {{"box/.Spam/"},
-         {"box"},
-         true,
-         "box/.Spam/cur/4! box/.Spam/new/5! box/.Lists.a/cur/6 box/cur/1:2,S box/new/2 "},
-        {{"box/.Lists.a/cur/6"}, {"box", "box"}, true, "box/.Lists.a/cur/6! box/cur/1:2,S box/new/2 "},
-        {{}, {"plain"}, false, "plain/Inbox.mbox plain/a.eml plain/deep/b.eml plain/good.eml "},
-        {{"plain"},
-         {"plain/deep"},
-         false,
+    const std::string spam = "box/.Spam/cur/4! box/.Spam/new/5! ", ham = "box/cur/1:2,S box/new/2 ";
+    const std::pair<mail_paths, std::string> cases[] = {
+        {{.ham = {"box"}}, ham},
+        {{.spam = {"box/.Spam"}, .ham = {"box"}}, spam + ham},
+        {{.ham = {"box"}, .recursive = true}, "box/.Lists.a/cur/6 " + ham},
+        {{.spam = {"box/.Spam/"}, .ham = {"box"}, .recursive = true}, spam + "box/.Lists.a/cur/6 " + ham},
+        {{.spam = {"box/.Lists.a/cur/6"}, .ham = {"box", "box"}, .recursive = true},
+         "box/.Lists.a/cur/6! " + ham},
+        {{.ham = {"plain"}}, "plain/Inbox.mbox plain/a.eml plain/deep/b.eml plain/good.eml "},
+        {{.spam = {"plain"}, .ham = {"plain/deep"}},
          "plain/Junk/c.eml! plain/a.eml! plain/good.eml! plain/deep/b.eml "},
     };
-    for (const auto& one : cases)
-        EXPECT_EQ(names(one.spam, one.ham, one.recursive), one.files);
+    for (const auto& [paths, files] : cases)
+        EXPECT_EQ(names(paths), files);
 
-    const std::string box = (m_root.path() / "box").string();
+    const std::string box = m_folder + "box";
     EXPECT_EQ(path_conflict({.spam = {box}, .ham = {box + "/cur/.."}}),
               box + "/cur/..: given both as spam and as ham");
     EXPECT_EQ(path_conflict({.spam = {box}, .ham = {box + "/cur"}}), "");
 }
 
 TEST_F(mail_source_test, names_what_it_passes_over) {
-    const list found = read({.ham = {put("empty", ""), put("blank", "\n \n"),
-                                     put("program", "\x7F"
-                                                    "ELF\0\1"),
+    const list found = read({.ham = {put("empty", ""), put("blank", "\n \n"), put("program", "\177ELF\0\1"),
                                      put("mixed", line_1 + "no header\n\n" + line_2 + "Subject: 2\n\n" +
                                                       line_2 + "Subject: 3\nX-Mozilla-Status: 0009\n\n" +
                                                       line_2 + "Status: ROD\nSubject: 4\n\n"),
-                                     (m_root.path() / "absent").string()}});
+                                     m_folder + "absent"}});
     EXPECT_EQ(found, (list{"mixed, message 2|" + line_2 + "Subject: 2\n\n"}));
     EXPECT_EQ(m_passed, (list{"absent: No such file or directory", "empty: empty", "blank: empty",
                               "program: no mail: it doesn't begin with a header",

@@ -14,19 +14,18 @@ std::string entry(unsigned what, std::uint32_t stamp, std::uint32_t key) {
 }
 const std::string head = le(0x57525654, 0);
 
-class watch_memory_test : public testing::Test {
-protected:
-    std::string content() const { return read_file(m_root.path() / "watch.bin"); }
+struct watch_memory_test : testing::Test {
+    std::string content() const { return read_file(m_file); }
 
     test_root m_root;
+    std::filesystem::path m_file = m_root.path() / "watch.bin";
     std::string m_path = m_root.engine_path("watch.bin");
 };
 
 TEST_F(watch_memory_test, is_a_list_of_what_happened) {
-    write_file(m_root.path() / "watch.bin", head + entry(5, 0, 70) + entry(1, 0, 1) + entry(2, 7, 10) +
-                                                entry(2, 8, 11) + entry(1, 0, 2) + entry(2, 0, 20) +
-                                                entry(4, 0, 70) + entry(1, 0, 1) + entry(3, 0, 10) +
-                                                entry(5, 0, 71) + "half");
+    write_file(m_file, head + entry(5, 0, 70) + entry(1, 0, 1) + entry(2, 7, 10) + entry(2, 8, 11) +
+                           entry(1, 0, 2) + entry(2, 0, 20) + entry(4, 0, 70) + entry(1, 0, 1) +
+                           entry(3, 0, 10) + entry(5, 0, 71) + "half");
     watch_memory memory(m_path);
     EXPECT_EQ(memory.load({1, 3}), "");
     EXPECT_TRUE(memory.knows_folder(1));
@@ -59,7 +58,7 @@ TEST_F(watch_memory_test, damage_is_set_aside) {
     const std::string good = head + entry(1, 0, 1) + entry(2, 0, 10);
     for (const std::string& bytes : {std::string("x"), std::string(), le(0x57525655, 0) + good.substr(8),
                                      head + entry(2, 0, 10), good + entry(6, 0, 1), good + entry(0, 0, 0)}) {
-        write_file(m_root.path() / "watch.bin", bytes);
+        write_file(m_file, bytes);
         watch_memory memory(m_path);
         EXPECT_TRUE(holds(memory.load({1}), "damaged"));
         EXPECT_FALSE(memory.knows_folder(1));
@@ -67,7 +66,7 @@ TEST_F(watch_memory_test, damage_is_set_aside) {
         EXPECT_EQ(content(), head);
     }
     // A death while it is written again.
-    write_file(m_root.path() / "watch.bin", good);
+    write_file(m_file, good);
     write_file(m_root.path() / "~watch.bin", head);
     EXPECT_EQ(watch_memory(m_path).load({1}), "");
     EXPECT_EQ(content(), good);
@@ -83,9 +82,7 @@ TEST_F(watch_memory_test, is_bounded) {
         memory.drop_file(1, i);
         if (i % 5000 == 0) {
             ASSERT_EQ(memory.save(), "");
-            ASSERT_LT(std::filesystem::file_size(m_root.path() / "watch.bin"),
-                      16 * (4 * watch_memory::most_verdicts + 4 * 5000))
-                << i;
+            ASSERT_LT(std::filesystem::file_size(m_file), 16 * (4 * watch_memory::most_verdicts + 4 * 5000));
         }
     }
     EXPECT_EQ(memory.learned(0), std::nullopt);
@@ -93,8 +90,7 @@ TEST_F(watch_memory_test, is_bounded) {
     watch_memory again(m_path);
     ASSERT_EQ(memory.save(), "");
     ASSERT_EQ(again.load({1}), "");
-    EXPECT_EQ(std::filesystem::file_size(m_root.path() / "watch.bin"),
-              8 + 16 * (watch_memory::most_verdicts + 1));
+    EXPECT_EQ(std::filesystem::file_size(m_file), 8 + 16 * (watch_memory::most_verdicts + 1));
 }
 
 TEST(watch_folder, is_named_by_its_verdict) {
