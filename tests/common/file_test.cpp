@@ -20,7 +20,10 @@ using platform::origin;
 class files : public testing::Test {
 protected:
     [[nodiscard]] std::string at(const std::string& name) const { return root.engine_path(name); }
-    void put(const std::string& bytes) const { write_file(root.path() / "f", bytes); }
+    void put(const std::string& bytes) {
+        stream.close(); // else the file can't be written everywhere
+        write_file(root.path() / "f", bytes);
+    }
     [[nodiscard]] std::string get() const { return read_file(root.path() / "f"); }
     [[nodiscard]] std::string logged() { return log.take().back(); }
 
