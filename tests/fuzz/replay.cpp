@@ -76,7 +76,7 @@ private:
 void run_text(const target& which, const std::string& input) {
     const tvr::memory_peak peak;
     tvr::fuzz::run(which, {reinterpret_cast<const std::uint8_t*>(input.data()), input.size()});
-    tvr::fuzz::must(peak.bytes() <= (std::size_t{1} << 20) + 64 * input.size() + 8 * which.frame,
+    tvr::fuzz::must(peak.bytes() <= (std::size_t{1} << 20) + 64 * input.size() + 8 * which.size.frame,
                     "memory is of the input's size");
 }
 
@@ -96,7 +96,7 @@ int main(int argc, char** argv) {
     const tvr::test_root root; // for the registry
     if (arguments.size() == 2 && arguments[1] == "--list") {
         for (const target* each : tvr::fuzz::all_targets())
-            std::printf("%s %zu\n", each->name, each->longest);
+            std::printf("%s %zu\n", each->name, each->size.longest);
         return 0;
     }
     if (arguments.size() != 3) {
@@ -119,7 +119,7 @@ int main(int argc, char** argv) {
     run_text(*which, {});
     const std::uint64_t addresses = peak_of_addresses();
     for (const std::string& input : inputs) {
-        tvr::fuzz::must(input.size() <= which->longest, "seeds are short enough");
+        tvr::fuzz::must(input.size() <= which->size.longest, "seeds are short enough");
         run_text(*which, input);
     }
     mutator mutated(inputs);

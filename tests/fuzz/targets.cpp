@@ -18,8 +18,8 @@ std::vector<const target*>& targets() {
 
 } // namespace
 
-target::target(const char* its_name, body its_run, std::size_t its_longest, std::size_t its_frame)
-    : name(its_name), run(its_run), longest(its_longest), frame(its_frame) {
+target::target(const char* its_name, input_size its_size, body its_run)
+    : name(its_name), size(its_size), run(its_run) {
     targets().push_back(this);
 }
 
@@ -61,7 +61,7 @@ std::string in_base(std::string_view name) {
 }
 
 void run(const target& which, raw_bytes input) {
-    if (input.size() > which.longest)
+    if (input.size() > which.size.longest)
         return;
     clear_disk();
     put_file(in_base("transact\\there"), "");

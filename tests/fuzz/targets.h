@@ -15,19 +15,23 @@ namespace tvr::fuzz {
 
 using raw_bytes = std::span<const std::uint8_t>;
 
+struct input_size { // bytes
+    std::size_t longest;
+    std::size_t frame = 0; // that the target puts around an input before it is read
+};
+
 // A constant of the program, which makes itself known.
 struct target {
-    using body =
-        void (*)(raw_bytes input); // on an empty disk; reads the input, and goes on to use what it has read
+    // On an empty disk: reads the input, and goes on to use what it has read.
+    using body = void (*)(raw_bytes input);
 
-    target(const char* its_name, body its_run, std::size_t its_longest, std::size_t its_frame = 0);
+    target(const char* its_name, input_size its_size, body its_run);
     target(const target&) = delete;
     target& operator=(const target&) = delete;
 
     const char* name;
+    input_size size;
     body run;
-    std::size_t longest; // bytes of an input
-    std::size_t frame;   // bytes that the body puts around an input before it is read
 };
 
 [[nodiscard]] const std::vector<const target*>& all_targets();

@@ -57,7 +57,7 @@ void use_map(hashmap_impl& map) {
     must(again.count() == map.count() && again.datasize() == map.datasize(), "it is the same");
 }
 
-void run_map(raw_bytes input) {
+const target map_target("map", {4096}, [](raw_bytes input) {
     put_file(in_base("block"), input);
     file_stream file;
     file.open_to_read(in_base("block"));
@@ -67,10 +67,9 @@ void run_map(raw_bytes input) {
     use_map(map);
     file.seek(0, platform::origin::begin);
     hashmap_impl::skip(file);
-}
-const target map_target("map", run_map, 4096);
+});
 
-void run_cache(raw_bytes input) {
+const target cache_target("cache", {16384}, [](raw_bytes input) {
     const std::string path = in_base("transact\\autotrain.bys");
     put_file(path, input);
     std::vector<std::uint64_t> places;
@@ -115,11 +114,10 @@ void run_cache(raw_bytes input) {
     put_file(tilde_name(path), input);
     cache.try_snapshot_to_tilda();
     must(!has_file(path) && has_file(tilde_name(path)), "the snapshot takes it");
-}
-const target cache_target("cache", run_cache, 16384);
+});
 
 // The sorting of a batch, and the half that comes of it: what the engine does with a cache.
-void run_batch(raw_bytes input) {
+const target batch_target("batch", {16384}, [](raw_bytes input) {
     const std::string path = in_base("transact\\0002\\data.bys");
     put_file(path, input);
     bye_ring::atom_size = 3;
@@ -148,10 +146,9 @@ void run_batch(raw_bytes input) {
     msids.purge(ranges);
     ring.folder().create(stage_number::ready_spam);
     ring.finalize(stage_number::ready_spam, path, msids);
-}
-const target batch_target("batch", run_batch, 16384);
+});
 
-void run_atom(raw_bytes input) {
+const target atom_target("atom", {16384}, [](raw_bytes input) {
     const std::string path = in_base("spamdict0000.bye");
     put_file(path, input);
     put_file(in_base("transact\\data"), "\1\0\0\0" + a_record("<one>"));
@@ -171,11 +168,10 @@ void run_atom(raw_bytes input) {
     second.open(target + "spamdict0000.bye");
     dword_map folded;
     second.fold(folded, reader, msids, &atom);
-}
-const target atom_target("atom", run_atom, 16384);
+});
 
 // Both halves, made of one input, and the base that is generated from them.
-void run_generation(raw_bytes input) {
+const target generation_target("generation", {16384}, [](raw_bytes input) {
     make_current_settings().optimal_one_dict_size = 40;
     put_file(in_base("spamdict0000.bye"), input);
     put_file(in_base("spamdict0001.bye"), input.first(input.size() / 2));
@@ -190,10 +186,9 @@ void run_generation(raw_bytes input) {
         const double grade = base.grade(key);
         must(grade >= 0.0099 && grade <= 0.9901, "a grade lies between 0.01 and 0.99");
     }
-}
-const target generation_target("generation", run_generation, 16384);
+});
 
-void run_columns(raw_bytes input) {
+const target columns_target("columns", {8192}, [](raw_bytes input) {
     const std::string stage = in_base("transact\\0002\\");
     put_file(stage + "spamdict.col", input);
     put_file(stage + "data.bys", "\2\0\0\0" + a_record("<one>") + a_record("<two>"));
@@ -213,10 +208,9 @@ void run_columns(raw_bytes input) {
     for (const std::string& path : all_files())
         must(path.starts_with(base_folder) || path.starts_with("\\temp\\"),
              "nothing is written beside the engine's folders");
-}
-const target columns_target("columns", run_columns, 8192);
+});
 
-void run_base(raw_bytes input) {
+const target base_target("base", {16384}, [](raw_bytes input) {
     const std::string path = in_base("cashe.rgd");
     put_file(path, input);
     hashreg base;
@@ -239,8 +233,7 @@ void run_base(raw_bytes input) {
         must(score >= 0 && score <= 100, "a score lies between 0 and 100");
     }
     use_map(base);
-}
-const target base_target("base", run_base, 16384);
+});
 
 using ids = std::vector<std::pair<std::string, std::uint32_t>>;
 
@@ -269,7 +262,7 @@ void use(msidmap& map, const ids& known) {
     must(map.remove("<new@id>") && map.search("<new@id>") == 0, "and not after it was taken out");
 }
 
-void run_list(raw_bytes input) {
+const target list_target("list", {4096}, [](raw_bytes input) {
     const std::string path = in_base("spamdict.lst");
     put_file(path, input);
     put_file(in_base("other.lst"), input);
@@ -306,8 +299,7 @@ void run_list(raw_bytes input) {
     }
     const msidmap again(base_folder, "spamdict");
     must(again.records() == 1, "what was closed is opened as it was");
-}
-const target list_target("list", run_list, 4096);
+});
 
 // False for a head that can't be true of its file.
 bool is_plausible(raw_bytes index) {
@@ -331,7 +323,7 @@ std::string make_list() {
 }
 
 // The input as the index of that list.
-void run_index(raw_bytes input) {
+const target index_target("index", {8192}, [](raw_bytes input) {
     static const std::string list = make_list();
     put_file(in_base("spamdict.lst"), list);
     const ids known = live_ids(in_base("spamdict.lst"));
@@ -359,11 +351,10 @@ void run_index(raw_bytes input) {
     }
     must(file_bytes(in_base("lone.idx")).size() <= 2 * input.size() + (std::size_t{256} << 10),
          "an index grows by its pages only");
-}
-const target index_target("index", run_index, 8192);
+});
 
 // A whole training in which one file is the input; the first byte says which.
-void run_training(raw_bytes input) {
+const target training_target("training", {8192, std::size_t{512} << 10}, [](raw_bytes input) {
     static constexpr std::array<const char*, 4> names = {"transact\\autotrain.bys", "spamdict0000.bye",
                                                          "spamdict.lst", "spamdict.idx"};
     static const std::string one("\1\0\0\0", 4);
@@ -385,8 +376,7 @@ void run_training(raw_bytes input) {
     train();
     hashreg published;
     must(published.load(in_base("cashe.rgd")), "what is published can be read");
-}
-const target training_target("training", run_training, 8192, std::size_t{512} << 10);
+});
 
 } // namespace
 

@@ -42,7 +42,7 @@ namespace tvr::fuzz {
 
 namespace {
 
-void run_statistic(raw_bytes input) {
+const target statistic_target("statistic", {4096}, [](raw_bytes input) {
     put_file("\\work\\stat.bin", input);
     put_file("\\work\\~stat.bin", input);
     statistic counters;
@@ -55,10 +55,9 @@ void run_statistic(raw_bytes input) {
     counters.commit_transaction();
     counters.close();
     must(file_bytes("\\work\\stat.bin").size() <= input.size() * 2 + 40, "no more hours than there were");
-}
-const target statistic_target("statistic", run_statistic, 4096);
+});
 
-void run_archive(raw_bytes input) {
+const target archive_target("archive", {4096}, [](raw_bytes input) {
     put_file("\\work\\data.trr", input);
     static temp_folder folder("\\work\\base\\transact\\"); // loads zlib only once
     folder.prepare(2);
@@ -73,10 +72,9 @@ void run_archive(raw_bytes input) {
     folder.unpack(3, packed);
     folder.remove(2);
     folder.remove(3);
-}
-const target archive_target("archive", run_archive, 4096);
+});
 
-void run_packed(raw_bytes input) {
+const target packed_target("packed", {4096}, [](raw_bytes input) {
     static zlib_loader zlib;
     static const bool loaded = zlib.load("zlib1.dll");
     must(loaded, "zlib is there");
@@ -90,11 +88,10 @@ void run_packed(raw_bytes input) {
     zlib.uncompress_block(input, room.data(), size);
     must(size <= room.size(), "no more than there is room for");
     static_cast<void>(zlib_loader::unpacked_size(input));
-}
-const target packed_target("packed", run_packed, 4096);
+});
 
 // A log for each part between two zero bytes.
-void run_logs(raw_bytes input) {
+const target logs_target("logs", {16384}, [](raw_bytes input) {
     constexpr std::array<const char*, 3> names = {"tvr_ipc.log", "tvr_srv.log", "transact.log"};
     std::string_view rest = text_of(input);
     for (const char* name : names) {
@@ -105,16 +102,14 @@ void run_logs(raw_bytes input) {
     merge_logs("\\work");
     // A mark and a line's end for each line, which has one byte at least.
     must(file_bytes("\\work\\common.log").size() <= 12 * input.size(), "each line once");
-}
-const target logs_target("logs", run_logs, 16384);
+});
 
-void run_html(raw_bytes input) {
+const target html_target("html", {8192}, [](raw_bytes input) {
     static html_text html;
     html.strip(text_of(input));
     must(html.text().size() <= 4 * input.size() + 64, "the text is no longer than its source");
     must(html.links().size() <= html_text::most_links, "links have a bound");
-}
-const target html_target("html", run_html, 8192);
+});
 
 // Takes every text, and looks at what is told of it.
 class reader_probe final : public mail_visitor {
@@ -141,16 +136,15 @@ private:
     std::string m_room;
 };
 
-void run_reader(raw_bytes input) {
+const target reader_target("reader", {16384}, [](raw_bytes input) {
     static mail_reader reader;
     reader_probe probe;
     must(reader.read(text_of(input), probe) <= mail_limits().parts, "parts have a bound");
     // An attached mail may be told twice: encoded as it is, and opened.
     must(probe.bytes <= 2 * input.size(), "no text is told again and again");
-}
-const target reader_target("reader", run_reader, 16384);
+});
 
-void run_mail(raw_bytes input) {
+const target mail_target("mail", {16384}, [](raw_bytes input) {
     static tokenizer cutter;
     cutter.tokenize(text_of(input));
     static_cast<void>(looks_like_mail(text_of(input)));
@@ -158,10 +152,9 @@ void run_mail(raw_bytes input) {
     record_batch batch;
     must(batch.add(describe(cutter.facts(), input.size(), true, false), cutter.tokens()),
          "any mail can be trained");
-}
-const target mail_target("mail", run_mail, 16384);
+});
 
-void run_import(raw_bytes input) {
+const target import_target("import", {32768}, [](raw_bytes input) {
     std::istringstream text{std::string(text_of(input))};
     base_text_sum sum;
     const std::string why = import_base(
@@ -179,11 +172,10 @@ void run_import(raw_bytes input) {
     must(export_base(std::string(base_folder), drop, exported).empty(), "an imported base can be exported");
     must(exported.atoms == sum.atoms && exported.tokens == sum.tokens && exported.messages == sum.messages,
          "with all that it has");
-}
-const target import_target("import", run_import, 32768);
+});
 
 // Training records that another program has made.
-void run_records(raw_bytes input) {
+const target records_target("records", {16384}, [](raw_bytes input) {
     std::istringstream stream{std::string(text_of(input))};
     record_reader reader(stream);
     record_batch batch;
@@ -199,11 +191,10 @@ void run_records(raw_bytes input) {
     cache.seek(4, platform::origin::begin);
     for (std::uint32_t i = 0; i < batch.count(); ++i)
         must(record.read_whole(cache), "each record is one for the engine");
-}
-const target records_target("records", run_records, 16384);
+});
 
 // The first byte says which file of the working directory it is. All onlookers of tvrctl see it.
-void run_inspect(raw_bytes input) {
+const target inspect_target("inspect", {16384}, [](raw_bytes input) {
     constexpr std::array<const char*, 12> names = {"base\\spamdict0000.bye",
                                                    "base\\cashe.rgd",
                                                    "base\\cashe.mrk",
@@ -241,12 +232,11 @@ void run_inspect(raw_bytes input) {
     static_cast<void>(view.half("spamdict"));
     static_cast<void>(view.base());
     static_cast<void>(view.stamp());
-}
-const target inspect_target("inspect", run_inspect, 16384);
+});
 
 // A whole file around the input, with the right size and check: the input is what stands between the check
 // and the memory, and the messages.
-void run_verdict(raw_bytes input) {
+const target verdict_target("verdict", {2048, verdict_messages_at}, [](raw_bytes input) {
     constexpr std::size_t memory = 1120, checked = 16;
     static std::vector<std::uint8_t> bytes; // half a megabyte, zeros but for what is written below
     const raw_bytes front = input.first(std::min(input.size(), memory - checked));
@@ -275,10 +265,9 @@ void run_verdict(raw_bytes input) {
     for (const judged_message& message : state.messages)
         must(std::isfinite(logit_of(message.what, weights_of(state))), "each message has a score");
     must(parse_verdict(verdict_bytes(state), again), "what is learned can be read");
-}
-const target verdict_target("verdict", run_verdict, 2048, verdict_messages_at);
+});
 // Requests of an add-on, a line each.
-void run_host(raw_bytes input) {
+const target host_target("host", {8192}, [](raw_bytes input) {
     class service final : public host_service {
         message_score grade(std::string_view raw, bool) override {
             return {.score = 1, .decision = verdict::ham, .known = raw.size(), .tokens = {{}}};
@@ -296,8 +285,7 @@ void run_host(raw_bytes input) {
         const auto reply = nlohmann::json::parse(session.answer(line));
         must(reply.contains("ok") != reply.contains("error") && reply.contains("id"), "each is answered");
     }
-}
-const target host_target("host", run_host, 8192);
+});
 
 std::unique_ptr<settings> fresh_settings() {
     auto set = std::make_unique<settings>();
@@ -320,7 +308,7 @@ void walk(storage_object& store, const storage_handle* parent, unsigned levels) 
     }
 }
 
-void run_settings(raw_bytes input) {
+const target settings_target("settings", {4096}, [](raw_bytes input) {
     const std::string path = "\\work\\settings.cfg";
     put_file(path, input);
     const auto set = fresh_settings();
@@ -340,10 +328,9 @@ void run_settings(raw_bytes input) {
         return;
     must(set->save(&path, nullptr, store_binary) == 0, "settings can be saved");
     must(fresh_settings()->load(&path, nullptr, store_binary) == 0, "and loaded again");
-}
-const target settings_target("settings", run_settings, 4096);
+});
 
-void run_flat(raw_bytes input) {
+const target flat_target("flat", {4096}, [](raw_bytes input) {
     const auto set = fresh_settings();
     const std::string before = set->flat_export();
     if (!set->flat_import(text_of(input))) {
@@ -355,10 +342,9 @@ void run_flat(raw_bytes input) {
     const auto second = fresh_settings();
     must(second->flat_import(block) && second->flat_export() == block, "a block carries all settings");
     static_cast<void>(set->flat_export(text_of(input)));
-}
-const target flat_target("flat", run_flat, 4096);
+});
 
-void run_text(raw_bytes input) {
+const target text_target("text", {4096}, [](raw_bytes input) {
     const std::string path = "\\work\\advanced.ini";
     if (const auto changed = with_setting(text_of(input), "training delay", "77")) {
         put_file(path, *changed);
@@ -373,11 +359,10 @@ void run_text(raw_bytes input) {
         must(set->write_text("\\work\\copy.ini", group), "and written");
         must(fresh_settings()->read_text("\\work\\copy.ini", group), "and read again");
     }
-}
-const target text_target("text", run_text, 4096);
+});
 
 // The first byte parts the input into table, alphabet and text.
-void run_transliteration(raw_bytes input) {
+const target transliteration_target("transliteration", {1024}, [](raw_bytes input) {
     const std::size_t cut = input.empty() ? 0 : input[0];
     const std::string_view table = text_of(input).substr(0, cut);
     std::string text(text_of(input).substr(table.size()));
@@ -396,8 +381,7 @@ void run_transliteration(raw_bytes input) {
     set.spam_transliteration_table.clear();
     set.local_user_alphabet.clear();
     whole.load(text);
-}
-const target transliteration_target("transliteration", run_transliteration, 1024);
+});
 
 } // namespace
 

@@ -76,25 +76,28 @@ void engine_root::launch() {
     platform::start_process(server_path());
 }
 
-void engine_root::start() {
-    launch();
+void engine_root::wait_for_start() {
     wait_for("the engine's start", [] { return process() != 0; });
 }
 
+void engine_root::start() {
+    launch();
+    wait_for_start();
+}
+
 void engine_root::stop() {
-    const std::uint32_t old = process();
-    if (old == 0)
-        return;
-    platform::close_presence(server_class, server_title);
-    wait_for("the engine's end", [old] { return !platform::process_exists(old); });
+    end([](std::uint32_t) { platform::close_presence(server_class, server_title); });
 }
 
 void engine_root::kill() {
-    const std::uint32_t old = process();
-    if (old == 0)
-        return;
-    platform::terminate_process(old, -1);
-    wait_for("the engine's end", [old] { return !platform::process_exists(old); });
+    end([](std::uint32_t engine) { platform::terminate_process(engine, -1); });
+}
+
+void engine_root::end(void (*hit)(std::uint32_t engine)) {
+    if (const std::uint32_t old = process()) {
+        hit(old);
+        wait_for("the engine's end", [old] { return !platform::process_exists(old); });
+    }
 }
 
 int engine_root::run_key(const std::string& key) const {
@@ -131,6 +134,10 @@ void engine_root::make_hear() {
     });
 }
 
+void engine_root::wait_for_line(const std::string& name, const std::string& text) const {
+    wait_for(text.c_str(), [&] { return log(name).find(text) != std::string::npos; });
+}
+
 void engine_root::wait_until_trained() {
     const engine_view view(m_client.working_directory());
     wait_for("a new base", [&] {
@@ -142,6 +149,8 @@ void engine_root::wait_until_trained() {
 }
 
 void engine_root::train(unsigned series, unsigned count) {
+    if (process() == 0)
+        start();
     append(series, count);
     force();
     wait_until_trained();
@@ -185,14 +194,9 @@ std::string engine_root::log(const std::string& name) const {
 // In the engine's way as little as any other onlooker.
 std::string engine_root::peek(const fs::path& file) {
     const std::string path = platform::from_display_path(file.string());
-    std::string bytes;
-    std::size_t got = 0;
-    do {
-        bytes.resize(bytes.size() + 65536);
-        got = platform::peek_file(path, bytes.size() - 65536, bytes.data() + bytes.size() - 65536, 65536)
-                  .value_or(0);
-        bytes.resize(bytes.size() - 65536 + got);
-    } while (got != 0);
+    std::string bytes, piece(65536, '\0');
+    while (const auto got = platform::peek_file(path, bytes.size(), piece.data(), piece.size()).value_or(0))
+        bytes.append(piece, 0, got);
     return bytes;
 }
 
@@ -200,10 +204,16 @@ program_result tvrctl(const std::string& arguments) {
     return run_program("tvrctl", arguments);
 }
 
-std::string tvrctl(const std::string& arguments, int code) {
+std::string tvrctl(const std::string& arguments, int code, std::string_view part) {
     const program_result result = tvrctl(arguments);
     EXPECT_EQ(result.code, code) << arguments << "\n" << result.text;
+    EXPECT_TRUE(holds(result.text, part)) << arguments;
     return result.text;
+}
+
+child_process start_tvrctl(const std::string& arguments) {
+    return child_process("shell",
+                         "exec '" + platform::display_path(module_folder()) + "tvrctl' " + arguments);
 }
 
 } // namespace tvr

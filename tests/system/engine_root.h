@@ -10,6 +10,7 @@
 
 #include "client/record_batch.h"
 #include "client/tvr_ipc.h"
+#include "support/child_process.h"
 #include "support/file_bytes.h"
 #include "support/program.h"
 #include "support/test_root.h"
@@ -31,8 +32,9 @@ public:
 
     static void launch(); // tries to start the real tvr_srv
     void start();         // and waits until it is there
-    void stop();          // and waits until its process has ended, a second or so
-    void kill();          // at once
+    static void wait_for_start();
+    void stop(); // and waits until its process has ended, a second or so
+    void kill(); // at once
     // Runs tvr_srv with a key to its end; its exit code.
     [[nodiscard]] int run_key(const std::string& key) const;
     [[nodiscard]] static std::uint32_t process();
@@ -49,7 +51,7 @@ public:
     void wait_until_trained();
     // Waits until both dictionaries are empty.
     void wait_for_purge() const;
-    // The same from the append on.
+    // The same from the append on, and from the start if no engine runs.
     void train(unsigned series, unsigned count);
 
     [[nodiscard]] const std::filesystem::path& base() const { return m_base; }
@@ -61,6 +63,7 @@ public:
     // Of both halves, as the compiled base tells.
     [[nodiscard]] std::uint32_t messages() const;
     [[nodiscard]] std::string log(const std::string& name) const;
+    void wait_for_line(const std::string& name, const std::string& text) const; // in that log
     [[nodiscard]] const std::filesystem::path& path() const { return m_root.path(); }
     training_client& client() { return m_client; }
 
@@ -68,6 +71,7 @@ public:
     static void wait_for(const char* what, const std::function<bool()>& condition);
 
 private:
+    static void end(void (*hit)(std::uint32_t engine));
     [[nodiscard]] static std::string peek(const std::filesystem::path& file);
 
     test_root m_root;
@@ -78,7 +82,9 @@ private:
 
 // Runs the real tvrctl to its end.
 program_result tvrctl(const std::string& arguments);
-// The output of a run that must answer this.
-std::string tvrctl(const std::string& arguments, int code);
+// The output of a run that must answer this, and say that among others.
+std::string tvrctl(const std::string& arguments, int code, std::string_view part = {});
+// Through a shell, with all that its line may say; not on Windows.
+child_process start_tvrctl(const std::string& arguments);
 
 } // namespace tvr

@@ -17,7 +17,7 @@ TEST(engine, is_alone) {
     engine_root root;
     for (int i = 0; i < 8; ++i)
         engine_root::launch();
-    engine_root::wait_for("one engine", [] { return engine_root::process() != 0; });
+    engine_root::wait_for_start();
     const std::uint32_t first = engine_root::process();
     EXPECT_EQ(root.run_key(""), 0); // finds the first and ends
     EXPECT_EQ(engine_root::process(), first);
@@ -28,7 +28,6 @@ TEST(engine, is_alone) {
 
 TEST(engine, logs_its_start_and_its_stop_in_order) {
     engine_root root;
-    root.start();
     root.train(1, 10);
     root.stop();
     const std::string log = root.log("tvr_srv.log");
@@ -50,7 +49,7 @@ TEST(engine, keys_work_from_a_second_process) {
     EXPECT_EQ(root.run_key("/register"), 0); // "/force" starts what is registered
     root.append(1, 10);
     EXPECT_EQ(root.run_key("/force"), 0);
-    engine_root::wait_for("the engine", [] { return engine_root::process() != 0; });
+    engine_root::wait_for_start();
     root.make_hear(); // the first one may have gone before it listened
     EXPECT_EQ(root.run_key("/force"), 0);
     root.wait_until_trained();
@@ -102,7 +101,7 @@ TEST(engine, trains_when_enough_messages_wait_or_one_that_the_user_marked) {
     root.set_training(0, 4);
     root.append(1, 4); // not more than 4
     root.start();
-    engine_root::wait_for("some rounds", [&] { return holds(root.log("tvr_srv.log"), "Startup"); });
+    root.wait_for_line("tvr_srv.log", "Startup");
     root.make_hear();
     EXPECT_EQ(root.stamp(), "");
     EXPECT_TRUE(fs::exists(root.transact() / "autotrain.bys"));
@@ -126,8 +125,7 @@ TEST(engine, takes_messages_later_that_another_process_holds) {
     ASSERT_TRUE(held.open(platform::from_display_path((root.transact() / "autotrain.bys").string()),
                           platform::access::read, platform::share::read, platform::creation::open_existing));
     root.force();
-    engine_root::wait_for("the vain round",
-                          [&] { return holds(root.log("transact.log"), "[i] unable to delete source (2)"); });
+    root.wait_for_line("transact.log", "[i] unable to delete source (2)");
     EXPECT_TRUE(fs::exists(root.transact() / "autotrain.bys"));
     EXPECT_EQ(root.stamp(), "");
     held.close();
@@ -138,13 +136,11 @@ TEST(engine, takes_messages_later_that_another_process_holds) {
 
 TEST(engine, a_force_without_messages_changes_nothing) {
     engine_root root;
-    root.start();
     root.train(1, 10);
     const auto before = root.base_files();
     const std::string stamp = root.stamp();
     root.force();
-    engine_root::wait_for("the empty round",
-                          [&] { return holds(root.log("transact.log"), "[i] unable to delete source (2)"); });
+    root.wait_for_line("transact.log", "[i] unable to delete source (2)");
     EXPECT_EQ(root.base_files(), before);
     EXPECT_EQ(root.stamp(), stamp);
 }

@@ -161,7 +161,6 @@ TEST(interchange, windows_watches_folders) {
 // That each imports what it exports is tested on each.
 TEST(interchange, the_base_as_text_is_the_same) {
     shared_root root;
-    root.start();
     root.train(1, 30);
     root.stop();
     const std::string native = (root.path() / "native.txt").string();
@@ -180,14 +179,12 @@ TEST_P(takes_over, and_comes_to_the_same_bytes) {
     const auto& [point, dies_on_windows] = GetParam();
     static const files expected = [] {
         engine_root root;
-        root.start();
         root.train(1, 30);
         root.train(2, 20);
         root.stop();
         return base_of(root);
     }();
     shared_root root;
-    root.start();
     root.train(1, 30);
     root.stop();
     root.append(2, 20);

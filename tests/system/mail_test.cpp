@@ -41,15 +41,15 @@ TEST(mail, a_folder_of_each_kind_gives_a_base) {
 
     tvrctl("stop", 0);
     EXPECT_FALSE(status()["engine"]["running"]);
-    EXPECT_TRUE(holds(tvrctl("train --wait " + of_both, 0), "Left out: 62 that are known"));
+    tvrctl("train --wait " + of_both, 0, "Left out: 62 that are known");
     EXPECT_EQ(engine_root::process(), 0U); // nothing to do for it
     tvrctl("train --wait --again " + of_both, 0);
     EXPECT_EQ(status()["base"]["spam_messages"], 60);
     const std::string copy = (root.path() / "copy").string();
     fs::copy_file(a_mail_of("/spam"), copy);
-    EXPECT_TRUE(holds(tvrctl("train --wait --spam " + sample + "/spam --ham " + copy, 2),
-                      "copy: given as good mail, and as spam in "));
-    EXPECT_TRUE(holds(tvrctl("train --later --ham " + copy, 0), "Training in the background"));
+    tvrctl("train --wait --spam " + sample + "/spam --ham " + copy, 2,
+           "copy: given as good mail, and as spam in ");
+    tvrctl("train --later --ham " + copy, 0, "Training in the background");
 }
 
 TEST(mail, bad_input_is_named_and_counted) {
@@ -63,8 +63,8 @@ TEST(mail, bad_input_is_named_and_counted) {
         EXPECT_TRUE(holds(told, text));
     EXPECT_EQ(engine_root::process(), 0U); // nothing to do for it
     tvrctl("train --later --spam " + program, 1);
-    EXPECT_TRUE(holds(tvrctl("train --later --spam /absent --ham - < " + a_mail_of("/ham"), 3),
-                      "They are learned once 50 messages wait"));
+    tvrctl("train --later --spam /absent --ham - < " + a_mail_of("/ham"), 3,
+           "They are learned once 50 messages wait");
     EXPECT_EQ(status()["cache"]["messages"], 1);
     tvrctl("train", 2);
     tvrctl("train --spam x --frobnicate", 2);
@@ -79,9 +79,9 @@ TEST(mail, that_waits_is_forgotten_by_its_file) {
     tvrctl("train -q --wait --ham " + sample + "/ham");
     EXPECT_EQ(root.messages(), 61U);
     tvrctl("forget --file " + mail, 1);
-    EXPECT_TRUE(holds(tvrctl("forget --file " + sample + "/ham", 1), "Of 32 messages 0 won't be learned"));
+    tvrctl("forget --file " + sample + "/ham", 1, "Of 32 messages 0 won't be learned");
     tvrctl("train -q --later --again --spam " + mail, 0);
-    EXPECT_TRUE(holds(tvrctl("forget --waiting", 0), "Taken back: 1 "));
+    tvrctl("forget --waiting", 0, "Taken back: 1 ");
     tvrctl("forget --waiting", 1);
 }
 
@@ -89,7 +89,7 @@ TEST(mail, is_scored_by_the_published_base) {
     engine_root root;
     const std::string spam = a_mail_of("/spam");
     const std::string ham = a_mail_of("/ham");
-    EXPECT_TRUE(holds(tvrctl("score " + spam, 3), "no base is published yet"));
+    tvrctl("score " + spam, 3, "no base is published yet");
     // Without a base the filter still lets the mail through.
     EXPECT_TRUE(tvrctl("score --filter < " + ham).text.ends_with(read_file(ham)));
 
@@ -180,7 +180,7 @@ TEST(mail, is_evaluated_on_a_root_of_its_own) {
     EXPECT_TRUE(!fs::exists(left) || fs::is_empty(left));
     for (const auto& refused : {"--spam /absent --ham " + sample + "/ham", of_both + " --report /absent/x",
                                 of_both + " --split 90", of_both + " --stream"})
-        EXPECT_TRUE(holds(tvrctl("eval -q " + refused, 3), "tvrctl: "));
+        tvrctl("eval -q " + refused, 3, "tvrctl: ");
 }
 
 // Ready records, which carry mail to a machine that can't read it.
@@ -197,8 +197,7 @@ TEST(mail, as_records_trains_as_it_would_itself) {
     const std::string ham = (root.path() / "ham.records").string();
     tvrctl("tokenize " + sample + "/spam --spam -o " + spam, 0);
     tvrctl("tokenize -q --threads 3 " + sample + "/ham --ham >" + ham, 0);
-    EXPECT_TRUE(holds(tvrctl("train --later --records " + spam + " - <" + ham, 0),
-                      "Took 62 messages (30 spam, 32 ham)"));
+    tvrctl("train --later --records " + spam + " - <" + ham, 0, "Took 62 messages (30 spam, 32 ham)");
     root.stop();
     EXPECT_TRUE(read_file(root.transact() / "autotrain.bys") == expected);
 

@@ -44,7 +44,6 @@ std::string death::argument() const {
 }
 
 void die_in_second_training(engine_root& root, const death& point) {
-    root.start();
     root.train(1, 30);
     root.kill(); // idle, and so nothing is lost
     child_process engine("mortal_engine", point.argument());
@@ -58,7 +57,6 @@ void die_in_second_training(engine_root& root, const death& point) {
 const files& undisturbed_files() {
     static const auto all = [] {
         engine_root root;
-        root.start();
         root.train(1, 30);
         root.train(2, 20);
         return root.base_files();

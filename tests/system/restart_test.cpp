@@ -63,7 +63,7 @@ protected:
         platform::event stuck;
         EXPECT_TRUE(stuck.create_named("stuck"));
         child_process child("hanging_engine", hangs_at);
-        engine_root::wait_for("the engine's start", [] { return engine_root::process() != 0; });
+        engine_root::wait_for_start();
         if (!hangs_at.empty()) {
             channel.raise(ev_reset); // for the work thread; the main thread hangs before anybody listens
             EXPECT_TRUE(stuck.wait(60'000));

@@ -6,9 +6,6 @@
 #include <signal.h>
 
 #include "common/bytes.h"
-#include "common/path.h"
-#include "platform/file.h"
-#include "support/child_process.h"
 #include "support/formats.h"
 #include "support/test.h"
 #include "system/engine_root.h"
@@ -38,14 +35,13 @@ protected:
             stop();
         // That one may not be there yet.
         if (fs::exists(m_root.transact() / "autotrain.bys"))
-            engine_root::wait_for("the engine", [] { return engine_root::process() != 0; });
+            engine_root::wait_for_start();
     }
 
     void start(const std::string& option = {}) {
         fs::remove(m_out);
-        m_process.emplace("shell", "exec '" + platform::display_path(module_folder()) + "tvrctl' watch " +
-                                       m_maildir.string() + " " + m_spam.string() + " --ham " +
-                                       m_plain.string() + " " + option + " >" + m_out.string() + " 2>&1");
+        m_process = start_tvrctl("watch " + m_maildir.string() + " " + m_spam.string() + " --ham " +
+                                 m_plain.string() + " " + option + " >" + m_out.string() + " 2>&1");
         wait_for_line("watching"); // what is there has been seen by then
     }
     void wait_for_line(const std::string& text) {
@@ -239,7 +235,7 @@ TEST_F(watch_test, a_file_is_read_when_it_is_written_to_its_end) {
 TEST_F(watch_test, wrong_use_is_told) {
     const std::string plain = m_plain.string();
     tvrctl("watch", 2);
-    EXPECT_TRUE(holds(tvrctl("watch " + plain, 2), "use --spam or --ham"));
+    tvrctl("watch " + plain, 2, "use --spam or --ham");
     tvrctl("watch --spam " + plain + " --ham " + plain + "/.", 2);
     tvrctl("watch --spam /absent", 2);
     start();
