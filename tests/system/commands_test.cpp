@@ -1,6 +1,5 @@
 // Each key of the engine and each command of tvrctl that the other system tests leave out, on real files.
 
-#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "common/path.h"
@@ -57,12 +56,17 @@ TEST(keys, register_and_unregister) {
     }
 }
 
-// Makes it the current folder, until the answer goes.
-std::shared_ptr<void> enter(const fs::path& folder) {
-    std::shared_ptr<void> back(nullptr, [before = fs::current_path()](void*) { fs::current_path(before); });
-    fs::current_path(folder);
-    return back;
-}
+// The current folder for a while.
+class in_folder {
+public:
+    explicit in_folder(const fs::path& folder) : m_before(fs::current_path()) { fs::current_path(folder); }
+    ~in_folder() { fs::current_path(m_before); }
+    in_folder(const in_folder&) = delete;
+    in_folder& operator=(const in_folder&) = delete;
+
+private:
+    fs::path m_before;
+};
 
 TEST(keys, register_the_whole_path) {
     const engine_root root;
@@ -71,7 +75,7 @@ TEST(keys, register_the_whole_path) {
         root.path() / "x.software" / server.filename(); // the name looks like that of a library
     fs::create_directory(copy.parent_path());
     fs::copy_file(server, copy);
-    const auto here = enter(root.path());
+    const in_folder here(root.path());
     ASSERT_TRUE(platform::start_process(".\\x.software\\tvr_srv.exe", "/register"));
     engine_root::wait_for("its registration", [&] {
         return registered("tvr_srv.exe") == platform::from_display_path(copy.string());
@@ -180,7 +184,7 @@ TEST_F(commands, change_settings_that_the_engine_takes) {
 
 TEST_F(commands, take_a_relative_root) {
     const std::string whole = *platform::environment_variable("TESSIVAR_ROOT");
-    const auto here = enter(root.path().parent_path());
+    const in_folder here(root.path().parent_path());
     platform::set_environment_variable("TESSIVAR_ROOT", root.path().filename().string());
     root.append(1, 10);
     tvrctl("start", 0);

@@ -18,8 +18,8 @@ TEST(eval, leaves_nothing_however_it_ends) {
     engine_root root;
     const std::string sample = TVR_SAMPLE_MAIL;
     for (const int signal : {SIGINT, SIGTERM, SIGKILL}) {
-        child_process eval = start_tvrctl("eval -q --stream --block 1 --spam " + sample + "/spam --ham " +
-                                          sample + "/ham");
+        child_process eval =
+            start_tvrctl("eval -q --stream --block 1 --spam " + sample + "/spam --ham " + sample + "/ham");
         const fs::path trial = root.path() / "tmp" / ("eval" + std::to_string(eval.id()));
         engine_root::wait_for("a base of the trial", [&] {
             return fs::exists(trial / "appdata/Orvenix/Brackenhold/data/base/cashe.rgd");
