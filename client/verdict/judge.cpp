@@ -25,8 +25,8 @@ constexpr double usual_limit = 0.1; // percent
 constexpr double highest_logit = 2.2;
 constexpr double much_ham = 3000; // messages that double the odds of the highest
 
-constexpr std::size_t recent =
-    1000; // messages of a kind that all stay: the threshold is found on the good ones
+// So many messages of spam and of good mail all stay; on the good ones the threshold is found.
+constexpr std::size_t recent = 1000;
 static_assert(2 * recent < verdict_state::most_messages);
 
 // Of a logit: to mail that they weren't fitted to, the built-in weights give too low scores. Chosen with a
