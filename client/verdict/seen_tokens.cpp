@@ -47,10 +47,11 @@ unsigned weight_of(const bucket& in, unsigned place) noexcept { // the more ofte
 unsigned find(const bucket& in, token_key key) noexcept {
     const unsigned tag = tag_of(key);
     unsigned found = 1U << none; // a bit for each place
-    for (unsigned i = 0; i < seen_tokens::bucket_size; ++i)
-        found |= static_cast<unsigned>((in.tags[i] == (tag & 0xFF)) & ((in.counts[i] & 0xF) == tag >> 8) &
-                                       (in.counts[i] >> 4 != 0))
-                 << i;
+    for (unsigned i = 0; i < seen_tokens::bucket_size; ++i) {
+        const unsigned is_other = (in.tags[i] ^ (tag & 0xFF)) | ((in.counts[i] & 0xFU) ^ tag >> 8);
+        const unsigned is_free = in.counts[i] >> 4 == 0 ? 1 : 0;
+        found |= static_cast<unsigned>((is_other | is_free) == 0) << i;
+    }
     return static_cast<unsigned>(std::countr_zero(found));
 }
 
