@@ -1,7 +1,6 @@
 #include "client/verdict/evidence.h"
 
 #include <algorithm>
-#include <bit>
 #include <utility>
 
 #include "client/token_table.h"
@@ -23,7 +22,6 @@ constexpr std::array<std::pair<std::string_view, token_kind>, kind_count> kind_s
 
 constexpr std::array<double, unknown_class - 1> class_ends = {0.0101, 0.1, 0.3, 0.7, 0.9, 0.9899};
 
-constexpr std::uint32_t exact_counts = 64; // counts below it are kept as they are
 constexpr std::uint32_t most = 0x1FFFF;
 
 std::uint16_t limited(std::uint32_t messages) noexcept {
@@ -61,11 +59,7 @@ double grade_of(message_counts in, message_counts of) noexcept {
 }
 
 std::uint8_t pack_count(std::uint32_t count) noexcept {
-    if (count < exact_counts)
-        return static_cast<std::uint8_t>(count);
-    count = std::min(count, most);
-    const auto octave = static_cast<std::uint32_t>(std::bit_width(count)) - 1; // 6 to 16
-    return static_cast<std::uint8_t>(exact_counts + (octave - 6) * 16 + (count >> (octave - 4) & 15));
+    return static_cast<std::uint8_t>(pack_parts<16>(std::min(count, most)));
 }
 
 graded_tokens pack_counts(const grade_counts& counts, message_counts messages) noexcept {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -32,10 +33,24 @@ struct message_counts {
 // 0.01 to 0.99; 0 if it was in too few.
 [[nodiscard]] double grade_of(message_counts in, message_counts of) noexcept;
 
-// A count in one byte: exact up to 64, then in steps of a sixteenth.
+// A count in few bits: exact below 4 * parts, then in steps of one of so many parts of the power of two below
+// it, rounded down. `parts`: a power of two.
+template <std::uint32_t parts>
+[[nodiscard]] constexpr std::uint32_t unpack_parts(std::uint32_t packed) noexcept {
+    return packed < 4 * parts ? packed : (parts + packed % parts) << (packed / parts - 2);
+}
+template <std::uint32_t parts>
+[[nodiscard]] constexpr std::uint32_t pack_parts(std::uint32_t count) noexcept {
+    if (count < 4 * parts)
+        return count;
+    const auto shift = static_cast<std::uint32_t>(std::bit_width(count / parts)) - 1;
+    return parts * (shift + 2) + (count >> shift) % parts;
+}
+
+// In one byte: exact up to 64, then in steps of a sixteenth.
 [[nodiscard]] std::uint8_t pack_count(std::uint32_t count) noexcept;
 [[nodiscard]] constexpr std::uint32_t unpack_count(std::uint8_t packed) noexcept {
-    return packed < 64 ? packed : (16U + (packed - 64U) % 16) << ((packed - 64U) / 16 + 2);
+    return unpack_parts<16>(packed);
 }
 
 struct graded_tokens {

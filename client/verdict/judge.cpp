@@ -101,15 +101,14 @@ void forget_messages(verdict_state& state) {
     std::vector<judged_message>& all = state.messages;
     if (all.size() <= verdict_state::most_messages)
         return;
-    std::vector<std::size_t> old; // the newest first
+    std::vector<std::pair<double, std::size_t>> worth; // of the others, the newest first
     std::array<std::size_t, 2> newer{};
-    for (std::size_t i = all.size(); i-- > 0;)
-        if (newer[all[i].spam ? 1 : 0]++ >= recent)
-            old.push_back(i);
-    std::vector<std::pair<double, std::size_t>> worth;
-    for (const std::size_t i : old) {
+    for (std::size_t i = all.size(); i-- > 0;) {
+        if (newer[all[i].spam ? 1 : 0]++ < recent)
+            continue;
+        const std::size_t newest = worth.empty() ? i : worth.front().second;
         const double p = exact_logistic(all[i].learned_score / score_unit);
-        const double age = static_cast<double>(old.front() - i) / static_cast<double>(old.front() + 1);
+        const double age = static_cast<double>(newest - i) / static_cast<double>(newest + 1);
         worth.emplace_back(p * (1 - p) * (1 + worth_of_the_oldest - age), i);
     }
     const auto gone = worth.begin() + static_cast<std::ptrdiff_t>(all.size() - verdict_state::most_messages);

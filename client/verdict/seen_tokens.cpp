@@ -12,15 +12,7 @@ using bucket = seen_tokens::bucket;
 
 constexpr unsigned none = seen_tokens::bucket_size; // no place
 constexpr unsigned most_packed = 63;
-
-constexpr std::uint32_t unpack(unsigned packed) noexcept {
-    return packed < 16 ? packed : (4 + packed % 4) << (packed / 4 - 2);
-}
-
-constexpr unsigned pack(std::uint32_t count) noexcept {
-    const auto shift = static_cast<unsigned>(std::bit_width(count | 16)) - 3;
-    return count < 16 ? count : 4 * (shift + 2) + (count >> shift) % 4;
-}
+constexpr std::uint32_t parts = 4; // of a packed count of 16 or more
 
 unsigned tag_of(token_key key) noexcept { // twelve bits that don't choose the bucket
     return key >> (32 - seen_tokens::bucket_bits - 12) & 0xFFF;
@@ -76,7 +68,7 @@ unsigned place_for(bucket& in, token_key key) noexcept {
 
 // A packed count of 16 or more stands for several: one message of so many moves it.
 bool moves(unsigned packed, token_key key, std::uint32_t message) noexcept {
-    const std::uint32_t step = unpack(packed + 1) - unpack(packed);
+    const std::uint32_t step = unpack_parts<parts>(packed + 1) - unpack_parts<parts>(packed);
     return ((key ^ message * 0x9E3779B1U) * 0x85EBCA6BU >> 8) % step == 0;
 }
 
@@ -85,7 +77,8 @@ bool moves(unsigned packed, token_key key, std::uint32_t message) noexcept {
 void seen_tokens::age(bool spam) {
     for (bucket& each : m_buckets.make_all())
         for (unsigned i = 0; i < bucket_size; ++i)
-            set_count(each, i, spam, pack((unpack(packed_count(each, i, spam)) + 1) / 2));
+            set_count(each, i, spam,
+                      pack_parts<parts>((unpack_parts<parts>(packed_count(each, i, spam)) + 1) / 2));
     m_messages[spam ? 1 : 0] /= 2;
 }
 
@@ -122,8 +115,8 @@ void seen_tokens::correct(std::span<const token_key> tokens, bool spam) {
 double seen_tokens::grade(token_key key) const noexcept {
     const bucket& in = m_buckets.at(bucket_of(key));
     const unsigned place = find(in, key);
-    return place != none ? grade_of({.spam = unpack(packed_count(in, place, true)),
-                                     .ham = unpack(packed_count(in, place, false))},
+    return place != none ? grade_of({.spam = unpack_parts<parts>(packed_count(in, place, true)),
+                                     .ham = unpack_parts<parts>(packed_count(in, place, false))},
                                     messages())
                          : 0;
 }
