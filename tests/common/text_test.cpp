@@ -113,15 +113,15 @@ TEST(path_test, the_registry_names_the_root) {
     EXPECT_EQ(root_folder(), "");
     machine_key key("Software\\Orvenix\\Brackenhold\\Paths");
     const std::string longest = "c:\\" + std::string(256, 'x');
-    constexpr std::uint32_t text = 1, expanded_text = 2;
+    using namespace platform::registry_type;
     const std::tuple<std::uint32_t, std::string, std::string> table[] = {
-        {text, "c:\\t\0"s, "c:\\t\\"},
-        {text, "c:\\t\\", "c:\\t\\"},
-        {text, "%TESSIVAR_ROOT%\0"s, "%TESSIVAR_ROOT%\\"},
-        {expanded_text, "%TESSIVAR_ROOT%\\t\0"s, root.engine_path("t\\")},
-        {text, "", ""},
-        {text, longest + '\0', longest + "\\"},
-        {text, longest + "x\0"s, "as it was"},
+        {string, "c:\\t\0"s, "c:\\t\\"},
+        {string, "c:\\t\\", "c:\\t\\"},
+        {string, "%TESSIVAR_ROOT%\0"s, "%TESSIVAR_ROOT%\\"},
+        {expand_string, "%TESSIVAR_ROOT%\\t\0"s, root.engine_path("t\\")},
+        {string, "", ""},
+        {string, longest + '\0', longest + "\\"},
+        {string, longest + "x\0"s, "as it was"},
     };
     for (const auto& [type, data, folder] : table) {
         ASSERT_TRUE(key.set("TessivarRoot", type, data));

@@ -2,6 +2,7 @@
 
 #include "common/path.h"
 #include "signal/identity.h"
+#include "support/child_process.h"
 #include "support/platform_objects.h"
 #include "support/test.h"
 
@@ -41,6 +42,21 @@ TEST_F(event_channel_test, delivers_each_event_once_and_the_lowest_first) {
         tool.raise(number);
     EXPECT_EQ(raised(), numbers());
     EXPECT_EQ(server.wait(1), ev_timeout);
+}
+
+const child_role raiser("channel raiser", [](std::string_view number) {
+    event_channel own;
+    own.raise(static_cast<std::uint32_t>(std::stoul(std::string(number))));
+    return 0;
+});
+
+TEST_F(event_channel_test, hears_other_processes) {
+    for (const std::uint32_t number : {0U, 1U, 2U, 3U}) {
+        child_process child("channel raiser", std::to_string(number));
+        EXPECT_EQ(server.wait(patience), number);
+        EXPECT_EQ(child.join(), 0);
+    }
+    EXPECT_EQ(read_file(flags), le(0));
 }
 
 TEST_F(event_channel_test, leaves_a_flag_file_alone_that_is_there) {
@@ -96,7 +112,8 @@ TEST(deaf_channel_test, answers_at_once) {
 
 TEST(start_server_test, one_attempt_in_ten_seconds) {
     const test_root root;
-    ASSERT_TRUE(machine_key(paths_key).set(server_value, 1, root.engine_path("no.exe")));
+    ASSERT_TRUE(machine_key(paths_key).set(server_value, platform::registry_type::string,
+                                           root.engine_path("no.exe")));
     event_channel channel;
     EXPECT_EQ(channel.start_server(false), start_result::no_server);
     EXPECT_EQ(channel.start_server(true), start_result::started) << "whether that works or not";
