@@ -40,7 +40,7 @@ constexpr double trust_unit = 10;
 
 // How strongly the built-in weights draw: more while few messages are kept, which are all of the same days.
 double draw_of(std::size_t messages) noexcept {
-    constexpr double least = 2, more = 40, gone_by = 1000;
+    constexpr double least = 2, more = 25, gone_by = 1000;
     return least + more * exact_exp(-static_cast<double>(messages) / gone_by);
 }
 

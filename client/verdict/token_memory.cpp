@@ -1,6 +1,7 @@
 #include "client/verdict/token_memory.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "client/token_table.h"
@@ -10,10 +11,15 @@ namespace tvr {
 
 namespace {
 
-constexpr double rate = 0.03 * token_memory::unit; // of learning
+constexpr double rate = 0.12 * token_memory::unit; // of learning
 constexpr double bias_share = 10;                  // the bias learns this much slower
+// The more a weight's messages were misjudged, the slower it learns: its rate is divided by the root of the
+// sum of their squared errors, as AdaGrad does. The root is kept beside the weight, in steps above its least.
+constexpr double least_root = 0.7071067811865476; // of 0.5
+constexpr double root_steps = 6;
+constexpr std::int32_t most_weight = 32000;
 constexpr std::int64_t verdict_unit = 64;
-constexpr std::int64_t most = 30000;
+constexpr std::int64_t most = 30000; // that is said
 constexpr double usual_tokens = 300; // of a message in which each token counts in full
 constexpr std::size_t fewest_tokens = 20;
 
@@ -58,15 +64,28 @@ std::int16_t token_memory::say(std::span<const token_key> tokens) const noexcept
 }
 
 void token_memory::learn(std::span<const token_key> tokens, bool spam) {
+    const double share = scale(tokens.size());
+    const double error =
+        (spam ? 1.0 : 0.0) - exact_logistic(static_cast<double>(logit(sum_of(tokens), tokens.size())) / unit);
+    struct lesson {
+        std::int32_t change = 0; // of the weight
+        std::int32_t root = 0;   // from now on
+    };
+    std::array<lesson, root_mask + 1> lessons; // by the root so far
+    for (std::size_t i = 0; i < lessons.size(); ++i) {
+        const double before = least_root + static_cast<double>(i) / root_steps;
+        const double root = std::sqrt(before * before + error * error * share * share);
+        lessons[i] = {weight_step * rounded(rate * error * share / root / weight_step),
+                      std::min(rounded((root - least_root) * root_steps), root_mask)};
+    }
     const std::span<std::int16_t> all = m_weights.make_all();
-    const double said = exact_logistic(static_cast<double>(logit(sum_of(tokens), tokens.size())) / unit);
-    const double change = rate * ((spam ? 1.0 : 0.0) - said);
-    const std::int32_t step = rounded(change * scale(tokens.size()));
     for (const token_key key : tokens) {
         std::int16_t& place = all[place_of(key)];
-        place = static_cast<std::int16_t>(std::clamp(place + step, -32000, 32000));
+        const lesson& learned = lessons[static_cast<std::size_t>(place & root_mask)];
+        place = static_cast<std::int16_t>(
+            std::clamp((place & ~root_mask) + learned.change, -most_weight, most_weight) | learned.root);
     }
-    bias = std::clamp(bias + rounded(change / bias_share), -most_bias, most_bias);
+    bias = std::clamp(bias + rounded(rate * error / bias_share), -most_bias, most_bias);
 }
 
 } // namespace tvr

@@ -20,16 +20,22 @@ constexpr unsigned kind_of_key(token_key key) noexcept {
     return key & 7U;
 }
 
-// One thread. All arithmetic is of integers, but for one function that every build computes alike.
+// One thread. Every build computes alike: what isn't of integers are basic operations, roots, and one
+// function of our own.
 class token_memory {
 public:
     static constexpr unsigned index_bits = 16;
     static constexpr std::size_t places = std::size_t{1} << index_bits;
     static constexpr std::int32_t unit = 4096; // of a weight
+    // A place holds a weight of whole steps, and in the bits below them how much it erred.
+    static constexpr std::int32_t weight_step = 16;
+    static constexpr std::int32_t root_mask = weight_step - 1;
     static constexpr std::int32_t most_bias = 1 << 24;
 
     // What one token says, a logit in 1/unit.
-    [[nodiscard]] std::int16_t weight(token_key key) const noexcept { return m_weights.at(place_of(key)); }
+    [[nodiscard]] std::int16_t weight(token_key key) const noexcept {
+        return static_cast<std::int16_t>(m_weights.at(place_of(key)) & ~root_mask);
+    }
     [[nodiscard]] static constexpr std::size_t place_of(token_key key) noexcept {
         return key >> (32 - index_bits);
     }
@@ -40,10 +46,11 @@ public:
     [[nodiscard]] std::int64_t logit(std::int64_t sum, std::size_t tokens) const noexcept;
     [[nodiscard]] std::int16_t verdict(std::int64_t sum, std::size_t tokens) const noexcept;
     [[nodiscard]] std::int16_t say(std::span<const token_key> tokens) const noexcept;
-    // Learns from one message; the surer the memory was right, the less.
+    // Learns from one message; the surer the memory was right, the less, and the less by weights that have
+    // learned much.
     void learn(std::span<const token_key> tokens, bool spam);
 
-    using weight_table = place_table<std::int16_t, places>;
+    using weight_table = place_table<std::int16_t, places>; // with what each erred
     [[nodiscard]] const weight_table& weights() const noexcept { return m_weights; }
     [[nodiscard]] weight_table& weights() noexcept { return m_weights; }
     std::int32_t bias = 0; // 1/unit; most_bias at most, either way

@@ -32,7 +32,7 @@ struct judged_message {
 constexpr double score_unit = 128;
 
 constexpr std::uint32_t verdict_signature = 0x56525654; // "TVRV"
-constexpr std::uint32_t verdict_version = 4;
+constexpr std::uint32_t verdict_version = 5;
 constexpr std::size_t largest_verdict = 1'043'808;   // bytes of a file
 constexpr std::size_t verdict_messages_at = 525'408; // offset of the messages
 constexpr std::size_t verdict_message_size = 144;
