@@ -78,6 +78,31 @@ TEST(seen_tokens, keep_what_is_seen_often) {
     EXPECT_NEAR(seen.grade(often[0]), 0.2775 / (0.2775 + 1.8 / 301), 0.005);
 }
 
+TEST(token_memory, learns_slower_where_it_erred) {
+    const token_key first = 0x10000, second = 0x20000; // of places of their own
+    const struct {
+        std::vector<token_key> tokens;
+        bool spam;
+        int first, second, bias; // places and bias from then on: weights of 16, and the root of the errors
+    } rows[] = {
+        // Wrong by 1/2: 0.12 * 4096 * 0.5 * 3.873 / 2.062 = 462; the root is 8.1 steps above its least.
+        {{first}, true, 29 * 16 + 8, 0, 25},
+        // Wrong by 0.391: the root grows to 2.540, 11 steps.
+        {{first}, true, 47 * 16 + 11, 0, 44},
+        // Wrong by 0.673: what erred before changes by 352, what is new by 474.
+        {{first, second}, false, 25 * 16 + 15, -30 * 16 + 12, 11},
+    };
+    token_memory memory;
+    for (const auto& row : rows) {
+        memory.learn(row.tokens, row.spam);
+        EXPECT_EQ(memory.weights().all()[token_memory::place_of(first)], row.first);
+        EXPECT_EQ(memory.weights().all()[token_memory::place_of(second)], row.second);
+        EXPECT_EQ(memory.bias, row.bias);
+    }
+    EXPECT_EQ(memory.weight(first), 400);
+    EXPECT_EQ(memory.weight(second), -480);
+}
+
 TEST(forget_messages, keeps_the_newest_and_what_teaches_most) {
     verdict_state state;
     const auto add = [&](unsigned count, bool spam, double learned_score) {
