@@ -14,7 +14,8 @@ namespace {
 constexpr double rate = 0.12 * token_memory::unit; // of learning
 constexpr double bias_share = 10;                  // the bias learns this much slower
 // The more a weight's messages were misjudged, the slower it learns: its rate is divided by the root of the
-// sum of their squared errors, as AdaGrad does. The root is kept beside the weight, in steps above its least.
+// sum of their squared errors, as AdaGrad does. The root is kept beside the weight, in whole steps above its
+// least: a small error doesn't move it, and after the last step it stays.
 constexpr double least_root = 0.7071067811865476; // of 0.5
 constexpr double root_steps = 6;
 constexpr std::int32_t most_weight = 32000;
@@ -83,7 +84,7 @@ void token_memory::learn(std::span<const token_key> tokens, bool spam) {
         std::int16_t& place = all[place_of(key)];
         const lesson& learned = lessons[static_cast<std::size_t>(place & root_mask)];
         place = static_cast<std::int16_t>(
-            std::clamp((place & ~root_mask) + learned.change, -most_weight, most_weight) | learned.root);
+            std::clamp(weight_in(place) + learned.change, -most_weight, most_weight) | learned.root);
     }
     bias = std::clamp(bias + rounded(rate * error / bias_share), -most_bias, most_bias);
 }

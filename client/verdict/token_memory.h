@@ -27,14 +27,11 @@ public:
     static constexpr unsigned index_bits = 16;
     static constexpr std::size_t places = std::size_t{1} << index_bits;
     static constexpr std::int32_t unit = 4096; // of a weight
-    // A place holds a weight of whole steps, and in the bits below them how much it erred.
-    static constexpr std::int32_t weight_step = 16;
-    static constexpr std::int32_t root_mask = weight_step - 1;
     static constexpr std::int32_t most_bias = 1 << 24;
 
     // What one token says, a logit in 1/unit.
-    [[nodiscard]] std::int16_t weight(token_key key) const noexcept {
-        return static_cast<std::int16_t>(m_weights.at(place_of(key)) & ~root_mask);
+    [[nodiscard]] std::int32_t weight(token_key key) const noexcept {
+        return weight_in(m_weights.at(place_of(key)));
     }
     [[nodiscard]] static constexpr std::size_t place_of(token_key key) noexcept {
         return key >> (32 - index_bits);
@@ -56,6 +53,10 @@ public:
     std::int32_t bias = 0; // 1/unit; most_bias at most, either way
 
 private:
+    // A place holds a weight of whole steps, and in the bits below them how much it erred.
+    static constexpr std::int32_t weight_step = 16;
+    static constexpr std::int32_t root_mask = weight_step - 1;
+    static constexpr std::int32_t weight_in(std::int16_t place) noexcept { return place & ~root_mask; }
     [[nodiscard]] std::int64_t sum_of(std::span<const token_key> tokens) const noexcept;
 
     weight_table m_weights;

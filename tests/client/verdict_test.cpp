@@ -80,10 +80,12 @@ TEST(seen_tokens, keep_what_is_seen_often) {
 
 TEST(token_memory, learns_slower_where_it_erred) {
     const token_key first = 0x10000, second = 0x20000; // of places of their own
+    // The two places and the bias from then on: a place is a weight in steps of 16, and the root of its
+    // errors.
     const struct {
         std::vector<token_key> tokens;
         bool spam;
-        int first, second, bias; // places and bias from then on: weights of 16, and the root of the errors
+        int first, second, bias;
     } rows[] = {
         // Wrong by 1/2: 0.12 * 4096 * 0.5 * 3.873 / 2.062 = 462; the root is 8.1 steps above its least.
         {{first}, true, 29 * 16 + 8, 0, 25},
