@@ -58,6 +58,7 @@ bool hashreg::__tryloadcashe(std::string_view path) {
         TVR_LOG(default_log, "[-] init_from_file failed...");
         return false;
     }
+    expect_absent_keys();
     return true;
 }
 

@@ -225,8 +225,7 @@ bool hashmap_impl::make_table() {
     return true;
 }
 
-hashmap_impl::probe hashmap_impl::find(std::string_view key) const noexcept {
-    const std::uint32_t hash = probe_hash(key);
+hashmap_impl::probe hashmap_impl::find(std::string_view key, std::uint32_t hash) const noexcept {
     std::uint32_t slot = hash % m_tablesize;
     if (m_slots[slot] == 0)
         return {slot, hash, nullptr, true};
@@ -245,6 +244,8 @@ std::uint8_t* hashmap_impl::insert_at(const probe& where, std::string_view key, 
     m_slots[where.slot] = entry != 0 ? entry | (where.hash & ~m_place_mask) : 0;
     if (entry != 0)
         ++m_count;
+    if (m_filtered)
+        m_filter.add(where.hash);
     // deliberate: the load isn't looked at unless the insertion had to probe.
     if (!where.is_first &&
         static_cast<double>(static_cast<float>(m_count) / static_cast<float>(m_tablesize)) > maximal_load)
@@ -259,7 +260,7 @@ bool hashmap_impl::_assign(std::string_view key, const void* value) {
     }
     if (!make_table())
         return false;
-    const probe where = find(key);
+    const probe where = find(key, probe_hash(key));
     if (!where.value)
         return insert_at(where, key, value) != nullptr;
     if (value && value_size() != 0)
@@ -273,13 +274,16 @@ std::uint8_t* hashmap_impl::_get_value(std::string_view key) {
         return nullptr;
     }
     resize_if_owed();
-    return key.empty() || !m_slots ? nullptr : find(key).value;
+    if (key.empty() || !m_slots)
+        return nullptr;
+    const std::uint32_t hash = probe_hash(key);
+    return m_filter.passes(hash) ? find(key, hash).value : nullptr;
 }
 
 std::uint8_t* hashmap_impl::value_or_new(std::string_view key, const void* value) {
     if (!make_table())
         return nullptr;
-    const probe where = find(key);
+    const probe where = find(key, probe_hash(key));
     return where.value ? where.value : insert_at(where, key, value);
 }
 
@@ -321,6 +325,8 @@ void hashmap_impl::swap(hashmap_impl& other) noexcept {
     std::swap(m_datareserved, other.m_datareserved);
     std::swap(m_cursor, other.m_cursor);
     std::swap(m_expected, other.m_expected);
+    std::swap(m_filter, other.m_filter);
+    std::swap(m_filtered, other.m_filtered);
     std::swap(m_resize_owed, other.m_resize_owed);
 }
 
@@ -336,6 +342,8 @@ void hashmap_impl::__resize() {
     m_tablesize = primes[m_prime_index];
     if (!m_hashmem || !commit_table())
         return;
+    if (m_filtered)
+        m_filter.make(m_count);
     std::size_t offset = 0;
     bool has_empty = false;
     for (std::uint32_t i = 0; i < m_count; ++i) {
@@ -346,6 +354,8 @@ void hashmap_impl::__resize() {
             continue;
         }
         const std::uint32_t hash = probe_hash(key);
+        if (m_filtered)
+            m_filter.add(hash);
         const std::uint32_t first = hash % m_tablesize;
         std::uint32_t slot = first;
         if (m_slots[slot] != 0) {

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "dict/key_filter.h"
+
 namespace tvr {
 
 class file_stream;
@@ -26,6 +28,9 @@ public:
     bool clear(); // false, with a log line, if no addresses could be reserved
     // So many more entries are to come: the table, which isn't made yet, has room for them from the start.
     void expect(std::uint32_t more) noexcept;
+    // Many keys that aren't there will be asked for: a filter, which costs 8 to 16 bits for each entry, tells
+    // most of them without a look at the table. Holds for all that the map will contain.
+    void expect_absent_keys() noexcept { m_filtered = m_resize_owed = true; }
     void swap(hashmap_impl& other) noexcept; // of the same class
     // The value of a key, or null if it is absent or empty.
     std::uint8_t* _get_value(std::string_view key);
@@ -78,7 +83,7 @@ private:
     static std::uint32_t prime_for(std::uint32_t count) noexcept; // its index
     void resize_if_owed();
     bool make_table(); // if there is none
-    [[nodiscard]] probe find(std::string_view key) const noexcept;
+    [[nodiscard]] probe find(std::string_view key, std::uint32_t hash) const noexcept;
     bool grow_range(void*& base, std::size_t& reserved, std::uint8_t** committed, std::size_t bytes);
     bool commit_table();
     bool make_room(std::size_t size); // in the data area
@@ -104,7 +109,9 @@ private:
     std::size_t m_datareserved = 0;
     std::size_t m_cursor = 0;
     std::uint32_t m_expected = 0; // entries beyond the present ones
-    bool m_resize_owed = false;   // many a map is never asked again: its table is made at the next lookup
+    key_filter m_filter;
+    bool m_filtered = false;
+    bool m_resize_owed = false; // many a map is never asked again: its table is made at the next lookup
 };
 
 // Tokens with unsigned 32-bit counts. A count of 0 is dropped at compaction.

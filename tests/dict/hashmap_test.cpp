@@ -146,6 +146,10 @@ TEST_F(TokenMap, AgreesWithAReferenceMapOver100000Keys) {
         map._assign(key, &count);
     ASSERT_TRUE(load(map, saved(map, true)));
     agrees();
+    map.expect_absent_keys();
+    agrees();
+    for (std::uint32_t i = 0; i < 1000; ++i)
+        ASSERT_EQ(map._get_value("absent" + std::to_string(i)), nullptr);
     std::string_view key;
     std::uint8_t* value = nullptr;
     std::uint32_t last = 0;
@@ -153,6 +157,13 @@ TEST_F(TokenMap, AgreesWithAReferenceMapOver100000Keys) {
         ASSERT_LE(last, order_hash(key));
         last = order_hash(key);
     }
+    dword_map taken;
+    taken.swap(map);
+    ASSERT_EQ(taken.get_or_add("later")[0], 0);
+    ASSERT_NE(taken._get_value("later"), nullptr);
+    taken.swap(map);
+    expected["later"] = 0;
+    agrees();
     map.compact();
     std::erase_if(expected, [](const auto& entry) { return entry.second == 0; });
     agrees();
