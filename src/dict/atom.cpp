@@ -183,14 +183,22 @@ bool bye_atom::rewrite(dword_map& final, std::string_view folder, bool strict) {
             return false;
         counts.init_from_file(original_bye); // a damaged block counts as empty
     }
-    counts.expect(final.count());
-    const bool changed = take_differences(final, counts, strict);
-    if (strict) {
-        final.compact();
-        if (final.count() != 0)
-            TVR_LOG(transact_log, "[-] when touching ordinal dictionary %d tokens was ignored",
-                    static_cast<int>(final.count()));
+    const auto merged = strict && counts.count() != 0 ? counts.add_in_order(final) : std::nullopt;
+    bool changed = false;
+    if (merged) {
+        changed = merged->any;
+        occurrences += merged->sum;
         final.clear();
+    } else {
+        counts.expect(final.count());
+        changed = take_differences(final, counts, strict);
+        if (strict) {
+            final.compact();
+            if (final.count() != 0)
+                TVR_LOG(transact_log, "[-] when touching ordinal dictionary %d tokens was ignored",
+                        static_cast<int>(final.count()));
+            final.clear();
+        }
     }
     const std::string target = join_path(folder, file_part(m_path));
     if (!changed)
@@ -202,16 +210,16 @@ bool bye_atom::rewrite(dword_map& final, std::string_view folder, bool strict) {
         platform::delete_file(target);
         return true;
     }
-    return write_file(target, counts);
+    return write_file(target, counts, merged.has_value());
 }
 
-bool bye_atom::write_file(const std::string& target, dword_map& counts) {
+bool bye_atom::write_file(const std::string& target, dword_map& counts, bool in_order) {
     file_stream file;
     if (!file.create_to_write(target)) {
         TVR_LOG(transact_log, "[i] .bye opening for writing failed (%s)", target.c_str());
         return false;
     }
-    bool whole = header.write(file) && counts.flush_ordered(file);
+    bool whole = header.write(file) && (in_order ? counts.flush(file) : counts.flush_ordered(file));
     if (msidmap* const own = msids()) {
         own->write_out(file);
         m_msids.reset();

@@ -99,7 +99,7 @@ private:
     // Moves the differences to the counts. True if that changed any.
     bool take_differences(dword_map& final, dword_map& counts, bool strict);
     bool take_all(dword_map& final, dword_map& counts);
-    bool write_file(const std::string& target, dword_map& counts);
+    bool write_file(const std::string& target, dword_map& counts, bool in_order); // as flush_ordered() has it
 
     std::vector<change> m_changes;
     std::string m_path;

@@ -385,6 +385,30 @@ bool hashmap_impl::flush(file_stream& file) {
     return m_datasize == 0 || file.write(m_data, m_datasize);
 }
 
+std::vector<std::uint64_t> hashmap_impl::ordered() const {
+    std::vector<std::uint64_t> parray(m_count);
+    const std::size_t overhead = 1 + value_size();
+    std::uint32_t offset = 0;
+    for (std::uint64_t& each : parray) {
+        const std::string_view key(reinterpret_cast<const char*>(m_data + offset + 1), m_data[offset]);
+        each = std::uint64_t{order_hash(key)} << 32 | offset;
+        offset += static_cast<std::uint32_t>(key.size() + overhead);
+    }
+    order(parray);
+    return parray;
+}
+
+bool hashmap_impl::append(std::span<const std::uint8_t> entries, std::uint32_t count) {
+    if (!is_valid() || m_datasize + std::uint64_t{entries.size()} > 0xFFFFFFFE || !make_room(entries.size()))
+        return false;
+    std::ranges::copy(entries, m_data + m_datasize);
+    m_datasize += static_cast<std::uint32_t>(entries.size());
+    m_count += count;
+    m_slots = nullptr;
+    m_resize_owed = true;
+    return true;
+}
+
 bool hashmap_impl::flush_ordered(file_stream& file) {
     // Handed over at once, so that a full disk is told here.
     if (!file.write_u32(m_count) || !file.write_u32(m_datasize) || !file.flush()) {
@@ -396,18 +420,9 @@ bool hashmap_impl::flush_ordered(file_stream& file) {
     platform::decommit_range(m_hashmem, m_hashreserved);
     m_slots = nullptr;
     m_resize_owed = true;
-    std::vector<std::uint64_t> parray(m_count);
-    const std::size_t overhead = 1 + value_size();
-    std::uint32_t offset = 0;
-    for (std::uint64_t& each : parray) {
-        const std::string_view key(reinterpret_cast<const char*>(m_data + offset + 1), m_data[offset]);
-        each = std::uint64_t{order_hash(key)} << 32 | offset;
-        offset += static_cast<std::uint32_t>(key.size() + overhead);
-    }
-    order(parray);
-    for (const std::uint64_t each : parray) {
+    for (const std::uint64_t each : ordered()) {
         const std::uint8_t* entry = m_data + static_cast<std::uint32_t>(each);
-        file.write(entry, *entry + overhead);
+        file.write(entry, std::size_t{*entry} + 1 + value_size());
     }
     return true;
 }

@@ -3,7 +3,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <span>
 #include <string_view>
+#include <vector>
 
 #include "dict/key_filter.h"
 
@@ -51,6 +54,12 @@ public:
     bool next(std::string_view& key, std::uint8_t*& value);
 
     void compact(); // takes out the entries that is_dropped() names; keeps the order
+
+    // The data area, and the entries in the order of flush_ordered(): the order_hash above, the offset below.
+    [[nodiscard]] std::span<const std::uint8_t> entries() const noexcept { return {m_data, m_datasize}; }
+    [[nodiscard]] std::vector<std::uint64_t> ordered() const;
+    // Appends whole entries, of keys that the map hasn't. False, with nothing done, if there is no room.
+    bool append(std::span<const std::uint8_t> entries, std::uint32_t count);
 
     [[nodiscard]] bool is_valid() const noexcept { return m_hashmem && m_datamem; }
     [[nodiscard]] std::uint32_t count() const noexcept { return m_count; }
@@ -121,6 +130,16 @@ public:
     [[nodiscard]] bool is_dropped(const std::uint8_t* value) const noexcept override;
     // The count's place, inserted with 0 if the token is new.
     std::uint8_t* get_or_add(std::string_view key);
+
+    // What the adding of differences has done.
+    struct change {
+        bool any = false;      // of a count
+        std::uint32_t sum = 0; // of the differences; wraps
+    };
+    // Adds the differences to the counts and takes out what is 0 then, in one pass over entries that lie in
+    // the order of flush_ordered(), as they do afterwards. Nothing, with nothing done, if they don't, or
+    // there is an empty key or no room.
+    std::optional<change> add_in_order(const dword_map& differences);
 };
 
 // Tokens with 32-bit floats. A value of 0.0 is dropped at compaction; a NaN stays.

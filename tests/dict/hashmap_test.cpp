@@ -169,6 +169,50 @@ TEST_F(TokenMap, AgreesWithAReferenceMapOver100000Keys) {
     agrees();
 }
 
+// One pass over ordered entries does what lookups do, also among keys of one hash, which differ in the last
+// byte.
+TEST_F(TokenMap, AddsDifferencesInOrder) {
+    std::mt19937 random(7);
+    const auto up_to = [&](std::uint32_t most) { return static_cast<std::uint32_t>(random() % most); };
+    const auto fill = [&](dword_map& map, std::uint32_t least) {
+        for (std::uint32_t left = up_to(300); left != 0; --left)
+            store_u32(map.get_or_add(numbered(up_to(500))), least + up_to(3));
+    };
+    for (int round = 0; round < 100; ++round) {
+        dword_map made, counts, looked_up, differences;
+        fill(made, 0);
+        fill(differences, 0U - 1);
+        ASSERT_TRUE(load(counts, saved(made, true)) && load(looked_up, saved(made, true)));
+        std::uint32_t sum = 0;
+        std::string_view key;
+        std::uint8_t* difference = nullptr;
+        for (differences.rewind(); differences.next(key, difference);) {
+            std::uint8_t* const count = looked_up.get_or_add(key);
+            store_u32(count, load_u32(count) + load_u32(difference));
+            sum += load_u32(difference);
+        }
+        looked_up.compact();
+        const auto done = counts.add_in_order(differences);
+        ASSERT_TRUE(done.has_value());
+        ASSERT_EQ(done->sum, sum);
+        ASSERT_EQ(saved(counts, false), saved(looked_up, true));
+        for (looked_up.rewind(); looked_up.next(key, difference);)
+            ASSERT_EQ(load_u32(counts._get_value(key)), load_u32(difference));
+    }
+    const std::string up = counted("aa", 1), down = counted("b", 1);
+    const struct {
+        std::string counts, differences;
+    } refused[] = {{le(2, 13) + up + down, le(1, 7) + up},
+                   {le(1, 7) + up, le(2, 12) + counted("", 1) + up},
+                   {le(2, 12) + counted("", 1) + up, le(1, 7) + up}};
+    for (const auto& each : refused) {
+        dword_map counts, differences;
+        ASSERT_TRUE(load(counts, each.counts) && load(differences, each.differences));
+        EXPECT_FALSE(counts.add_in_order(differences).has_value());
+        EXPECT_EQ(saved(counts, false), each.counts);
+    }
+}
+
 TEST_F(TokenMap, SurvivesBlocksWhoseCountsLie) {
     const std::string a = counted("a", 1);
     const std::string b = counted("b", 2);
