@@ -82,6 +82,7 @@ void bye_ring::finalize(std::uint32_t stage, const std::string& message_file, ms
     message_reader reader;
     if (!reader.open(message_file))
         return;
+    const msid_access::run run(msids);
     const std::string target = folder().path(stage);
     dword_map final;
     bye_atom* prev = nullptr;

@@ -40,6 +40,24 @@ public:
     void remove(std::string_view msid);
     void purge(aged_out_list& ranges); // takes out the IDs whose time the ranges claim
 
+    // For many operations in a row: the list stays open in between, until the run goes.
+    class run {
+    public:
+        explicit run(msid_access& ids) : m_map(ids.m_map.get()) {
+            if (m_map)
+                m_map->begin_run();
+        }
+        ~run() {
+            if (m_map)
+                m_map->end_run();
+        }
+        run(const run&) = delete;
+        run& operator=(const run&) = delete;
+
+    private:
+        msidmap* m_map;
+    };
+
 private:
     std::unique_ptr<msidmap, pool_deleter> m_map;
     std::string m_main_folder;

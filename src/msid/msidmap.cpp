@@ -145,17 +145,33 @@ msidmap::chain msidmap::measure_chain(std::span<const std::uint8_t> list, std::s
     return result;
 }
 
-bool msidmap::open_list(platform::file& list, platform::access rights, platform::creation mode) {
-    if (!list.open(m_list_path, rights, platform::share::read, mode))
+struct msidmap::list_use {
+    msidmap& map;
+    ~list_use() {
+        if (!map.m_in_run)
+            map.m_list.close();
+    }
+};
+
+// A run may go on with a change.
+bool msidmap::open_list(platform::access rights, platform::creation mode) {
+    if (m_list.is_open())
+        return true;
+    if (!m_list.open(m_list_path, m_in_run ? platform::access::read_write : rights, platform::share::read,
+                     mode))
         return false;
-    m_filesize = list.size().value_or(0);
+    m_filesize = m_list.size().value_or(0);
     return true;
+}
+
+void msidmap::end_run() noexcept {
+    m_in_run = false;
+    m_list.close();
 }
 
 // The chain at an offset that the index tells, with its bytes. Few have more than one record, so that little
 // is read at first.
-msidmap::chain msidmap::read_chain(platform::file& list, std::size_t offset, std::string_view id,
-                                   const key11& key) {
+msidmap::chain msidmap::read_chain(std::size_t offset, std::string_view id, const key11& key) {
     chain result;
     if (offset < m_header.size() || offset >= m_filesize)
         return result;
@@ -164,8 +180,8 @@ msidmap::chain msidmap::read_chain(platform::file& list, std::size_t offset, std
     for (std::uint64_t wanted = chain_room;; wanted *= 2) {
         bytes.resize(static_cast<std::size_t>(std::min(wanted, rest)));
         std::size_t got = 0;
-        if (!list.seek(static_cast<std::int64_t>(offset), platform::origin::begin) ||
-            !list.read(bytes.data(), bytes.size(), got))
+        if (!m_list.seek(static_cast<std::int64_t>(offset), platform::origin::begin) ||
+            !m_list.read(bytes.data(), bytes.size(), got))
             return result;
         bytes.resize(got);
         result = measure_chain(bytes, id, key);
@@ -180,15 +196,15 @@ msidmap::chain msidmap::read_chain(platform::file& list, std::size_t offset, std
 
 bool msidmap::insert(std::string_view id, std::uint32_t value) {
     const platform::locker locker(m_lock);
-    platform::file list;
+    const list_use use{*this};
     if (id.size() > 255 || !m_tree ||
-        !open_list(list, platform::access::read_write, platform::creation::open_always))
+        !open_list(platform::access::read_write, platform::creation::open_always))
         return false;
     if (m_filesize == 0) // the line of a mapping, as everywhere else an empty list is met
         TVR_LOG(default_log, "[-] filemap__ failed to map file. Error is %d",
                 static_cast<int>(platform::error::file_invalid));
     const key11 key = key11::of(id);
-    chain found = read_chain(list, chain_offset(key), id, key);
+    chain found = read_chain(chain_offset(key), id, key);
     if (found.match)
         return true;
     const std::uint64_t end = std::max<std::uint64_t>(m_filesize, m_header.size());
@@ -199,9 +215,9 @@ bool msidmap::insert(std::string_view id, std::uint32_t value) {
     const std::size_t moved = added.size();
     added.resize(moved + id.size() + list_record::overhead);
     write_record(added.data() + moved, id, value);
-    if (!write_at(list, end, added)) {
-        if (list.seek(static_cast<std::int64_t>(m_filesize), platform::origin::begin))
-            list.set_end();
+    if (!write_at(m_list, end, added)) {
+        if (m_list.seek(static_cast<std::int64_t>(m_filesize), platform::origin::begin))
+            m_list.set_end();
         return false;
     }
     m_filesize = end + added.size();
@@ -209,15 +225,14 @@ bool msidmap::insert(std::string_view id, std::uint32_t value) {
         list_record record;
         for (std::size_t at = 0; read_record(found.content, at, record); at += record.size)
             blank_record(found.content.data() + at, record.size);
-        write_at(list, found.offset, found.content);
+        write_at(m_list, found.offset, found.content);
         m_garbage += static_cast<std::uint32_t>(moved);
     }
     ++m_records;
     std::vector<std::uint8_t> head(m_header.size());
     std::size_t position = 0;
     m_header.write(head, position);
-    write_at(list, 0, head);
-    list.close();
+    write_at(m_list, 0, head);
     tell_index(key, static_cast<std::uint32_t>(end), !follows);
     check_garbage();
     return true;
@@ -227,10 +242,10 @@ std::uint32_t msidmap::search(std::string_view id) {
     const platform::locker locker(m_lock);
     const key11 key = key11::of(id);
     const std::size_t offset = chain_offset(key);
-    platform::file list;
-    if (offset == 0 || !open_list(list, platform::access::read, platform::creation::open_existing))
+    const list_use use{*this};
+    if (offset == 0 || !open_list(platform::access::read, platform::creation::open_existing))
         return 0;
-    const chain found = read_chain(list, offset, id, key);
+    const chain found = read_chain(offset, id, key);
     list_record record;
     return found.match && read_record(found.content, *found.match, record) ? record.value : 0;
 }
@@ -239,10 +254,10 @@ bool msidmap::remove(std::string_view id) {
     const platform::locker locker(m_lock);
     const key11 key = key11::of(id);
     const std::size_t offset = chain_offset(key);
-    platform::file list;
-    if (offset == 0 || !open_list(list, platform::access::read_write, platform::creation::open_existing))
+    const list_use use{*this};
+    if (offset == 0 || !open_list(platform::access::read_write, platform::creation::open_existing))
         return false;
-    chain found = read_chain(list, offset, id, key);
+    chain found = read_chain(offset, id, key);
     if (!found.match)
         return false;
     // The rest of the chain moves down, and a garbage record stands after it.
@@ -252,8 +267,7 @@ bool msidmap::remove(std::string_view id) {
     const auto garbage =
         std::rotate(start, start + static_cast<std::ptrdiff_t>(record.size), found.content.end());
     blank_record(&*garbage, record.size);
-    write_at(list, offset, found.content);
-    list.close();
+    write_at(m_list, offset, found.content);
     m_garbage += static_cast<std::uint32_t>(record.size);
     check_garbage();
     // deliberate: this counts as an insertion of the index, which is then made again at the next opening.
@@ -265,6 +279,7 @@ bool msidmap::remove(std::string_view id) {
 }
 
 bool msidmap::delete_if(const std::function<bool(std::string_view id, std::uint32_t value)>& predicate) {
+    m_list.close();
     {
         const write_map list(m_list_path, 0, &m_filesize);
         if (!list.is_valid()) {
@@ -335,6 +350,7 @@ void msidmap::tell_index(const key11& key, std::uint32_t offset, bool replace) {
 
 // Compacts the list and, with an index, enters its records again.
 void msidmap::__rebuild_index(bool with_index) {
+    m_list.close();
     m_tree.reset();
     if (!m_index_path.empty())
         platform::delete_file(m_index_path);
@@ -401,6 +417,7 @@ void msidmap::write_out(file_stream& file) {
 }
 
 void msidmap::drop_files() {
+    m_list.close();
     m_tree.reset();
     if (m_list_path.empty())
         return;

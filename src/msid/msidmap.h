@@ -13,6 +13,7 @@
 
 #include "common/fileheader.h"
 #include "common/filemap.h"
+#include "platform/file.h"
 #include "platform/sync.h"
 
 namespace tvr {
@@ -23,8 +24,8 @@ struct key11;
 
 // Any thread, one operation at a time; delete_if() and the rebuilding want the map to themselves.
 //
-// The index is held open for the life of the map. The list is open for the length of each operation only, and
-// is then exactly as long as its records.
+// The index is held open for the life of the map. The list is open for the length of each operation only, or
+// of a run of them, and is then exactly as long as its records.
 class msidmap {
 public:
     // Opens "<folder><name>.lst" and ".idx"; missing ones are made. `folder` with a trailing backslash, or
@@ -46,6 +47,9 @@ public:
     // is shown to it as the empty ID with the value 0. False, with a log line, if the list can't be mapped
     // (an empty one can't be) or has no header. Takes no lock.
     bool delete_if(const std::function<bool(std::string_view id, std::uint32_t value)>& predicate);
+    // Between these two the list stays open, for many an operation in a row.
+    void begin_run() noexcept { m_in_run = true; }
+    void end_run() noexcept;
     // Inserts all live records of another .lst; nothing for an empty path.
     void merge(std::string_view list_path);
     // Overwrites the value of every live record of a .lst file; its index stays right. A missing list is
@@ -86,8 +90,9 @@ private:
 
     std::size_t chain_offset(const key11& key);
     static chain measure_chain(std::span<const std::uint8_t> list, std::string_view id, const key11& key);
-    bool open_list(platform::file& list, platform::access rights, platform::creation mode);
-    chain read_chain(platform::file& list, std::size_t offset, std::string_view id, const key11& key);
+    struct list_use; // of one operation
+    bool open_list(platform::access rights, platform::creation mode);
+    chain read_chain(std::size_t offset, std::string_view id, const key11& key);
     void thin_chain(const write_map& list, const chain& whole,
                     const std::function<bool(std::string_view id, std::uint32_t value)>& predicate);
 
@@ -96,6 +101,8 @@ private:
     std::uint32_t m_garbage = 0;
     std::uint64_t m_filesize = 0;
     fileheader m_header;
+    platform::file m_list;
+    bool m_in_run = false;
     std::string m_list_path;
     std::string m_index_path;
     std::unique_ptr<msidtree> m_tree;
