@@ -1,5 +1,7 @@
 #include "dict/atom.h"
 
+#include <array>
+
 #include "common/bytes.h"
 #include "common/file_stream.h"
 #include "common/files.h"
@@ -10,6 +12,7 @@
 #include "dict/message_reader.h"
 #include "dict/ring.h"
 #include "msid/msid_access.h"
+#include "platform/file.h"
 
 namespace tvr {
 
@@ -50,6 +53,14 @@ bool atom_head::read(std::span<const std::uint8_t> memory, std::size_t& behind) 
     return header.read(memory, behind);
 }
 
+bool atom_head::peek(std::string_view path) {
+    std::array<std::uint8_t, 8 + 4 * fileheader::limit> start;
+    const auto got = platform::peek_file(path, 0, start.data(), start.size());
+    std::size_t behind = 0;
+    read(std::span<const std::uint8_t>(start).first(got.value_or(0)), behind);
+    return got.has_value();
+}
+
 bool atom_is_before(const atom_head& a, std::string_view a_name, const atom_head& b,
                     std::string_view b_name) {
     if (a.oldest != b.oldest)
@@ -64,9 +75,7 @@ bye_atom::~bye_atom() = default;
 
 void bye_atom::open(std::string_view path) {
     m_path = path;
-    file_stream file;
-    m_has_msids = file.open_to_read(path);
-    read(file);
+    m_has_msids = peek(path);
 }
 
 // Made on the first use, as in most runs nobody asks: a temporary map costs two files.

@@ -113,12 +113,9 @@ void write_piece(const atom_writer& piece, dword_map& tokens, const std::string&
     file.close();
 }
 
-bool is_empty_atom(const std::string& path) {
-    const read_map view(path);
-    atom_head head;
-    std::size_t behind = 0;
-    head.read(view.bytes(), behind);
-    return head.messages == 0;
+// Of messages whose times nobody has kept.
+bool is_old(const atom_head& head) {
+    return head.oldest == 0 && head.newest == 0 && head.messages != 0;
 }
 
 // Puts a divided atom aside, in place of one that an earlier division left there. False if it is in the way
@@ -173,10 +170,12 @@ std::size_t dict_folder::reload_atoms(bool flag) {
         bool changed = false;
         for (const std::string& name : names) {
             const std::string path = join_path(m_path, name);
+            atom_head head;
+            head.peek(path);
             // Only what has left the folder is a change, or a file in use would be met again without end.
-            if (flag && is_empty_atom(path) && platform::delete_file(path))
+            if (flag && head.messages == 0 && platform::delete_file(path))
                 changed = true;
-            else if (divide_old_atom(name))
+            else if (is_old(head) && divide_old_atom(name))
                 changed |= put_aside(m_path, name);
         }
         if (!changed)
@@ -190,7 +189,7 @@ bool dict_folder::divide_old_atom(const std::string& name) {
     atom_head head;
     std::size_t place = 0;
     head.read(view.bytes(), place);
-    if (head.oldest != 0 || head.newest != 0 || head.messages == 0)
+    if (!is_old(head))
         return false;
     TVR_LOG(transact_log, "[i] divide old dictionary (%s)", path.c_str());
     // deliberate: a size of 0 is not guarded against; it ends the process.
@@ -231,9 +230,7 @@ std::uint32_t load_atom_infos(const dict_folder& atoms, atom_info_list& list, st
     std::uint32_t total = 0;
     for (const std::string& name : atoms.files()) {
         auto info = std::make_unique<atom_info>();
-        file_stream file;
-        if (file.open_to_read(join_path(folder, name)))
-            info->read(file);
+        info->peek(join_path(folder, name));
         info->name = name;
         total += info->messages;
         list.push_back(std::move(info));

@@ -55,7 +55,9 @@ public:
     dword_map::change done;
 
 private:
-    [[nodiscard]] static std::uint32_t hash_of(std::uint64_t added) { return static_cast<std::uint32_t>(added >> 32); }
+    [[nodiscard]] static std::uint32_t hash_of(std::uint64_t added) {
+        return static_cast<std::uint32_t>(added >> 32);
+    }
     [[nodiscard]] const std::uint8_t* entry_of(std::uint64_t added) const {
         return m_added.data() + static_cast<std::uint32_t>(added);
     }
@@ -95,7 +97,8 @@ private:
 
     // Takes the counts up to here as they are.
     bool take_run() {
-        const bool taken = merged.append(m_counts.subspan(m_run, m_at - m_run), std::exchange(m_run_entries, 0));
+        const bool taken =
+            merged.append(m_counts.subspan(m_run, m_at - m_run), std::exchange(m_run_entries, 0));
         m_run = m_at;
         return taken;
     }
