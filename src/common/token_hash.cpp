@@ -2,8 +2,6 @@
 
 #include <bit>
 
-#include "common/bytes.h"
-
 namespace tvr {
 
 namespace {
@@ -23,17 +21,6 @@ std::uint32_t order_hash(std::string_view text) noexcept {
         h ^= h >> 24 & 0xF0; // the highest four bits are shifted out by the next byte
     }
     return h & 0x0FFFFFFF;
-}
-
-std::uint32_t probe_hash(std::string_view key) noexcept {
-    std::uint32_t h = 0x521365FF;
-    const char* at = key.data();
-    std::size_t left = key.size();
-    for (; left > 4; --left, ++at)
-        h = std::rotl(h, 5) ^ load_u32(at);
-    for (; left > 0; --left, ++at)
-        h = std::rotl(h, 5) ^ extended(*at);
-    return h;
 }
 
 std::uint32_t step_hash(std::string_view key) noexcept {

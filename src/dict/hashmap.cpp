@@ -225,7 +225,8 @@ bool hashmap_impl::make_table() {
     return true;
 }
 
-hashmap_impl::probe hashmap_impl::find(std::string_view key, std::uint32_t hash) const noexcept {
+[[gnu::always_inline]] inline hashmap_impl::probe hashmap_impl::find(std::string_view key,
+                                                                     std::uint32_t hash) const noexcept {
     std::uint32_t slot = hash % m_tablesize;
     if (m_slots[slot] == 0)
         return {slot, hash, nullptr, true};
@@ -269,11 +270,13 @@ bool hashmap_impl::_assign(std::string_view key, const void* value) {
 }
 
 std::uint8_t* hashmap_impl::_get_value(std::string_view key) {
-    if (!is_valid()) {
-        log_invalid("_get_value!");
-        return nullptr;
+    if (!m_slots || m_resize_owed) {
+        if (!is_valid()) {
+            log_invalid("_get_value!");
+            return nullptr;
+        }
+        resize_if_owed();
     }
-    resize_if_owed();
     if (key.empty() || !m_slots)
         return nullptr;
     const std::uint32_t hash = probe_hash(key);
