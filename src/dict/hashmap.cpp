@@ -401,15 +401,18 @@ std::vector<std::uint64_t> hashmap_impl::ordered() const {
     return parray;
 }
 
-bool hashmap_impl::append(std::span<const std::uint8_t> entries, std::uint32_t count) {
-    if (!is_valid() || m_datasize + std::uint64_t{entries.size()} > 0xFFFFFFFE || !make_room(entries.size()))
-        return false;
-    std::ranges::copy(entries, m_data + m_datasize);
-    m_datasize += static_cast<std::uint32_t>(entries.size());
-    m_count += count;
+std::uint8_t* hashmap_impl::move_entries_up(std::size_t bytes) {
+    if (!is_valid() || m_datasize + std::uint64_t{bytes} > 0xFFFFFFFE || !make_room(bytes))
+        return nullptr;
+    std::memmove(m_data + bytes, m_data, m_datasize);
+    return m_data;
+}
+
+void hashmap_impl::set_entries(std::size_t bytes, std::uint32_t count) noexcept {
+    m_datasize = static_cast<std::uint32_t>(bytes);
+    m_count = count;
     m_slots = nullptr;
     m_resize_owed = true;
-    return true;
 }
 
 bool hashmap_impl::flush_ordered(file_stream& file) {

@@ -58,8 +58,6 @@ public:
     // The data area, and the entries in the order of flush_ordered(): the order_hash above, the offset below.
     [[nodiscard]] std::span<const std::uint8_t> entries() const noexcept { return {m_data, m_datasize}; }
     [[nodiscard]] std::vector<std::uint64_t> ordered() const;
-    // Appends whole entries, of keys that the map hasn't. False, with nothing done, if there is no room.
-    bool append(std::span<const std::uint8_t> entries, std::uint32_t count);
 
     [[nodiscard]] bool is_valid() const noexcept { return m_hashmem && m_datamem; }
     [[nodiscard]] std::uint32_t count() const noexcept { return m_count; }
@@ -70,6 +68,10 @@ protected:
     // The value of a key, which is inserted with `value` if it is absent. Null if there was no room. The map
     // is valid.
     std::uint8_t* value_or_new(std::string_view key, const void* value);
+    // Moves the entries up by so many bytes: the start of the data area, or null, with nothing done, if there
+    // is no room. Then they are to be written anew from there on, and counted by set_entries().
+    std::uint8_t* move_entries_up(std::size_t bytes);
+    void set_entries(std::size_t bytes, std::uint32_t count) noexcept;
 
 private:
     // Where a key is, or would be.
