@@ -4,14 +4,6 @@
 
 namespace tvr {
 
-namespace {
-
-std::uint32_t extended(char byte) noexcept {
-    return static_cast<std::uint32_t>(static_cast<signed char>(byte));
-}
-
-} // namespace
-
 std::uint32_t order_hash(std::string_view text) noexcept {
     std::uint32_t h = 0;
     if (text.empty())

@@ -55,10 +55,9 @@ bool atom_head::read(std::span<const std::uint8_t> memory, std::size_t& behind) 
 
 bool atom_head::peek(std::string_view path) {
     std::array<std::uint8_t, 8 + 4 * fileheader::limit> start;
-    const auto got = platform::peek_file(path, 0, start.data(), start.size());
+    const auto got = platform::peek_file(path, 0, start.data(), start.size()).value_or(0);
     std::size_t behind = 0;
-    read(std::span<const std::uint8_t>(start).first(got.value_or(0)), behind);
-    return got.has_value();
+    return read(std::span<const std::uint8_t>(start).first(got), behind);
 }
 
 bool atom_is_before(const atom_head& a, std::string_view a_name, const atom_head& b,
@@ -75,7 +74,8 @@ bye_atom::~bye_atom() = default;
 
 void bye_atom::open(std::string_view path) {
     m_path = path;
-    m_has_msids = peek(path);
+    m_has_msids = true;
+    peek(path);
 }
 
 // Made on the first use, as in most runs nobody asks: a temporary map costs two files.
@@ -197,7 +197,6 @@ bool bye_atom::rewrite(dword_map& final, std::string_view folder, bool strict) {
     if (merged) {
         changed = merged->any;
         occurrences += merged->sum;
-        final.clear();
     } else {
         counts.expect(final.count());
         changed = take_differences(final, counts, strict);
@@ -206,14 +205,17 @@ bool bye_atom::rewrite(dword_map& final, std::string_view folder, bool strict) {
             if (final.count() != 0)
                 TVR_LOG(transact_log, "[-] when touching ordinal dictionary %d tokens was ignored",
                         static_cast<int>(final.count()));
-            final.clear();
         }
     }
+    if (strict)
+        final.clear();
     const std::string target = join_path(folder, file_part(m_path));
     if (!changed)
         return link_or_copy(m_path, target, false);
-    counts.compact();
-    final.compact();
+    if (!merged) {
+        counts.compact();
+        final.compact();
+    }
     tokens = counts.count();
     if (tokens == 0) {
         platform::delete_file(target);

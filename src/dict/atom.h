@@ -33,7 +33,7 @@ struct atom_head {
     // After false all values are 0.
     bool read(file_stream& file);
     bool read(std::span<const std::uint8_t> memory, std::size_t& behind);
-    // Reads the head of a file, which stays as free for others as it was. False if it can't be opened.
+    // The same of a file, which stays as free for others as it was.
     bool peek(std::string_view path);
 
     // Made by a division: its tokens belong to no messages that are known.

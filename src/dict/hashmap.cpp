@@ -29,7 +29,6 @@ constexpr double maximal_load = 0.69;
 constexpr std::uint32_t fallback_step = 101;
 constexpr unsigned suspicious_probes = 64; // far more than the load asks for
 constexpr std::size_t commit_step = 16384; // bytes; a multiple of the page size wherever this runs
-constexpr std::size_t entry_overhead = 5;  // length byte and value
 constexpr std::uint64_t filled_up = 4096;  // bytes of zeros after a file that is cut short
 
 std::size_t round_up(std::size_t size, std::size_t unit) {

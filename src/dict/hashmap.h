@@ -18,6 +18,8 @@ class file_stream;
 // unaligned (use load_u32 and store_u32) and die at the next insertion, compaction, load or clear.
 class hashmap_impl {
 public:
+    static constexpr std::size_t entry_overhead = 5; // bytes of an entry besides its key, with a value of 4
+
     hashmap_impl();
     virtual ~hashmap_impl();
     hashmap_impl(const hashmap_impl&) = delete;

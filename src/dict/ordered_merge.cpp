@@ -12,14 +12,12 @@ namespace tvr {
 
 namespace {
 
-constexpr std::size_t overhead = 5; // bytes of an entry without its key
-
 std::string_view key_at(const std::uint8_t* entry) {
     return {reinterpret_cast<const char*>(entry + 1), *entry};
 }
 
 std::size_t size_at(const std::uint8_t* entry) {
-    return *entry + overhead;
+    return *entry + dword_map::entry_overhead;
 }
 
 std::uint32_t count_at(const std::uint8_t* entry) {

@@ -61,11 +61,8 @@ half_size atoms_of(const std::string& base, const std::string& name) {
         const std::uint64_t size = size_of(path);
         ++sum.files;
         sum.bytes += size;
-        std::array<std::uint8_t, 64> start;
-        const auto got = platform::peek_file(path, 0, start.data(), start.size()).value_or(0);
         atom_head head;
-        std::size_t behind = 0;
-        if (head.read({start.data(), got}, behind) && head.oldest == 0 && head.newest == 0)
+        if (head.peek(path) && head.oldest == 0 && head.newest == 0)
             sum.undated += size;
     }
     return sum;

@@ -1,12 +1,10 @@
 #include "tools/repair/trim_ids.h"
 
 #include <algorithm>
-#include <array>
 
 #include "common/file_names.h"
 #include "common/files.h"
 #include "dict/atom.h"
-#include "platform/file.h"
 #include "tools/formats/file_view.h"
 #include "tools/formats/walks.h"
 #include "tools/repair/repair_files.h"
@@ -35,11 +33,8 @@ void find_oldest(const std::string& base, id_trim& trim) {
     };
     const std::string pattern = trim.half + names::any_atom;
     for (const std::string& name : file_names(base, pattern.c_str())) {
-        std::array<std::uint8_t, 256> room{};
-        const auto got = platform::peek_file(base + name, 0, room.data(), room.size());
         atom_head head;
-        std::size_t behind = 0;
-        if (!got || !head.read({room.data(), *got}, behind))
+        if (!head.peek(base + name))
             return refuse(name + " is damaged; \"tvrctl repair\" first", true);
         if (head.messages == 0)
             continue;

@@ -150,10 +150,8 @@ half_view engine_view::half(const std::string& name) const {
     platform::directory_search search;
     platform::directory_entry entry;
     for (bool more = search.first(m_base + name + names::any_atom, entry); more; more = search.next(entry)) {
-        std::array<std::uint8_t, 256> room;
         atom_head head;
-        std::size_t behind = 0;
-        if (!head.read(peek(m_base + entry.name, room), behind))
+        if (!head.peek(m_base + entry.name))
             continue;
         ++sum.atoms;
         sum.messages += head.messages;

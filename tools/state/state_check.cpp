@@ -116,11 +116,8 @@ struct atom_view {
 std::vector<atom_view> atoms_of(const std::string& base, const std::string& half) {
     std::vector<atom_view> atoms;
     for (const std::string& name : file_names(base, (half + names::any_atom).c_str())) {
-        std::array<std::uint8_t, 256> start;
-        const auto got = platform::peek_file(base + name, 0, start.data(), start.size()).value_or(0);
         auto head = std::make_unique<atom_head>();
-        std::size_t behind = 0;
-        if (head->read({start.data(), got}, behind))
+        if (head->peek(base + name))
             atoms.push_back({name, std::move(head)});
     }
     std::ranges::stable_sort(atoms, [](const atom_view& a, const atom_view& b) {
